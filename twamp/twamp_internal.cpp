@@ -1,0 +1,209 @@
+// What the other operations share: handle test, level mapping, inter-module call lookup, tree walks.
+#include <cstdio>
+
+#include "module_call.hpp"
+
+TWAMP_LOG_FILE("twamp_internal.c");
+
+using namespace twamp;
+
+namespace {
+
+constexpr uint32_t location_cpu = 1;
+
+/** Context of one tree walk, on the walker's stack. */
+struct twamp_dump_ctx {
+    uint32_t tree_index;
+    const twamp_tree_desc *tree;
+    uint8_t printed_once;
+};
+
+/** Values of word 0 of a responder entry's action; bit 2 makes no difference to "defined". */
+constexpr uint32_t action_defined_mask = ~4u;
+constexpr uint32_t action_not_defined = 1;
+
+bool is_log_level(uint32_t level)
+{
+    return level == 0 || level == 1 || level == 3 || level == 7 || level == 15;
+}
+
+uint32_t find_imc(const olv_module_handle &module, const log_context &log, const olv_bind_info *info,
+                  uint32_t *imc)
+{
+    if (info == nullptr) {
+        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null Bind Info Pointer");
+    }
+    if (info->dst_location == location_cpu || info->src_location == location_cpu) {
+        // The system's level is not asked for this one.
+        const log_context module_alone(module, nullptr);
+        TWAMP_LOG(module_alone, severity::info, "Module location CPU not supported\n");
+        return TWAMP_STATUS_UNSUPPORTED_PATH;
+    }
+    if (info->dst_module == nullptr) {
+        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null Destination Module Pointer");
+    }
+    const uint32_t destination = info->dst_module->module_id;
+    if (destination != OLV_MODULE_ID_IPV4 && destination != OLV_MODULE_ID_IPV6) {
+        TWAMP_LOG(log, severity::info, "Invalid/unsupported bind path\n");
+        return TWAMP_STATUS_UNSUPPORTED_PATH;
+    }
+    if (imc == nullptr) {
+        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null IMC Pointer");
+    }
+    // One function serves both families; the indirect IPv6 one is not handed out.
+    *imc = module.ctx->to_ip_direct_imc_tree_id;
+    return OLV_STATUS_OK;
+}
+
+uint32_t dump_tree(const olv_module_handle &module, const log_context &log, uint32_t index,
+                   const twamp_tree_desc &tree)
+{
+    twamp_dump_ctx context = {index, &tree, 0};
+    if (tree.responder_format == 1) {
+        std::printf("\n%s, ", olv_sif_fps_map(tree.tree_id));
+        olv_twamp_table_entry_dump(index, nullptr, nullptr);
+        std::putchar('\n');
+    }
+    const uint32_t rte =
+        hyx_ptn_list_ptns(module.rte_handle, tree.tree_id, olv_twamp_table_entry_dump_fn, &context);
+    if (rte != 0) {
+        return TWAMP_FAIL(log, severity::error, OLV_STATUS_DUMP_FAILED,
+                          "RTE Error %s: Failed to dump TWAMP tree for idx %d\n", hyx_status_get(rte), index);
+    }
+    return OLV_STATUS_OK;
+}
+
+int print_action(const olv_ptn_action *action)
+{
+    if (action != nullptr && (action->word[0] & action_defined_mask) == 0) {
+        return std::printf(", DEFINED");
+    }
+    if (action != nullptr && action->word[0] == action_not_defined) {
+        return std::printf(", NOT_DEFINED");
+    }
+    return std::printf("!!Unexpected Return!!");
+}
+
+} // namespace
+
+uint32_t olv_twamp_valid_module_handle(const olv_module_handle *module)
+{
+    return module->ctx != nullptr && module->ctx->magic == ctx_magic ? 1 : 0;
+}
+
+uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t level, uint32_t *mapped)
+{
+    if (!is_log_level(level)) {
+        constexpr char message[] = "Unsupported log-level in TWAMP!";
+        const log_site site = TWAMP_HERE;
+        if (module == nullptr) {
+            log_unknown_unterminated(site, message);
+            return OLV_STATUS_BAD_LOG_LEVEL;
+        }
+        const log_context log(*module);
+        log_unterminated(log, severity::error, site, message);
+        return log_status(log, severity::error, site, OLV_STATUS_BAD_LOG_LEVEL);
+    }
+    if (mapped == nullptr) {
+        constexpr char message[] = "Null Mapped Level Pointer";
+        if (module == nullptr) {
+            TWAMP_LOG_UNKNOWN(message);
+            return TWAMP_STATUS_INVALID_PARAM;
+        }
+        return log_failure(log_context(*module), severity::error, TWAMP_HERE, TWAMP_STATUS_INVALID_PARAM,
+                           message);
+    }
+    *mapped = level;
+    return OLV_STATUS_OK;
+}
+
+uint32_t olv_twamp_get_imc(olv_module_handle *module, const olv_bind_info *info, uint32_t *imc)
+{
+    if (!is_module(module)) {
+        TWAMP_LOG_UNKNOWN("Invalid TWAMP module handle 0x%08x\n", address_word(module));
+        return OLV_STATUS_INVALID_HANDLE;
+    }
+    if (!is_initialised(module)) {
+        return reject_module(TWAMP_HERE, module, "TWAMP module failed to get IMC function\n");
+    }
+    const log_context log(*module);
+    return with_module_lock(log, TWAMP_HERE, module->lock, [&] { return find_imc(*module, log, info, imc); });
+}
+
+uint32_t olv_twamp_dump_tables(olv_module_handle *module, uint32_t table_group)
+{
+    if (!is_initialised(module)) {
+        TWAMP_LOG_UNKNOWN("Invalid TWAMP module handle 0x%08x\n", address_word(module));
+        return OLV_STATUS_INVALID_HANDLE;
+    }
+    const log_context log(*module);
+    const log_site site = TWAMP_HERE;
+    log_function(log, severity::entry, site, __func__);
+    const twamp_tree_desc *const trees[] = {&module->ctx->responder_tree, &module->ctx->bind_tree};
+    for (uint32_t index = 0; index < std::size(trees); ++index) {
+        if ((table_group & trees[index]->table_group_mask) == 0) {
+            continue;
+        }
+        if (dump_tree(*module, log, index, *trees[index]) != OLV_STATUS_OK) {
+            (void)TWAMP_FAIL(log, severity::error, OLV_STATUS_DUMP_FAILED,
+                             "Failed to dump TWAMP module's trees");
+            log_function(log, severity::exit, site, __func__);
+            return OLV_STATUS_DUMP_FAILED;
+        }
+    }
+    // Only a failed walk has an exit line.
+    return OLV_STATUS_OK;
+}
+
+void olv_twamp_table_entry_dump(uint32_t tree_index, const olv_ptn *pattern, const olv_ptn_action *action)
+{
+    if (tree_index == 0) {
+        (void)responder_entry_dump(pattern, action); // the count is of no use here
+    }
+}
+
+void olv_twamp_table_entry_dump_fn(void *context, void * /*unused*/, const olv_ptn *pattern,
+                                   const olv_ptn_action *action)
+{
+    auto *const walk = static_cast<twamp_dump_ctx *>(context);
+    if (walk == nullptr || pattern == nullptr || action == nullptr) {
+        return;
+    }
+    const bool once = pattern->word[2] == walk->tree->key_bits;
+    if (once && walk->printed_once == 1) {
+        return;
+    }
+    std::printf("%s, ", olv_sif_fps_map(walk->tree->tree_id));
+    if (walk->tree->responder_format == 1) {
+        olv_twamp_table_entry_dump(walk->tree_index, pattern, action);
+    } else {
+        olv_ptn_print(*pattern);
+        olv_ptn_action_print(*action);
+    }
+    std::putchar('\n');
+    if (once) {
+        walk->printed_once = 1;
+    }
+}
+
+int responder_entry_dump(const olv_ptn *pattern, const olv_ptn_action *action)
+{
+    if (pattern == nullptr) {
+        return std::printf("RESPONDER-ID, DEFINED/NOT_DEFINED ");
+    }
+    const uint32_t key_length = pattern->word[1];
+    if (key_length == 0) {
+        std::putchar('*');
+        return print_action(action);
+    }
+    if (key_length != key_bits) {
+        return std::printf("!!Unexpected Pattern!!");
+    }
+    const auto field_width = static_cast<uint16_t>(key_length);
+    uint32_t responder_id = 0;
+    if (olv_ptn_parse(pattern, 1, &field_width, &responder_id) != 0) {
+        return std::printf("!!Parse Error!!");
+    }
+    std::printf("0x%X", responder_id);
+    return print_action(action);
+}
