@@ -1,0 +1,259 @@
+#include "fastpath/reflector.hpp"
+
+#include <algorithm>
+#include <cstring>
+
+#include "fastpath/state_entry.hpp"
+
+namespace olv_fastpath {
+
+namespace {
+
+constexpr std::uint32_t id_mask = (1u << olv_sim::key_bits) - 1;
+constexpr std::uint8_t dscp_mask = 0xFC;
+
+/** Idle sessions ended with each packet: more than one, so that they become fewer under load. */
+constexpr std::uint32_t idle_sessions_each_packet = 2;
+/** Slots looked at for sessions of responders that are gone, with each session that begins. */
+constexpr std::uint32_t slots_each_session = 4;
+
+/** The return value of a responder's entry that is defined; its bit 2 has no meaning here. */
+bool says_defined(std::uint32_t return_value)
+{
+    return (return_value & ~4u) == 0;
+}
+
+responder_creation creation_of(olv_sim::state_words responder)
+{
+    return {.count = read_word(responder, responder_word::creation_count),
+            .ticks = std::uint64_t{read_word(responder, responder_word::ticks_high)} << 32 |
+                     read_word(responder, responder_word::ticks_low)};
+}
+
+std::uint64_t saturating_product(std::uint64_t left, std::uint64_t right)
+{
+    return right != 0 && left > UINT64_MAX / right ? UINT64_MAX : left * right;
+}
+
+bool may_have_another_session(olv_sim::state_words responder)
+{
+    const std::uint32_t maximum =
+        responder[responder_word::maximum_sessions].load(std::memory_order_relaxed); // host order as written
+    return read_word(responder, responder_word::active_sessions) < maximum;
+}
+
+/** remainder / divisor in units of 2^-32, rounded down; remainder < divisor. */
+std::uint32_t binary_fraction(std::uint64_t remainder, std::uint64_t divisor)
+{
+    if (divisor <= UINT32_MAX)
+        return static_cast<std::uint32_t>((remainder << 32) / divisor);
+    std::uint32_t fraction = 0;
+    for (int bit = 0; bit < 32; ++bit) {
+        const bool is_set = remainder >= divisor - remainder;
+        remainder = is_set ? remainder - (divisor - remainder) : remainder * 2;
+        fraction = fraction << 1 | (is_set ? 1u : 0u);
+    }
+    return fraction;
+}
+
+/** Copy the request's fields, its TTL and what there is room for of its padding; zero the rest. */
+void copy_request(const received_packet &packet, std::span<std::uint8_t> reply)
+{
+    const std::span<const std::uint8_t> request = packet.payload;
+    std::memcpy(&reply[reflector_packet::sender_sequence_number], request.data(), sender_packet::header_length);
+    store_16(&reply[reflector_packet::zero_14], 0);
+    store_16(&reply[reflector_packet::zero_38], 0);
+    reply[reflector_packet::sender_ttl] = packet.ttl;
+    const std::span<std::uint8_t> rest = reply.subspan(reflector_packet::header_length);
+    if (request.size() == stamp_length)
+        std::fill(rest.begin(), rest.end(), std::uint8_t{0});
+    else if (!rest.empty())
+        std::memcpy(rest.data(), &request[sender_packet::padding], rest.size());
+}
+
+} // namespace
+
+ntp_time add_ticks(ntp_time start, std::uint64_t elapsed, std::uint64_t ticks_per_second)
+{
+    const auto seconds = static_cast<std::uint32_t>(elapsed / ticks_per_second);
+    const std::uint32_t fraction = binary_fraction(elapsed % ticks_per_second, ticks_per_second);
+    return ntp_time::from_units(start.units() + (std::uint64_t{seconds} << 32 | fraction));
+}
+
+reflector::reflector(olv_sim::processor &processor, const reflector_options &options)
+    : processor_(processor),
+      responders_(processor.tree("olv_twamp.twamp_responder_lookup")),
+      binds_(processor.tree("olv_twamp.twamp_bind_to_next_module")),
+      global_(processor.state(olv_sim::global_statistics_id)),
+      mode_(options.mode),
+      frequency_(std::max<std::uint64_t>(processor.timer_frequency(), 1)),
+      refwait_ticks_(saturating_product(options.refwait_seconds, frequency_)),
+      sessions_(options.session_capacity)
+{}
+
+olv_sim::state_words reflector::find_responder(std::uint32_t responder_id) const
+{
+    if (responders_ == nullptr)
+        return {};
+    const std::optional<olv_sim::tree_action> action = responders_->lookup(responder_id);
+    if (!action || !says_defined(action->word[0]))
+        return {};
+    const olv_sim::state_words responder = processor_.state(responder_id);
+    // An entry without a key leads to IDs that nobody created, a deletion clears the state after the tree.
+    if (responder.size() < responder_words ||
+        (read_word(responder, responder_word::flags) & responder_written) == 0)
+        return {};
+    return responder;
+}
+
+bool reflector::is_bound(std::uint32_t bind_key) const
+{
+    return binds_ != nullptr && binds_->lookup(bind_key & id_mask).has_value();
+}
+
+verdict reflector::reflect(const received_packet &packet, const packet_path &path,
+                           std::span<std::uint8_t> reply)
+{
+    const auto count_globally = [this](std::size_t word) {
+        if (global_.size() >= global_words)
+            count(global_, word);
+    };
+
+    count_globally(global_word::total_rx);
+    end_idle_sessions(packet.arrival_ticks, idle_sessions_each_packet);
+
+    const std::uint32_t responder_id = path.responder_id & id_mask;
+    const olv_sim::state_words responder = find_responder(responder_id);
+    if (responder.empty()) {
+        count_globally(global_word::drop_no_responder);
+        return {.result = outcome::drop_no_responder};
+    }
+    if (!is_bound(path.bind_key)) {
+        count_globally(global_word::drop_no_bind);
+        return {.result = outcome::drop_no_bind};
+    }
+
+    count(responder, responder_word::received);
+    if (packet.payload.size() < sender_packet::header_length ||
+        reply.size() < reply_length(packet.payload.size())) {
+        count(responder, responder_word::drop_length_check);
+        count_globally(global_word::drop_length_check);
+        return {.result = outcome::drop_length};
+    }
+
+    session *entry = nullptr;
+    const outcome entered = enter_session(packet, responder_id, responder, &entry);
+    if (entry == nullptr) {
+        count(responder, responder_word::drop_max_sessions);
+        count_globally(global_word::drop_hash_error);
+        return {.result = entered};
+    }
+
+    const std::size_t length = write_reply(packet, responder, *entry, reply);
+    count(responder, responder_word::transmitted);
+    count_globally(global_word::total_tx);
+    return {.result = outcome::reflected,
+            .reply_length = length,
+            .traffic_class = static_cast<std::uint8_t>(packet.traffic_class & dscp_mask)};
+}
+
+outcome reflector::enter_session(const received_packet &packet, std::uint32_t responder_id,
+                                 olv_sim::state_words responder, session **entry)
+{
+    const session_key key{.responder_id = responder_id,
+                          .sender_address = packet.sender_address,
+                          .sender_port = packet.sender_port};
+    const responder_creation creation = creation_of(responder);
+    session *known = sessions_.find(key);
+    if (known != nullptr && (known->creation != creation || is_idle(*known, packet.arrival_ticks))) {
+        end_session(*known);
+        known = nullptr;
+    }
+    if (known == nullptr)
+        return begin_session(key, creation, packet.arrival_ticks, responder, entry);
+    sessions_.touch(*known, packet.arrival_ticks);
+    *entry = known;
+    return outcome::reflected;
+}
+
+outcome reflector::begin_session(const session_key &key, const responder_creation &creation,
+                                 std::uint64_t arrival, olv_sim::state_words responder, session **entry)
+{
+    forget_stale_sessions(slots_each_session);
+    if (!may_have_another_session(responder)) {
+        end_idle_sessions(arrival, sessions_.capacity());
+        if (!may_have_another_session(responder))
+            return outcome::drop_max_sessions;
+    }
+    session *begun = sessions_.insert(key, creation, arrival);
+    if (begun == nullptr) {
+        end_idle_sessions(arrival, sessions_.capacity());
+        begun = sessions_.insert(key, creation, arrival);
+    }
+    if (begun == nullptr)
+        return outcome::drop_table_full;
+    count(responder, responder_word::active_sessions);
+    *entry = begun;
+    return outcome::reflected;
+}
+
+bool reflector::is_idle(const session &entry, std::uint64_t now) const
+{
+    return now > entry.last_arrival && now - entry.last_arrival >= refwait_ticks_;
+}
+
+void reflector::end_session(session &entry)
+{
+    const olv_sim::state_words responder = processor_.state(entry.key.responder_id);
+    if (responder.size() >= responder_words && creation_of(responder) == entry.creation)
+        count_down(responder, responder_word::active_sessions);
+    sessions_.remove(entry);
+}
+
+void reflector::end_idle_sessions(std::uint64_t now, std::uint32_t limit)
+{
+    for (; limit > 0; --limit) {
+        session *oldest = sessions_.oldest();
+        if (oldest == nullptr || !is_idle(*oldest, now))
+            return;
+        end_session(*oldest);
+    }
+}
+
+void reflector::forget_stale_sessions(std::uint32_t slots)
+{
+    for (; slots > 0; --slots) {
+        session *visited = sessions_.next_slot();
+        if (visited == nullptr)
+            continue;
+        const olv_sim::state_words responder = processor_.state(visited->key.responder_id);
+        if (responder.size() < responder_words || creation_of(responder) != visited->creation)
+            sessions_.remove(*visited);
+    }
+}
+
+ntp_time reflector::time_at(olv_sim::state_words responder, std::uint64_t ticks) const
+{
+    const ntp_time created{read_word(responder, responder_word::ntp_seconds),
+                           read_word(responder, responder_word::ntp_fraction)};
+    const std::uint64_t created_ticks = creation_of(responder).ticks;
+    return ticks <= created_ticks ? created : add_ticks(created, ticks - created_ticks, frequency_);
+}
+
+std::size_t reflector::write_reply(const received_packet &packet, olv_sim::state_words responder,
+                                   session &entry, std::span<std::uint8_t> reply) const
+{
+    const std::size_t length = reply_length(packet.payload.size());
+    copy_request(packet, reply.first(length));
+    const std::uint32_t own_sequence_number = entry.next_sequence_number++;
+    const bool copies_number = mode_ == stamp_mode::stateless && packet.payload.size() == stamp_length;
+    store_32(&reply[reflector_packet::sequence_number],
+             copies_number ? load_32(&packet.payload[sender_packet::sequence_number]) : own_sequence_number);
+    store_16(&reply[reflector_packet::error_estimate], own_error_estimate);
+    store_ntp(&reply[reflector_packet::receive_timestamp], time_at(responder, packet.arrival_ticks));
+    const std::uint64_t now = std::max(processor_.timer_now(), packet.arrival_ticks); // the batch may be ahead
+    store_ntp(&reply[reflector_packet::timestamp], time_at(responder, now));
+    return length;
+}
+
+} // namespace olv_fastpath

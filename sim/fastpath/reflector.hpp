@@ -1,0 +1,149 @@
+/**
+ * @file reflector.hpp
+ * The fast path's program: takes a received test packet and makes the reply, or drops it and says why.
+ *
+ * It knows only what the control side wrote into the processor: the responder lookup tree, the bind tree,
+ * the responder's state entry and the global statistics block. It counts in the latter two.
+ */
+#ifndef OLV_FASTPATH_REFLECTOR_HPP
+#define OLV_FASTPATH_REFLECTOR_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "fastpath/session_table.hpp"
+#include "fastpath/twamp_wire.hpp"
+#include "olv_sim.hpp"
+
+namespace olv_fastpath {
+
+/** The sequence number of a reply to a STAMP request. */
+enum class stamp_mode : std::uint8_t {
+    stateful, ///< The session's own.
+    stateless ///< The request's.
+};
+
+struct reflector_options {
+    stamp_mode mode = stamp_mode::stateful;
+    std::uint32_t refwait_seconds = 900; ///< A session without a packet for so long ends.
+    std::uint32_t session_capacity = session_table::default_capacity; ///< Of all responders together.
+};
+
+struct received_packet {
+    std::span<const std::uint8_t> payload; ///< Of UDP.
+    std::uint64_t arrival_ticks = 0;       ///< Timer 0.
+    std::uint8_t ttl = 0;                  ///< TTL or hop limit.
+    std::uint8_t traffic_class = 0;        ///< DSCP in the upper six bits, ECN in the lower two.
+    ip_address sender_address{};
+    std::uint16_t sender_port = 0; ///< Host order.
+};
+
+/** How a packet reached the fast path. The low 24 bits of each are significant. */
+struct packet_path {
+    std::uint32_t responder_id = 0;
+    std::uint32_t bind_key = 0;
+};
+
+/** What became of a packet. */
+enum class outcome : std::uint8_t {
+    reflected,
+    drop_no_responder, ///< No entry in the responder lookup tree, or one that says NOT_DEFINED.
+    drop_no_bind,      ///< No entry in the bind tree.
+    drop_length,       ///< Shorter than a sender's header.
+    drop_max_sessions, ///< The responder has as many sessions as it may have.
+    drop_table_full    ///< The session table has no room.
+};
+
+struct verdict {
+    outcome result = outcome::drop_no_responder;
+    std::size_t reply_length = 0;   ///< Bytes of the reply buffer to send; 0 when the packet is dropped.
+    std::uint8_t traffic_class = 0; ///< Of the reply: the request's DSCP, ECN bits 0.
+};
+
+/**
+ * The reflector of one processor.
+ *
+ * Each packet is counted in exactly one of transmitted or a drop reason, by these steps:
+ *  1. It counts as received globally.
+ *  2. Its responder is looked up. No entry, a return value other than 0 and 4, or a state entry that is not
+ *     marked as written (bit 31 of bytes 4-7): "no responder".
+ *  3. Its output path is looked up. No entry: "no bind". The responder has not seen the packet then, its
+ *     counters stay.
+ *  4. It counts as received by the responder.
+ *  5. Fewer than 14 bytes, or a reply that the buffer is too small for: "length check", of both.
+ *  6. Its session is looked up, or begun. The responder has as many as the word at bytes 52-55 allows (in
+ *     host order), or the table has no room: "max sessions" of the responder and "hash error" globally, as
+ *     there is no other word for either.
+ *  7. The reply is made; it counts as transmitted by both.
+ *
+ * Sessions: one for each responder, sender address and port. Sequence numbers are the session's own, from 0.
+ * A session ends when a packet of any session finds it idle; a few idle ones end with every packet, all of
+ * them before a packet is refused, which is constant work for each session ever begun. Sessions of a
+ * responder that has been deleted or created anew since are not found any more and are forgotten without
+ * being counted as ended.
+ *
+ * Time: the instant of the responder's creation, plus the timer's ticks since then, both from the state
+ * entry. A timer reading from before the creation is taken as the creation.
+ *
+ * One thread at a time may call reflect(). It allocates nothing and takes no lock; the control side may read
+ * and write trees and state meanwhile. The processor has to outlive the reflector.
+ */
+class reflector {
+  public:
+    /** S and Z are 0: not synchronised as far as known, NTP format. About a millisecond, 2^22 * 2^-32 s, for
+     *  reading the wall clock and the timer one after the other. */
+    static constexpr std::uint16_t own_error_estimate = error_estimate::make(22, 1);
+
+    explicit reflector(olv_sim::processor &processor, const reflector_options &options = {});
+
+    /**
+     * Take a packet.
+     * A reply is as long as its request, but at least 41 bytes; 44 bytes are taken as STAMP. Every byte of
+     * the reply is written.
+     * @param reply  Room for the longer of 44 bytes and the payload; must not overlap the payload.
+     */
+    verdict reflect(const received_packet &packet, const packet_path &path, std::span<std::uint8_t> reply);
+
+    /** Sessions in the table, those that are over and not yet found to be included. */
+    [[nodiscard]] std::uint32_t sessions() const { return sessions_.size(); }
+    [[nodiscard]] const olv_sim::processor &processor() const { return processor_; }
+
+  private:
+    [[nodiscard]] olv_sim::state_words find_responder(std::uint32_t responder_id) const;
+    [[nodiscard]] bool is_bound(std::uint32_t bind_key) const;
+    /** The packet's session, or why there is none. */
+    outcome enter_session(const received_packet &packet, std::uint32_t responder_id,
+                          olv_sim::state_words responder, session **entry);
+    outcome begin_session(const session_key &key, const responder_creation &creation, std::uint64_t arrival,
+                          olv_sim::state_words responder, session **entry);
+    [[nodiscard]] bool is_idle(const session &entry, std::uint64_t now) const;
+    void end_session(session &entry);
+    void end_idle_sessions(std::uint64_t now, std::uint32_t limit);
+    void forget_stale_sessions(std::uint32_t slots);
+    [[nodiscard]] ntp_time time_at(olv_sim::state_words responder, std::uint64_t ticks) const;
+    std::size_t write_reply(const received_packet &packet, olv_sim::state_words responder, session &entry,
+                            std::span<std::uint8_t> reply) const;
+
+    olv_sim::processor &processor_;
+    const olv_sim::classifier_tree *responders_;
+    const olv_sim::classifier_tree *binds_;
+    olv_sim::state_words global_;
+    stamp_mode mode_;
+    std::uint64_t frequency_;
+    std::uint64_t refwait_ticks_;
+    session_table sessions_;
+};
+
+/** Length of the reply to a request of this length. */
+[[nodiscard]] constexpr std::size_t reply_length(std::size_t request_length)
+{
+    return request_length < reflector_packet::header_length ? reflector_packet::header_length : request_length;
+}
+
+/** The instant @p elapsed ticks of a timer after another one. */
+[[nodiscard]] ntp_time add_ticks(ntp_time start, std::uint64_t elapsed, std::uint64_t ticks_per_second);
+
+} // namespace olv_fastpath
+
+#endif

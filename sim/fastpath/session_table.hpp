@@ -1,0 +1,99 @@
+/**
+ * @file session_table.hpp
+ * The reflector's sessions: a hash table of fixed capacity with its entries in order of age.
+ *
+ * All memory is taken by the constructor. Every call takes constant time, as far as the hash spreads the
+ * keys; it is seeded at random, so that senders cannot choose colliding ones. The table belongs to one
+ * thread at a time: there is no lock in it.
+ */
+#ifndef OLV_FASTPATH_SESSION_TABLE_HPP
+#define OLV_FASTPATH_SESSION_TABLE_HPP
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+namespace olv_fastpath {
+
+/** An IPv6 address, or an IPv4 address in its mapped form ::ffff:a.b.c.d; network order. */
+using ip_address = std::array<std::uint8_t, 16>;
+
+/** What tells one session from another. */
+struct session_key {
+    std::uint32_t responder_id = 0;
+    ip_address sender_address{};
+    std::uint16_t sender_port = 0; ///< Host order.
+
+    friend bool operator==(const session_key &, const session_key &) = default;
+};
+
+/** What tells a responder from a later one that was given the same ID. */
+struct responder_creation {
+    std::uint32_t count = 0; ///< Creation count of the responder's module.
+    std::uint64_t ticks = 0; ///< Timer 0 at creation: counts start again with the module.
+
+    friend bool operator==(const responder_creation &, const responder_creation &) = default;
+};
+
+struct session {
+    session_key key;
+    responder_creation creation;
+    std::uint32_t next_sequence_number = 0;
+    std::uint64_t last_arrival = 0; ///< Ticks of timer 0.
+};
+
+class session_table {
+  public:
+    static constexpr std::uint32_t default_capacity = 65536;
+    static constexpr std::uint32_t maximum_capacity = 1u << 24;
+
+    /** @param capacity  Sessions at the same time; more than maximum_capacity is taken as that. */
+    explicit session_table(std::uint32_t capacity = default_capacity);
+
+    /** @return NULL when there is none. It stays valid until it is removed. */
+    [[nodiscard]] session *find(const session_key &key);
+    /** Add a session, as the youngest, that is not in the table. @return NULL when there is no room. */
+    [[nodiscard]] session *insert(const session_key &key, const responder_creation &creation,
+                                  std::uint64_t arrival);
+    /** Make a session the youngest. */
+    void touch(session &entry, std::uint64_t arrival);
+    void remove(session &entry);
+
+    /** The session that has gone without a packet for longest; NULL when the table is empty. */
+    [[nodiscard]] session *oldest();
+    /** Go round all slots, one a call. @return NULL where the slot is free. */
+    [[nodiscard]] session *next_slot();
+
+    [[nodiscard]] std::uint32_t size() const { return size_; }
+    [[nodiscard]] std::uint32_t capacity() const { return static_cast<std::uint32_t>(slots_.size()); }
+
+  private:
+    static constexpr std::uint32_t none = UINT32_MAX;
+
+    /** Links are indices of slots. A free slot uses `next_in_bucket` for the list of free slots. */
+    struct slot {
+        session entry;
+        std::uint32_t next_in_bucket = none;
+        std::uint32_t older = none;
+        std::uint32_t younger = none;
+        bool used = false;
+    };
+
+    [[nodiscard]] std::uint32_t bucket_of(const session_key &key) const;
+    [[nodiscard]] std::uint32_t index_of(const session &entry) const;
+    void append_youngest(std::uint32_t index);
+    void unlink_age(std::uint32_t index);
+
+    std::vector<slot> slots_;
+    std::vector<std::uint32_t> buckets_; ///< First slot of each bucket; a power of two of them.
+    std::uint64_t seed_;
+    std::uint32_t first_free_ = none;
+    std::uint32_t oldest_ = none;
+    std::uint32_t youngest_ = none;
+    std::uint32_t cursor_ = 0;
+    std::uint32_t size_ = 0;
+};
+
+} // namespace olv_fastpath
+
+#endif

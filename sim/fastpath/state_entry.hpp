@@ -1,0 +1,82 @@
+/**
+ * @file state_entry.hpp
+ * The words of state memory that the reflector reads and counts in, and the counting.
+ */
+#ifndef OLV_FASTPATH_STATE_ENTRY_HPP
+#define OLV_FASTPATH_STATE_ENTRY_HPP
+
+#include <atomic>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+#include "olv_sim.hpp"
+
+namespace olv_fastpath {
+
+/** Words of a responder's state entry, by the byte that they begin at. */
+namespace responder_word {
+inline constexpr std::size_t flags = 4 / 4; ///< Bit 31: the entry is written.
+inline constexpr std::size_t creation_count = 8 / 4;
+inline constexpr std::size_t ntp_seconds = 16 / 4;
+inline constexpr std::size_t ntp_fraction = 20 / 4;
+inline constexpr std::size_t ticks_high = 24 / 4;
+inline constexpr std::size_t ticks_low = 28 / 4;
+inline constexpr std::size_t received = 32 / 4;
+inline constexpr std::size_t transmitted = 36 / 4;
+inline constexpr std::size_t active_sessions = 40 / 4;
+inline constexpr std::size_t drop_length_check = 44 / 4;
+inline constexpr std::size_t drop_max_sessions = 48 / 4;
+inline constexpr std::size_t maximum_sessions = 52 / 4; ///< In host order, unlike all others.
+} // namespace responder_word
+
+inline constexpr std::uint32_t responder_written = 0x80000000u;
+inline constexpr std::size_t responder_words = olv_sim::responder_state_length / 4;
+
+/** Words of the global statistics block. */
+namespace global_word {
+inline constexpr std::size_t total_rx = 0;
+inline constexpr std::size_t total_tx = 1;
+inline constexpr std::size_t drop_no_responder = 2;
+inline constexpr std::size_t drop_length_check = 3;
+inline constexpr std::size_t drop_hash_error = 4;
+inline constexpr std::size_t drop_no_bind = 5;
+} // namespace global_word
+
+inline constexpr std::size_t global_words = 6;
+
+/** Between the host's order and state memory's, either way. */
+[[nodiscard]] constexpr std::uint32_t big_endian(std::uint32_t value)
+{
+    if constexpr (std::endian::native == std::endian::big)
+        return value;
+    else
+        return value << 24 | (value & 0xFF00u) << 8 | (value >> 8 & 0xFF00u) | value >> 24;
+}
+
+[[nodiscard]] inline std::uint32_t read_word(olv_sim::state_words words, std::size_t word)
+{
+    return big_endian(words[word].load(std::memory_order_relaxed));
+}
+
+/** Add 1. The control side may clear the word meanwhile: a clear is never undone, hence no plain store. */
+inline void count(olv_sim::state_words words, std::size_t word)
+{
+    std::uint32_t stored = words[word].load(std::memory_order_relaxed);
+    while (!words[word].compare_exchange_weak(stored, big_endian(big_endian(stored) + 1),
+                                              std::memory_order_relaxed)) {
+    }
+}
+
+/** Subtract 1, except from 0, to which the control side may have cleared the word. */
+inline void count_down(olv_sim::state_words words, std::size_t word)
+{
+    std::uint32_t stored = words[word].load(std::memory_order_relaxed);
+    while (stored != 0 && !words[word].compare_exchange_weak(stored, big_endian(big_endian(stored) - 1),
+                                                             std::memory_order_relaxed)) {
+    }
+}
+
+} // namespace olv_fastpath
+
+#endif

@@ -1,0 +1,185 @@
+#include <array>
+#include <mutex>
+
+#include "platform_call.hpp"
+
+namespace olv_sim {
+
+std::atomic<std::uint32_t> levers{0};
+
+namespace faults {
+namespace {
+
+/** A fault as it was planned and how far it has come. */
+struct progress {
+    std::optional<fault> plan;
+    std::uint32_t to_skip = 0;
+    std::uint32_t to_fail = 0;
+    std::uint32_t hits = 0;
+    std::uint32_t calls = 0;
+
+    void start(const fault &planned_fault)
+    {
+        *this = {.plan = planned_fault, .to_skip = planned_fault.skip, .to_fail = planned_fault.count};
+    }
+
+    bool fires()
+    {
+        if (!plan) {
+            return false;
+        }
+        ++calls;
+        if (to_skip > 0) {
+            --to_skip;
+            return false;
+        }
+        if (to_fail == 0) {
+            return false;
+        }
+        if (to_fail != fault::forever) {
+            --to_fail;
+        }
+        ++hits;
+        return true;
+    }
+};
+
+struct fault_plan {
+    std::mutex mutex;
+    std::array<progress, call_count> single;
+    progress any;
+};
+
+fault_plan &the_plan()
+{
+    static fault_plan plan;
+    return plan;
+}
+
+progress &single(fault_plan &plan, call which)
+{
+    return plan.single.at(static_cast<std::size_t>(which));
+}
+
+/** Lock held. */
+void update_lever(const fault_plan &plan)
+{
+    bool on = plan.any.plan.has_value();
+    for (const progress &one : plan.single) {
+        on = on || one.plan.has_value();
+    }
+    if (on) {
+        levers.fetch_or(lever_faults);
+    } else {
+        levers.fetch_and(~lever_faults);
+    }
+}
+
+bool returns_framework_status(call which)
+{
+    switch (which) {
+    case call::olv_module_service_function_register:
+    case call::olv_module_service_function_update:
+    case call::olv_ptn_new:
+    case call::olv_ptn_extend:
+    case call::olv_ptn_parse:
+    case call::entry_point_lookup:
+        return true;
+    default:
+        return false;
+    }
+}
+
+std::uint32_t code_or_default(call which, const fault &planned_fault)
+{
+    if (planned_fault.code != 0) {
+        return planned_fault.code;
+    }
+    return returns_framework_status(which) ? std::uint32_t{framework_injected} : std::uint32_t{rte_injected};
+}
+
+} // namespace
+
+std::optional<std::uint32_t> injected(call which)
+{
+    fault_plan &plan = the_plan();
+    const std::lock_guard lock{plan.mutex};
+    // Tracer look-ups come with every message and their failure has no effect worth sweeping over.
+    const bool any_fires = which != call::olv_lttng_fn_ptr_get && plan.any.fires();
+    progress &own = single(plan, which);
+    if (own.fires()) {
+        return code_or_default(which, *own.plan);
+    }
+    if (any_fires) {
+        return code_or_default(which, *plan.any.plan);
+    }
+    return std::nullopt;
+}
+
+bool set(call which, const fault &plan)
+{
+    if (!can_fail(which)) {
+        return false;
+    }
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    single(current, which).start(plan);
+    update_lever(current);
+    return true;
+}
+
+void set_any(const fault &plan)
+{
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    current.any.start(plan);
+    update_lever(current);
+}
+
+void clear(call which)
+{
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    single(current, which) = {};
+    update_lever(current);
+}
+
+void clear_all()
+{
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    current.single.fill({});
+    current.any = {};
+    update_lever(current);
+}
+
+std::optional<fault> planned(call which)
+{
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    return single(current, which).plan;
+}
+
+std::uint32_t hits(call which)
+{
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    return single(current, which).hits;
+}
+
+std::uint32_t hits_of_any()
+{
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    return current.any.hits;
+}
+
+std::uint32_t calls_of_any()
+{
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    return current.any.calls;
+}
+
+} // namespace faults
+} // namespace olv_sim

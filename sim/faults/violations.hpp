@@ -1,0 +1,13 @@
+// Reporting of contract breaches from inside the platform.
+#ifndef OLV_SIM_VIOLATIONS_HPP
+#define OLV_SIM_VIOLATIONS_HPP
+
+#include <string>
+
+namespace olv_sim::violations {
+
+void report(std::string breach);
+
+} // namespace olv_sim::violations
+
+#endif

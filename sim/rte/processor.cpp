@@ -1,0 +1,226 @@
+#include <ctime>
+#include <stdexcept>
+
+#include "../faults/violations.hpp"
+#include "processor_model.hpp"
+
+namespace olv_sim {
+namespace {
+
+constexpr std::uint64_t ticks_per_second = 1'000'000'000;
+constexpr std::size_t maximum_namespaces = 255;
+
+/** NULL where none has the name. */
+template <typename Models> auto *by_name(const Models &models, std::string_view name)
+{
+    for (const auto &model : models) {
+        if (model->name() == name) {
+            return model.get();
+        }
+    }
+    return decltype(models.front().get()){nullptr};
+}
+
+} // namespace
+
+classifier_program classifier_program::twamp(std::uint32_t responders, std::uint32_t sessions)
+{
+    return {.namespaces = {{"twamp_responder", 1, responders, responder_state_length},
+                           {"twamp_reflector_session", 1, sessions, 0}},
+            .tree_functions = {{"olv_twamp.twamp_to_ip_direct_imc", 0x101, false},
+                               {"olv_twamp.twamp_to_ipv6_indirect_imc", 0x102, false},
+                               {"olv_twamp.twamp_lli_processing", 0x103, false},
+                               {"olv_twamp.twamp_responder_lookup", 0x104, true},
+                               {"olv_twamp.twamp_bind_to_next_module", 0x105, true}},
+            .global_statistics = true};
+}
+
+processor::implementation::implementation(classifier_program loaded) : program(std::move(loaded))
+{
+    if (program.namespaces.size() > maximum_namespaces) {
+        throw std::length_error("too many namespaces");
+    }
+    for (const auto &description : program.namespaces) {
+        namespaces.push_back(std::make_unique<name_space>(description));
+        if (description.state_length > 0) {
+            states.push_back(std::make_unique<state_memory>(description.first, namespaces.back()->span(),
+                                                            description.state_length));
+        }
+    }
+    for (const auto &description : program.tree_functions) {
+        if (description.classifier) {
+            trees.push_back(std::make_unique<tree_table>(description));
+        }
+    }
+}
+
+tree_table *processor::implementation::tree(std::uint32_t tree_id) const
+{
+    for (const auto &candidate : trees) {
+        if (candidate->id() == tree_id) {
+            return candidate.get();
+        }
+    }
+    return nullptr;
+}
+
+tree_table *processor::implementation::tree(std::string_view name) const
+{
+    return by_name(trees, name);
+}
+
+name_space *processor::implementation::resources(std::string_view name) const
+{
+    return by_name(namespaces, name);
+}
+
+bool processor::implementation::is_global_statistics(std::uint32_t namespace_id, std::uint32_t index) const
+{
+    return program.global_statistics && namespace_id == global_statistics_id && index == 0;
+}
+
+state_memory *processor::implementation::state_of(std::uint32_t namespace_id, std::uint32_t index) const
+{
+    if (index != 0 || namespace_id == global_statistics_id) {
+        return nullptr;
+    }
+    for (const auto &candidate : states) {
+        if (candidate->contains(namespace_id)) {
+            return candidate.get();
+        }
+    }
+    return nullptr;
+}
+
+std::uint32_t processor::implementation::state_length(std::uint32_t namespace_id, std::uint32_t index) const
+{
+    if (is_global_statistics(namespace_id, index)) {
+        return global_statistics_length;
+    }
+    const state_memory *entries = state_of(namespace_id, index);
+    return entries == nullptr ? 0 : entries->length();
+}
+
+state_words processor::implementation::reach_state(std::uint32_t namespace_id, std::uint32_t index)
+{
+    if (is_global_statistics(namespace_id, index)) {
+        return global_statistics;
+    }
+    state_memory *entries = state_of(namespace_id, index);
+    return entries == nullptr ? state_words{} : entries->reach(namespace_id);
+}
+
+state_words processor::implementation::peek_state(std::uint32_t namespace_id, std::uint32_t index)
+{
+    if (is_global_statistics(namespace_id, index)) {
+        return global_statistics;
+    }
+    const state_memory *entries = state_of(namespace_id, index);
+    return entries == nullptr ? state_words{} : entries->peek(namespace_id);
+}
+
+std::uint64_t processor::implementation::timer_now() const
+{
+    if (timer_stands.load(std::memory_order_acquire)) {
+        const std::lock_guard lock{timer_mutex};
+        return timer_value;
+    }
+    std::timespec now{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now); // Cannot fail: the clock exists.
+    return static_cast<std::uint64_t>(now.tv_sec) * ticks_per_second + static_cast<std::uint64_t>(now.tv_nsec);
+}
+
+processor::processor(classifier_program program)
+    : implementation_(std::make_unique<implementation>(std::move(program)))
+{
+    processors::add(*implementation_);
+}
+
+processor::~processor()
+{
+    processors::remove(*implementation_);
+}
+
+std::uint32_t processor::rte_handle() const
+{
+    return implementation_->handle;
+}
+
+classifier_tree *processor::tree(std::string_view name) const
+{
+    return implementation_->tree(name);
+}
+
+void processor::set_default_entry(std::string_view tree_name, const tree_action &action)
+{
+    tree_table *tree = implementation_->tree(tree_name);
+    if (tree == nullptr) {
+        violations::report("processor::set_default_entry: no tree " + std::string{tree_name});
+        return;
+    }
+    tree->set_default(action);
+}
+
+void processor::clear_default_entry(std::string_view tree_name)
+{
+    tree_table *tree = implementation_->tree(tree_name);
+    if (tree != nullptr) {
+        (void)tree->unlearn({}); // It need not be there.
+    }
+}
+
+state_words processor::state(std::uint32_t namespace_id, std::uint32_t index) const
+{
+    return implementation_->reach_state(namespace_id, index);
+}
+
+std::size_t processor::allocated(std::string_view namespace_name) const
+{
+    const name_space *resources = implementation_->resources(namespace_name);
+    return resources == nullptr ? 0 : resources->allocated();
+}
+
+bool processor::is_allocated(std::string_view namespace_name, std::uint32_t resource) const
+{
+    const name_space *resources = implementation_->resources(namespace_name);
+    return resources != nullptr && resources->is_allocated(resource);
+}
+
+std::uint64_t processor::timer_frequency() const
+{
+    return ticks_per_second;
+}
+
+std::uint64_t processor::timer_now() const
+{
+    return implementation_->timer_now();
+}
+
+void processor::set_timer(std::uint64_t ticks)
+{
+    const std::lock_guard lock{implementation_->timer_mutex};
+    implementation_->timer_value = ticks;
+    implementation_->timer_stands.store(true, std::memory_order_release);
+}
+
+void processor::run_timer()
+{
+    implementation_->timer_stands.store(false, std::memory_order_release);
+}
+
+std::size_t processor::memory_bytes() const
+{
+    std::size_t bytes = sizeof(implementation);
+    for (const auto &tree : implementation_->trees) {
+        bytes += tree->memory_bytes();
+    }
+    for (const auto &resources : implementation_->namespaces) {
+        bytes += resources->memory_bytes();
+    }
+    for (const auto &entries : implementation_->states) {
+        bytes += entries->memory_bytes();
+    }
+    return bytes;
+}
+
+} // namespace olv_sim

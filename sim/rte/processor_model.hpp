@@ -1,0 +1,72 @@
+// What stands behind a processor, and how the calls find it by handle.
+#ifndef OLV_SIM_PROCESSOR_MODEL_HPP
+#define OLV_SIM_PROCESSOR_MODEL_HPP
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "name_space.hpp"
+#include "olv_sim.hpp"
+#include "state_memory.hpp"
+#include "tree_table.hpp"
+
+namespace olv_sim {
+
+struct processor::implementation {
+    explicit implementation(classifier_program loaded);
+
+    /** NULL where there is none. */
+    [[nodiscard]] tree_table *tree(std::uint32_t tree_id) const;
+    [[nodiscard]] tree_table *tree(std::string_view name) const;
+    [[nodiscard]] name_space *resources(std::string_view name) const;
+
+    /** Bytes of a state entry, 0 where there is none. */
+    [[nodiscard]] std::uint32_t state_length(std::uint32_t namespace_id, std::uint32_t index) const;
+    [[nodiscard]] state_words reach_state(std::uint32_t namespace_id, std::uint32_t index);
+    /** Empty also where the entry was never reached. */
+    [[nodiscard]] state_words peek_state(std::uint32_t namespace_id, std::uint32_t index);
+
+    [[nodiscard]] std::uint64_t timer_now() const;
+
+    const classifier_program program;
+    std::uint32_t handle = 0;
+    std::vector<std::unique_ptr<name_space>> namespaces; ///< In the program's order.
+    std::vector<std::unique_ptr<tree_table>> trees;
+    std::vector<std::unique_ptr<state_memory>> states;
+    std::array<std::atomic<std::uint32_t>, global_statistics_length / 4> global_statistics{};
+
+    std::atomic<bool> timer_stands{false};
+    mutable std::mutex timer_mutex;
+    std::uint64_t timer_value = 0;
+
+  private:
+    [[nodiscard]] bool is_global_statistics(std::uint32_t namespace_id, std::uint32_t index) const;
+    [[nodiscard]] state_memory *state_of(std::uint32_t namespace_id, std::uint32_t index) const;
+};
+
+namespace processors {
+
+using model = processor::implementation;
+
+/** Give the model a handle. */
+void add(model &added);
+void remove(const model &removed);
+/** NULL, and a violation, where no processor has this handle. Constant time, no lock. */
+[[nodiscard]] model *find(std::uint32_t rte_handle, const char *user);
+
+/** Handle of a processor's namespace, unique in the process. */
+[[nodiscard]] std::uint32_t namespace_handle(const model &owner, std::size_t position);
+/** NULL, and a violation, where no namespace has this handle. Constant time, no lock. */
+[[nodiscard]] name_space *find_namespace(std::uint32_t namespace_handle, const char *user);
+
+/** Name of a tree function of any processor, NULL where none has it. */
+[[nodiscard]] const char *tree_function_name(std::uint32_t tree_id);
+
+} // namespace processors
+} // namespace olv_sim
+
+#endif
