@@ -1,0 +1,38 @@
+#include "command_line.hpp"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+namespace olv_apps {
+
+void report_error(const char *program, const char *format, ...)
+{
+    (void)std::fflush(stdout); // an error that this meets shows at exit
+    (void)std::fprintf(stderr, "%s: ", program);
+    std::va_list arguments;
+    va_start(arguments, format);
+    (void)std::vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    (void)std::fputc('\n', stderr);
+}
+
+std::optional<int> parse_command_line(CLI::App &app, const char *program, int argc, char **argv)
+{
+    try {
+        app.parse(argc, argv);
+        return std::nullopt;
+    } catch (const CLI::CallForHelp &) {
+        // A subcommand that was named explains itself.
+        (void)std::fputs(app.help().c_str(), stdout);
+        return exit_good;
+    } catch (const CLI::ParseError &error) {
+        std::string message = error.what();
+        std::replace(message.begin(), message.end(), '\n', ' ');
+        report_error(program, "%s; try %s --help", message.c_str(), program);
+        return exit_usage;
+    }
+}
+
+} // namespace olv_apps

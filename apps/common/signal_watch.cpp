@@ -1,0 +1,66 @@
+#include "signal_watch.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace olv_apps {
+namespace {
+
+sigset_t watched_signals()
+{
+    sigset_t signals;
+    (void)sigemptyset(&signals); // these calls fail for unknown signals only
+    (void)sigaddset(&signals, SIGINT);
+    (void)sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+} // namespace
+
+signal_watch::signal_watch() : descriptor_(-1)
+{
+    const sigset_t signals = watched_signals();
+    if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) == 0) {
+        descriptor_ = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    }
+}
+
+signal_watch::~signal_watch()
+{
+    if (descriptor_ >= 0) {
+        (void)close(descriptor_); // nothing was written to it
+    }
+}
+
+bool signal_watch::wait(std::optional<std::chrono::nanoseconds> limit) const
+{
+    using clock = std::chrono::steady_clock;
+    const clock::time_point start = clock::now();
+    for (;;) {
+        int milliseconds = -1;
+        if (limit) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(*limit - (clock::now() - start));
+            milliseconds = static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
+        }
+        pollfd watched{.fd = descriptor_, .events = POLLIN, .revents = 0};
+        const int ready = poll(&watched, 1, milliseconds);
+        if (ready > 0) {
+            return true;
+        }
+        if (ready < 0 && errno != EINTR) {
+            return true; // unable to wait: end rather than run for ever
+        }
+        if (limit && clock::now() - start >= *limit) {
+            return false;
+        }
+    }
+}
+
+} // namespace olv_apps

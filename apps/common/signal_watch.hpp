@@ -1,0 +1,33 @@
+/**
+ * @file signal_watch.hpp
+ * SIGINT and SIGTERM as something to poll for.
+ */
+#ifndef OLV_APPS_SIGNAL_WATCH_HPP
+#define OLV_APPS_SIGNAL_WATCH_HPP
+
+#include <chrono>
+#include <optional>
+
+namespace olv_apps {
+
+/** Blocks both signals while it lives, so that none is lost between two waits. Make it before any thread is
+ *  started: threads inherit the mask. */
+class signal_watch {
+  public:
+    signal_watch();
+    ~signal_watch();
+    signal_watch(const signal_watch &) = delete;
+    signal_watch &operator=(const signal_watch &) = delete;
+
+    /** Readable once a signal came; -1 when there is none because of an error. */
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+    /** Wait for a signal, without a limit or for this long. @return Whether one came. */
+    [[nodiscard]] bool wait(std::optional<std::chrono::nanoseconds> limit) const;
+
+  private:
+    int descriptor_;
+};
+
+} // namespace olv_apps
+
+#endif

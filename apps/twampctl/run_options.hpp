@@ -1,0 +1,41 @@
+/**
+ * @file run_options.hpp
+ * What "twampctl run" is told to do.
+ */
+#ifndef OLV_TWAMPCTL_RUN_OPTIONS_HPP
+#define OLV_TWAMPCTL_RUN_OPTIONS_HPP
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fastpath/udp_server.hpp"
+
+namespace twampctl {
+
+inline constexpr const char *program_name = "twampctl";
+
+/** What a run does with the library, as far as its log level can be raised for it alone. */
+enum class run_step : std::uint8_t { bind, create, statistics, tables, imc, unbind, remove, shutdown };
+
+struct run_options {
+    std::vector<olv_fastpath::listen_address> addresses;
+    std::uint32_t responders = 0;
+    std::uint32_t capacity = 0; ///< Responder IDs that the processor has.
+    std::optional<std::chrono::nanoseconds> duration;
+    bool tables = false;
+    bool imc = false;
+    std::optional<std::uint32_t> log_level;
+    std::optional<run_step> verbose_step;
+    std::string trace_file; ///< Empty: no trace; "-": standard error.
+    olv_fastpath::reflector_options reflector;
+};
+
+/** @return The status to exit with, help or an error having been printed; nothing when @p options is filled. */
+[[nodiscard]] std::optional<int> read_options(int argc, char **argv, run_options &options);
+
+} // namespace twampctl
+
+#endif

@@ -1,0 +1,35 @@
+/**
+ * @file trace_output.hpp
+ * Where the trace goes while a run lasts.
+ */
+#ifndef OLV_TWAMPCTL_TRACE_OUTPUT_HPP
+#define OLV_TWAMPCTL_TRACE_OUTPUT_HPP
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include "olv_sim.hpp"
+
+namespace twampctl {
+
+class trace_output {
+  public:
+    /**
+     * @param file  Empty: no trace; "-": standard error.
+     * @throw std::runtime_error  One line: the file cannot be written.
+     */
+    explicit trace_output(const std::string &file);
+    /** Says so when the trace is not complete. */
+    ~trace_output();
+    trace_output(const trace_output &) = delete;
+    trace_output &operator=(const trace_output &) = delete;
+
+  private:
+    std::FILE *opened_ = nullptr; ///< Ours to close.
+    std::optional<olv_sim::text_trace_sink> sink_;
+};
+
+} // namespace twampctl
+
+#endif
