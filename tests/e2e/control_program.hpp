@@ -1,0 +1,70 @@
+/**
+ * @file control_program.hpp
+ * The two programs with what tests usually do with them, and a socket of the test's own.
+ */
+#ifndef OLV_TESTS_CONTROL_PROGRAM_HPP
+#define OLV_TESTS_CONTROL_PROGRAM_HPP
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <netinet/in.h>
+
+#include "child_program.hpp"
+
+namespace e2e {
+
+/** A twampctl that answers packets. */
+class control_program {
+  public:
+    /** Waits until it is ready. @param arguments  What follows "run". */
+    explicit control_program(const std::vector<std::string> &arguments);
+
+    /** Empty when it did not become ready. */
+    [[nodiscard]] const std::vector<std::string> &addresses() const { return addresses_; }
+    /** Send it a signal and wait for its end. */
+    finished_program stop(int signal);
+    finished_program wait();
+
+  private:
+    child_program program_;
+    std::vector<std::string> addresses_;
+};
+
+[[nodiscard]] finished_program run_control(const std::vector<std::string> &arguments,
+                                           const child_program::preparation &prepare = {});
+[[nodiscard]] finished_program run_probe(const std::vector<std::string> &arguments);
+
+/** How many lines of the text contain this. */
+[[nodiscard]] int count_lines(const std::string &text, const std::string &part);
+
+/** An IPv4 socket on a port of 127.0.0.1 that the system chose. */
+class loopback_socket {
+  public:
+    loopback_socket();
+    ~loopback_socket();
+    loopback_socket(const loopback_socket &) = delete;
+    loopback_socket &operator=(const loopback_socket &) = delete;
+
+    [[nodiscard]] std::uint16_t port() const { return port_; }
+    /** "127.0.0.1:PORT". */
+    [[nodiscard]] std::string address() const;
+
+    /** Wait for a datagram and remember who sent it. @return Nothing when none comes. */
+    [[nodiscard]] std::optional<std::vector<std::uint8_t>> receive();
+    /** To whoever sent the last one. */
+    void answer(const std::vector<std::uint8_t> &datagram);
+    /** To "127.0.0.1:PORT". */
+    void send_to(const std::string &address, const std::vector<std::uint8_t> &datagram);
+
+  private:
+    int socket_;
+    std::uint16_t port_ = 0;
+    sockaddr_in peer_{};
+};
+
+} // namespace e2e
+
+#endif

@@ -1,0 +1,172 @@
+#include <bit>
+
+#include "responder_rows.hpp"
+
+namespace olv_test {
+namespace {
+
+/** Sets time of day and the processor's timer for a test. */
+class ResponderState : public testing::Test {
+  protected:
+    ~ResponderState() override { set_time_of_day(std::nullopt); }
+
+    std::vector<std::uint8_t> state_of_new_responder(std::uint16_t param_a, std::uint16_t param_b)
+    {
+        return b_.state_bytes(b_.create_responder(param_a, param_b)->responder_id);
+    }
+
+    /** Four bytes from @p first of the state entry of a new responder. */
+    std::vector<std::uint8_t> word_at(std::ptrdiff_t first, std::uint16_t param_a = 0,
+                                      std::uint16_t param_b = 0)
+    {
+        const auto bytes = state_of_new_responder(param_a, param_b);
+        EXPECT_EQ(bytes.size(), 60u);
+        return {bytes.begin() + first, bytes.begin() + first + 4};
+    }
+
+    bench b_{{.module_flags = 0, .system_flags = 0}};
+};
+
+TEST_F(ResponderState, HasEveryByteInItsPlace)
+{
+    set_time_of_day(time_of_day{1'700'000'000, 500'000});
+    b_.processor.set_timer(0x0123456789ABCDEF);
+    std::vector<std::uint8_t> expected{0x12, 0x34,             // first parameter
+                                       0x00, 0x02,             // the constant 2
+                                       0x80, 0x00, 0xAB, 0xCD, // second parameter with bit 31
+                                       0x00, 0x00, 0x00, 0x01, // creation count
+                                       0x00, 0x00, 0x00, 0x00, //
+                                       0xE8, 0xFE, 0x6F, 0x80, // NTP seconds
+                                       0x7F, 0xFF, 0xFF, 0xFF, // NTP fraction
+                                       0x01, 0x23, 0x45, 0x67, // timer, high word
+                                       0x89, 0xAB, 0xCD, 0xEF, // timer, low word
+                                       0x00, 0x00, 0x00, 0x00, // received
+                                       0x00, 0x00, 0x00, 0x00, // transmitted
+                                       0x00, 0x00, 0x00, 0x00, // active sessions
+                                       0x00, 0x00, 0x00, 0x00, // dropped, length check
+                                       0x00, 0x00, 0x00, 0x00, // dropped, sessions
+                                       0x20, 0x00, 0x00, 0x00, // 32 in host order
+                                       0x00, 0x00, 0x00, 0x00};
+    if (std::endian::native == std::endian::big) {
+        expected[52] = 0x00;
+        expected[55] = 0x20;
+    }
+    EXPECT_EQ(state_of_new_responder(0x1234, 0xABCD), expected);
+}
+
+TEST_F(ResponderState, IsWrittenAtTheResponderIdIndexZeroInOneCall)
+{
+    set_time_of_day(time_of_day{0, 0});
+    b_.processor.set_timer(0);
+    const observation seen =
+        b_.observe([&] { return olv_twamp_responder_create(b_.module, &b_.info, &b_.responder); });
+    b_.keep(b_.responder);
+    std::size_t writes = 0;
+    for (const auto &call : seen.recorded) {
+        writes += call.which == olv_sim::call::hyx_se_state_set ? 1 : 0;
+    }
+    EXPECT_EQ(writes, 1u);
+    EXPECT_EQ(b_.responder->responder_id, 1u);
+    EXPECT_EQ(b_.state_bytes(1)[3], 2);
+    EXPECT_EQ(b_.state_bytes(2), std::vector<std::uint8_t>(60, 0));
+}
+
+TEST_F(ResponderState, FirstParameterStandsInNetworkOrderBeforeTheConstant)
+{
+    EXPECT_THAT(word_at(0, 0x1234), testing::ElementsAre(0x12, 0x34, 0x00, 0x02));
+    EXPECT_THAT(word_at(0, 0x0000), testing::ElementsAre(0x00, 0x00, 0x00, 0x02));
+    EXPECT_THAT(word_at(0, 0xFFFF), testing::ElementsAre(0xFF, 0xFF, 0x00, 0x02));
+}
+
+TEST_F(ResponderState, SecondParameterAlwaysHasBit31)
+{
+    EXPECT_THAT(word_at(4, 0, 0x0000), testing::ElementsAre(0x80, 0x00, 0x00, 0x00));
+    EXPECT_THAT(word_at(4, 0, 0xFFFF), testing::ElementsAre(0x80, 0x00, 0xFF, 0xFF));
+    EXPECT_THAT(word_at(4, 0, 0x0102), testing::ElementsAre(0x80, 0x00, 0x01, 0x02));
+}
+
+TEST_F(ResponderState, CreationCountStartsAtOneAndGrows)
+{
+    EXPECT_THAT(word_at(8), testing::ElementsAre(0, 0, 0, 1));
+    EXPECT_THAT(word_at(8), testing::ElementsAre(0, 0, 0, 2));
+    EXPECT_THAT(word_at(8), testing::ElementsAre(0, 0, 0, 3));
+}
+
+TEST_F(ResponderState, CreationCountStartsAgainWithAnotherInitialisation)
+{
+    EXPECT_THAT(word_at(8), testing::ElementsAre(0, 0, 0, 1));
+    ASSERT_EQ(olv_twamp_shutdown(b_.module), 0u);
+    std::uint32_t status = 1;
+    (void)captured_console([&] { status = olv_twamp_init(b_.module); });
+    ASSERT_EQ(status, 0u);
+    EXPECT_THAT(word_at(8), testing::ElementsAre(0, 0, 0, 1));
+}
+
+TEST_F(ResponderState, FractionIsScaledByTwoToThe32LessOneAndTruncated)
+{
+    const struct {
+        std::int64_t microseconds;
+        std::vector<std::uint8_t> fraction;
+    } rows[] = {{0, {0x00, 0x00, 0x00, 0x00}},       {1, {0x00, 0x00, 0x10, 0xC6}},
+                {250'000, {0x3F, 0xFF, 0xFF, 0xFF}}, {500'000, {0x7F, 0xFF, 0xFF, 0xFF}},
+                {750'000, {0xBF, 0xFF, 0xFF, 0xFF}}, {999'999, {0xFF, 0xFF, 0xEF, 0x38}}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.microseconds);
+        set_time_of_day(time_of_day{1'700'000'000, row.microseconds});
+        EXPECT_EQ(word_at(20), row.fraction);
+    }
+}
+
+TEST_F(ResponderState, SecondsCountFrom1900AndWrap)
+{
+    const struct {
+        std::int64_t seconds;
+        std::vector<std::uint8_t> ntp;
+    } rows[] = {{0, {0x83, 0xAA, 0x7E, 0x80}},
+                {1, {0x83, 0xAA, 0x7E, 0x81}},
+                {1'700'000'000, {0xE8, 0xFE, 0x6F, 0x80}},
+                {2'085'978'495, {0xFF, 0xFF, 0xFF, 0xFF}},
+                {2'085'978'496, {0x00, 0x00, 0x00, 0x00}},
+                {4'000'000'000, {0x72, 0x15, 0xA6, 0x80}}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.seconds);
+        set_time_of_day(time_of_day{row.seconds, 0});
+        EXPECT_EQ(word_at(16), row.ntp);
+    }
+}
+
+TEST_F(ResponderState, TimerStandsHighWordFirst)
+{
+    b_.processor.set_timer(0x00000001FFFFFFFE);
+    EXPECT_THAT(word_at(24), testing::ElementsAre(0x00, 0x00, 0x00, 0x01));
+    EXPECT_THAT(word_at(28), testing::ElementsAre(0xFF, 0xFF, 0xFF, 0xFE));
+    b_.processor.set_timer(0xFEDCBA9876543210);
+    EXPECT_THAT(word_at(24), testing::ElementsAre(0xFE, 0xDC, 0xBA, 0x98));
+    EXPECT_THAT(word_at(28), testing::ElementsAre(0x76, 0x54, 0x32, 0x10));
+}
+
+TEST_F(ResponderState, SessionLimitStandsInHostOrder)
+{
+    if (std::endian::native == std::endian::little) {
+        EXPECT_THAT(word_at(52), testing::ElementsAre(0x20, 0x00, 0x00, 0x00));
+    } else {
+        EXPECT_THAT(word_at(52), testing::ElementsAre(0x00, 0x00, 0x00, 0x20));
+    }
+}
+
+TEST(ResponderStateAgain, OverwritesWhatAFailedCreationLeft)
+{
+    bench b({.module_flags = 0, .system_flags = 0, .program = known_program(1)});
+    ASSERT_TRUE(olv_sim::faults::set(call::hyx_ptn_learn, {.code = 0x1FF}));
+    b.info = {0x1111, 0x2222};
+    (void)captured_console([&] { EXPECT_EQ(olv_twamp_responder_create(b.module, &b.info, b.slot), 0x30040u); });
+    EXPECT_EQ(b.responder, nullptr);
+    EXPECT_EQ(b.state_bytes(1)[0], 0x11);
+    EXPECT_EQ(b.create_responder(0x3344)->responder_id, 1u);
+    EXPECT_EQ(b.state_bytes(1)[0], 0x33);
+    EXPECT_EQ(b.state_bytes(1)[1], 0x44);
+    EXPECT_THAT(creation_count(b, 1), testing::ElementsAre(0, 0, 0, 2));
+}
+
+} // namespace
+} // namespace olv_test
