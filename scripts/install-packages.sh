@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing need, as far as they are missing.
+#   scripts/install-packages.sh         compiler, build tools, test and command-line libraries
+#   scripts/install-packages.sh lint    also the second compiler and the linters
+set -euo pipefail
+
+packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev)
+case "${1:-}" in
+  '') ;;
+  lint) packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck) ;;
+  *)
+    echo "install-packages: unknown argument '$1'; there is 'lint' or none" >&2
+    exit 2
+    ;;
+esac
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query --show --showformat='${db:Status-Status}' "$package" 2>/dev/null) || status=
+  [[ $status == installed ]] || missing+=("$package")
+done
+if ((${#missing[@]} == 0)); then
+  echo 'packages: all there'
+  exit 0
+fi
+
+as_root=()
+if ((EUID != 0)); then
+  if ! command -v sudo >/dev/null; then
+    echo "install-packages: neither root nor sudo to install with: ${missing[*]}" >&2
+    exit 1
+  fi
+  as_root=(sudo)
+fi
+
+echo "packages: installing ${missing[*]}"
+# Only errors are of interest; sudo would drop an exported variable.
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -qq --yes --no-install-recommends "${missing[@]}" >/dev/null
+echo 'packages: installed'

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Installs what the tests need, builds, and runs all tests: native, then with AddressSanitizer,
+# UndefinedBehaviorSanitizer and LeakSanitizer. Safe to run again; builds below build/ only.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+./scripts/install-packages.sh
+
+for preset in dev asan; do
+    echo "== Configuring and building: $preset"
+    cmake --preset "$preset"
+    cmake --build --preset "$preset"
+    echo "== Testing: $preset"
+    ctest --preset "$preset"
+done
