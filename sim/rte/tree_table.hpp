@@ -19,7 +19,10 @@ struct tree_key {
     std::uint32_t bits = 0;
     std::uint32_t value = 0;
 
-    auto operator<=>(const tree_key &) const = default;
+    friend bool operator<(const tree_key &left, const tree_key &right)
+    {
+        return left.bits != right.bits ? left.bits < right.bits : left.value < right.value;
+    }
 };
 
 struct tree_entry {

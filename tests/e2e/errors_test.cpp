@@ -1,7 +1,5 @@
 // What the programs say when they cannot do what they are told.
 
-#include <cerrno>
-#include <fstream>
 #include <ostream>
 
 #include <sched.h>
