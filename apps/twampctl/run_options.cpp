@@ -48,6 +48,7 @@ struct raw_options {
 template <typename Value> std::vector<std::string> names_of(const std::map<std::string, Value> &map)
 {
     std::vector<std::string> names;
+    names.reserve(map.size());
     for (const auto &entry : map) {
         names.push_back(entry.first);
     }
