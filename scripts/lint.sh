@@ -23,7 +23,7 @@ cmake --preset dev -B build/clang -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPIL
 cmake --build build/clang
 
 echo "== clang-tidy"
-run-clang-tidy-14 -quiet -p build/clang '/(twamp|sim|apps)/[^.]*\.cpp$' >build/clang-tidy.log 2>&1 || {
+run-clang-tidy-14 -quiet -p build/clang "^$PWD/(twamp|sim|apps)/.*\.cpp\$" >build/clang-tidy.log 2>&1 || {
     grep -E 'warning:|error:' build/clang-tidy.log | sort -u
     echo "clang-tidy: see build/clang-tidy.log" >&2
     exit 1
