@@ -2,30 +2,18 @@
 #ifndef TWAMP_CLASSIFIER_ENTRY_HPP
 #define TWAMP_CLASSIFIER_ENTRY_HPP
 
-#include "hyx.h"
-#include "log.hpp"
-#include "twamp_ctx.hpp"
+#include "module_call.hpp"
 
 namespace twamp {
 
-/** A tree of the module, as a runtime environment knows it. */
-struct classifier_tree {
-    uint32_t rte_handle;
-    uint32_t tree_id;
-    const char *name;
-};
+/** The trees that the module keeps entries in. */
+enum class module_tree : uint8_t { responder, bind };
 
 /** Statuses are those of the platform's calls; the callers say what they mean. */
 class classifier_entry {
   public:
-    /** Whether the console line of the entry tells file and line: the one of a responder does, the one of a
-     *  bind does not. */
-    enum class console_line { with_site, without_site };
-
-    classifier_entry(const classifier_tree &tree, uint32_t return_value, uint32_t entry_point,
-                     console_line line)
-        : tree_(tree), action_{{return_value, entry_point, 0}}, line_(line)
-    {}
+    /** Refers to @p call. @param entry_point  Where a bind leads to; 0 for a responder. */
+    classifier_entry(const module_call &call, module_tree tree, uint32_t entry_point);
     ~classifier_entry()
     {
         if (has_pattern_) {
@@ -34,6 +22,8 @@ class classifier_entry {
     }
     classifier_entry(const classifier_entry &) = delete;
     classifier_entry &operator=(const classifier_entry &) = delete;
+
+    [[nodiscard]] uint32_t tree_id() const { return tree_id_; }
 
     /** @return Framework status. */
     uint32_t make_pattern()
@@ -45,18 +35,19 @@ class classifier_entry {
     /** @return Framework status. */
     uint32_t add_key(uint32_t key) { return olv_ptn_extend(&pattern_, key, key_bits); }
     /** @return RTE status. On success the entry is logged. */
-    uint32_t learn(const log_context &log, log_site site);
+    uint32_t learn(log_site site);
     /** @return RTE status. On success the entry is logged. */
-    uint32_t unlearn(const log_context &log, log_site site);
+    uint32_t unlearn(log_site site);
 
   private:
-    void print(const log_context &log, severity kind, log_site site) const;
+    void print(log_site site) const;
 
-    const classifier_tree tree_;
+    const module_call &call_;
+    const uint32_t tree_id_;
+    const module_tree tree_;
+    bool has_pattern_ = false;
     olv_ptn pattern_ = {};
     olv_ptn_action action_;
-    const console_line line_;
-    bool has_pattern_ = false;
 };
 
 } // namespace twamp

@@ -1,8 +1,7 @@
 #include "log.hpp"
 
 #include <cstring>
-
-#include "hyx.h"
+#include <iterator>
 
 namespace twamp {
 
@@ -35,6 +34,27 @@ constexpr const severity_row &row(severity kind)
 
 } // namespace
 
+const char *file_name(log_site site)
+{
+    return printed_name(site.source());
+}
+
+log_context::log_context(const olv_module_handle &module, const olv_system_handle *system)
+    : record_(&module),
+      flags_(&module.log_flags),
+      name_(module.log_name),
+      module_id_(module.module_id),
+      system_(system)
+{}
+
+log_context::log_context(const olv_system_handle &system)
+    : record_(&system),
+      flags_(&system.log_flags),
+      name_(system.log_name),
+      module_id_(system.module_id),
+      system_(&system)
+{}
+
 bool log_context::shows(severity kind) const
 {
     const severity_row &limits = row(kind);
@@ -47,19 +67,31 @@ void log_context::print_name(severity kind) const
     std::printf("[%s_log: %s]", name_, row(kind).keyword);
 }
 
-void log_context::print_prefix(severity kind, log_site site) const
+void log_context::print_prefix(log_site site) const
 {
-    print_name(kind);
-    std::printf(" %s:%d ", site.file, static_cast<int>(site.line));
+    print_name(site.kind());
+    std::printf(" %s:%d ", file_name(site), static_cast<int>(site.line()));
 }
 
-olv_lttng_trace_fn log_context::trace_function(severity kind) const
+bool log_context::begin_line(log_site site) const
+{
+    const bool shown = shows(site.kind());
+    if (shown) {
+        print_prefix(site);
+    }
+    return shown;
+}
+
+olv_lttng_trace_fn log_context::trace_function(log_site site) const
 {
     olv_lttng_trace_fn trace = nullptr;
-    olv_lttng_fn_ptr_get(module_id_, row(kind).trace_level, &trace);
+    olv_lttng_fn_ptr_get(module_id_, row(site.kind()).trace_level, &trace);
     return trace;
 }
 
+namespace {
+
+/** Prints a text less its trailing newline, then one newline. */
 void print_line(const char *text)
 {
     const std::size_t length = std::strlen(text);
@@ -69,57 +101,128 @@ void print_line(const char *text)
 
 void print_unknown_prefix(log_site site)
 {
-    std::printf("[olv_unknown_log: ERROR] %s:%d ", site.file, static_cast<int>(site.line));
+    std::printf("[olv_unknown_log: ERROR] %s:%d ", file_name(site), static_cast<int>(site.line()));
 }
 
-void log_unterminated(const log_context &log, severity kind, log_site site, const char *text)
+template <typename... Arguments>
+uint32_t report_arguments(const log_context &log, log_site site, uint32_t status, const char *format,
+                          Arguments... arguments)
 {
-    if (log.shows(kind)) {
-        log.print_prefix(kind, site);
-        std::fputs(text, stdout);
+    if (log.begin_line(site)) {
+        std::printf(format, arguments...);
     }
-    trace_message(log, kind, site, text);
+    trace_message(log, site, format, arguments...);
+    return log_status(log, site, status);
+}
+
+} // namespace
+
+void log_unterminated(const log_context &log, log_site site, const char *text)
+{
+    if (log.begin_line(site)) {
+        std::printf("%s", text);
+    }
+    trace_message(log, site, text);
+}
+
+uint32_t log_status(const log_context &log, log_site site, uint32_t status)
+{
+    if (status == OLV_STATUS_OK) {
+        return status;
+    }
+    if (log.begin_line(site)) {
+        std::printf("%s\n", log.status_text(status));
+    }
+    trace_message(log, site, "%s\n", log.status_text(status));
+    return status;
+}
+
+uint32_t report(const log_context &log, log_site site, uint32_t status, const char *text)
+{
+    if (log.begin_line(site)) {
+        print_line(text);
+    }
+    trace_message(log, site, text);
+    return log_status(log, site, status);
+}
+
+uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, uint32_t first,
+                uint32_t second, const char *third)
+{
+    return report_arguments(log, site, status, format, first, second, third);
+}
+
+uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, uint32_t first,
+                const char *second)
+{
+    return report_arguments(log, site, status, format, first, second);
+}
+
+uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, const char *first,
+                uint32_t second, const char *third)
+{
+    return report_arguments(log, site, status, format, first, second, third);
+}
+
+uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format)
+{
+    return report(log, site, status, format, rte, hyx_status_get(rte));
+}
+
+uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format,
+                    uint32_t first)
+{
+    return report(log, site, status, format, first, rte, hyx_status_get(rte));
+}
+
+uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format,
+                    const char *first)
+{
+    return report(log, site, status, format, first, rte, hyx_status_get(rte));
+}
+
+void log_unknown(log_site site, const char *text)
+{
+    print_unknown_prefix(site);
+    print_line(text);
+    olv_lttng_trace_sif_force_error(0, site.line(), file_name(site), text);
+}
+
+void log_unknown(log_site site, const char *format, uint32_t argument)
+{
+    print_unknown_prefix(site);
+    std::printf(format, argument);
+    olv_lttng_trace_sif_force_error(0, site.line(), file_name(site), format, argument);
 }
 
 void log_unknown_unterminated(log_site site, const char *text)
 {
     print_unknown_prefix(site);
-    std::fputs(text, stdout);
-    olv_lttng_trace_sif_force_error(0, site.line, site.file, text);
+    std::printf("%s", text);
+    olv_lttng_trace_sif_force_error(0, site.line(), file_name(site), text);
 }
 
-uint32_t log_status(const log_context &log, severity kind, log_site site, uint32_t status)
+void log_function(const log_context &log, log_site site, const char *operation)
 {
-    if (log.shows(kind)) {
-        log.print_prefix(kind, site);
-        std::printf("%s\n", log.status_text(status));
-    }
-    trace_message(log, kind, site, "%s\n", log.status_text(status));
-    return status;
-}
-
-void log_function(const log_context &log, severity kind, log_site site, const char *operation)
-{
-    if (log.shows(kind)) {
+    if (log.shows(site.kind())) {
         hyx_time now = {};
         hyx_gettime(&now);
-        log.print_prefix(kind, site);
+        log.print_prefix(site);
         std::printf("[%08lu:%08lu] %s %s\n", now.seconds, now.microseconds,
-                    kind == severity::entry ? "Entering" : "Exiting", operation);
+                    site.kind() == severity::entry ? "Entering" : "Exiting", operation);
     }
-    trace_message(log, kind, site, nullptr, operation);
+    trace_message(log, site, nullptr, operation);
 }
 
 void log_state_dump(const log_context &log, log_site site, uint32_t namespace_id, uint32_t index,
                     const void *bytes, uint32_t length)
 {
-    if (log.shows(severity::state_dump)) {
-        log.print_prefix(severity::state_dump, site);
+    if (log.begin_line(site)) {
         std::printf("NS ID 0x%08x idx %d: ", namespace_id, static_cast<int>(index));
         olv_byte_string_print(bytes, length);
         std::putchar('\n');
     }
-    trace_message(log, severity::state_dump, site, nullptr, namespace_id, index, bytes, length);
+    trace_message(log, site, nullptr, namespace_id, index, bytes, length);
 }
 
 } // namespace twamp

@@ -7,18 +7,53 @@
 #include <cstdio>
 #include <string_view>
 
+#include "hyx.h"
 #include "olv.h"
+#include "olv_twamp.h"
 
 namespace twamp {
 
 /** Index into the severity table in log.cpp. */
 enum class severity : uint8_t { fatal, error, info, entry, exit, state_dump, entry_learnt, entry_removed };
 
-/** Where a message comes from, as it is printed and traced. */
-struct log_site {
-    const char *file;
-    uint32_t line;
+/** Index into the printed file names. */
+enum class source_file : uint8_t { twamp, twamp_responder, twamp_bind, twamp_internal };
+
+inline constexpr char printed_names[][18] = {"twamp.c", "twamp_responder.c", "twamp_bind.c",
+                                             "twamp_internal.c"};
+
+constexpr const char *printed_name(source_file file)
+{
+    return printed_names[static_cast<std::size_t>(file)];
+}
+
+/** Where a message comes from and how severe it is: one word, as every message carries it. */
+class log_site {
+  public:
+    constexpr log_site(source_file file, uint32_t line, severity kind)
+        : word_(line | static_cast<uint32_t>(file) << file_shift | static_cast<uint32_t>(kind) << kind_shift)
+    {}
+
+    /** The same place with another severity. */
+    [[nodiscard]] constexpr log_site as(severity kind) const { return {source(), line(), kind}; }
+    [[nodiscard]] constexpr uint32_t line() const { return word_ & line_mask; }
+    [[nodiscard]] constexpr severity kind() const { return static_cast<severity>(word_ >> kind_shift); }
+
+    [[nodiscard]] constexpr source_file source() const
+    {
+        return static_cast<source_file>(word_ >> file_shift & 0xFF);
+    }
+
+  private:
+    static constexpr unsigned file_shift = 16;
+    static constexpr unsigned kind_shift = 24;
+    static constexpr uint32_t line_mask = (1u << file_shift) - 1;
+
+    uint32_t word_;
 };
+
+/** Printed name of the file that a message comes from. */
+const char *file_name(log_site site);
 
 /** Whether a printed file name such as "twamp.c" stands for the source file at this path. */
 consteval bool names_source_file(std::string_view printed, std::string_view path)
@@ -29,31 +64,19 @@ consteval bool names_source_file(std::string_view printed, std::string_view path
 
 /** Declares, once in a source file, the name under which its messages are printed. */
 #define TWAMP_LOG_FILE(name)                                                                                   \
-    static constexpr char log_file[] = name;                                                                   \
-    static_assert(::twamp::names_source_file(log_file, __FILE__))
+    static constexpr auto log_file = ::twamp::source_file::name;                                               \
+    static_assert(::twamp::names_source_file(::twamp::printed_name(log_file), __FILE__))
 
-#define TWAMP_HERE (::twamp::log_site{log_file, __LINE__})
+/** This line, with a severity: TWAMP_HERE(error). */
+#define TWAMP_HERE(kind) (::twamp::log_site{log_file, __LINE__, ::twamp::severity::kind})
 
 /** The records that a message is logged through. Refers to them: no longer-lived than they are. */
 class log_context {
   public:
     /** Messages of a module; @p system, which may be NULL, adds its level and is asked for status texts. */
-    log_context(const olv_module_handle &module, const olv_system_handle *system)
-        : record_(&module),
-          flags_(&module.log_flags),
-          name_(module.log_name),
-          module_id_(module.module_id),
-          system_(system)
-    {}
-    explicit log_context(const olv_module_handle &module) : log_context(module, module.system) {}
+    log_context(const olv_module_handle &module, const olv_system_handle *system);
     /** Messages of the system record itself. */
-    explicit log_context(const olv_system_handle &system)
-        : record_(&system),
-          flags_(&system.log_flags),
-          name_(system.log_name),
-          module_id_(system.module_id),
-          system_(&system)
-    {}
+    explicit log_context(const olv_system_handle &system);
 
     [[nodiscard]] const void *record() const { return record_; }
     [[nodiscard]] const char *status_text(uint32_t status) const { return olv_sys_status_get(system_, status); }
@@ -63,9 +86,11 @@ class log_context {
     /** Prints "[name_log: KEYWORD]", what begins every console line. */
     void print_name(severity kind) const;
     /** Prints the name, then " file:line ". */
-    void print_prefix(severity kind, log_site site) const;
-    /** The trace function of this severity; NULL where the framework has none. */
-    [[nodiscard]] olv_lttng_trace_fn trace_function(severity kind) const;
+    void print_prefix(log_site site) const;
+    /** Prints the prefix where the console shows the severity. @return Whether it does. */
+    [[nodiscard]] bool begin_line(log_site site) const;
+    /** The trace function of a message's severity; NULL where the framework has none. */
+    [[nodiscard]] olv_lttng_trace_fn trace_function(log_site site) const;
 
   private:
     const void *record_;
@@ -75,74 +100,56 @@ class log_context {
     const olv_system_handle *system_;
 };
 
+template <typename... Arguments>
+void trace_message(const log_context &log, log_site site, const char *format, const Arguments &...arguments)
+{
+    if (const olv_lttng_trace_fn trace = log.trace_function(site)) {
+        trace(log.record(), site.line(), file_name(site), format, arguments...);
+    }
+}
+
 /** The low 32 bits of an address: the whole of it on the 32-bit target. */
 inline uint32_t address_word(const void *pointer)
 {
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointer));
 }
 
-/** Prints a text less its trailing newline, then one newline. */
-void print_line(const char *text);
-/** Prints "[olv_unknown_log: ERROR] file:line ". */
-void print_unknown_prefix(log_site site);
-
-template <typename... Arguments> void print_message(const char *format, Arguments... arguments)
-{
-    if constexpr (sizeof...(Arguments) == 0) {
-        print_line(format);
-    } else {
-        std::printf(format, arguments...);
-    }
-}
-
-template <typename... Arguments>
-void trace_message(const log_context &log, severity kind, log_site site, const char *format,
-                   Arguments... arguments)
-{
-    if (const olv_lttng_trace_fn trace = log.trace_function(kind)) {
-        trace(log.record(), site.line, site.file, format, arguments...);
-    }
-}
-
-template <typename... Arguments>
-void log_message(const log_context &log, severity kind, log_site site, const char *format,
-                 Arguments... arguments)
-{
-    if (log.shows(kind)) {
-        log.print_prefix(kind, site);
-        print_message(format, arguments...);
-    }
-    trace_message(log, kind, site, format, arguments...);
-}
-
 /** The few messages that end without a newline on the console. */
-void log_unterminated(const log_context &log, severity kind, log_site site, const char *text);
+void log_unterminated(const log_context &log, log_site site, const char *text);
 
-/** The line with the framework's text of a status. @return The status. */
-uint32_t log_status(const log_context &log, severity kind, log_site site, uint32_t status);
+/** The line with the framework's text of a status; none for OLV_STATUS_OK. @return The status. */
+uint32_t log_status(const log_context &log, log_site site, uint32_t status);
 
-/** A message and the text of the status that it leads to, from one source line. @return The status. */
-template <typename... Arguments>
-uint32_t log_failure(const log_context &log, severity kind, log_site site, uint32_t status, const char *format,
-                     Arguments... arguments)
-{
-    log_message(log, kind, site, format, arguments...);
-    return log_status(log, kind, site, status);
-}
+// A message, then from the same source line the text of the status that it leads to. Each of these returns the
+// status. Formats come with one of few lists of arguments and use what they need of it: both printf() and the
+// tracer leave the rest alone.
+
+/** A message without arguments is a line of its own: it ends in one newline, with or without one in its text.
+ */
+uint32_t report(const log_context &log, log_site site, uint32_t status, const char *text);
+uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, uint32_t first,
+                uint32_t second = 0, const char *third = nullptr);
+uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, uint32_t first,
+                const char *second);
+uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, const char *first,
+                uint32_t second = 0, const char *third = nullptr);
+
+/** As report(), of a call that the runtime environment refused: the format ends in its code and the text of
+ *  that code. */
+uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format);
+uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format,
+                    uint32_t first);
+uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format,
+                    const char *first);
 
 /** A message without a usable handle: printed whatever the levels, traced as a forced error. */
-template <typename... Arguments> void log_unknown(log_site site, const char *format, Arguments... arguments)
-{
-    print_unknown_prefix(site);
-    print_message(format, arguments...);
-    olv_lttng_trace_sif_force_error(0, site.line, site.file, format, arguments...);
-}
-
+void log_unknown(log_site site, const char *text);
+void log_unknown(log_site site, const char *format, uint32_t argument);
 /** As log_unterminated(), without a usable handle. */
 void log_unknown_unterminated(log_site site, const char *text);
 
 /** The entry or exit line of an operation. */
-void log_function(const log_context &log, severity kind, log_site site, const char *operation);
+void log_function(const log_context &log, log_site site, const char *operation);
 
 /** The dump of bytes that are about to be written to the fast path. */
 void log_state_dump(const log_context &log, log_site site, uint32_t namespace_id, uint32_t index,
@@ -151,14 +158,20 @@ void log_state_dump(const log_context &log, log_site site, uint32_t namespace_id
 // The call that is never made lets the compiler check the format against its arguments.
 #define TWAMP_CHECK_FORMAT(...) (false ? static_cast<void>(std::printf(__VA_ARGS__)) : static_cast<void>(0))
 
-/** Log a message: LOG(log, severity, format, arguments...). */
+/** Log a message: TWAMP_LOG(log, severity, format, arguments...). */
 #define TWAMP_LOG(log, kind, ...)                                                                              \
-    (TWAMP_CHECK_FORMAT(__VA_ARGS__), ::twamp::log_message(log, kind, TWAMP_HERE, __VA_ARGS__))
+    (TWAMP_CHECK_FORMAT(__VA_ARGS__),                                                                          \
+     static_cast<void>(::twamp::report(log, TWAMP_HERE(kind), OLV_STATUS_OK, __VA_ARGS__)))
 /** Log a message and the text of a status, and yield the status. */
 #define TWAMP_FAIL(log, kind, status, ...)                                                                     \
-    (TWAMP_CHECK_FORMAT(__VA_ARGS__), ::twamp::log_failure(log, kind, TWAMP_HERE, status, __VA_ARGS__))
+    (TWAMP_CHECK_FORMAT(__VA_ARGS__), ::twamp::report(log, TWAMP_HERE(kind), status, __VA_ARGS__))
+/** Log an error of the runtime environment, whose code and text end the format, and yield the status. */
+#define TWAMP_FAIL_RTE(log, status, rte, ...)                                                                  \
+    (TWAMP_CHECK_FORMAT(__VA_ARGS__, rte, ""),                                                                 \
+     ::twamp::report_rte(log, TWAMP_HERE(error), status, rte, __VA_ARGS__))
 /** Log a message without a usable handle. */
-#define TWAMP_LOG_UNKNOWN(...) (TWAMP_CHECK_FORMAT(__VA_ARGS__), ::twamp::log_unknown(TWAMP_HERE, __VA_ARGS__))
+#define TWAMP_LOG_UNKNOWN(...)                                                                                 \
+    (TWAMP_CHECK_FORMAT(__VA_ARGS__), ::twamp::log_unknown(TWAMP_HERE(error), __VA_ARGS__))
 
 } // namespace twamp
 

@@ -2,31 +2,48 @@
 
 namespace twamp {
 
-uint32_t reject_module(log_site site, const olv_module_handle *module, const char *failed)
+bool is_initialised(const olv_module_handle *module)
 {
-    log_unknown(site, "Invalid TWAMP module handle 0x%08x\n", address_word(module));
+    return is_module(module) && has_context(*module);
+}
+
+uint32_t reject_module(log_site site, const olv_module_handle *module, const char *failed, const char *invalid)
+{
+    log_unknown(site, invalid, address_word(module));
     log_unknown(site, failed);
     return OLV_STATUS_INVALID_HANDLE;
 }
 
-uint32_t acquire_lock(const log_context &log, log_site site, uint32_t lock)
+uint32_t run_locked(const operation_work &work, olv_module_handle &module, const olv_system_handle *system,
+                    log_site site, const char *operation)
 {
-    const uint32_t rte = lock != 0 ? olv_sys_sem_lock_wait(lock) : 0;
-    if (rte == 0) {
-        return OLV_STATUS_OK;
+    const module_call call(module, system);
+    const uint32_t lock = module.lock;
+    if (operation != untraced) {
+        log_function(call, site.as(severity::entry), operation);
     }
-    return log_failure(log, severity::error, site, TWAMP_STATUS_LOCK_FAILED,
-                       " Failed to acquire lock, RTE error code: %d. %s\n", rte, hyx_status_get(rte));
+    if (const uint32_t rte = lock != 0 ? olv_sys_sem_lock_wait(lock) : 0) {
+        return report_rte(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
+                          " Failed to acquire lock, RTE error code: %d. %s\n");
+    }
+    uint32_t status = work(call);
+    if (const uint32_t rte = lock != 0 ? hyx_sem_post(lock) : 0) {
+        status = report_rte(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
+                            " Failed to release lock, RTE error code: %d. %s\n");
+    }
+    if (operation != untraced) {
+        log_function(call, site.as(severity::exit), operation);
+    }
+    return status;
 }
 
-uint32_t release_lock(const log_context &log, log_site site, uint32_t lock, uint32_t result)
+uint32_t run(const operation_work &work, olv_module_handle *module, log_site site, const char *operation,
+             const char *failed)
 {
-    const uint32_t rte = lock != 0 ? hyx_sem_post(lock) : 0;
-    if (rte == 0) {
-        return result;
+    if (!is_initialised(module)) {
+        return reject_module(site, module, failed);
     }
-    return log_failure(log, severity::error, site, TWAMP_STATUS_LOCK_FAILED,
-                       " Failed to release lock, RTE error code: %d. %s\n", rte, hyx_status_get(rte));
+    return run_locked(work, *module, module->system, site, operation);
 }
 
 void print_counter(const char *format, uint32_t value)

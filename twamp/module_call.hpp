@@ -10,15 +10,19 @@
 
 namespace twamp {
 
+/** Whether init completed on this module record and shutdown has not begun. */
+inline bool has_context(const olv_module_handle &module)
+{
+    return module.ctx != nullptr && module.ctx->magic == ctx_magic;
+}
+
 inline bool is_module(const olv_module_handle *module)
 {
     return module != nullptr && module->magic == OLV_MODULE_MAGIC;
 }
 
-inline bool is_initialised(const olv_module_handle *module)
-{
-    return is_module(module) && olv_twamp_valid_module_handle(module) != 0;
-}
+/** Whether an operation can work on this handle. */
+bool is_initialised(const olv_module_handle *module);
 
 inline bool is_responder(const twamp_responder_handle *responder)
 {
@@ -31,37 +35,72 @@ constexpr uint32_t as_module_status(uint32_t status)
     return (status & ~0xF0000u) | 0x30000u;
 }
 
-/** Refuse an unusable module handle. @param failed  What could not be done. */
-uint32_t reject_module(log_site site, const olv_module_handle *module, const char *failed);
+/** A call in progress: the module it works on, and what its messages are logged through. */
+struct module_call : log_context {
+    module_call(olv_module_handle &called, const olv_system_handle *system)
+        : log_context(called, system), module(called)
+    {}
 
-/** Takes the module lock, where there is one. @return OLV_STATUS_OK or TWAMP_STATUS_LOCK_FAILED. */
-uint32_t acquire_lock(const log_context &log, log_site site, uint32_t lock);
+    olv_module_handle &module;
+};
 
-/** Releases it. @return @p result, or TWAMP_STATUS_LOCK_FAILED in its place. */
-uint32_t release_lock(const log_context &log, log_site site, uint32_t lock, uint32_t result);
+/** What an operation does under the module lock. */
+class operation_work {
+  public:
+    operation_work(const operation_work &) = delete;
+    operation_work &operator=(const operation_work &) = delete;
 
-/** Work under the module lock. Without the lock there is no work. */
-template <typename Work>
-uint32_t with_module_lock(const log_context &log, log_site site, uint32_t lock, Work work)
-{
-    if (const uint32_t status = acquire_lock(log, site, lock)) {
-        return status;
-    }
-    return release_lock(log, site, lock, work());
-}
+    uint32_t operator()(const module_call &call) const { return run_(*this, call); }
 
-/** Work under the module lock, between entry and exit line. Without the lock there is no exit line either. */
-template <typename Work>
-uint32_t module_call(const log_context &log, log_site site, const char *operation, uint32_t lock, Work work)
-{
-    log_function(log, severity::entry, site, operation);
-    if (const uint32_t status = acquire_lock(log, site, lock)) {
-        return status;
-    }
-    const uint32_t status = release_lock(log, site, lock, work());
-    log_function(log, severity::exit, site, operation);
-    return status;
-}
+  protected:
+    using run_function = uint32_t (*)(const operation_work &, const module_call &);
+
+    explicit operation_work(run_function run) : run_(run) {}
+    ~operation_work() = default;
+
+  private:
+    const run_function run_;
+};
+
+/** Work from a callable: the frame is then one function, not one for each operation. */
+template <typename Callable> class work final : public operation_work {
+  public:
+    explicit work(const Callable &callable)
+        : operation_work([](const operation_work &self, const module_call &call) -> uint32_t {
+              return static_cast<const work &>(self).callable_(call);
+          }),
+          callable_(callable)
+    {}
+
+  private:
+    const Callable callable_;
+};
+
+inline constexpr const char *invalid_module = "Invalid TWAMP module handle 0x%08x\n";
+
+/**
+ * Refuse an unusable module handle.
+ * @param failed   What could not be done.
+ * @param invalid  Format of the line with the handle's address.
+ */
+uint32_t reject_module(log_site site, const olv_module_handle *module, const char *failed,
+                       const char *invalid = invalid_module);
+
+/** Operation without entry and exit line. */
+inline constexpr const char *untraced = nullptr;
+
+/**
+ * Entry line, module lock, work, unlock, exit line. Without the lock there is neither work nor exit line; a
+ * failed release takes the place of the work's status.
+ * @param system     Logged through beside the module; may be NULL.
+ * @param operation  Exported name, or `untraced`.
+ */
+uint32_t run_locked(const operation_work &work, olv_module_handle &module, const olv_system_handle *system,
+                    log_site site, const char *operation);
+
+/** The whole frame: handle check, then the locked work. */
+uint32_t run(const operation_work &work, olv_module_handle *module, log_site site, const char *operation,
+             const char *failed);
 
 /** Print a counter unless it is zero. Counters from 2^31 on print negative, as the formats have it. */
 void print_counter(const char *format, uint32_t value);

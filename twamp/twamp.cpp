@@ -4,7 +4,7 @@
 #include "module_call.hpp"
 #include "scope_guard.hpp"
 
-TWAMP_LOG_FILE("twamp.c");
+TWAMP_LOG_FILE(twamp);
 
 using namespace twamp;
 
@@ -14,12 +14,12 @@ namespace {
 constexpr uint16_t no_tree_function = 0;
 
 /** Messages through the system record, where the framework has one. */
-log_context system_log(const olv_module_handle &module)
+log_context system_log(const module_call &call)
 {
-    return module.system != nullptr ? log_context(*module.system) : log_context(module);
+    return call.module.system != nullptr ? log_context(*call.module.system) : log_context(call);
 }
 
-olv_service_function_table service_functions(uint16_t lli_tree_function)
+[[gnu::noinline]] olv_service_function_table service_functions(uint16_t lli_tree_function)
 {
     olv_service_function_table table = {};
     table.shutdown = olv_twamp_shutdown;
@@ -31,25 +31,26 @@ olv_service_function_table service_functions(uint16_t lli_tree_function)
     return table;
 }
 
-uint32_t find_namespaces(const olv_module_handle &module, const log_context &log, twamp_ctx &ctx)
+uint32_t find_namespaces(const module_call &call, twamp_ctx &ctx)
 {
-    if (const uint32_t rte = hyx_rsrc_find(module.rte_handle, 0, responder_namespace, &ctx.responder_ns)) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_NAMESPACE_NOT_FOUND,
-                          "Failed to get the handle for TWAMP responder name space %s, RTE error code:0x%x, "
-                          "error string: %s\n",
-                          responder_namespace, rte, hyx_status_get(rte));
+    if (const uint32_t rte = hyx_rsrc_find(call.module.rte_handle, 0, responder_namespace, &ctx.responder_ns)) {
+        return TWAMP_FAIL_RTE(
+            call, TWAMP_STATUS_NAMESPACE_NOT_FOUND, rte,
+            "Failed to get the handle for TWAMP responder name space %s, RTE error code:0x%x, "
+            "error string: %s\n",
+            responder_namespace);
     }
     if (const uint32_t rte =
-            hyx_rsrc_find(module.rte_handle, 0, reflector_session_namespace, &ctx.reflector_session_ns)) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_NAMESPACE_NOT_FOUND,
-                          "Failed to get the handle for TWAMP reflector session name space %s, RTE error "
-                          "code:0x%x, error string: %s\n",
-                          reflector_session_namespace, rte, hyx_status_get(rte));
+            hyx_rsrc_find(call.module.rte_handle, 0, reflector_session_namespace, &ctx.reflector_session_ns)) {
+        return TWAMP_FAIL_RTE(call, TWAMP_STATUS_NAMESPACE_NOT_FOUND, rte,
+                              "Failed to get the handle for TWAMP reflector session name space %s, RTE error "
+                              "code:0x%x, error string: %s\n",
+                              reflector_session_namespace);
     }
     return OLV_STATUS_OK;
 }
 
-uint32_t find_tree_functions(const olv_module_handle &module, const log_context &log, twamp_ctx &ctx)
+uint32_t find_tree_functions(const module_call &call, twamp_ctx &ctx)
 {
     const struct {
         const char *name;
@@ -61,12 +62,11 @@ uint32_t find_tree_functions(const olv_module_handle &module, const log_context 
         {responder_lookup_function, &ctx.responder_tree.tree_id},
         {bind_to_next_module_function, &ctx.bind_tree.tree_id},
     };
-    for (const auto &function : tree_functions) {
-        if (const uint32_t rte = hyx_ptn_symbol_get_id(module.rte_handle, function.name, function.id)) {
-            return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_TREE_ID_NOT_FOUND,
-                              "Failed to get ID for the QMT tree function %s, RTE error code:0x%x, error "
-                              "string: %s\n",
-                              function.name, rte, hyx_status_get(rte));
+    for (const auto &[name, id] : tree_functions) {
+        if (const uint32_t rte = hyx_ptn_symbol_get_id(call.module.rte_handle, name, id)) {
+            return TWAMP_FAIL_RTE(
+                call, TWAMP_STATUS_TREE_ID_NOT_FOUND, rte,
+                "Failed to get ID for the QMT tree function %s, RTE error code:0x%x, error string: %s\n", name);
         }
     }
     return OLV_STATUS_OK;
@@ -84,57 +84,57 @@ void describe_trees(twamp_ctx &ctx)
     ctx.bind_tree.table_group_mask = OLV_TWAMP_TABLE_GROUP_BIND;
 }
 
-uint32_t register_service_functions(olv_module_handle &module, const twamp_ctx &ctx)
+uint32_t register_service_functions(const module_call &call, const twamp_ctx &ctx)
 {
     const olv_service_function_table table =
         service_functions(static_cast<uint16_t>(ctx.lli_processing_tree_id));
-    if (const uint32_t status = olv_module_service_function_register(module.system, &module, &table)) {
-        return TWAMP_FAIL(system_log(module), severity::fatal, as_module_status(status),
+    if (const uint32_t status =
+            olv_module_service_function_register(call.module.system, &call.module, &table)) {
+        return TWAMP_FAIL(system_log(call), fatal, as_module_status(status),
                           "Failed to register the service functions\n");
     }
     return OLV_STATUS_OK;
 }
 
-uint32_t clear_global_stats(const olv_module_handle &module, const log_context &log)
+uint32_t clear_global_stats(const module_call &call)
 {
     const uint8_t zeros[global_stats_length] = {};
-    log_state_dump(log, TWAMP_HERE, global_stats_ns_id, global_stats_index, zeros, sizeof zeros);
-    if (const uint32_t rte =
-            hyx_se_state_set(module.rte_handle, global_stats_ns_id, global_stats_index, zeros, sizeof zeros)) {
-        return TWAMP_FAIL(log, severity::fatal, TWAMP_STATUS_STATS_CLEAR_FAILED,
+    log_state_dump(call, TWAMP_HERE(state_dump), global_stats_ns_id, global_stats_index, zeros, sizeof zeros);
+    if (const uint32_t rte = hyx_se_state_set(call.module.rte_handle, global_stats_ns_id, global_stats_index,
+                                              zeros, sizeof zeros)) {
+        return TWAMP_FAIL(call, fatal, TWAMP_STATUS_STATS_CLEAR_FAILED,
                           "Failed to clear global stats, RTE Error: %s\n", hyx_status_get(rte));
     }
     return OLV_STATUS_OK;
 }
 
-uint32_t initialise(olv_module_handle &module, const log_context &log)
+uint32_t initialise(const module_call &call)
 {
     auto *const ctx = static_cast<twamp_ctx *>(hyx_nvm_calloc(1, sizeof(twamp_ctx)));
     if (ctx == nullptr) {
-        return TWAMP_FAIL(system_log(module), severity::fatal, TWAMP_STATUS_NO_MEMORY,
-                          "Fail to allocate memory\n");
+        return TWAMP_FAIL(system_log(call), fatal, TWAMP_STATUS_NO_MEMORY, "Fail to allocate memory\n");
     }
-    module.ctx = ctx;
+    call.module.ctx = ctx;
     // A failed init leaves `ctx` pointing at the freed block: its magic was never written.
     scope_guard release_context([ctx] { hyx_nvm_free(ctx); });
 
-    if (const uint32_t status = find_namespaces(module, log, *ctx)) {
+    if (const uint32_t status = find_namespaces(call, *ctx)) {
         return status;
     }
-    if (const uint32_t status = find_tree_functions(module, log, *ctx)) {
+    if (const uint32_t status = find_tree_functions(call, *ctx)) {
         return status;
     }
     describe_trees(*ctx);
-    if (const uint32_t status = register_service_functions(module, *ctx)) {
+    if (const uint32_t status = register_service_functions(call, *ctx)) {
         return status;
     }
-    if (const uint32_t status = clear_global_stats(module, log)) {
+    if (const uint32_t status = clear_global_stats(call)) {
         return status;
     }
     release_context.dismiss();
     ctx->magic = ctx_magic;
-    TWAMP_LOG(log, severity::info, "Profile - OLV_KORVA_PROFILE_2\n");
-    log_unterminated(log, severity::info, TWAMP_HERE, "Succefully initialized TWAMP module");
+    TWAMP_LOG(call, info, "Profile - OLV_KORVA_PROFILE_2\n");
+    log_unterminated(call, TWAMP_HERE(info), "Succefully initialized TWAMP module");
     return OLV_STATUS_OK;
 }
 
@@ -146,54 +146,51 @@ void release_context(olv_module_handle &module)
     module.ctx = nullptr;
 }
 
-uint32_t shut_down(olv_module_handle &module, const log_context &log)
+uint32_t shut_down(const module_call &call)
 {
     const olv_service_function_table none = {};
-    const uint32_t status = olv_module_service_function_register(module.system, &module, &none);
+    const uint32_t status = olv_module_service_function_register(call.module.system, &call.module, &none);
     if (status != OLV_STATUS_OK) {
-        (void)TWAMP_FAIL(log, severity::error, status, "Failed to register NULL functions\n");
-        release_context(module);
-        return TWAMP_FAIL(log, severity::error, status, "TWAMP module 0x%08x failed to shutdown\n",
-                          address_word(&module));
+        (void)TWAMP_FAIL(call, error, status, "Failed to register NULL functions\n");
+        release_context(call.module);
+        return TWAMP_FAIL(call, error, status, "TWAMP module 0x%08x failed to shutdown\n",
+                          address_word(&call.module));
     }
-    release_context(module);
-    TWAMP_LOG(log, severity::info, "TWAMP module 0x%08x shutdown\n", address_word(&module));
+    release_context(call.module);
+    TWAMP_LOG(call, info, "TWAMP module 0x%08x shutdown\n", address_word(&call.module));
     return OLV_STATUS_OK;
 }
 
-uint32_t update_service_functions(olv_module_handle &module, const log_context &log)
+uint32_t update_service_functions(const module_call &call)
 {
     const olv_service_function_table table = service_functions(no_tree_function);
-    if (const uint32_t status = olv_module_service_function_update(module.system, &module, &table)) {
-        return TWAMP_FAIL(log, severity::error, status, "Failed to update service functions");
+    if (const uint32_t status = olv_module_service_function_update(call.module.system, &call.module, &table)) {
+        return TWAMP_FAIL(call, error, status, "Failed to update service functions");
     }
     return OLV_STATUS_OK;
 }
 
-uint32_t set_log_level(olv_module_handle &module, const log_context &log, uint32_t level)
+uint32_t set_log_level(const module_call &call, uint32_t level)
 {
     uint32_t mapped = 0;
-    if (const uint32_t status = olv_twamp_map_sys_log(&module, level, &mapped)) {
-        return TWAMP_FAIL(log, severity::error, status, "Failed to set log-level %d\n", level);
+    if (const uint32_t status = olv_twamp_map_sys_log(&call.module, level, &mapped)) {
+        return TWAMP_FAIL(call, error, status, "Failed to set log-level %d\n", level);
     }
-    module.log_flags = mapped; // the whole word: setting a level clears the bits above it
-    TWAMP_LOG(log, severity::info, "TWAMP module 0x%08x log-level set to 0x%x\n", address_word(&module),
-              mapped);
+    call.module.log_flags = mapped; // the whole word: setting a level clears the bits above it
+    TWAMP_LOG(call, info, "TWAMP module 0x%08x log-level set to 0x%x\n", address_word(&call.module), mapped);
     return OLV_STATUS_OK;
 }
 
-uint32_t read_global_stats(const olv_module_handle &module, const log_context &log,
-                           olv_twamp_global_stats *stats)
+uint32_t read_global_stats(const module_call &call, olv_twamp_global_stats *stats)
 {
     if (stats == nullptr) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null Stats Pointer");
+        return TWAMP_FAIL(call, error, TWAMP_STATUS_INVALID_PARAM, "Null Stats Pointer");
     }
     *stats = {};
-    if (const uint32_t rte =
-            hyx_se_state_get(module.rte_handle, global_stats_ns_id, global_stats_index, stats, sizeof *stats)) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_STATE_READ_FAILED,
-                          "Failed to read TWAMP Gloabl Stats, RTE error code:0x%x, error string: %s\n", rte,
-                          hyx_status_get(rte));
+    if (const uint32_t rte = hyx_se_state_get(call.module.rte_handle, global_stats_ns_id, global_stats_index,
+                                              stats, sizeof *stats)) {
+        return TWAMP_FAIL_RTE(call, TWAMP_STATUS_STATE_READ_FAILED, rte,
+                              "Failed to read TWAMP Gloabl Stats, RTE error code:0x%x, error string: %s\n");
     }
     stats->total_rx = hyx_ntohl(stats->total_rx);
     stats->total_tx = hyx_ntohl(stats->total_tx);
@@ -204,14 +201,14 @@ uint32_t read_global_stats(const olv_module_handle &module, const log_context &l
     return OLV_STATUS_OK;
 }
 
-uint32_t dump_group(olv_module_handle &module, const log_context &log, uint32_t table_group)
+uint32_t dump_group(const module_call &call, uint32_t table_group)
 {
     if (table_group < OLV_TWAMP_TABLE_GROUP_RESPONDER || table_group > OLV_TWAMP_TABLE_GROUP_ALL) {
         TWAMP_LOG_UNKNOWN("Invalid table group %d\n", table_group);
         return TWAMP_STATUS_INVALID_PARAM;
     }
-    if (const uint32_t status = olv_twamp_dump_tables(&module, table_group)) {
-        return TWAMP_FAIL(log, severity::error, as_module_status(status), "Failed to dump TWAMP Tables");
+    if (const uint32_t status = olv_twamp_dump_tables(&call.module, table_group)) {
+        return TWAMP_FAIL(call, error, as_module_status(status), "Failed to dump TWAMP Tables");
     }
     return OLV_STATUS_OK;
 }
@@ -221,68 +218,54 @@ uint32_t dump_group(olv_module_handle &module, const log_context &log, uint32_t 
 uint32_t olv_twamp_init(olv_module_handle *module)
 {
     if (!is_module(module)) {
-        TWAMP_LOG_UNKNOWN("Invalid TWAMP module handle 0x%08X\n", address_word(module));
-        TWAMP_LOG_UNKNOWN("TWAMP module failed to initilize\n");
-        return OLV_STATUS_INVALID_HANDLE;
+        return reject_module(TWAMP_HERE(error), module, "TWAMP module failed to initilize\n",
+                             "Invalid TWAMP module handle 0x%08X\n");
     }
-    if (olv_twamp_valid_module_handle(module) != 0) {
+    if (has_context(*module)) {
         TWAMP_LOG_UNKNOWN("TWAMP Module handle 0x%08x is already initialized\n", address_word(module));
         return OLV_STATUS_OK;
     }
     // No lock: the framework calls this once, before any other operation.
-    const log_context log(*module);
-    const log_site site = TWAMP_HERE;
-    log_function(log, severity::entry, site, __func__);
-    const uint32_t status = initialise(*module, log);
-    log_function(log, severity::exit, site, __func__);
+    const module_call call(*module, module->system);
+    const log_site site = TWAMP_HERE(entry);
+    log_function(call, site, __func__);
+    const uint32_t status = initialise(call);
+    log_function(call, site.as(severity::exit), __func__);
     return status;
 }
 
 uint32_t olv_twamp_shutdown(olv_module_handle *module)
 {
+    constexpr const char *failed = "TWAMP module failed to shutdown\n";
+    const log_site site = TWAMP_HERE(error);
     if (!is_module(module)) {
-        TWAMP_LOG_UNKNOWN("Invalid TWAMP Module handle 0x%08x\n", address_word(module));
-        TWAMP_LOG_UNKNOWN("TWAMP module failed to shutdown\n");
-        return OLV_STATUS_INVALID_HANDLE;
+        return reject_module(site, module, failed, "Invalid TWAMP Module handle 0x%08x\n");
     }
-    if (!is_initialised(module)) {
-        return reject_module(TWAMP_HERE, module, "TWAMP module failed to shutdown\n");
-    }
-    const log_context log(*module);
-    return with_module_lock(log, TWAMP_HERE, module->lock, [&] { return shut_down(*module, log); });
+    return run(work([=](const module_call &call) { return shut_down(call); }), module, site, untraced, failed);
 }
 
 uint32_t olv_twamp_service_function_update(olv_module_handle *module)
 {
-    if (!is_initialised(module)) {
-        return reject_module(TWAMP_HERE, module, "Service function update failed");
-    }
-    const log_context log(*module);
-    return module_call(log, TWAMP_HERE, __func__, module->lock,
-                       [&] { return update_service_functions(*module, log); });
+    return run(work([=](const module_call &call) { return update_service_functions(call); }), module,
+               TWAMP_HERE(error), __func__, "Service function update failed");
 }
 
 uint32_t olv_twamp_sys_log(olv_module_handle *module, uint32_t level)
 {
     if (!is_initialised(module)) {
-        TWAMP_LOG_UNKNOWN("Invalid TWAMP module handle 0x%08x\n", address_word(module));
+        TWAMP_LOG_UNKNOWN(invalid_module, address_word(module));
         TWAMP_LOG_UNKNOWN("Failed to set log-level 0x%x for TWAMP\n", level);
         return OLV_STATUS_INVALID_HANDLE;
     }
-    const log_context log(*module);
-    return module_call(log, TWAMP_HERE, __func__, module->lock,
-                       [&] { return set_log_level(*module, log, level); });
+    return run_locked(work([=](const module_call &call) { return set_log_level(call, level); }), *module,
+                      module->system, TWAMP_HERE(error), __func__);
 }
 
 uint32_t olv_twamp_global_stats_get(olv_module_handle *module, olv_twamp_global_stats *stats)
 {
-    if (!is_initialised(module)) {
-        // Deletion's words, as in the responder's getter.
-        return reject_module(TWAMP_HERE, module, "Failed to delete Responder Handle");
-    }
-    const log_context log(*module);
-    return module_call(log, TWAMP_HERE, __func__, module->lock,
-                       [&] { return read_global_stats(*module, log, stats); });
+    // Deletion's words, as in the responder's getter.
+    return run(work([=](const module_call &call) { return read_global_stats(call, stats); }), module,
+               TWAMP_HERE(error), __func__, "Failed to delete Responder Handle");
 }
 
 uint32_t olv_twamp_global_stats_print(olv_module_handle *module)
@@ -307,10 +290,6 @@ uint32_t olv_twamp_tables_dump(olv_module_handle *module, uint32_t table_group)
         TWAMP_LOG_UNKNOWN("Invalid module handle 0x%08x\n", address_word(module));
         return TWAMP_STATUS_INVALID_MODULE;
     }
-    if (!is_initialised(module)) {
-        return reject_module(TWAMP_HERE, module, "failed to dump TWAMP tables");
-    }
-    const log_context log(*module);
-    return module_call(log, TWAMP_HERE, __func__, module->lock,
-                       [&] { return dump_group(*module, log, table_group); });
+    return run(work([=](const module_call &call) { return dump_group(call, table_group); }), module,
+               TWAMP_HERE(error), __func__, "failed to dump TWAMP tables");
 }

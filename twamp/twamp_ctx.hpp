@@ -10,14 +10,14 @@ namespace twamp {
 inline constexpr uint32_t ctx_magic = 0x18496124;
 inline constexpr uint32_t responder_magic = 0x43215678;
 
-inline constexpr char responder_namespace[] = "twamp_responder";
-inline constexpr char reflector_session_namespace[] = "twamp_reflector_session";
+inline constexpr const char *responder_namespace = "twamp_responder";
+inline constexpr const char *reflector_session_namespace = "twamp_reflector_session";
 
-inline constexpr char to_ip_direct_imc_function[] = "olv_twamp.twamp_to_ip_direct_imc";
-inline constexpr char to_ipv6_indirect_imc_function[] = "olv_twamp.twamp_to_ipv6_indirect_imc";
-inline constexpr char lli_processing_function[] = "olv_twamp.twamp_lli_processing";
-inline constexpr char responder_lookup_function[] = "olv_twamp.twamp_responder_lookup";
-inline constexpr char bind_to_next_module_function[] = "olv_twamp.twamp_bind_to_next_module";
+inline constexpr const char *to_ip_direct_imc_function = "olv_twamp.twamp_to_ip_direct_imc";
+inline constexpr const char *to_ipv6_indirect_imc_function = "olv_twamp.twamp_to_ipv6_indirect_imc";
+inline constexpr const char *lli_processing_function = "olv_twamp.twamp_lli_processing";
+inline constexpr const char *responder_lookup_function = "olv_twamp.twamp_responder_lookup";
+inline constexpr const char *bind_to_next_module_function = "olv_twamp.twamp_bind_to_next_module";
 
 /** Key width of both classifier trees. */
 inline constexpr uint32_t key_bits = 24;

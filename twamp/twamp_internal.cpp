@@ -3,7 +3,7 @@
 
 #include "module_call.hpp"
 
-TWAMP_LOG_FILE("twamp_internal.c");
+TWAMP_LOG_FILE(twamp_internal);
 
 using namespace twamp;
 
@@ -27,36 +27,39 @@ bool is_log_level(uint32_t level)
     return level == 0 || level == 1 || level == 3 || level == 7 || level == 15;
 }
 
-uint32_t find_imc(const olv_module_handle &module, const log_context &log, const olv_bind_info *info,
-                  uint32_t *imc)
+uint32_t null_argument(const log_context &log)
+{
+    return TWAMP_FAIL(log, error, TWAMP_STATUS_INVALID_PARAM, "Null Bind Info / IMC Pointer");
+}
+
+uint32_t find_imc(const module_call &call, const olv_bind_info *info, uint32_t *imc)
 {
     if (info == nullptr) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null Bind Info Pointer");
+        return null_argument(call);
     }
     if (info->dst_location == location_cpu || info->src_location == location_cpu) {
         // The system's level is not asked for this one.
-        const log_context module_alone(module, nullptr);
-        TWAMP_LOG(module_alone, severity::info, "Module location CPU not supported\n");
+        const log_context module_alone(call.module, nullptr);
+        TWAMP_LOG(module_alone, info, "Module location CPU not supported\n");
         return TWAMP_STATUS_UNSUPPORTED_PATH;
     }
     if (info->dst_module == nullptr) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null Destination Module Pointer");
+        return TWAMP_FAIL(call, error, TWAMP_STATUS_INVALID_PARAM, "Null Destination Module Pointer");
     }
     const uint32_t destination = info->dst_module->module_id;
     if (destination != OLV_MODULE_ID_IPV4 && destination != OLV_MODULE_ID_IPV6) {
-        TWAMP_LOG(log, severity::info, "Invalid/unsupported bind path\n");
+        TWAMP_LOG(call, info, "Invalid/unsupported bind path\n");
         return TWAMP_STATUS_UNSUPPORTED_PATH;
     }
     if (imc == nullptr) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null IMC Pointer");
+        return null_argument(call);
     }
     // One function serves both families; the indirect IPv6 one is not handed out.
-    *imc = module.ctx->to_ip_direct_imc_tree_id;
+    *imc = call.module.ctx->to_ip_direct_imc_tree_id;
     return OLV_STATUS_OK;
 }
 
-uint32_t dump_tree(const olv_module_handle &module, const log_context &log, uint32_t index,
-                   const twamp_tree_desc &tree)
+uint32_t dump_tree(const module_call &call, uint32_t index, const twamp_tree_desc &tree)
 {
     twamp_dump_ctx context = {index, &tree, 0};
     if (tree.responder_format == 1) {
@@ -65,12 +68,24 @@ uint32_t dump_tree(const olv_module_handle &module, const log_context &log, uint
         std::putchar('\n');
     }
     const uint32_t rte =
-        hyx_ptn_list_ptns(module.rte_handle, tree.tree_id, olv_twamp_table_entry_dump_fn, &context);
+        hyx_ptn_list_ptns(call.module.rte_handle, tree.tree_id, olv_twamp_table_entry_dump_fn, &context);
     if (rte != 0) {
-        return TWAMP_FAIL(log, severity::error, OLV_STATUS_DUMP_FAILED,
+        return TWAMP_FAIL(call, error, OLV_STATUS_DUMP_FAILED,
                           "RTE Error %s: Failed to dump TWAMP tree for idx %d\n", hyx_status_get(rte), index);
     }
     return OLV_STATUS_OK;
+}
+
+/** @param text  Printed as it stands, with or without a newline. */
+uint32_t refuse_level(const olv_module_handle *module, log_site site, uint32_t status, const char *text)
+{
+    if (module == nullptr) {
+        log_unknown_unterminated(site, text);
+        return status;
+    }
+    const log_context log(*module, module->system);
+    log_unterminated(log, site, text);
+    return log_status(log, site, status);
 }
 
 int print_action(const olv_ptn_action *action)
@@ -88,30 +103,18 @@ int print_action(const olv_ptn_action *action)
 
 uint32_t olv_twamp_valid_module_handle(const olv_module_handle *module)
 {
-    return module->ctx != nullptr && module->ctx->magic == ctx_magic ? 1 : 0;
+    return has_context(*module) ? 1 : 0;
 }
 
 uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t level, uint32_t *mapped)
 {
     if (!is_log_level(level)) {
-        constexpr char message[] = "Unsupported log-level in TWAMP!";
-        const log_site site = TWAMP_HERE;
-        if (module == nullptr) {
-            log_unknown_unterminated(site, message);
-            return OLV_STATUS_BAD_LOG_LEVEL;
-        }
-        const log_context log(*module);
-        log_unterminated(log, severity::error, site, message);
-        return log_status(log, severity::error, site, OLV_STATUS_BAD_LOG_LEVEL);
+        return refuse_level(module, TWAMP_HERE(error), OLV_STATUS_BAD_LOG_LEVEL,
+                            "Unsupported log-level in TWAMP!");
     }
     if (mapped == nullptr) {
-        constexpr char message[] = "Null Mapped Level Pointer";
-        if (module == nullptr) {
-            TWAMP_LOG_UNKNOWN(message);
-            return TWAMP_STATUS_INVALID_PARAM;
-        }
-        return log_failure(log_context(*module), severity::error, TWAMP_HERE, TWAMP_STATUS_INVALID_PARAM,
-                           message);
+        return refuse_level(module, TWAMP_HERE(error), TWAMP_STATUS_INVALID_PARAM,
+                            "Null Mapped Level Pointer\n");
     }
     *mapped = level;
     return OLV_STATUS_OK;
@@ -120,34 +123,30 @@ uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t level, uint32
 uint32_t olv_twamp_get_imc(olv_module_handle *module, const olv_bind_info *info, uint32_t *imc)
 {
     if (!is_module(module)) {
-        TWAMP_LOG_UNKNOWN("Invalid TWAMP module handle 0x%08x\n", address_word(module));
+        TWAMP_LOG_UNKNOWN(invalid_module, address_word(module));
         return OLV_STATUS_INVALID_HANDLE;
     }
-    if (!is_initialised(module)) {
-        return reject_module(TWAMP_HERE, module, "TWAMP module failed to get IMC function\n");
-    }
-    const log_context log(*module);
-    return with_module_lock(log, TWAMP_HERE, module->lock, [&] { return find_imc(*module, log, info, imc); });
+    return run(work([=](const module_call &call) { return find_imc(call, info, imc); }), module,
+               TWAMP_HERE(error), untraced, "TWAMP module failed to get IMC function\n");
 }
 
 uint32_t olv_twamp_dump_tables(olv_module_handle *module, uint32_t table_group)
 {
     if (!is_initialised(module)) {
-        TWAMP_LOG_UNKNOWN("Invalid TWAMP module handle 0x%08x\n", address_word(module));
+        TWAMP_LOG_UNKNOWN(invalid_module, address_word(module));
         return OLV_STATUS_INVALID_HANDLE;
     }
-    const log_context log(*module);
-    const log_site site = TWAMP_HERE;
-    log_function(log, severity::entry, site, __func__);
+    const module_call call(*module, module->system);
+    const log_site site = TWAMP_HERE(entry);
+    log_function(call, site, __func__);
     const twamp_tree_desc *const trees[] = {&module->ctx->responder_tree, &module->ctx->bind_tree};
     for (uint32_t index = 0; index < std::size(trees); ++index) {
         if ((table_group & trees[index]->table_group_mask) == 0) {
             continue;
         }
-        if (dump_tree(*module, log, index, *trees[index]) != OLV_STATUS_OK) {
-            (void)TWAMP_FAIL(log, severity::error, OLV_STATUS_DUMP_FAILED,
-                             "Failed to dump TWAMP module's trees");
-            log_function(log, severity::exit, site, __func__);
+        if (dump_tree(call, index, *trees[index]) != OLV_STATUS_OK) {
+            (void)TWAMP_FAIL(call, error, OLV_STATUS_DUMP_FAILED, "Failed to dump TWAMP module's trees");
+            log_function(call, site.as(severity::exit), __func__);
             return OLV_STATUS_DUMP_FAILED;
         }
     }

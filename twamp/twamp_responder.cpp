@@ -8,19 +8,11 @@
 #include "responder_state.hpp"
 #include "scope_guard.hpp"
 
-TWAMP_LOG_FILE("twamp_responder.c");
+TWAMP_LOG_FILE(twamp_responder);
 
 using namespace twamp;
 
 namespace {
-
-/** Word 0 of a responder's action: the responder is defined. */
-constexpr uint32_t responder_defined = 0;
-
-classifier_tree responder_tree(const olv_module_handle &module)
-{
-    return {module.rte_handle, module.ctx->responder_tree.tree_id, responder_lookup_function};
-}
 
 /** Give back the record that a slot holds, so that nothing takes it for a responder. */
 void discard_record(twamp_responder_handle **slot)
@@ -45,7 +37,8 @@ responder_state new_responder_state(const olv_module_handle &module, const olv_t
     timeval now = {};
     (void)gettimeofday(&now, nullptr); // cannot fail with a valid address
     uint64_t timer = 0;
-    (void)hyx_timer_get_timestamp(module.rte_handle, 0, &timer); // a responder without a timer still reflects
+    (void)hyx_timer_get_timestamp(module.rte_handle, 0,
+                                  &timer); // a responder without a timer still reflects
 
     state.ntp_seconds = hyx_htonl(static_cast<uint32_t>(now.tv_sec) + ntp_epoch_offset);
     state.ntp_fraction = hyx_htonl(ntp_fraction(static_cast<long>(now.tv_usec)));
@@ -55,85 +48,81 @@ responder_state new_responder_state(const olv_module_handle &module, const olv_t
     return state;
 }
 
-uint32_t write_state(const olv_module_handle &module, const log_context &log, uint32_t responder_id,
-                     const responder_state &state)
+uint32_t write_state(const module_call &call, uint32_t responder_id, const responder_state &state)
 {
-    if (const uint32_t rte = hyx_se_state_set(module.rte_handle, responder_id, 0, &state, sizeof state)) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_STATE_WRITE_FAILED,
-                          "Failed to reset Responder state, RTE error code:0x%x, error string: %s\n", rte,
-                          hyx_status_get(rte));
+    if (const uint32_t rte = hyx_se_state_set(call.module.rte_handle, responder_id, 0, &state, sizeof state)) {
+        return TWAMP_FAIL_RTE(call, TWAMP_STATUS_STATE_WRITE_FAILED, rte,
+                              "Failed to reset Responder state, RTE error code:0x%x, error string: %s\n");
     }
     return OLV_STATUS_OK;
 }
 
-uint32_t make_key(const log_context &log, classifier_entry &entry, uint32_t responder_id)
+uint32_t make_key(const module_call &call, classifier_entry &entry, uint32_t responder_id)
 {
     if (const uint32_t status = entry.make_pattern()) {
-        return TWAMP_FAIL(log, severity::error, status, "Failed to allocate the pattern structure");
+        return TWAMP_FAIL(call, error, status, "Failed to allocate the pattern structure");
     }
     if (const uint32_t status = entry.add_key(responder_id)) {
-        return TWAMP_FAIL(log, severity::error, status, "Failed to add the responder flow ID to the pattern");
+        return TWAMP_FAIL(call, error, status, "Failed to add the responder flow ID to the pattern");
     }
     return OLV_STATUS_OK;
 }
 
 /** Creation and deletion report a refused entry alike. */
-uint32_t entry_refused(const olv_module_handle &module, const log_context &log, uint32_t rte)
+uint32_t entry_refused(const module_call &call, const classifier_entry &entry, uint32_t rte)
 {
-    return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_LEARN_FAILED,
-                      "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
-                      module.ctx->responder_tree.tree_id, rte, hyx_status_get(rte));
+    return TWAMP_FAIL_RTE(call, TWAMP_STATUS_LEARN_FAILED, rte,
+                          "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
+                          entry.tree_id());
 }
 
-uint32_t learn_entry(const olv_module_handle &module, const log_context &log, uint32_t responder_id)
+uint32_t learn_entry(const module_call &call, uint32_t responder_id)
 {
-    classifier_entry entry(responder_tree(module), responder_defined, 0,
-                           classifier_entry::console_line::with_site);
-    if (const uint32_t status = make_key(log, entry, responder_id)) {
+    classifier_entry entry(call, module_tree::responder, 0);
+    if (const uint32_t status = make_key(call, entry, responder_id)) {
         return status;
     }
-    if (const uint32_t rte = entry.learn(log, TWAMP_HERE)) {
-        return entry_refused(module, log, rte);
+    if (const uint32_t rte = entry.learn(TWAMP_HERE(entry_learnt))) {
+        return entry_refused(call, entry, rte);
     }
     return OLV_STATUS_OK;
 }
 
-uint32_t create_responder(olv_module_handle &module, const log_context &log,
-                          const olv_twamp_responder_info *info, twamp_responder_handle **slot)
+uint32_t make_responder(const module_call &call, const olv_twamp_responder_info *info,
+                        twamp_responder_handle **slot)
 {
     scope_guard release_record([slot] { discard_record(slot); });
     if (info == nullptr || slot == nullptr) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null Info / Flow Handle Pointer");
+        return TWAMP_FAIL(call, error, TWAMP_STATUS_INVALID_PARAM, "Null Info / Flow Handle Pointer");
     }
 
     *slot = nullptr;
     auto *const record =
         static_cast<twamp_responder_handle *>(hyx_nvm_calloc(1, sizeof(twamp_responder_handle)));
     if (record == nullptr) {
-        return TWAMP_FAIL(log, severity::fatal, TWAMP_STATUS_NO_MEMORY,
-                          "Memory allocation failed responder handle");
+        return TWAMP_FAIL(call, fatal, TWAMP_STATUS_NO_MEMORY, "Memory allocation failed responder handle");
     }
-    record->module = &module;
+    record->module = &call.module;
     record->magic = responder_magic;
     *slot = record;
 
-    twamp_ctx &ctx = *module.ctx;
+    twamp_ctx &ctx = *call.module.ctx;
     uint32_t id = 0;
     if (const uint32_t rte = hyx_rsrc_allocate(ctx.responder_ns, 1, &id)) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INDEX_ALLOC_FAILED,
-                          "Failed to allocate index from namespace handle 0x%0x, RTE error code:0x%x, "
-                          "error string: %s\n",
-                          ctx.responder_ns, rte, hyx_status_get(rte));
+        return TWAMP_FAIL_RTE(call, TWAMP_STATUS_INDEX_ALLOC_FAILED, rte,
+                              "Failed to allocate index from namespace handle 0x%0x, RTE error code:0x%x, "
+                              "error string: %s\n",
+                              ctx.responder_ns);
     }
     // A failed return is not reported: the failure that led here is.
     scope_guard return_id([&ctx, id] { (void)hyx_rsrc_free(ctx.responder_ns, id, 1); });
     record->responder_id = id;
     ++ctx.responder_create_count;
 
-    if (const uint32_t status = write_state(module, log, id, new_responder_state(module, *info))) {
+    if (const uint32_t status = write_state(call, id, new_responder_state(call.module, *info))) {
         return status;
     }
-    if (const uint32_t status = learn_entry(module, log, id)) {
+    if (const uint32_t status = learn_entry(call, id)) {
         return status;
     }
     return_id.dismiss();
@@ -141,39 +130,45 @@ uint32_t create_responder(olv_module_handle &module, const log_context &log,
     return OLV_STATUS_OK;
 }
 
-uint32_t delete_responder(const olv_module_handle &module, const log_context &log, uint32_t responder_id)
+uint32_t create_responder(const module_call &call, const olv_twamp_responder_info *info,
+                          twamp_responder_handle **slot)
+{
+    if (const uint32_t status = make_responder(call, info, slot)) {
+        return TWAMP_FAIL(call, error, status, "TWAMP Failed to create responder");
+    }
+    return OLV_STATUS_OK;
+}
+
+uint32_t delete_responder(const module_call &call, uint32_t responder_id)
 {
     // The entry goes first, so that no packet reaches a responder whose ID is free; its pattern lives to the
     // end of the deletion.
-    classifier_entry entry(responder_tree(module), responder_defined, 0,
-                           classifier_entry::console_line::with_site);
-    if (const uint32_t status = make_key(log, entry, responder_id)) {
+    classifier_entry entry(call, module_tree::responder, 0);
+    if (const uint32_t status = make_key(call, entry, responder_id)) {
         return status;
     }
-    if (const uint32_t rte = entry.unlearn(log, TWAMP_HERE)) {
-        return entry_refused(module, log, rte);
+    if (const uint32_t rte = entry.unlearn(TWAMP_HERE(entry_removed))) {
+        return entry_refused(call, entry, rte);
     }
-    const uint32_t responder_ns = module.ctx->responder_ns;
+    const uint32_t responder_ns = call.module.ctx->responder_ns;
     if (const uint32_t rte = hyx_rsrc_free(responder_ns, responder_id, 1)) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INDEX_FREE_FAILED,
-                          "Failed to free resource to namespace handle 0x%0x, RTE error code:0x%x, "
-                          "error string: %s\n",
-                          responder_ns, rte, hyx_status_get(rte));
+        return TWAMP_FAIL_RTE(call, TWAMP_STATUS_INDEX_FREE_FAILED, rte,
+                              "Failed to free resource to namespace handle 0x%0x, RTE error code:0x%x, "
+                              "error string: %s\n",
+                              responder_ns);
     }
-    return write_state(module, log, responder_id, responder_state{});
+    return write_state(call, responder_id, responder_state{});
 }
 
-uint32_t read_stats(const olv_module_handle &module, const log_context &log, uint32_t responder_id,
-                    olv_twamp_responder_stats *stats)
+uint32_t read_stats(const module_call &call, uint32_t responder_id, olv_twamp_responder_stats *stats)
 {
     if (stats == nullptr) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_INVALID_PARAM, "Null Stats Pointer");
+        return TWAMP_FAIL(call, error, TWAMP_STATUS_INVALID_PARAM, "Null Stats Pointer");
     }
     responder_state state = {};
-    if (const uint32_t rte = hyx_se_state_get(module.rte_handle, responder_id, 0, &state, sizeof state)) {
-        return TWAMP_FAIL(log, severity::error, TWAMP_STATUS_STATE_READ_FAILED,
-                          "Failed to read Responder state, RTE error code:0x%x, error string: %s\n", rte,
-                          hyx_status_get(rte));
+    if (const uint32_t rte = hyx_se_state_get(call.module.rte_handle, responder_id, 0, &state, sizeof state)) {
+        return TWAMP_FAIL_RTE(call, TWAMP_STATUS_STATE_READ_FAILED, rte,
+                              "Failed to read Responder state, RTE error code:0x%x, error string: %s\n");
     }
     *stats = {};
     stats->received = hyx_ntohl(state.received);
@@ -184,11 +179,18 @@ uint32_t read_stats(const olv_module_handle &module, const log_context &log, uin
     return OLV_STATUS_OK;
 }
 
-uint32_t reject_responder(log_site site, const twamp_responder_handle *responder)
+/** Frame of the operations on a responder. The words of both refusals are deletion's, whatever was asked for.
+ */
+uint32_t run_on_responder(const operation_work &work, olv_module_handle *module,
+                          const twamp_responder_handle *responder, log_site site, const char *operation)
 {
-    log_unknown(site, "Invalid TWAMP Responder handle 0x%08x\n", address_word(responder));
-    log_unknown(site, "Failed to delete Responder Handle");
-    return OLV_STATUS_INVALID_HANDLE;
+    constexpr const char *failed = "Failed to delete Responder Handle";
+    if (is_initialised(module) && !is_responder(responder)) {
+        log_unknown(site, "Invalid TWAMP Responder handle 0x%08x\n", address_word(responder));
+        log_unknown(site, failed);
+        return OLV_STATUS_INVALID_HANDLE;
+    }
+    return run(work, module, site, operation, failed);
 }
 
 } // namespace
@@ -196,45 +198,23 @@ uint32_t reject_responder(log_site site, const twamp_responder_handle *responder
 uint32_t olv_twamp_responder_create(olv_module_handle *module, const olv_twamp_responder_info *info,
                                     twamp_responder_handle **slot)
 {
-    if (!is_initialised(module)) {
-        return reject_module(TWAMP_HERE, module, "Failed to create Responder Handle");
-    }
-    const log_context log(*module);
-    return module_call(log, TWAMP_HERE, __func__, module->lock, [&]() -> uint32_t {
-        const uint32_t status = create_responder(*module, log, info, slot);
-        if (status != OLV_STATUS_OK) {
-            return TWAMP_FAIL(log, severity::error, status, "TWAMP Failed to create responder");
-        }
-        return OLV_STATUS_OK;
-    });
+    return run(work([=](const module_call &call) { return create_responder(call, info, slot); }), module,
+               TWAMP_HERE(error), __func__, "Failed to create Responder Handle");
 }
 
 uint32_t olv_twamp_responder_delete(olv_module_handle *module, twamp_responder_handle *responder)
 {
-    if (!is_initialised(module)) {
-        return reject_module(TWAMP_HERE, module, "Failed to delete Responder Handle");
-    }
-    if (!is_responder(responder)) {
-        return reject_responder(TWAMP_HERE, responder);
-    }
-    const log_context log(*module);
-    return module_call(log, TWAMP_HERE, __func__, module->lock,
-                       [&] { return delete_responder(*module, log, responder->responder_id); });
+    return run_on_responder(
+        work([=](const module_call &call) { return delete_responder(call, responder->responder_id); }), module,
+        responder, TWAMP_HERE(error), __func__);
 }
 
 uint32_t olv_twamp_responder_stats_get(olv_module_handle *module, twamp_responder_handle *responder,
                                        olv_twamp_responder_stats *stats)
 {
-    // Both refusals tell of deletion here too: operators' scripts look for these texts.
-    if (!is_initialised(module)) {
-        return reject_module(TWAMP_HERE, module, "Failed to delete Responder Handle");
-    }
-    if (!is_responder(responder)) {
-        return reject_responder(TWAMP_HERE, responder);
-    }
-    const log_context log(*module);
-    return module_call(log, TWAMP_HERE, __func__, module->lock,
-                       [&] { return read_stats(*module, log, responder->responder_id, stats); });
+    return run_on_responder(
+        work([=](const module_call &call) { return read_stats(call, responder->responder_id, stats); }), module,
+        responder, TWAMP_HERE(error), __func__);
 }
 
 uint32_t olv_twamp_responder_stats_print(olv_module_handle *module, twamp_responder_handle *responder)

@@ -78,9 +78,12 @@ const char *status_text(std::uint32_t status)
 
 } // namespace
 
-const char *olv_sys_status_get(const olv_system_handle * /*system*/, std::uint32_t status)
+const char *olv_sys_status_get(const olv_system_handle *system, std::uint32_t status)
 {
     return plain_call(
-        call::olv_sys_status_get, [&](argument_text &text) { text.hex("status", status); },
+        call::olv_sys_status_get,
+        [&](argument_text &text) {
+            text.text("system", system != nullptr ? system->log_name : nullptr).hex("status", status);
+        },
         [&] { return status_text(status); });
 }

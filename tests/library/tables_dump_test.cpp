@@ -269,6 +269,26 @@ TEST(DumpTables, Rows)
     walk_rows.run();
 }
 
+TEST(DumpTables, RefusesAnUnusableHandleInOneLine)
+{
+    const char *const refused =
+        "[olv_unknown_log: ERROR] twamp_internal.c:LINE Invalid TWAMP module handle 0x{module}\n";
+    bench b;
+    olv_module_handle foreign = *b.module;
+    foreign.magic = 0x53248790;
+    olv_module_handle uninitialised = *b.module;
+    uninitialised.ctx = nullptr;
+    for (olv_module_handle *const handle :
+         {static_cast<olv_module_handle *>(nullptr), &foreign, &uninitialised}) {
+        b.handle = handle;
+        const observation seen = b.observe([&] { return olv_twamp_dump_tables(b.handle, 3); });
+        EXPECT_EQ(seen.status, 1u);
+        EXPECT_EQ(seen.console, b.expand(refused));
+        EXPECT_THAT(seen.traces, testing::ElementsAre(forced("Invalid TWAMP module handle 0x%08x\n")));
+        EXPECT_THAT(seen.calls, testing::IsEmpty());
+    }
+}
+
 TEST(TablesDump, HoldsTheLockThroughoutTheWalk)
 {
     bench b;
