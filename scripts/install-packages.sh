@@ -4,7 +4,8 @@
 #   scripts/install-packages.sh lint    also the second compiler and the linters
 set -euo pipefail
 
-packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev)
+packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev abigail-tools python3
+  python3-pyelftools)
 case "${1:-}" in
   '') ;;
   lint) packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck) ;;
