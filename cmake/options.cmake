@@ -13,6 +13,9 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
+# Programs find the build tree's libraries wherever the tree is.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
 # Linked by every target of ours, never by GoogleTest.
 add_library(olv_warnings INTERFACE)
 target_compile_options(olv_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
