@@ -13,6 +13,7 @@ install(TARGETS olv-sim EXPORT olv-twamp-sim-targets
         LIBRARY COMPONENT sim
         FILE_SET HEADERS DESTINATION ${header_dir} COMPONENT sim)
 if(TARGET twampctl)
+  # Finds the libraries under any prefix.
   set_target_properties(twampctl PROPERTIES INSTALL_RPATH $ORIGIN/../${CMAKE_INSTALL_LIBDIR})
   install(TARGETS twampctl twamp-probe RUNTIME COMPONENT sim)
 endif()

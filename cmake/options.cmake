@@ -13,8 +13,10 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
-# Programs find the build tree's libraries wherever the tree is.
+# The same source gives the same bytes in every directory: no run path of the build tree, and in what is
+# shipped no file name of it. Debuggers need the names, so other build types keep them.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+add_compile_options("$<$<CONFIG:Release,MinSizeRel>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=build;-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
 
 # Linked by every target of ours, never by GoogleTest.
 add_library(olv_warnings INTERFACE)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing need, as far as they are missing.
-#   scripts/install-packages.sh         compiler, build tools, test and command-line libraries
-#   scripts/install-packages.sh lint    also the second compiler and the linters
+#   scripts/install-packages.sh            compiler, build tools, test and command-line libraries
+#   scripts/install-packages.sh lint       also the second compiler and the linters
+#   scripts/install-packages.sh package    also what makes and checks packages
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev abigail-tools python3
@@ -9,8 +10,9 @@ packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli
 case "${1:-}" in
   '') ;;
   lint) packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck) ;;
+  package) packages+=(dpkg-dev file pkgconf) ;;
   *)
-    echo "install-packages: unknown argument '$1'; there is 'lint' or none" >&2
+    echo "install-packages: unknown argument '$1'; there are 'lint', 'package' or none" >&2
     exit 2
     ;;
 esac
