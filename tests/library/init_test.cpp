@@ -230,35 +230,6 @@ TEST(Init, Rows)
     rows.run();
 }
 
-TEST(Init, RegistersTheServiceFunctions)
-{
-    options setup = uninitialised();
-    for (auto &function : setup.program.tree_functions)
-        if (function.name == "olv_twamp.twamp_lli_processing")
-            function.id = 0x54321; // Over 16 bits: the table has its low ones.
-    bench b(setup);
-    quiet([&] { return olv_twamp_init(b.module); });
-
-    olv_service_function_table expected{};
-    expected.shutdown = olv_twamp_shutdown;
-    expected.custom_bind = olv_twamp_custom_bind;
-    expected.custom_unbind = olv_twamp_custom_unbind;
-    expected.get_imc = olv_twamp_get_imc;
-    expected.lli_tree_function.id = 0x4321;
-    expected.sys_log = olv_twamp_sys_log;
-    const auto registered = b.framework.last_table(b.module);
-    ASSERT_TRUE(registered.has_value());
-    EXPECT_EQ(std::memcmp(&*registered, &expected, sizeof expected), 0);
-}
-
-TEST(Init, ClearsTheGlobalStatistics)
-{
-    bench b(uninitialised());
-    b.set_state_bytes(olv_sim::global_statistics_id, std::vector<std::uint8_t>(128, 0xA5));
-    quiet([&] { return olv_twamp_init(b.module); });
-    EXPECT_EQ(b.state_bytes(olv_sim::global_statistics_id), std::vector<std::uint8_t>(128, 0));
-}
-
 TEST(Init, DumpsTheClearingBeforeItFails)
 {
     bench b(uninitialised());
