@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "rows.hpp"
 
 namespace olv_test {
