@@ -26,9 +26,24 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   target_compile_options(olv_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
 endif()
 
+set(OLV_TWAMP_SANITIZE OFF CACHE STRING "Sanitizers: OFF, address+undefined (and leaks where they can be found) or undefined-trap")
+set_property(CACHE OLV_TWAMP_SANITIZE PROPERTY STRINGS OFF address+undefined undefined-trap)
+if(OLV_TWAMP_SANITIZE STREQUAL "address+undefined")
+  set(sanitize -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(OLV_TWAMP_SANITIZE STREQUAL "undefined-trap")
+  # Ends the program with a trap instead of a message: for targets without the sanitizers' run-time library.
+  set(sanitize -fsanitize=undefined -fsanitize-undefined-trap-on-error)
+elseif(OLV_TWAMP_SANITIZE)
+  message(FATAL_ERROR "OLV_TWAMP_SANITIZE: there is no '${OLV_TWAMP_SANITIZE}'")
+endif()
+
 if(OLV_TWAMP_SANITIZE)
-  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  add_link_options(-fsanitize=address,undefined)
+  if(CMAKE_SYSTEM_PROCESSOR STREQUAL "arm")
+    # The address of a Thumb function is odd, which UndefinedBehaviorSanitizer takes for misaligned.
+    list(APPEND sanitize -marm)
+  endif()
+  add_compile_options(${sanitize})
+  add_link_options(${sanitize})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # Instrumented code makes GCC see uninitialised values inside the standard library's headers.
     target_compile_options(olv_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-maybe-uninitialized>)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what the tests need, builds, and runs all tests: native, then with AddressSanitizer,
-# UndefinedBehaviorSanitizer and LeakSanitizer. Safe to run again; builds below build/ only.
+# UndefinedBehaviorSanitizer and LeakSanitizer; then looks at the library as it is released. Safe to run again;
+# builds below build/ only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,3 +14,8 @@ for preset in dev asan; do
     echo "== Testing: $preset"
     ctest --preset "$preset"
 done
+
+echo "== The released library: dependencies, symbols, sealing"
+cmake --preset release
+cmake --build --preset release --target olv-twamp
+ctest --preset release -R '^abi\.'

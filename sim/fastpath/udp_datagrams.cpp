@@ -92,7 +92,6 @@ std::size_t write_control(const msghdr &request, int family, std::uint8_t traffi
                           std::span<std::uint8_t> buffer)
 {
     control_writer writer{buffer};
-    const int traffic_class_value = traffic_class;
     for_each_control(request, [&writer](const cmsghdr *header) {
         if (is(header, IPPROTO_IP, IP_PKTINFO)) {
             in_pktinfo source{};
@@ -108,9 +107,9 @@ std::size_t write_control(const msghdr &request, int family, std::uint8_t traffi
         }
     });
     if (family == AF_INET6)
-        writer.add(IPPROTO_IPV6, IPV6_TCLASS, traffic_class_value);
+        writer.add(IPPROTO_IPV6, IPV6_TCLASS, int{traffic_class});
     else
-        writer.add(IPPROTO_IP, IP_TOS, traffic_class_value);
+        writer.add(IPPROTO_IP, IP_TOS, traffic_class);
     return writer.length();
 }
 

@@ -88,17 +88,18 @@ void *memory_arena::allocate_large(std::uint32_t size)
     if (waiting.size() > quarantine) {
         void *block = waiting.front();
         waiting.pop_front();
-        std::memset(block, 0, capacity);
         large_.at(block).size = size;
-        return block;
+        return std::memset(block, 0, capacity);
     }
-    std::unique_ptr<void, release_memory> memory{std::calloc(capacity, 1)};
+    // calloc() aligns to 8 bytes on some 32-bit targets.
+    std::unique_ptr<void, release_memory> memory{std::aligned_alloc(alignment, capacity)};
     void *block = memory.get();
-    if (block != nullptr) {
-        large_.emplace(block, large_block{std::move(memory), capacity, size});
-        usage_.mapped_bytes += capacity;
+    if (block == nullptr) {
+        return nullptr;
     }
-    return block;
+    large_.emplace(block, large_block{std::move(memory), capacity, size});
+    usage_.mapped_bytes += capacity;
+    return std::memset(block, 0, capacity);
 }
 
 std::optional<memory_arena::place> memory_arena::find_small(const void *block)

@@ -24,8 +24,10 @@ class memory_arena {
   public:
     /** Frees of a size class that a freed block waits for at least. */
     static constexpr std::size_t quarantine = 1024;
+    /** Of every block; the size classes are its multiples. */
+    static constexpr std::size_t alignment = 16;
 
-    /** Zeroed, aligned to 16 bytes. @return NULL when the system has no memory. */
+    /** Zeroed, aligned to `alignment`. @return NULL when the system has no memory. */
     void *allocate(std::uint32_t size);
     /** @return false for a block that is not live; nothing happens then. */
     bool release(const void *block);

@@ -53,7 +53,8 @@ class Library(unittest.TestCase):
         return [segment for segment in self.elf.iter_segments() if segment["p_type"] == kind]
 
     def symbols(self, defined):
-        """Dynamic symbols with the name of the library that each is versioned for, if any."""
+        """Dynamic symbols with the name of the library that each is versioned for, if any. Local ones are the
+        linker's own and bind to nothing."""
         versions = {}
         for library, needed in self.elf.get_section_by_name(".gnu.version_r").iter_versions():
             versions.update((version["vna_other"], library.name) for version in needed)
@@ -61,7 +62,8 @@ class Library(unittest.TestCase):
         indices = self.elf.get_section_by_name(".gnu.version")
         for number in range(1, table.num_symbols()):
             symbol = table.get_symbol(number)
-            if (symbol["st_shndx"] != "SHN_UNDEF") == defined:
+            local = symbol["st_info"]["bind"] == "STB_LOCAL"
+            if not local and (symbol["st_shndx"] != "SHN_UNDEF") == defined:
                 yield symbol, versions.get(indices.get_symbol(number)["ndx"])
 
     def test_needs_the_c_library_alone(self):

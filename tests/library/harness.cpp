@@ -7,15 +7,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <mutex>
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 namespace {
 
-// The instant of gettimeofday(); -1 seconds: the wall clock.
-std::atomic<std::int64_t> fixed_seconds{-1};
-std::atomic<std::int64_t> fixed_microseconds{0};
+// The instant of gettimeofday(); nothing: the wall clock.
+std::mutex fixed_time_mutex;
+std::optional<olv_test::time_of_day> fixed_time;
+std::function<void()> when_read;
 
 std::string formatted(const char *format, std::uint32_t value)
 {
@@ -65,10 +67,13 @@ bool is_status_text(const olv_sim::trace_event &event)
 extern "C" __attribute__((visibility("default"))) int gettimeofday(struct timeval *__restrict now,
                                                                    void *__restrict) noexcept
 {
-    const std::int64_t seconds = fixed_seconds.load();
-    if (seconds >= 0) {
-        now->tv_sec = static_cast<time_t>(seconds);
-        now->tv_usec = static_cast<suseconds_t>(fixed_microseconds.load());
+    const std::lock_guard lock{fixed_time_mutex};
+    if (fixed_time) {
+        now->tv_sec = static_cast<time_t>(fixed_time->seconds); // wraps in 2038 where time_t has 32 bits
+        now->tv_usec = static_cast<suseconds_t>(fixed_time->microseconds);
+        if (when_read) {
+            when_read();
+        }
         return 0;
     }
     timespec instant{};
@@ -80,10 +85,11 @@ extern "C" __attribute__((visibility("default"))) int gettimeofday(struct timeva
 
 namespace olv_test {
 
-void set_time_of_day(std::optional<time_of_day> instant)
+void set_time_of_day(std::optional<time_of_day> instant, std::function<void()> read)
 {
-    fixed_microseconds = instant ? instant->microseconds : 0;
-    fixed_seconds = instant ? instant->seconds : -1;
+    const std::lock_guard lock{fixed_time_mutex};
+    fixed_time = instant;
+    when_read = std::move(read);
 }
 
 std::ostream &operator<<(std::ostream &stream, const trace &value)

@@ -54,6 +54,13 @@ TEST_F(ResponderState, HasEveryByteInItsPlace)
     EXPECT_EQ(state_of_new_responder(0x1234, 0xABCD), expected);
 }
 
+TEST_F(ResponderState, PairsTheInstantWithTheTimerReadingTakenAfterIt)
+{
+    b_.processor.set_timer(0x1111);
+    set_time_of_day(time_of_day{0, 0}, [this] { b_.processor.set_timer(0x2222); });
+    EXPECT_THAT(word_at(28), testing::ElementsAre(0x00, 0x00, 0x22, 0x22));
+}
+
 TEST_F(ResponderState, IsWrittenAtTheResponderIdIndexZeroInOneCall)
 {
     set_time_of_day(time_of_day{0, 0});
