@@ -28,19 +28,23 @@ host_and_port split(std::string_view text)
 {
     constexpr std::string_view form = "expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT";
     // The C library would take the text up to the zero for all of it.
-    if (text.find('\0') != std::string_view::npos)
+    if (text.find('\0') != std::string_view::npos) {
         reject(text.substr(0, text.find('\0')), "contains a zero byte");
+    }
     if (text.starts_with('[')) {
         const std::size_t end = text.find("]:");
-        if (end == std::string_view::npos)
+        if (end == std::string_view::npos) {
             reject(text, form);
+        }
         return {std::string(text.substr(1, end - 1)), text.substr(end + 2), true};
     }
     const std::size_t colon = text.find(':');
-    if (colon == std::string_view::npos)
+    if (colon == std::string_view::npos) {
         reject(text, form);
-    if (text.find(':', colon + 1) != std::string_view::npos)
+    }
+    if (text.find(':', colon + 1) != std::string_view::npos) {
         reject(text, "an IPv6 address is written in brackets, as in [::1]:862");
+    }
     return {std::string(text.substr(0, colon)), text.substr(colon + 1), false};
 }
 
@@ -48,8 +52,9 @@ std::uint16_t parse_port(std::string_view text, std::string_view port)
 {
     unsigned value = 0;
     const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), value);
-    if (port.empty() || error != std::errc{} || end != port.data() + port.size() || value > 65535)
+    if (port.empty() || error != std::errc{} || end != port.data() + port.size() || value > 65535) {
         reject(text, "the port has to be a number from 0 to 65535");
+    }
     return static_cast<std::uint16_t>(value);
 }
 
@@ -67,8 +72,9 @@ std::string listen_address::text() const
 {
     char host[NI_MAXHOST];
     if (getnameinfo(reinterpret_cast<const sockaddr *>(&address), length, host, sizeof host, nullptr, 0,
-                    NI_NUMERICHOST) != 0)
+                    NI_NUMERICHOST) != 0) {
         return "(no address)";
+    }
     const std::string name = family() == AF_INET6 ? "[" + std::string(host) + "]" : std::string(host);
     return name + ":" + std::to_string(port());
 }
@@ -82,8 +88,9 @@ listen_address parse_listen_address(std::string_view text)
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
-        if (inet_pton(AF_INET, parts.host.c_str(), &address.sin_addr) != 1)
+        if (inet_pton(AF_INET, parts.host.c_str(), &address.sin_addr) != 1) {
             reject(text, "'" + parts.host + "' is not an IPv4 address");
+        }
         std::memcpy(&parsed.address, &address, sizeof address);
         parsed.length = sizeof address;
         return parsed;
@@ -93,8 +100,9 @@ listen_address parse_listen_address(std::string_view text)
     hints.ai_socktype = SOCK_DGRAM;
     hints.ai_flags = AI_NUMERICHOST;
     addrinfo *found = nullptr;
-    if (getaddrinfo(parts.host.c_str(), nullptr, &hints, &found) != 0)
+    if (getaddrinfo(parts.host.c_str(), nullptr, &hints, &found) != 0) {
         reject(text, "'" + parts.host + "' is not an IPv6 address of this system");
+    }
     sockaddr_in6 address{};
     std::memcpy(&address, found->ai_addr, sizeof address);
     freeaddrinfo(found);

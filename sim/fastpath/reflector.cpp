@@ -45,8 +45,9 @@ bool may_have_another_session(olv_sim::state_words responder)
 /** remainder / divisor in units of 2^-32, rounded down; remainder < divisor. */
 std::uint32_t binary_fraction(std::uint64_t remainder, std::uint64_t divisor)
 {
-    if (divisor <= UINT32_MAX)
+    if (divisor <= UINT32_MAX) {
         return static_cast<std::uint32_t>((remainder << 32) / divisor);
+    }
     std::uint32_t fraction = 0;
     for (int bit = 0; bit < 32; ++bit) {
         const bool is_set = remainder >= divisor - remainder;
@@ -65,10 +66,11 @@ void copy_request(const received_packet &packet, std::span<std::uint8_t> reply)
     store_16(&reply[reflector_packet::zero_38], 0);
     reply[reflector_packet::sender_ttl] = packet.ttl;
     const std::span<std::uint8_t> rest = reply.subspan(reflector_packet::header_length);
-    if (request.size() == stamp_length)
+    if (request.size() == stamp_length) {
         std::fill(rest.begin(), rest.end(), std::uint8_t{0});
-    else if (!rest.empty())
+    } else if (!rest.empty()) {
         std::memcpy(rest.data(), &request[sender_packet::padding], rest.size());
+    }
 }
 
 } // namespace
@@ -93,16 +95,19 @@ reflector::reflector(olv_sim::processor &processor, const reflector_options &opt
 
 olv_sim::state_words reflector::find_responder(std::uint32_t responder_id) const
 {
-    if (responders_ == nullptr)
+    if (responders_ == nullptr) {
         return {};
+    }
     const std::optional<olv_sim::tree_action> action = responders_->lookup(responder_id);
-    if (!action || !says_defined(action->word[0]))
+    if (!action || !says_defined(action->word[0])) {
         return {};
+    }
     const olv_sim::state_words responder = processor_.state(responder_id);
     // An entry without a key leads to IDs that nobody created, a deletion clears the state after the tree.
     if (responder.size() < responder_words ||
-        (read_word(responder, responder_word::flags) & responder_written) == 0)
+        (read_word(responder, responder_word::flags) & responder_written) == 0) {
         return {};
+    }
     return responder;
 }
 
@@ -115,8 +120,9 @@ verdict reflector::reflect(const received_packet &packet, const packet_path &pat
                            std::span<std::uint8_t> reply)
 {
     const auto count_globally = [this](std::size_t word) {
-        if (global_.size() >= global_words)
+        if (global_.size() >= global_words) {
             count(global_, word);
+        }
     };
 
     count_globally(global_word::total_rx);
@@ -169,8 +175,9 @@ outcome reflector::enter_session(const received_packet &packet, std::uint32_t re
         end_session(*known);
         known = nullptr;
     }
-    if (known == nullptr)
+    if (known == nullptr) {
         return begin_session(key, creation, packet.arrival_ticks, responder, entry);
+    }
     sessions_.touch(*known, packet.arrival_ticks);
     *entry = known;
     return outcome::reflected;
@@ -182,16 +189,18 @@ outcome reflector::begin_session(const session_key &key, const responder_creatio
     forget_stale_sessions(slots_each_session);
     if (!may_have_another_session(responder)) {
         end_idle_sessions(arrival, sessions_.capacity());
-        if (!may_have_another_session(responder))
+        if (!may_have_another_session(responder)) {
             return outcome::drop_max_sessions;
+        }
     }
     session *begun = sessions_.insert(key, creation, arrival);
     if (begun == nullptr) {
         end_idle_sessions(arrival, sessions_.capacity());
         begun = sessions_.insert(key, creation, arrival);
     }
-    if (begun == nullptr)
+    if (begun == nullptr) {
         return outcome::drop_table_full;
+    }
     count(responder, responder_word::active_sessions);
     *entry = begun;
     return outcome::reflected;
@@ -205,8 +214,9 @@ bool reflector::is_idle(const session &entry, std::uint64_t now) const
 void reflector::end_session(session &entry)
 {
     const olv_sim::state_words responder = processor_.state(entry.key.responder_id);
-    if (responder.size() >= responder_words && creation_of(responder) == entry.creation)
+    if (responder.size() >= responder_words && creation_of(responder) == entry.creation) {
         count_down(responder, responder_word::active_sessions);
+    }
     sessions_.remove(entry);
 }
 
@@ -214,8 +224,9 @@ void reflector::end_idle_sessions(std::uint64_t now, std::uint32_t limit)
 {
     for (; limit > 0; --limit) {
         session *oldest = sessions_.oldest();
-        if (oldest == nullptr || !is_idle(*oldest, now))
+        if (oldest == nullptr || !is_idle(*oldest, now)) {
             return;
+        }
         end_session(*oldest);
     }
 }
@@ -224,11 +235,13 @@ void reflector::forget_stale_sessions(std::uint32_t slots)
 {
     for (; slots > 0; --slots) {
         session *visited = sessions_.next_slot();
-        if (visited == nullptr)
+        if (visited == nullptr) {
             continue;
+        }
         const olv_sim::state_words responder = processor_.state(visited->key.responder_id);
-        if (responder.size() < responder_words || creation_of(responder) != visited->creation)
+        if (responder.size() < responder_words || creation_of(responder) != visited->creation) {
             sessions_.remove(*visited);
+        }
     }
 }
 

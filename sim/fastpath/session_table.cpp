@@ -51,17 +51,20 @@ std::uint32_t session_table::index_of(const session &entry) const
 
 session *session_table::find(const session_key &key)
 {
-    for (std::uint32_t index = buckets_[bucket_of(key)]; index != none; index = slots_[index].next_in_bucket)
-        if (slots_[index].entry.key == key)
+    for (std::uint32_t index = buckets_[bucket_of(key)]; index != none; index = slots_[index].next_in_bucket) {
+        if (slots_[index].entry.key == key) {
             return &slots_[index].entry;
+        }
+    }
     return nullptr;
 }
 
 session *session_table::insert(const session_key &key, const responder_creation &creation,
                                std::uint64_t arrival)
 {
-    if (first_free_ == none)
+    if (first_free_ == none) {
         return nullptr;
+    }
     const std::uint32_t index = first_free_;
     slot &taken = slots_[index];
     first_free_ = taken.next_in_bucket;
@@ -79,8 +82,9 @@ void session_table::touch(session &entry, std::uint64_t arrival)
 {
     const std::uint32_t index = index_of(entry);
     entry.last_arrival = arrival;
-    if (index == youngest_)
+    if (index == youngest_) {
         return;
+    }
     unlink_age(index);
     append_youngest(index);
 }
@@ -89,8 +93,9 @@ void session_table::remove(session &entry)
 {
     const std::uint32_t index = index_of(entry);
     std::uint32_t *link = &buckets_[bucket_of(entry.key)];
-    while (*link != index)
+    while (*link != index) {
         link = &slots_[*link].next_in_bucket;
+    }
     *link = slots_[index].next_in_bucket;
     unlink_age(index);
     slots_[index].used = false;
@@ -106,8 +111,9 @@ session *session_table::oldest()
 
 session *session_table::next_slot()
 {
-    if (slots_.empty())
+    if (slots_.empty()) {
         return nullptr;
+    }
     slot &visited = slots_[cursor_];
     cursor_ = cursor_ + 1 == capacity() ? 0 : cursor_ + 1;
     return visited.used ? &visited.entry : nullptr;

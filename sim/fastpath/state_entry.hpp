@@ -48,10 +48,11 @@ inline constexpr std::size_t global_words = 6;
 /** Between the host's order and state memory's, either way. */
 [[nodiscard]] constexpr std::uint32_t big_endian(std::uint32_t value)
 {
-    if constexpr (std::endian::native == std::endian::big)
+    if constexpr (std::endian::native == std::endian::big) {
         return value;
-    else
+    } else {
         return value << 24 | (value & 0xFF00u) << 8 | (value >> 8 & 0xFF00u) | value >> 24;
+    }
 }
 
 [[nodiscard]] inline std::uint32_t read_word(olv_sim::state_words words, std::size_t word)

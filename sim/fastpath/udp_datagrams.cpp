@@ -32,19 +32,21 @@ bool is(const cmsghdr *header, int level, int type)
 template <typename Visitor> void for_each_control(const msghdr &message, Visitor visit)
 {
     msghdr copy = message;
-    for (cmsghdr *header = CMSG_FIRSTHDR(&copy); header != nullptr; header = CMSG_NXTHDR(&copy, header))
+    for (cmsghdr *header = CMSG_FIRSTHDR(&copy); header != nullptr; header = CMSG_NXTHDR(&copy, header)) {
         visit(header);
+    }
 }
 
 void read_control(const msghdr &message, received_packet &packet)
 {
     for_each_control(message, [&packet](const cmsghdr *header) {
-        if (is(header, IPPROTO_IP, IP_TTL) || is(header, IPPROTO_IPV6, IPV6_HOPLIMIT))
+        if (is(header, IPPROTO_IP, IP_TTL) || is(header, IPPROTO_IPV6, IPV6_HOPLIMIT)) {
             packet.ttl = static_cast<std::uint8_t>(value_of<int>(header));
-        else if (is(header, IPPROTO_IP, IP_TOS))
+        } else if (is(header, IPPROTO_IP, IP_TOS)) {
             packet.traffic_class = value_of<std::uint8_t>(header);
-        else if (is(header, IPPROTO_IPV6, IPV6_TCLASS))
+        } else if (is(header, IPPROTO_IPV6, IPV6_TCLASS)) {
             packet.traffic_class = static_cast<std::uint8_t>(value_of<int>(header));
+        }
     });
 }
 
@@ -99,17 +101,20 @@ std::size_t write_control(const msghdr &request, int family, std::uint8_t traffi
             writer.add(IPPROTO_IP, IP_PKTINFO, source);
         } else if (is(header, IPPROTO_IPV6, IPV6_PKTINFO)) {
             in6_pktinfo source = value_of<in6_pktinfo>(header);
-            if (IN6_IS_ADDR_MULTICAST(&source.ipi6_addr))
+            if (IN6_IS_ADDR_MULTICAST(&source.ipi6_addr)) {
                 return;
-            if (!IN6_IS_ADDR_LINKLOCAL(&source.ipi6_addr))
+            }
+            if (!IN6_IS_ADDR_LINKLOCAL(&source.ipi6_addr)) {
                 source.ipi6_ifindex = 0; // routing may choose another interface than the request's
+            }
             writer.add(IPPROTO_IPV6, IPV6_PKTINFO, source);
         }
     });
-    if (family == AF_INET6)
+    if (family == AF_INET6) {
         writer.add(IPPROTO_IPV6, IPV6_TCLASS, int{traffic_class});
-    else
+    } else {
         writer.add(IPPROTO_IP, IP_TOS, traffic_class);
+    }
     return writer.length();
 }
 
@@ -123,14 +128,16 @@ bool set_option(int socket, int level, int option, int value)
 bool prepare_socket(int socket, int family)
 {
     // Beyond the system's limit where the process may, up to it otherwise. Smaller is no error.
-    if (!set_option(socket, SOL_SOCKET, SO_RCVBUFFORCE, receive_buffer_bytes))
+    if (!set_option(socket, SOL_SOCKET, SO_RCVBUFFORCE, receive_buffer_bytes)) {
         (void)set_option(socket, SOL_SOCKET, SO_RCVBUF, receive_buffer_bytes);
-    if (family == AF_INET6)
+    }
+    if (family == AF_INET6) {
         return set_option(socket, IPPROTO_IPV6, IPV6_V6ONLY, 1) &&
                set_option(socket, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1) &&
                set_option(socket, IPPROTO_IPV6, IPV6_RECVHOPLIMIT, 1) &&
                set_option(socket, IPPROTO_IPV6, IPV6_RECVTCLASS, 1) &&
                set_option(socket, IPPROTO_IPV6, IPV6_UNICAST_HOPS, hop_limit);
+    }
     return set_option(socket, IPPROTO_IP, IP_PKTINFO, 1) && set_option(socket, IPPROTO_IP, IP_RECVTTL, 1) &&
            set_option(socket, IPPROTO_IP, IP_RECVTOS, 1) && set_option(socket, IPPROTO_IP, IP_TTL, hop_limit);
 }
@@ -209,8 +216,9 @@ send_result datagram_batch::send(int socket)
             done += static_cast<std::size_t>(taken);
             result.sent += static_cast<std::uint32_t>(taken);
         } else if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS || errno == EINTR) {
-            if (++waits > send_waits)
+            if (++waits > send_waits) {
                 break;
+            }
             pollfd writable{.fd = socket, .events = POLLOUT, .revents = 0};
             (void)poll(&writable, 1, send_wait_milliseconds); // the next attempt finds out
         } else {

@@ -40,15 +40,17 @@ bool watch(int epoll, int descriptor, std::uint64_t data)
 
 udp_server::descriptor::~descriptor()
 {
-    if (is_open())
+    if (is_open()) {
         close(number_);
+    }
 }
 
 udp_server::descriptor &udp_server::descriptor::operator=(descriptor &&other) noexcept
 {
     if (this != &other) {
-        if (is_open())
+        if (is_open()) {
             close(number_);
+        }
         number_ = other.release();
     }
     return *this;
@@ -67,8 +69,9 @@ udp_server::udp_server(reflector &reflector)
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       batch_(std::make_unique<datagram_batch>())
 {
-    if (!epoll_.is_open() || !wake_.is_open() || !watch(epoll_.number(), wake_.number(), wake_event))
+    if (!epoll_.is_open() || !wake_.is_open() || !watch(epoll_.number(), wake_.number(), wake_event)) {
         fail("cannot serve sockets", errno);
+    }
 }
 
 udp_server::~udp_server()
@@ -83,12 +86,15 @@ udp_server::endpoint udp_server::open_endpoint(const listen_address &address, co
     opened.path = path;
     opened.socket = descriptor{socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
     if (!opened.socket.is_open() || !prepare_socket(opened.socket.number(), address.family()) ||
-        bind(opened.socket.number(), reinterpret_cast<const sockaddr *>(&address.address), address.length) != 0)
+        bind(opened.socket.number(), reinterpret_cast<const sockaddr *>(&address.address), address.length) !=
+            0) {
         fail(what, errno);
+    }
     opened.local.length = sizeof opened.local.address;
     if (getsockname(opened.socket.number(), reinterpret_cast<sockaddr *>(&opened.local.address),
-                    &opened.local.length) != 0)
+                    &opened.local.length) != 0) {
         fail(what, errno);
+    }
     return opened;
 }
 
@@ -98,16 +104,18 @@ std::size_t udp_server::add(const listen_address &address, const packet_path &pa
     const std::string what = "cannot listen on " + address.text();
     const std::lock_guard lock{mutex_};
     endpoints_.reserve(endpoints_.size() + 1);
-    if (!watch(epoll_.number(), opened.socket.number(), endpoints_.size()))
+    if (!watch(epoll_.number(), opened.socket.number(), endpoints_.size())) {
         fail(what, errno);
+    }
     endpoints_.push_back(std::move(opened));
     return endpoints_.size() - 1;
 }
 
 const udp_server::endpoint &udp_server::open_at(std::size_t index) const
 {
-    if (index >= endpoints_.size() || !endpoints_[index].socket.is_open())
+    if (index >= endpoints_.size() || !endpoints_[index].socket.is_open()) {
         throw std::out_of_range("no socket has index " + std::to_string(index));
+    }
     return endpoints_[index];
 }
 
@@ -139,16 +147,18 @@ listen_address udp_server::local_address(std::size_t index) const
 
 void udp_server::start()
 {
-    if (running())
+    if (running()) {
         return;
+    }
     stopping_ = false;
     worker_ = std::thread{[this] { run(); }};
 }
 
 void udp_server::stop()
 {
-    if (!running())
+    if (!running()) {
         return;
+    }
     stopping_ = true;
     const std::uint64_t one = 1;
     (void)!write(wake_.number(), &one, sizeof one); // fails only when the thread is woken already
@@ -170,11 +180,13 @@ void udp_server::run()
         const std::lock_guard lock{mutex_};
         for (int index = 0; index < ready; ++index) {
             const std::uint64_t data = events[index].data.u64;
-            if (data == wake_event)
+            if (data == wake_event) {
                 continue;
+            }
             endpoint &from = endpoints_[static_cast<std::size_t>(data)];
-            if (from.socket.is_open()) // it may have been removed since
+            if (from.socket.is_open()) { // it may have been removed since
                 serve(from);
+            }
         }
     }
 }
@@ -192,15 +204,17 @@ void udp_server::serve(endpoint &from)
             received_packet packet = batch_->packet(index);
             packet.arrival_ticks = arrival;
             const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer());
-            if (made.result == outcome::reflected)
+            if (made.result == outcome::reflected) {
                 batch_->add_reply(index, made);
+            }
             ++received_;
         }
         const send_result result = batch_->send(from.socket.number());
         sent_ += result.sent;
         send_failures_ += result.failed;
-        if (received < datagram_batch::capacity)
+        if (received < datagram_batch::capacity) {
             return;
+        }
     }
 }
 
