@@ -7,13 +7,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 ./scripts/install-packages.sh cross
 
-for preset in arm arm-sanitize ppc; do
-  echo "== Configuring and building: $preset"
-  cmake --preset "$preset"
-  cmake --build --preset "$preset"
-  echo "== Testing: $preset"
-  ctest --preset "$preset"
-done
+./scripts/test-presets.sh arm arm-sanitize ppc
 
 echo '== Size of the library on ARM'
 ctest --preset arm -R '^abi\.Size' --verbose | grep -E '[0-9]: (\.text|largest)'

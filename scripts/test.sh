@@ -7,13 +7,7 @@ cd "$(dirname "$0")/.."
 
 ./scripts/install-packages.sh
 
-for preset in dev asan; do
-    echo "== Configuring and building: $preset"
-    cmake --preset "$preset"
-    cmake --build --preset "$preset"
-    echo "== Testing: $preset"
-    ctest --preset "$preset"
-done
+./scripts/test-presets.sh dev asan
 
 echo "== The released library: dependencies, symbols, sealing"
 cmake --preset release
