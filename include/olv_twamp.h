@@ -13,15 +13,16 @@
  *     16-19; the text of every status is the framework's (olv_sys_status_get()).
  *  3. The module handle is the framework's module record. It is valid when its magic is 0x53248791 and
  *     initialised between a successful olv_twamp_init() and olv_twamp_shutdown(). An unusable handle is
- *     refused with status 1, two lines on the console, no lock taken and nothing changed.
+ *     refused with status 1 (one status differs: olv_twamp_tables_dump()) and a line or two on the console
+ *     whatever the levels; no lock is taken and nothing changed.
  *  4. Unless an operation says otherwise it runs between an entry and an exit line under the module lock.
  *     #TWAMP_STATUS_LOCK_FAILED means: the lock was not taken and nothing was done, or it could not be
  *     released and everything was done.
  *  5. All fields are unsigned 32-bit words in host byte order unless a comment says otherwise. What is
  *     written to the fast path is big-endian, except the one word that says otherwise.
  *  6. Records passed in are only read during the call. Records passed out are the caller's.
- *  7. Every failure is logged to the console, under the log levels, and always to the tracer, followed by
- *     the framework's text of the status.
+ *  7. Every failure is logged to the console, under the log levels, and always to the tracer, as a rule
+ *     followed by the framework's text of the status. Refused handles and requests have no such text.
  */
 #ifndef OLV_TWAMP_H
 #define OLV_TWAMP_H
@@ -285,6 +286,7 @@ OLV_TWAMP_API uint32_t olv_twamp_tables_dump(olv_module_handle *module, uint32_t
 
 /**
  * The walk of olv_twamp_tables_dump(), for a caller that holds the module lock and has checked the group.
+ * Takes no lock; prints an entry line, and an exit line only when it fails.
  * @return OLV_STATUS_OK; OLV_STATUS_DUMP_FAILED; OLV_STATUS_INVALID_HANDLE.
  */
 OLV_TWAMP_API uint32_t olv_twamp_dump_tables(olv_module_handle *module, uint32_t table_group);

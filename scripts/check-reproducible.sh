@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the packages from two copies of the sources and compares every library and package byte by byte. The
-# copies differ in what must not matter: length of the path, age of the files, umask, time zone, language.
+# copies differ in what must not matter: length of the path, age and permissions of the files, umask, time zone, language.
 # Safe to run again; builds below build/ only.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -14,9 +14,11 @@ architectures=(amd64 armhf)
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
 export SOURCE_DATE_EPOCH
 
-copy_sources() { # DIRECTORY
+copy_sources() { # DIRECTORY UMASK DATE
   mkdir -p "$1"
-  git ls-files -z | tar --create --null --files-from=- | tar --extract --touch --directory="$1"
+  git ls-files -z | tar --create --null --files-from=- |
+    (umask "$2" && tar --extract --no-same-permissions --touch --directory="$1")
+  find "$1" -exec touch --date="$3" {} +
 }
 
 make_packages() { # DIRECTORY UMASK VARIABLE...
@@ -32,8 +34,8 @@ results() { # DIRECTORY
 }
 
 rm -rf "$work"
-copy_sources "$first"
-copy_sources "$second"
+copy_sources "$first" 022 2026-01-01
+copy_sources "$second" 077 2001-01-01
 make_packages "$first" 022 TZ=UTC LC_ALL=C
 make_packages "$second" 077 TZ=Asia/Kathmandu LC_ALL=C.UTF-8
 

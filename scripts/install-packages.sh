@@ -10,8 +10,8 @@ packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli
   python3-pyelftools)
 case "${1:-}" in
   '') ;;
-  lint) packages+=(clang-14 clang-format-14 clang-tidy-14 libclang-rt-14-dev shellcheck) ;;
-  package) packages+=(dpkg-dev file pkgconf) ;;
+  lint) packages+=(clang-14 clang-format-14 clang-tidy-14 git libclang-rt-14-dev shellcheck) ;;
+  package) packages+=(dpkg-dev file git pkgconf) ;;
   cross) packages+=(g++-arm-linux-gnueabihf g++-powerpc-linux-gnu googletest qemu-user) ;;
   *)
     echo "install-packages: unknown argument '$1'; there are 'lint', 'package', 'cross' or none" >&2

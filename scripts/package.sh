@@ -5,8 +5,6 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
-export SOURCE_DATE_EPOCH
 umask 022 # cpack writes it into the packages
 packages=build/packages
 
@@ -26,6 +24,11 @@ make_packages() { # ARCHITECTURE PRESET TRIPLET TARGET...
 (($# > 0)) || set -- amd64
 mkdir -p "$packages"
 scripts/install-packages.sh package
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)} || {
+  echo 'package: outside a git checkout SOURCE_DATE_EPOCH has to be set' >&2
+  exit 1
+}
+export SOURCE_DATE_EPOCH
 for architecture; do
   case $architecture in
     amd64) make_packages amd64 release x86_64-linux-gnu olv-twamp olv-sim twampctl twamp-probe ;;

@@ -1,5 +1,7 @@
 #include "classifier_entry.hpp"
 
+#include "hyx.h"
+
 namespace twamp {
 
 namespace {

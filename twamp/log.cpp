@@ -3,6 +3,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "hyx.h"
+
 namespace twamp {
 
 namespace {
@@ -117,7 +119,7 @@ uint32_t report_arguments(const log_context &log, log_site site, uint32_t status
 
 } // namespace
 
-void log_unterminated(const log_context &log, log_site site, const char *text)
+void log_as_it_stands(const log_context &log, log_site site, const char *text)
 {
     if (log.begin_line(site)) {
         std::printf("%s", text);
@@ -195,11 +197,18 @@ void log_unknown(log_site site, const char *format, uint32_t argument)
     olv_lttng_trace_sif_force_error(0, site.line(), file_name(site), format, argument);
 }
 
-void log_unknown_unterminated(log_site site, const char *text)
+void log_unknown_as_it_stands(log_site site, const char *text)
 {
     print_unknown_prefix(site);
     std::printf("%s", text);
     olv_lttng_trace_sif_force_error(0, site.line(), file_name(site), text);
+}
+
+void print_counter(const char *format, uint32_t value)
+{
+    if (value != 0) {
+        std::printf(format, static_cast<int>(value));
+    }
 }
 
 void log_function(const log_context &log, log_site site, const char *operation)

@@ -3,11 +3,11 @@
 #ifndef TWAMP_LOG_HPP
 #define TWAMP_LOG_HPP
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string_view>
 
-#include "hyx.h"
 #include "olv.h"
 #include "olv_twamp.h"
 
@@ -19,15 +19,17 @@ enum class severity : uint8_t { fatal, error, info, entry, exit, state_dump, ent
 /** Index into the printed file names. */
 enum class source_file : uint8_t { twamp, twamp_responder, twamp_bind, twamp_internal };
 
-inline constexpr char printed_names[][18] = {"twamp.c", "twamp_responder.c", "twamp_bind.c",
-                                             "twamp_internal.c"};
+/** Printed names, in the order of source_file; each has room for the longest. */
+inline constexpr char source_file_names[][18] = {"twamp.c", "twamp_responder.c", "twamp_bind.c",
+                                                 "twamp_internal.c"};
 
 constexpr const char *printed_name(source_file file)
 {
-    return printed_names[static_cast<std::size_t>(file)];
+    return source_file_names[static_cast<std::size_t>(file)];
 }
 
-/** Where a message comes from and how severe it is: one word, as every message carries it. */
+/** What is known of a message where it is logged: file, line and severity. One word, since every message in the
+ *  code carries one. */
 class log_site {
   public:
     constexpr log_site(source_file file, uint32_t line, severity kind)
@@ -114,18 +116,17 @@ inline uint32_t address_word(const void *pointer)
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointer));
 }
 
-/** The few messages that end without a newline on the console. */
-void log_unterminated(const log_context &log, log_site site, const char *text);
+/** A message whose text is printed as it stands: the few without a newline. */
+void log_as_it_stands(const log_context &log, log_site site, const char *text);
 
-/** The line with the framework's text of a status; none for OLV_STATUS_OK. @return The status. */
+/** The line with the framework's text of a status; OLV_STATUS_OK has none. @return The status. */
 uint32_t log_status(const log_context &log, log_site site, uint32_t status);
 
-// A message, then from the same source line the text of the status that it leads to. Each of these returns the
-// status. Formats come with one of few lists of arguments and use what they need of it: both printf() and the
-// tracer leave the rest alone.
+// report(): a message, then from the same source line the text of the status that it leads to, which is
+// returned. A message that leads to none comes with OLV_STATUS_OK. Few lists of arguments serve all formats:
+// what a format does not ask for is passed as 0 or NULL, and neither printf() nor the tracer looks at it.
 
-/** A message without arguments is a line of its own: it ends in one newline, with or without one in its text.
- */
+/** A text is a line of its own: it ends in one newline, with or without one of its own. */
 uint32_t report(const log_context &log, log_site site, uint32_t status, const char *text);
 uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, uint32_t first,
                 uint32_t second = 0, const char *third = nullptr);
@@ -145,8 +146,11 @@ uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint
 /** A message without a usable handle: printed whatever the levels, traced as a forced error. */
 void log_unknown(log_site site, const char *text);
 void log_unknown(log_site site, const char *format, uint32_t argument);
-/** As log_unterminated(), without a usable handle. */
-void log_unknown_unterminated(log_site site, const char *text);
+/** As log_as_it_stands(), without a usable handle. */
+void log_unknown_as_it_stands(log_site site, const char *text);
+
+/** Print a counter unless it is zero. Counters from 2^31 on print negative, as the formats have it. */
+void print_counter(const char *format, uint32_t value);
 
 /** The entry or exit line of an operation. */
 void log_function(const log_context &log, log_site site, const char *operation);

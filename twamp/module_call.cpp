@@ -1,5 +1,7 @@
 #include "module_call.hpp"
 
+#include "hyx.h"
+
 namespace twamp {
 
 bool is_initialised(const olv_module_handle *module)
@@ -44,13 +46,6 @@ uint32_t run(const operation_work &work, olv_module_handle *module, log_site sit
         return reject_module(site, module, failed);
     }
     return run_locked(work, *module, module->system, site, operation);
-}
-
-void print_counter(const char *format, uint32_t value)
-{
-    if (value != 0) {
-        std::printf(format, static_cast<int>(value));
-    }
 }
 
 } // namespace twamp

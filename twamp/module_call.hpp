@@ -3,7 +3,6 @@
 #ifndef TWAMP_MODULE_CALL_HPP
 #define TWAMP_MODULE_CALL_HPP
 
-#include "hyx.h"
 #include "log.hpp"
 #include "olv_twamp.h"
 #include "twamp_ctx.hpp"
@@ -23,11 +22,6 @@ inline bool is_module(const olv_module_handle *module)
 
 /** Whether an operation can work on this handle. */
 bool is_initialised(const olv_module_handle *module);
-
-inline bool is_responder(const twamp_responder_handle *responder)
-{
-    return responder != nullptr && responder->magic == responder_magic;
-}
 
 /** A status of a callee, re-tagged as this module's. */
 constexpr uint32_t as_module_status(uint32_t status)
@@ -63,11 +57,11 @@ class operation_work {
 };
 
 /** Work from a callable: the frame is then one function, not one for each operation. */
-template <typename Callable> class work final : public operation_work {
+template <typename Callable> class steps final : public operation_work {
   public:
-    explicit work(const Callable &callable)
+    explicit steps(const Callable &callable)
         : operation_work([](const operation_work &self, const module_call &call) -> uint32_t {
-              return static_cast<const work &>(self).callable_(call);
+              return static_cast<const steps &>(self).callable_(call);
           }),
           callable_(callable)
     {}
@@ -101,9 +95,6 @@ uint32_t run_locked(const operation_work &work, olv_module_handle &module, const
 /** The whole frame: handle check, then the locked work. */
 uint32_t run(const operation_work &work, olv_module_handle *module, log_site site, const char *operation,
              const char *failed);
-
-/** Print a counter unless it is zero. Counters from 2^31 on print negative, as the formats have it. */
-void print_counter(const char *format, uint32_t value);
 
 } // namespace twamp
 

@@ -40,8 +40,8 @@ inline constexpr uint32_t default_max_sessions = 32;
 /** Seconds from 1900, where NTP counts from, to 1970. */
 inline constexpr uint32_t ntp_epoch_offset = 2208988800;
 
-/** NTP fraction of a second. The scale is 2^32 - 1 and the order of the two products is the one that the
- *  fast path's own conversion undoes. */
+/** NTP fraction of a second. Scale (2^32 - 1) and order of the products are fixed: others give other low bits.
+ */
 inline uint32_t ntp_fraction(long microseconds)
 {
     return static_cast<uint32_t>(static_cast<double>(microseconds) * 1e-6 * 4294967295.0);

@@ -1,6 +1,7 @@
 // The module itself: init, shutdown, service functions, log level, global statistics, table dump.
 #include <cstdio>
 
+#include "hyx.h"
 #include "module_call.hpp"
 #include "scope_guard.hpp"
 
@@ -10,15 +11,16 @@ using namespace twamp;
 
 namespace {
 
-/** The tree function whose slot only the registration fills. */
+/** The update leaves the slot of the tree function empty. */
 constexpr uint16_t no_tree_function = 0;
 
-/** Messages through the system record, where the framework has one. */
+/** Messages through the system record; through the module's where there is none. */
 log_context system_log(const module_call &call)
 {
     return call.module.system != nullptr ? log_context(*call.module.system) : log_context(call);
 }
 
+/** Not inlined: registration and update share it. */
 [[gnu::noinline]] olv_service_function_table service_functions(uint16_t lli_tree_function)
 {
     olv_service_function_table table = {};
@@ -134,7 +136,7 @@ uint32_t initialise(const module_call &call)
     release_context.dismiss();
     ctx->magic = ctx_magic;
     TWAMP_LOG(call, info, "Profile - OLV_KORVA_PROFILE_2\n");
-    log_unterminated(call, TWAMP_HERE(info), "Succefully initialized TWAMP module");
+    log_as_it_stands(call, TWAMP_HERE(info), "Succefully initialized TWAMP module");
     return OLV_STATUS_OK;
 }
 
@@ -241,12 +243,12 @@ uint32_t olv_twamp_shutdown(olv_module_handle *module)
     if (!is_module(module)) {
         return reject_module(site, module, failed, "Invalid TWAMP Module handle 0x%08x\n");
     }
-    return run(work([=](const module_call &call) { return shut_down(call); }), module, site, untraced, failed);
+    return run(steps([](const module_call &call) { return shut_down(call); }), module, site, untraced, failed);
 }
 
 uint32_t olv_twamp_service_function_update(olv_module_handle *module)
 {
-    return run(work([=](const module_call &call) { return update_service_functions(call); }), module,
+    return run(steps([](const module_call &call) { return update_service_functions(call); }), module,
                TWAMP_HERE(error), __func__, "Service function update failed");
 }
 
@@ -257,14 +259,14 @@ uint32_t olv_twamp_sys_log(olv_module_handle *module, uint32_t level)
         TWAMP_LOG_UNKNOWN("Failed to set log-level 0x%x for TWAMP\n", level);
         return OLV_STATUS_INVALID_HANDLE;
     }
-    return run_locked(work([=](const module_call &call) { return set_log_level(call, level); }), *module,
+    return run_locked(steps([=](const module_call &call) { return set_log_level(call, level); }), *module,
                       module->system, TWAMP_HERE(error), __func__);
 }
 
 uint32_t olv_twamp_global_stats_get(olv_module_handle *module, olv_twamp_global_stats *stats)
 {
     // Deletion's words, as in the responder's getter.
-    return run(work([=](const module_call &call) { return read_global_stats(call, stats); }), module,
+    return run(steps([=](const module_call &call) { return read_global_stats(call, stats); }), module,
                TWAMP_HERE(error), __func__, "Failed to delete Responder Handle");
 }
 
@@ -290,6 +292,6 @@ uint32_t olv_twamp_tables_dump(olv_module_handle *module, uint32_t table_group)
         TWAMP_LOG_UNKNOWN("Invalid module handle 0x%08x\n", address_word(module));
         return TWAMP_STATUS_INVALID_MODULE;
     }
-    return run(work([=](const module_call &call) { return dump_group(call, table_group); }), module,
+    return run(steps([=](const module_call &call) { return dump_group(call, table_group); }), module,
                TWAMP_HERE(error), __func__, "failed to dump TWAMP tables");
 }

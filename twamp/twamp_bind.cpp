@@ -1,6 +1,4 @@
 // Binding the module's output to the IPv4 or the IPv6 module, and removing that binding.
-#include <cstdio>
-
 #include "classifier_entry.hpp"
 #include "module_call.hpp"
 
@@ -41,7 +39,8 @@ uint32_t check_request(const bind_request &request)
 
 uint32_t find_entry_point(const bind_request &request, uint32_t *entry_point)
 {
-    const auto &[call, info, change] = request;
+    const module_call &call = request.call;
+    const olv_bind_info &info = request.info;
     olv_module_handle *const destination = info.dst_module;
     if (destination == nullptr) {
         return TWAMP_FAIL(call, error, TWAMP_STATUS_INVALID_PARAM, "Null Destination Module Pointer");
@@ -183,7 +182,7 @@ uint32_t run_on_source(const operation_work &work, const olv_system_handle *syst
 
 uint32_t olv_twamp_custom_bind(olv_system_handle *system, const olv_bind_info *info)
 {
-    const work change([=](const module_call &call) {
+    const steps change([=](const module_call &call) {
         return log_outcome(call, TWAMP_HERE(info), apply({call, *info, bind_change::bind}),
                            "Custom Bind Successfully done.\n", "Failed to perform custom binding.\n");
     });
@@ -193,7 +192,7 @@ uint32_t olv_twamp_custom_bind(olv_system_handle *system, const olv_bind_info *i
 
 uint32_t olv_twamp_custom_unbind(olv_system_handle *system, const olv_bind_info *info)
 {
-    const work change([=](const module_call &call) {
+    const steps change([=](const module_call &call) {
         return log_outcome(call, TWAMP_HERE(info), apply({call, *info, bind_change::unbind}),
                            "Custom Un Bind Successfully done.\n", "Failed to perform custom un binding.\n");
     });

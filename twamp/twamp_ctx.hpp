@@ -8,7 +8,6 @@
 namespace twamp {
 
 inline constexpr uint32_t ctx_magic = 0x18496124;
-inline constexpr uint32_t responder_magic = 0x43215678;
 
 inline constexpr const char *responder_namespace = "twamp_responder";
 inline constexpr const char *reflector_session_namespace = "twamp_reflector_session";

@@ -1,6 +1,8 @@
-// What the other operations share: handle test, level mapping, inter-module call lookup, tree walks.
+// Handle test, level mapping, inter-module call lookup, tree walks.
 #include <cstdio>
+#include <iterator>
 
+#include "hyx.h"
 #include "module_call.hpp"
 
 TWAMP_LOG_FILE(twamp_internal);
@@ -76,15 +78,14 @@ uint32_t dump_tree(const module_call &call, uint32_t index, const twamp_tree_des
     return OLV_STATUS_OK;
 }
 
-/** @param text  Printed as it stands, with or without a newline. */
 uint32_t refuse_level(const olv_module_handle *module, log_site site, uint32_t status, const char *text)
 {
     if (module == nullptr) {
-        log_unknown_unterminated(site, text);
+        log_unknown_as_it_stands(site, text);
         return status;
     }
     const log_context log(*module, module->system);
-    log_unterminated(log, site, text);
+    log_as_it_stands(log, site, text);
     return log_status(log, site, status);
 }
 
@@ -126,7 +127,7 @@ uint32_t olv_twamp_get_imc(olv_module_handle *module, const olv_bind_info *info,
         TWAMP_LOG_UNKNOWN(invalid_module, address_word(module));
         return OLV_STATUS_INVALID_HANDLE;
     }
-    return run(work([=](const module_call &call) { return find_imc(call, info, imc); }), module,
+    return run(steps([=](const module_call &call) { return find_imc(call, info, imc); }), module,
                TWAMP_HERE(error), untraced, "TWAMP module failed to get IMC function\n");
 }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "classifier_entry.hpp"
+#include "hyx.h"
 #include "module_call.hpp"
 #include "responder_state.hpp"
 #include "scope_guard.hpp"
@@ -13,6 +14,13 @@ TWAMP_LOG_FILE(twamp_responder);
 using namespace twamp;
 
 namespace {
+
+constexpr uint32_t responder_magic = 0x43215678;
+
+bool is_responder(const twamp_responder_handle *responder)
+{
+    return responder != nullptr && responder->magic == responder_magic;
+}
 
 /** Give back the record that a slot holds, so that nothing takes it for a responder. */
 void discard_record(twamp_responder_handle **slot)
@@ -185,12 +193,15 @@ uint32_t run_on_responder(const operation_work &work, olv_module_handle *module,
                           const twamp_responder_handle *responder, log_site site, const char *operation)
 {
     constexpr const char *failed = "Failed to delete Responder Handle";
-    if (is_initialised(module) && !is_responder(responder)) {
+    if (!is_initialised(module)) {
+        return reject_module(site, module, failed);
+    }
+    if (!is_responder(responder)) {
         log_unknown(site, "Invalid TWAMP Responder handle 0x%08x\n", address_word(responder));
         log_unknown(site, failed);
         return OLV_STATUS_INVALID_HANDLE;
     }
-    return run(work, module, site, operation, failed);
+    return run_locked(work, *module, module->system, site, operation);
 }
 
 } // namespace
@@ -198,14 +209,14 @@ uint32_t run_on_responder(const operation_work &work, olv_module_handle *module,
 uint32_t olv_twamp_responder_create(olv_module_handle *module, const olv_twamp_responder_info *info,
                                     twamp_responder_handle **slot)
 {
-    return run(work([=](const module_call &call) { return create_responder(call, info, slot); }), module,
+    return run(steps([=](const module_call &call) { return create_responder(call, info, slot); }), module,
                TWAMP_HERE(error), __func__, "Failed to create Responder Handle");
 }
 
 uint32_t olv_twamp_responder_delete(olv_module_handle *module, twamp_responder_handle *responder)
 {
     return run_on_responder(
-        work([=](const module_call &call) { return delete_responder(call, responder->responder_id); }), module,
+        steps([=](const module_call &call) { return delete_responder(call, responder->responder_id); }), module,
         responder, TWAMP_HERE(error), __func__);
 }
 
@@ -213,8 +224,8 @@ uint32_t olv_twamp_responder_stats_get(olv_module_handle *module, twamp_responde
                                        olv_twamp_responder_stats *stats)
 {
     return run_on_responder(
-        work([=](const module_call &call) { return read_stats(call, responder->responder_id, stats); }), module,
-        responder, TWAMP_HERE(error), __func__);
+        steps([=](const module_call &call) { return read_stats(call, responder->responder_id, stats); }),
+        module, responder, TWAMP_HERE(error), __func__);
 }
 
 uint32_t olv_twamp_responder_stats_print(olv_module_handle *module, twamp_responder_handle *responder)

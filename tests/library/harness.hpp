@@ -248,8 +248,8 @@ struct time_of_day {
     std::int64_t microseconds;
 };
 
-/** Make gettimeofday() return this instant in the whole process; nothing: the wall clock. @param read  Runs when
- *  the instant is read. */
+/** Make gettimeofday() return this instant in the whole process; nothing: the wall clock.
+ *  @param read  Runs when the instant is read. */
 void set_time_of_day(std::optional<time_of_day> instant, std::function<void()> read = {});
 
 } // namespace olv_test
