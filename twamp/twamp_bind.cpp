@@ -148,8 +148,7 @@ uint32_t apply(const bind_request &request)
     return change_tree(request, key, entry_point);
 }
 
-/** The message that ends a bind or unbind. A failure is told whatever the levels, although the handle is known.
- */
+/** The message that ends a bind or unbind. A failure is told whatever the levels, known as the handle is. */
 uint32_t log_outcome(const log_context &log, log_site site, uint32_t status, const char *done,
                      const char *failed)
 {

@@ -187,8 +187,7 @@ uint32_t read_stats(const module_call &call, uint32_t responder_id, olv_twamp_re
     return OLV_STATUS_OK;
 }
 
-/** Frame of the operations on a responder. The words of both refusals are deletion's, whatever was asked for.
- */
+/** Frame of the operations on a responder. Both refusals use deletion's words, whatever was asked for. */
 uint32_t run_on_responder(const operation_work &work, olv_module_handle *module,
                           const twamp_responder_handle *responder, log_site site, const char *operation)
 {
