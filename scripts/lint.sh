@@ -2,7 +2,7 @@
 # Checks format, wording and shell scripts, builds everything with Clang as well, and runs clang-tidy.
 # Safe to run again; builds below build/ only.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 ./scripts/install-packages.sh lint
 
@@ -13,9 +13,9 @@ clang-format-14 --dry-run -Werror "${sources[@]}"
 echo "== shellcheck"
 shellcheck scripts/*.sh .ci/run
 
-if [ -x ../shared/hooks/wording ]; then
-    echo "== wording"
-    ../shared/hooks/wording
+if [[ -x ../shared/hooks/wording ]]; then
+  echo "== wording"
+  ../shared/hooks/wording
 fi
 
 echo "== Clang build"
@@ -24,8 +24,8 @@ cmake --build build/clang
 
 echo "== clang-tidy"
 run-clang-tidy-14 -quiet -p build/clang "^$PWD/(twamp|sim|apps)/.*\.cpp\$" >build/clang-tidy.log 2>&1 || {
-    grep -E 'warning:|error:' build/clang-tidy.log | sort -u
-    echo "clang-tidy: see build/clang-tidy.log" >&2
-    exit 1
+  grep -E 'warning:|error:' build/clang-tidy.log | sort -u
+  echo "clang-tidy: see build/clang-tidy.log" >&2
+  exit 1
 }
 echo "clang-tidy: nothing to report"

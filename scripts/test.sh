@@ -3,7 +3,7 @@
 # UndefinedBehaviorSanitizer and LeakSanitizer; then looks at the library as it is released. Safe to run again;
 # builds below build/ only.
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 ./scripts/install-packages.sh
 

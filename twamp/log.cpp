@@ -34,6 +34,30 @@ constexpr const severity_row &row(severity kind)
     return severities[static_cast<std::size_t>(kind)];
 }
 
+/** Prints a text less its trailing newline, then one newline. */
+void print_line(const char *text)
+{
+    const std::size_t length = std::strlen(text);
+    const bool terminated = length > 0 && text[length - 1] == '\n';
+    std::printf("%.*s\n", static_cast<int>(terminated ? length - 1 : length), text);
+}
+
+void print_unknown_prefix(log_site site)
+{
+    std::printf("[olv_unknown_log: ERROR] %s:%d ", file_name(site), static_cast<int>(site.line()));
+}
+
+template <typename... Arguments>
+uint32_t report_arguments(const log_context &log, log_site site, uint32_t status, const char *format,
+                          Arguments... arguments)
+{
+    if (log.begin_line(site)) {
+        std::printf(format, arguments...);
+    }
+    trace_message(log, site, format, arguments...);
+    return log_status(log, site, status);
+}
+
 } // namespace
 
 const char *file_name(log_site site)
@@ -90,34 +114,6 @@ olv_lttng_trace_fn log_context::trace_function(log_site site) const
     olv_lttng_fn_ptr_get(module_id_, row(site.kind()).trace_level, &trace);
     return trace;
 }
-
-namespace {
-
-/** Prints a text less its trailing newline, then one newline. */
-void print_line(const char *text)
-{
-    const std::size_t length = std::strlen(text);
-    const bool terminated = length > 0 && text[length - 1] == '\n';
-    std::printf("%.*s\n", static_cast<int>(terminated ? length - 1 : length), text);
-}
-
-void print_unknown_prefix(log_site site)
-{
-    std::printf("[olv_unknown_log: ERROR] %s:%d ", file_name(site), static_cast<int>(site.line()));
-}
-
-template <typename... Arguments>
-uint32_t report_arguments(const log_context &log, log_site site, uint32_t status, const char *format,
-                          Arguments... arguments)
-{
-    if (log.begin_line(site)) {
-        std::printf(format, arguments...);
-    }
-    trace_message(log, site, format, arguments...);
-    return log_status(log, site, status);
-}
-
-} // namespace
 
 void log_as_it_stands(const log_context &log, log_site site, const char *text)
 {

@@ -169,13 +169,16 @@ void log_state_dump(const log_context &log, log_site site, uint32_t namespace_id
 /** Log a message and the text of a status, and yield the status. */
 #define TWAMP_FAIL(log, kind, status, ...)                                                                     \
     (TWAMP_CHECK_FORMAT(__VA_ARGS__), ::twamp::report(log, TWAMP_HERE(kind), status, __VA_ARGS__))
-/** Log an error of the runtime environment, whose code and text end the format, and yield the status. */
+/** Log, from a given site, what the runtime environment refused: its code and text end the format. Yields the
+ *  status. */
+#define TWAMP_FAIL_RTE_AT(log, site, status, rte, ...)                                                         \
+    (TWAMP_CHECK_FORMAT(__VA_ARGS__, rte, ""), ::twamp::report_rte(log, site, status, rte, __VA_ARGS__))
 #define TWAMP_FAIL_RTE(log, status, rte, ...)                                                                  \
-    (TWAMP_CHECK_FORMAT(__VA_ARGS__, rte, ""),                                                                 \
-     ::twamp::report_rte(log, TWAMP_HERE(error), status, rte, __VA_ARGS__))
+    TWAMP_FAIL_RTE_AT(log, TWAMP_HERE(error), status, rte, __VA_ARGS__)
 /** Log a message without a usable handle. */
-#define TWAMP_LOG_UNKNOWN(...)                                                                                 \
-    (TWAMP_CHECK_FORMAT(__VA_ARGS__), ::twamp::log_unknown(TWAMP_HERE(error), __VA_ARGS__))
+#define TWAMP_LOG_UNKNOWN_AT(site, ...)                                                                        \
+    (TWAMP_CHECK_FORMAT(__VA_ARGS__), ::twamp::log_unknown(site, __VA_ARGS__))
+#define TWAMP_LOG_UNKNOWN(...) TWAMP_LOG_UNKNOWN_AT(TWAMP_HERE(error), __VA_ARGS__)
 
 } // namespace twamp
 

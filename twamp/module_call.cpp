@@ -25,13 +25,13 @@ uint32_t run_locked(const operation_work &work, olv_module_handle &module, const
         log_function(call, site.as(severity::entry), operation);
     }
     if (const uint32_t rte = lock != 0 ? olv_sys_sem_lock_wait(lock) : 0) {
-        return report_rte(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
-                          " Failed to acquire lock, RTE error code: %d. %s\n");
+        return TWAMP_FAIL_RTE_AT(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
+                                 " Failed to acquire lock, RTE error code: %d. %s\n");
     }
     uint32_t status = work(call);
     if (const uint32_t rte = lock != 0 ? hyx_sem_post(lock) : 0) {
-        status = report_rte(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
-                            " Failed to release lock, RTE error code: %d. %s\n");
+        status = TWAMP_FAIL_RTE_AT(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
+                                   " Failed to release lock, RTE error code: %d. %s\n");
     }
     if (operation != untraced) {
         log_function(call, site.as(severity::exit), operation);

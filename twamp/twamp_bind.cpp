@@ -166,7 +166,7 @@ uint32_t run_on_source(const operation_work &work, const olv_system_handle *syst
 {
     if (info == nullptr) {
         // Bind's words for both.
-        log_unknown(site, "Invalid bind Info pointer0x%08x\n", address_word(info));
+        TWAMP_LOG_UNKNOWN_AT(site, "Invalid bind Info pointer0x%08x\n", address_word(info));
         log_unknown(site, "Failed to create Custom bind entry \n");
         return OLV_STATUS_NULL_BIND_INFO;
     }

@@ -196,7 +196,7 @@ uint32_t run_on_responder(const operation_work &work, olv_module_handle *module,
         return reject_module(site, module, failed);
     }
     if (!is_responder(responder)) {
-        log_unknown(site, "Invalid TWAMP Responder handle 0x%08x\n", address_word(responder));
+        TWAMP_LOG_UNKNOWN_AT(site, "Invalid TWAMP Responder handle 0x%08x\n", address_word(responder));
         log_unknown(site, failed);
         return OLV_STATUS_INVALID_HANDLE;
     }
