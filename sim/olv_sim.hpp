@@ -123,13 +123,16 @@ bool set(call which, const fault &plan);
  * plausible code of the call's own. Beside it, faults of single calls stay in force.
  */
 void set_any(const fault &plan);
+/** A further fault beside that of set_any(), with a count of its own over the same calls. */
+void add_any(const fault &plan);
 void clear(call which);
 void clear_all();
 /** The planned fault as it was set. */
 [[nodiscard]] std::optional<fault> planned(call which);
 /** How often the fault of this call has fired since it was set. */
 [[nodiscard]] std::uint32_t hits(call which);
-/** How often the fault of set_any() has fired, and how many calls it has counted, since it was set. */
+/** How often the faults of set_any() and add_any() have fired, and how many calls the first of them has
+ *  counted, since it was set. */
 [[nodiscard]] std::uint32_t hits_of_any();
 [[nodiscard]] std::uint32_t calls_of_any();
 

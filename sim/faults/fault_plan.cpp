@@ -1,5 +1,6 @@
 #include <array>
 #include <mutex>
+#include <vector>
 
 #include "platform_call.hpp"
 
@@ -47,7 +48,7 @@ struct progress {
 struct fault_plan {
     std::mutex mutex;
     std::array<progress, call_count> single;
-    progress any;
+    std::vector<progress> any;
 };
 
 fault_plan &the_plan()
@@ -64,7 +65,7 @@ progress &single(fault_plan &plan, call which)
 /** Lock held. */
 void update_lever(const fault_plan &plan)
 {
-    bool on = plan.any.plan.has_value();
+    bool on = !plan.any.empty();
     for (const progress &one : plan.single) {
         on = on || one.plan.has_value();
     }
@@ -90,6 +91,18 @@ bool returns_framework_status(call which)
     }
 }
 
+/** Let every fault of whatever call count this one. @return The first that fires, NULL if none does. */
+const fault *fires_for_any(fault_plan &plan)
+{
+    const fault *firing = nullptr;
+    for (progress &one : plan.any) {
+        if (one.fires() && firing == nullptr) {
+            firing = &*one.plan;
+        }
+    }
+    return firing;
+}
+
 std::uint32_t code_or_default(call which, const fault &planned_fault)
 {
     if (planned_fault.code != 0) {
@@ -105,13 +118,13 @@ std::optional<std::uint32_t> injected(call which)
     fault_plan &plan = the_plan();
     const std::lock_guard lock{plan.mutex};
     // Tracer look-ups come with every message and their failure has no effect worth sweeping over.
-    const bool any_fires = which != call::olv_lttng_fn_ptr_get && plan.any.fires();
+    const fault *any = which != call::olv_lttng_fn_ptr_get ? fires_for_any(plan) : nullptr;
     progress &own = single(plan, which);
     if (own.fires()) {
         return code_or_default(which, *own.plan);
     }
-    if (any_fires) {
-        return code_or_default(which, *plan.any.plan);
+    if (any != nullptr) {
+        return code_or_default(which, *any);
     }
     return std::nullopt;
 }
@@ -132,7 +145,16 @@ void set_any(const fault &plan)
 {
     fault_plan &current = the_plan();
     const std::lock_guard lock{current.mutex};
-    current.any.start(plan);
+    current.any.assign(1, {});
+    current.any.front().start(plan);
+    update_lever(current);
+}
+
+void add_any(const fault &plan)
+{
+    fault_plan &current = the_plan();
+    const std::lock_guard lock{current.mutex};
+    current.any.emplace_back().start(plan);
     update_lever(current);
 }
 
@@ -149,7 +171,7 @@ void clear_all()
     fault_plan &current = the_plan();
     const std::lock_guard lock{current.mutex};
     current.single.fill({});
-    current.any = {};
+    current.any.clear();
     update_lever(current);
 }
 
@@ -171,14 +193,18 @@ std::uint32_t hits_of_any()
 {
     fault_plan &current = the_plan();
     const std::lock_guard lock{current.mutex};
-    return current.any.hits;
+    std::uint32_t hits = 0;
+    for (const progress &one : current.any) {
+        hits += one.hits;
+    }
+    return hits;
 }
 
 std::uint32_t calls_of_any()
 {
     fault_plan &current = the_plan();
     const std::lock_guard lock{current.mutex};
-    return current.any.calls;
+    return current.any.empty() ? 0 : current.any.front().calls;
 }
 
 } // namespace faults

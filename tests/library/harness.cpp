@@ -1,5 +1,6 @@
 #include "harness.hpp"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cinttypes>
@@ -319,8 +320,9 @@ twamp_responder_handle *bench::create_responder(std::uint16_t param_a, std::uint
 
 void bench::keep(void *block)
 {
-    if (block != nullptr)
+    if (block != nullptr && std::find(kept_.begin(), kept_.end(), block) == kept_.end()) {
         kept_.push_back(block);
+    }
 }
 
 std::vector<std::uint8_t> bench::state_bytes(std::uint32_t namespace_id) const

@@ -220,7 +220,7 @@ class bench {
 
     /** Create a responder, quietly, and keep() its record. */
     twamp_responder_handle *create_responder(std::uint16_t param_a = 0, std::uint16_t param_b = 0);
-    /** Have a block freed when the bench goes. NULL is ignored. */
+    /** Have a block freed when the bench goes, once. NULL is ignored. */
     void keep(void *block);
     /** Bytes of a state entry as they stand in memory; empty where there is none. */
     [[nodiscard]] std::vector<std::uint8_t> state_bytes(std::uint32_t namespace_id) const;

@@ -124,6 +124,23 @@ TEST_F(fault_plan, any_counts_all_that_can_fail)
     EXPECT_NE(function, nullptr);
 }
 
+TEST_F(fault_plan, further_faults_of_any_count_the_same_calls)
+{
+    faults::set_any({.code = 0xA, .skip = 1, .count = 1});
+    faults::add_any({.code = 0xB, .skip = 3, .count = 1});
+    EXPECT_EQ(read_timer(rte), 0u);
+    EXPECT_EQ(read_timer(rte), 0xAu);
+    EXPECT_EQ(read_timer(rte), 0u);
+    EXPECT_EQ(read_timer(rte), 0xBu);
+    EXPECT_EQ(read_timer(rte), 0u);
+    EXPECT_EQ(faults::hits_of_any(), 2u);
+    EXPECT_EQ(faults::calls_of_any(), 5u);
+    faults::set_any({.code = 0xC, .count = 1});
+    EXPECT_EQ(read_timer(rte), 0xCu);
+    EXPECT_EQ(read_timer(rte), 0u);
+    EXPECT_EQ(faults::hits_of_any(), 1u);
+}
+
 TEST_F(fault_plan, single_faults_stay_in_force_beside_any)
 {
     faults::set_any({.code = 0xA, .skip = 1, .count = 1});
