@@ -26,13 +26,15 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   target_compile_options(olv_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
 endif()
 
-set(OLV_TWAMP_SANITIZE OFF CACHE STRING "Sanitizers: OFF, address+undefined (and leaks where they can be found) or undefined-trap")
-set_property(CACHE OLV_TWAMP_SANITIZE PROPERTY STRINGS OFF address+undefined undefined-trap)
+set(OLV_TWAMP_SANITIZE OFF CACHE STRING "Sanitizers: OFF, address+undefined (and leaks where they can be found), undefined-trap or thread")
+set_property(CACHE OLV_TWAMP_SANITIZE PROPERTY STRINGS OFF address+undefined undefined-trap thread)
 if(OLV_TWAMP_SANITIZE STREQUAL "address+undefined")
   set(sanitize -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
 elseif(OLV_TWAMP_SANITIZE STREQUAL "undefined-trap")
   # Ends the program with a trap instead of a message: for targets without the sanitizers' run-time library.
   set(sanitize -fsanitize=undefined -fsanitize-undefined-trap-on-error)
+elseif(OLV_TWAMP_SANITIZE STREQUAL "thread")
+  set(sanitize -fsanitize=thread)
 elseif(OLV_TWAMP_SANITIZE)
   message(FATAL_ERROR "OLV_TWAMP_SANITIZE: there is no '${OLV_TWAMP_SANITIZE}'")
 endif()

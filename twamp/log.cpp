@@ -84,8 +84,11 @@ log_context::log_context(const olv_system_handle &system)
 bool log_context::shows(severity kind) const
 {
     const severity_row &limits = row(kind);
-    const auto passes = [&limits](uint32_t flags) { return (flags & limits.mask) >= limits.threshold; };
-    return passes(*flags_) || (system_ != nullptr && passes(system_->log_flags));
+    // Read without the lock, while olv_twamp_sys_log() may be writing under it.
+    const auto passes = [&limits](const uint32_t *flags) {
+        return (__atomic_load_n(flags, __ATOMIC_RELAXED) & limits.mask) >= limits.threshold;
+    };
+    return passes(flags_) || (system_ != nullptr && passes(&system_->log_flags));
 }
 
 void log_context::print_name(severity kind) const

@@ -178,7 +178,8 @@ uint32_t set_log_level(const module_call &call, uint32_t level)
     if (const uint32_t status = olv_twamp_map_sys_log(&call.module, level, &mapped)) {
         return TWAMP_FAIL(call, error, status, "Failed to set log-level %d\n", level);
     }
-    call.module.log_flags = mapped; // the whole word: setting a level clears the bits above it
+    // The whole word: setting a level clears the bits above it.
+    __atomic_store_n(&call.module.log_flags, mapped, __ATOMIC_RELAXED);
     TWAMP_LOG(call, info, "TWAMP module 0x%08x log-level set to 0x%x\n", address_word(&call.module), mapped);
     return OLV_STATUS_OK;
 }

@@ -1,0 +1,99 @@
+/**
+ * @file site.hpp
+ * A processor with a module, responders that stay and a worker that reflects packets without end, for threads
+ * that work on it meanwhile.
+ */
+#ifndef OLV_TWAMP_RACES_SITE_HPP
+#define OLV_TWAMP_RACES_SITE_HPP
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "fastpath/reflector.hpp"
+#include "olv_sim.hpp"
+#include "olv_twamp.h"
+
+namespace olv_races {
+
+inline constexpr const char *responder_namespace = "twamp_responder";
+inline constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
+inline constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
+
+/** What became of packets, by the counters' names. */
+struct tally {
+    std::uint32_t received = 0;
+    std::uint32_t transmitted = 0;
+    std::uint32_t no_responder = 0;
+    std::uint32_t no_bind = 0;
+    std::uint32_t length = 0;
+    std::uint32_t sessions = 0; ///< Refused for want of a session.
+
+    void add(olv_fastpath::outcome result);
+    bool operator==(const tally &) const = default;
+};
+
+/** Work that its thread repeats until the site's worker has reflected what it has to. */
+using repeated_work = std::function<void(std::uint32_t round)>;
+
+class site {
+  public:
+    static constexpr std::uint32_t staying_responders = 2; ///< IDs 1 and 2.
+    static constexpr std::uint32_t first_free_id = 3;
+    static constexpr std::uint32_t last_id = 12; ///< Of the namespace.
+    static constexpr std::uint32_t staying_key = 1;
+
+    /** @param modules  On this processor; the responders that stay are the first one's. */
+    site(olv_sim::framework &framework, std::uint32_t modules);
+    ~site();
+    site(const site &) = delete;
+    site &operator=(const site &) = delete;
+
+    [[nodiscard]] olv_module_handle *module(std::size_t index) const { return modules_.at(index); }
+    [[nodiscard]] twamp_responder_handle *staying(std::size_t index) const { return staying_.at(index); }
+    [[nodiscard]] const olv_sim::processor &processor() const { return processor_; }
+
+    /** Reflect so many packets in a thread of its own: half of them to the responders that stay, half to IDs
+     * and keys that come and go. */
+    void start(std::uint32_t packets);
+    [[nodiscard]] bool running() const { return running_; }
+    void wait();
+
+    /** What the worker saw, of all and of the responders that stay. Once it is done. */
+    [[nodiscard]] const tally &all() const { return all_; }
+    [[nodiscard]] const tally &of_staying(std::size_t index) const { return staying_tally_.at(index); }
+
+    /** Fails the test unless the module's counters are what the worker saw, and nothing but what stays is
+     * left.*/
+    void expect_exact_totals() const;
+
+  private:
+    void reflect(std::uint32_t packets);
+
+    olv_sim::framework &framework_;
+    olv_sim::processor processor_;
+    std::vector<olv_module_handle *> modules_;
+    std::vector<twamp_responder_handle *> staying_;
+    std::thread worker_;
+    std::atomic<bool> running_{false};
+    tally all_;
+    std::vector<tally> staying_tally_;
+};
+
+/** While it lives, standard output goes nowhere. */
+class silence {
+  public:
+    silence();
+    ~silence();
+    silence(const silence &) = delete;
+    silence &operator=(const silence &) = delete;
+
+  private:
+    int console_;
+};
+
+} // namespace olv_races
+
+#endif
