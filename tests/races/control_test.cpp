@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "silence.hpp"
 #include "site.hpp"
 
 namespace olv_races {
@@ -126,7 +127,7 @@ class Races : public testing::Test {
     /** Let @p threads work on each module of the sites until all packets are reflected. */
     void work(std::deque<site> &sites, std::size_t modules_on_each, std::uint32_t threads)
     {
-        const silence quiet;
+        const olv_test::silence quiet;
         std::deque<control> controls;
         std::vector<std::thread> running;
         for (site &place : sites) {

@@ -1,10 +1,7 @@
 #include "site.hpp"
 
 #include <array>
-#include <cstdio>
-#include <fcntl.h>
 #include <random>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -135,21 +132,6 @@ void site::expect_exact_totals() const
     for (const olv_module_handle *each : modules_) {
         EXPECT_EQ(olv_sim::semaphores::held(each->lock), 0u);
     }
-}
-
-silence::silence() : console_(dup(STDOUT_FILENO))
-{
-    std::fflush(stdout);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
-}
-
-silence::~silence()
-{
-    std::fflush(stdout);
-    dup2(console_, STDOUT_FILENO);
-    close(console_);
 }
 
 } // namespace olv_races

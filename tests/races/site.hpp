@@ -82,18 +82,6 @@ class site {
     std::vector<tally> staying_tally_;
 };
 
-/** While it lives, standard output goes nowhere. */
-class silence {
-  public:
-    silence();
-    ~silence();
-    silence(const silence &) = delete;
-    silence &operator=(const silence &) = delete;
-
-  private:
-    int console_;
-};
-
 } // namespace olv_races
 
 #endif

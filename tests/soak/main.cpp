@@ -1,0 +1,144 @@
+// soak: control operations and faults at random while packets flow, for as long as one likes.
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <deque>
+#include <fstream>
+#include <thread>
+#include <unistd.h>
+
+#include "command_line.hpp"
+#include "silence.hpp"
+#include "station.hpp"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+struct soak_options {
+    double seconds = 60;
+    std::uint32_t responders = 5000;
+    std::uint32_t processors = 2;
+    std::uint64_t seed = 1;
+};
+
+/** Bytes of this process in memory. */
+std::size_t resident_bytes()
+{
+    std::ifstream file{"/proc/self/statm"};
+    std::size_t all = 0;
+    std::size_t resident = 0;
+    file >> all >> resident;
+    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+/** What may not grow. */
+struct memory_use {
+    std::size_t resident = resident_bytes();
+    std::size_t mapped_blocks = olv_sim::memory::in_use().mapped_bytes;
+
+    [[nodiscard]] bool is_flat_since(const memory_use &before) const
+    {
+        constexpr std::size_t tolerance = 1 << 20;
+        return mapped_blocks <= before.mapped_blocks + tolerance &&
+               resident <= before.resident + before.resident / 20 + tolerance;
+    }
+};
+
+void print_totals(const std::deque<olv_soak::station> &stations, const memory_use &early,
+                  const memory_use &late)
+{
+    std::uint64_t operations = 0;
+    std::uint64_t failures = 0;
+    std::uint64_t sent = 0;
+    std::uint64_t replies = 0;
+    std::size_t statuses = 0;
+    for (const olv_soak::station &each : stations) {
+        operations += each.operations();
+        failures += each.failures();
+        sent += each.sent();
+        replies += each.replies();
+        statuses = std::max(statuses, each.distinct_statuses());
+    }
+    std::printf("operations: %" PRIu64 ", returned a failure: %" PRIu64 ", different statuses: %zu\n",
+                operations, failures, statuses);
+    std::printf("packets sent: %" PRIu64 ", replies: %" PRIu64 "\n", sent, replies);
+    std::printf("memory at the end: %.3f of what it was after a quarter of the time\n",
+                static_cast<double>(late.resident) / static_cast<double>(early.resident));
+}
+
+/** Run until the time is over or something is wrong. */
+void wait_until(clock_type::time_point end, const std::deque<olv_soak::station> &stations)
+{
+    while (clock_type::now() < end) {
+        for (const olv_soak::station &each : stations) {
+            if (!each.good()) {
+                return;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds{100});
+    }
+}
+
+void soak(const soak_options &options)
+{
+    const std::size_t blocks = olv_sim::memory::in_use().live_blocks;
+    const std::size_t patterns = olv_sim::patterns::live();
+    olv_sim::framework framework;
+    std::deque<olv_soak::station> stations;
+    memory_use early;
+    memory_use late;
+    {
+        const olv_test::silence quiet; // Operations print, a lot.
+        for (std::uint32_t index = 0; index < options.processors; ++index) {
+            stations.emplace_back(framework, options.responders, options.seed + index);
+        }
+        for (olv_soak::station &each : stations) {
+            each.start();
+        }
+        const auto begin = clock_type::now();
+        const auto after = [&](double share) {
+            return begin + std::chrono::duration_cast<clock_type::duration>(
+                               std::chrono::duration<double>(options.seconds * share));
+        };
+        wait_until(after(0.25), stations);
+        early = {};
+        wait_until(after(1), stations);
+        late = {};
+        for (olv_soak::station &each : stations) {
+            each.finish();
+        }
+    }
+    print_totals(stations, early, late);
+    using olv_soak::require;
+    require(late.is_flat_since(early), "memory has grown");
+    require(olv_sim::memory::in_use().live_blocks == blocks, "blocks are left");
+    require(olv_sim::patterns::live() == patterns, "patterns are left");
+    for (const std::string &breach : olv_sim::violations::list()) {
+        throw olv_soak::wrong{breach};
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    soak_options options;
+    CLI::App app{"Random control operations with random faults on many responders, while packets flow."};
+    app.add_option("--seconds", options.seconds, "How long")->capture_default_str();
+    app.add_option("--responders", options.responders, "IDs of each processor")->capture_default_str();
+    app.add_option("--processors", options.processors, "Processors, each with a module and senders")
+        ->capture_default_str();
+    app.add_option("--seed", options.seed, "Of what happens")->capture_default_str();
+    if (const auto status = olv_apps::parse_command_line(app, "soak", argc, argv)) {
+        return *status;
+    }
+    try {
+        soak(options);
+    } catch (const std::exception &problem) {
+        olv_apps::report_error("soak", "%s (seed %" PRIu64 ")", problem.what(), options.seed);
+        return olv_apps::exit_failed;
+    }
+    std::puts("good: nothing is left, every counter adds up");
+    return olv_apps::exit_good;
+}
