@@ -106,6 +106,9 @@ void soak(const soak_options &options)
         wait_until(after(1), stations);
         late = {};
         for (olv_soak::station &each : stations) {
+            each.stop_operations();
+        }
+        for (olv_soak::station &each : stations) {
             each.finish();
         }
     }

@@ -75,11 +75,15 @@ std::uint64_t station::replies() const
     return total;
 }
 
-void station::finish()
+void station::stop_operations()
 {
     stopping_ = true;
     worker_.join();
     require(!failed_, failure_);
+}
+
+void station::finish()
+{
     for (sender &each : senders_) {
         each.stop();
         require(each.bad_replies() == 0, "bad replies");

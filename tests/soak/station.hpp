@@ -29,7 +29,10 @@ class station {
     void start();
     /** Whether the operations still follow each other. */
     [[nodiscard]] bool good() const { return !failed_; }
-    /** End the thread, let the packets run out, add everything up and take everything down. @throw wrong */
+    /** End the operations, and with them the faults. @throw wrong  What ended them before. */
+    void stop_operations();
+    /** Let the packets run out, add everything up and take everything down. No station operates any more.
+     *  @throw wrong */
     void finish();
 
     [[nodiscard]] std::uint64_t operations() const { return control_.operations(); }
