@@ -9,14 +9,12 @@
 #ifndef OLV_FASTPATH_SESSION_TABLE_HPP
 #define OLV_FASTPATH_SESSION_TABLE_HPP
 
-#include <array>
 #include <cstdint>
 #include <vector>
 
-namespace olv_fastpath {
+#include "fastpath/ip_address.hpp"
 
-/** An IPv6 address, or an IPv4 address in its mapped form ::ffff:a.b.c.d; network order. */
-using ip_address = std::array<std::uint8_t, 16>;
+namespace olv_fastpath {
 
 /** What tells one session from another. */
 struct session_key {

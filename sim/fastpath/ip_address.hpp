@@ -1,0 +1,40 @@
+/**
+ * @file ip_address.hpp
+ * Addresses of both families in one form.
+ */
+#ifndef OLV_FASTPATH_IP_ADDRESS_HPP
+#define OLV_FASTPATH_IP_ADDRESS_HPP
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <string>
+
+#include <sys/socket.h>
+
+namespace olv_fastpath {
+
+/** An IPv6 address, or an IPv4 address in its mapped form ::ffff:a.b.c.d; network order. */
+using ip_address = std::array<std::uint8_t, 16>;
+
+/** Bits of the mapped form in front of an IPv4 address. */
+inline constexpr unsigned mapped_prefix_bits = 96;
+
+[[nodiscard]] bool is_ipv4(const ip_address &address);
+/** "192.0.2.1", "2001:db8::1". */
+[[nodiscard]] std::string text_of(const ip_address &address);
+
+/** Where a datagram comes from, or where one can be sent to. */
+struct ip_endpoint {
+    ip_address address{};
+    std::uint16_t port = 0; ///< Host order.
+
+    friend auto operator<=>(const ip_endpoint &, const ip_endpoint &) = default;
+};
+
+/** @param address  Of IPv4 or IPv6. */
+[[nodiscard]] ip_endpoint endpoint_of(const sockaddr_storage &address);
+
+} // namespace olv_fastpath
+
+#endif

@@ -1,0 +1,76 @@
+#include "fastpath/token_bucket.hpp"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using olv_fastpath::token_bucket;
+
+constexpr std::uint64_t second = 1000;
+
+/** How many of @p packets that arrive at the same time pass. */
+int passing(token_bucket &bucket, int packets, std::uint64_t now)
+{
+    int passed = 0;
+    for (int packet = 0; packet < packets; ++packet)
+        passed += bucket.take(now) ? 1 : 0;
+    return passed;
+}
+
+TEST(token_bucket, lets_a_seconds_packets_pass_at_once)
+{
+    token_bucket bucket{5, second};
+    EXPECT_EQ(passing(bucket, 20, 7), 5);
+}
+
+TEST(token_bucket, earns_packets_as_time_goes_by)
+{
+    token_bucket bucket{5, second};
+    EXPECT_EQ(passing(bucket, 20, 0), 5);
+    EXPECT_EQ(passing(bucket, 20, 199), 0);
+    EXPECT_EQ(passing(bucket, 20, 200), 1);
+    EXPECT_EQ(passing(bucket, 20, 600), 2);
+    EXPECT_EQ(passing(bucket, 20, 800), 1);
+}
+
+TEST(token_bucket, loses_no_part_of_a_packet)
+{
+    token_bucket bucket{3, second}; // 333 and a third ticks each
+    EXPECT_EQ(passing(bucket, 20, 0), 3);
+    int passed = 0;
+    for (std::uint64_t now = 1; now <= 100 * second; ++now)
+        passed += bucket.take(now) ? 1 : 0;
+    EXPECT_EQ(passed, 300);
+}
+
+TEST(token_bucket, holds_no_more_than_a_seconds_packets)
+{
+    token_bucket bucket{5, second};
+    EXPECT_EQ(passing(bucket, 20, 0), 5);
+    EXPECT_EQ(passing(bucket, 20, 3600 * second), 5);
+    EXPECT_EQ(passing(bucket, 20, UINT64_MAX), 5);
+}
+
+TEST(token_bucket, steady_sender_at_the_limit_loses_nothing)
+{
+    token_bucket bucket{100, second};
+    for (std::uint64_t now = 0; now < 60 * second; now += 10)
+        ASSERT_TRUE(bucket.take(now)) << now;
+}
+
+TEST(token_bucket, goes_on_after_its_clock_went_back)
+{
+    token_bucket bucket{5, second};
+    EXPECT_EQ(passing(bucket, 20, 1'000'000), 5);
+    EXPECT_EQ(passing(bucket, 20, 10), 0);
+    EXPECT_EQ(passing(bucket, 20, 410), 2);
+}
+
+TEST(token_bucket, limit_and_clock_that_are_too_large_together_still_let_packets_pass)
+{
+    token_bucket bucket{UINT32_MAX, 1ull << 60};
+    EXPECT_EQ(passing(bucket, 20, 0), 7);
+    EXPECT_EQ(passing(bucket, 20, 1ull << 60), 7);
+}
+
+} // namespace
