@@ -1,24 +1,11 @@
 #include "fastpath/ip_address.hpp"
 
 #include <algorithm>
-#include <cstring>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
 namespace olv_fastpath {
-
-namespace {
-
-constexpr std::array<std::uint8_t, mapped_prefix_bits / 8> mapped_prefix{0, 0, 0, 0, 0,    0,
-                                                                         0, 0, 0, 0, 0xFF, 0xFF};
-
-} // namespace
-
-bool is_ipv4(const ip_address &address)
-{
-    return std::memcmp(address.data(), mapped_prefix.data(), mapped_prefix.size()) == 0;
-}
 
 std::string text_of(const ip_address &address)
 {

@@ -8,6 +8,7 @@
 #include <array>
 #include <compare>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include <sys/socket.h>
@@ -17,10 +18,14 @@ namespace olv_fastpath {
 /** An IPv6 address, or an IPv4 address in its mapped form ::ffff:a.b.c.d; network order. */
 using ip_address = std::array<std::uint8_t, 16>;
 
-/** Bits of the mapped form in front of an IPv4 address. */
-inline constexpr unsigned mapped_prefix_bits = 96;
+/** What the mapped form has in front of an IPv4 address. */
+inline constexpr std::array<std::uint8_t, 12> mapped_prefix{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+inline constexpr unsigned mapped_prefix_bits = mapped_prefix.size() * 8;
 
-[[nodiscard]] bool is_ipv4(const ip_address &address);
+[[nodiscard]] inline bool is_ipv4(const ip_address &address)
+{
+    return std::memcmp(address.data(), mapped_prefix.data(), mapped_prefix.size()) == 0;
+}
 /** "192.0.2.1", "2001:db8::1". */
 [[nodiscard]] std::string text_of(const ip_address &address);
 

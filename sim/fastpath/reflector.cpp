@@ -88,6 +88,7 @@ reflector::reflector(olv_sim::processor &processor, const reflector_options &opt
       binds_(processor.tree("olv_twamp.twamp_bind_to_next_module")),
       global_(processor.state(olv_sim::global_statistics_id)),
       mode_(options.mode),
+      minimum_request_(std::max(options.minimum_request, sender_packet::header_length)),
       frequency_(std::max<std::uint64_t>(processor.timer_frequency(), 1)),
       refwait_ticks_(saturating_product(options.refwait_seconds, frequency_)),
       sessions_(options.session_capacity)
@@ -140,8 +141,7 @@ verdict reflector::reflect(const received_packet &packet, const packet_path &pat
     }
 
     count(responder, responder_word::received);
-    if (packet.payload.size() < sender_packet::header_length ||
-        reply.size() < reply_length(packet.payload.size())) {
+    if (packet.payload.size() < minimum_request_ || reply.size() < reply_length(packet.payload.size())) {
         count(responder, responder_word::drop_length_check);
         count_globally(global_word::drop_length_check);
         return {.result = outcome::drop_length};

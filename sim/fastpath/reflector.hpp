@@ -28,6 +28,9 @@ struct reflector_options {
     stamp_mode mode = stamp_mode::stateful;
     std::uint32_t refwait_seconds = 900; ///< A session without a packet for so long ends.
     std::uint32_t session_capacity = session_table::default_capacity; ///< Of all responders together.
+    /** Shorter requests are dropped; below 14 is taken as 14. From 41 on no reply is longer than its request,
+     *  so that forged requests gain nothing. */
+    std::size_t minimum_request = sender_packet::header_length;
 };
 
 struct received_packet {
@@ -50,7 +53,7 @@ enum class outcome : std::uint8_t {
     reflected,
     drop_no_responder, ///< No entry in the responder lookup tree, or one that says NOT_DEFINED.
     drop_no_bind,      ///< No entry in the bind tree.
-    drop_length,       ///< Shorter than a sender's header.
+    drop_length,       ///< Shorter than a request has to be.
     drop_max_sessions, ///< The responder has as many sessions as it may have.
     drop_table_full    ///< The session table has no room.
 };
@@ -71,7 +74,8 @@ struct verdict {
  *  3. Its output path is looked up. No entry: "no bind". The responder has not seen the packet then, its
  *     counters stay.
  *  4. It counts as received by the responder.
- *  5. Fewer than 14 bytes, or a reply that the buffer is too small for: "length check", of both.
+ *  5. Fewer bytes than the options require, 14 at least, or a reply that the buffer is too small for: "length
+ *     check", of both.
  *  6. Its session is looked up, or begun. The responder has as many as the word at bytes 52-55 allows (in
  *     host order), or the table has no room: "max sessions" of the responder and "hash error" globally, as
  *     there is no other word for either.
@@ -130,6 +134,7 @@ class reflector {
     const olv_sim::classifier_tree *binds_;
     olv_sim::state_words global_;
     stamp_mode mode_;
+    std::size_t minimum_request_;
     std::uint64_t frequency_;
     std::uint64_t refwait_ticks_;
     session_table sessions_;

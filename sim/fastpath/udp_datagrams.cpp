@@ -12,9 +12,10 @@ namespace {
 
 constexpr int hop_limit = 255; ///< What receivers of replies count the hops from.
 constexpr int receive_buffer_bytes = 8 << 20;
-/** A full socket is waited for as often, and as long each time, before the rest of a batch is given up. */
-constexpr int send_waits = 3;
-constexpr int send_wait_milliseconds = 5;
+/** A full socket is waited for as often, and as long each time, before the rest of a batch is given up: the
+ *  other sockets wait meanwhile. */
+constexpr int send_waits = 2;
+constexpr int send_wait_milliseconds = 1;
 
 template <typename Value> Value value_of(const cmsghdr *header)
 {
@@ -48,22 +49,6 @@ void read_control(const msghdr &message, received_packet &packet)
             packet.traffic_class = static_cast<std::uint8_t>(value_of<int>(header));
         }
     });
-}
-
-void read_sender(const sockaddr_storage &sender, received_packet &packet)
-{
-    if (sender.ss_family == AF_INET6) {
-        sockaddr_in6 address{};
-        std::memcpy(&address, &sender, sizeof address);
-        std::memcpy(packet.sender_address.data(), &address.sin6_addr, packet.sender_address.size());
-        packet.sender_port = ntohs(address.sin6_port);
-        return;
-    }
-    sockaddr_in address{};
-    std::memcpy(&address, &sender, sizeof address);
-    packet.sender_address = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
-    std::memcpy(&packet.sender_address[12], &address.sin_addr, sizeof address.sin_addr);
-    packet.sender_port = ntohs(address.sin_port);
 }
 
 /** Writes control data, one record after the other, into a zeroed buffer. */
@@ -142,12 +127,14 @@ bool prepare_socket(int socket, int family)
            set_option(socket, IPPROTO_IP, IP_RECVTOS, 1) && set_option(socket, IPPROTO_IP, IP_TTL, hop_limit);
 }
 
-datagram_batch::datagram_batch()
-    : request_bytes_(capacity * buffer_length), reply_bytes_(capacity * buffer_length)
+datagram_batch::datagram_batch(std::size_t longest)
+    : buffer_length_(std::max(longest, stamp_length)),
+      request_bytes_(capacity * buffer_length_),
+      reply_bytes_(capacity * buffer_length_)
 {
     for (std::size_t index = 0; index < capacity; ++index) {
-        request_parts_[index] = {&request_bytes_[index * buffer_length], buffer_length};
-        reply_parts_[index] = {&reply_bytes_[index * buffer_length], 0};
+        request_parts_[index] = {&request_bytes_[index * buffer_length_], buffer_length_};
+        reply_parts_[index] = {&reply_bytes_[index * buffer_length_], 0};
     }
 }
 
@@ -168,12 +155,13 @@ std::size_t datagram_batch::receive(int socket)
     return received < 0 ? 0 : static_cast<std::size_t>(received);
 }
 
-received_packet datagram_batch::packet(std::size_t index) const
+received_packet datagram_batch::packet(std::size_t index, const ip_endpoint &sender) const
 {
     received_packet packet;
-    packet.payload = {&request_bytes_[index * buffer_length], requests_[index].msg_len};
+    packet.sender_address = sender.address;
+    packet.sender_port = sender.port;
+    packet.payload = {&request_bytes_[index * buffer_length_], requests_[index].msg_len};
     read_control(requests_[index].msg_hdr, packet);
-    read_sender(senders_[index], packet);
     return packet;
 }
 
@@ -184,7 +172,7 @@ bool datagram_batch::is_truncated(std::size_t index) const
 
 std::span<std::uint8_t> datagram_batch::reply_buffer()
 {
-    return {&reply_bytes_[reply_count_ * buffer_length], buffer_length};
+    return {&reply_bytes_[reply_count_ * buffer_length_], buffer_length_};
 }
 
 void datagram_batch::add_reply(std::size_t index, const verdict &made)

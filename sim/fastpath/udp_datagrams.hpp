@@ -28,18 +28,21 @@ struct send_result {
 class datagram_batch {
   public:
     static constexpr std::size_t capacity = 32;
-    /** No UDP payload is longer. */
-    static constexpr std::size_t buffer_length = 65535;
 
-    datagram_batch();
+    /** @param longest  Octets that there is room for in either direction; 44 at least. */
+    explicit datagram_batch(std::size_t longest);
     datagram_batch(const datagram_batch &) = delete;
     datagram_batch &operator=(const datagram_batch &) = delete;
 
     /** Receive what waits in a socket. @return Datagrams received, 0 when there are none. */
     std::size_t receive(int socket);
-    /** The datagram received at @p index, without its arrival time. */
-    [[nodiscard]] received_packet packet(std::size_t index) const;
+    /** Who sent the datagram received at @p index. */
+    [[nodiscard]] ip_endpoint sender(std::size_t index) const { return endpoint_of(senders_[index]); }
+    /** Whether it was longer than the buffers. */
     [[nodiscard]] bool is_truncated(std::size_t index) const;
+    /** The datagram itself, as far as there was room, without its arrival time.
+     *  @param sender  As sender() returned it. */
+    [[nodiscard]] received_packet packet(std::size_t index, const ip_endpoint &sender) const;
 
     /** Room for the next reply. */
     [[nodiscard]] std::span<std::uint8_t> reply_buffer();
@@ -54,6 +57,7 @@ class datagram_batch {
     };
     using message_list = std::array<mmsghdr, capacity>;
 
+    std::size_t buffer_length_;
     std::vector<std::uint8_t> request_bytes_;
     std::vector<std::uint8_t> reply_bytes_;
     std::array<sockaddr_storage, capacity> senders_{};

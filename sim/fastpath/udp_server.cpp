@@ -1,5 +1,6 @@
 #include "fastpath/udp_server.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -63,12 +64,29 @@ int udp_server::descriptor::release()
     return number;
 }
 
-udp_server::udp_server(reflector &reflector)
+udp_statistics &udp_statistics::operator+=(const udp_statistics &other)
+{
+    received += other.received;
+    source_not_allowed += other.source_not_allowed;
+    source_port += other.source_port;
+    own_source += other.own_source;
+    truncated += other.truncated;
+    rate_limited += other.rate_limited;
+    sent += other.sent;
+    send_failures += other.send_failures;
+    return *this;
+}
+
+udp_server::udp_server(reflector &reflector, const udp_server_options &options)
     : reflector_(reflector),
+      options_(options),
+      ticks_per_second_(std::max<std::uint64_t>(reflector.processor().timer_frequency(), 1)),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      batch_(std::make_unique<datagram_batch>())
+      batch_(std::make_unique<datagram_batch>(options.longest_datagram))
 {
+    // Nothing can be sent to port 0.
+    options_.lowest_source_port = std::max<std::uint16_t>(options_.lowest_source_port, 1);
     if (!epoll_.is_open() || !wake_.is_open() || !watch(epoll_.number(), wake_.number(), wake_event)) {
         fail("cannot serve sockets", errno);
     }
@@ -103,11 +121,13 @@ std::size_t udp_server::add(const listen_address &address, const packet_path &pa
     endpoint opened = open_endpoint(address, path);
     const std::string what = "cannot listen on " + address.text();
     const std::lock_guard lock{mutex_};
+    opened.bucket = bucket_of(path.responder_id);
     endpoints_.reserve(endpoints_.size() + 1);
     if (!watch(epoll_.number(), opened.socket.number(), endpoints_.size())) {
         fail(what, errno);
     }
     endpoints_.push_back(std::move(opened));
+    note_own_endpoints();
     return endpoints_.size() - 1;
 }
 
@@ -119,17 +139,45 @@ const udp_server::endpoint &udp_server::open_at(std::size_t index) const
     return endpoints_[index];
 }
 
+std::shared_ptr<token_bucket> udp_server::bucket_of(std::uint32_t responder_id) const
+{
+    if (options_.packets_per_second == 0) {
+        return nullptr;
+    }
+    constexpr std::uint32_t id_mask = (1u << olv_sim::key_bits) - 1;
+    for (const endpoint &each : endpoints_) {
+        if (each.bucket != nullptr && ((each.path.responder_id ^ responder_id) & id_mask) == 0) {
+            return each.bucket;
+        }
+    }
+    return std::make_shared<token_bucket>(options_.packets_per_second, ticks_per_second_);
+}
+
+void udp_server::note_own_endpoints()
+{
+    std::vector<ip_endpoint> listening;
+    for (const endpoint &each : endpoints_) {
+        if (each.socket.is_open()) {
+            listening.push_back(endpoint_of(each.local.address));
+        }
+    }
+    own_.set(listening);
+}
+
 void udp_server::remove(std::size_t index)
 {
     const std::lock_guard lock{mutex_};
     (void)open_at(index); // only checks
     endpoints_[index].socket = descriptor{};
+    endpoints_[index].bucket.reset();
+    note_own_endpoints();
 }
 
 void udp_server::set_path(std::size_t index, const packet_path &path)
 {
     const std::lock_guard lock{mutex_};
     (void)open_at(index); // only checks
+    endpoints_[index].bucket = bucket_of(path.responder_id);
     endpoints_[index].path = path;
 }
 
@@ -169,7 +217,18 @@ void udp_server::stop()
 
 udp_statistics udp_server::statistics() const
 {
-    return {.received = received_, .sent = sent_, .send_failures = send_failures_, .truncated = truncated_};
+    const std::lock_guard lock{mutex_};
+    udp_statistics all;
+    for (const endpoint &each : endpoints_) {
+        all += each.counters;
+    }
+    return all;
+}
+
+udp_statistics udp_server::statistics(std::size_t index) const
+{
+    const std::lock_guard lock{mutex_};
+    return open_at(index).counters;
 }
 
 void udp_server::run()
@@ -197,25 +256,52 @@ void udp_server::serve(endpoint &from)
         const std::size_t received = batch_->receive(from.socket.number());
         const std::uint64_t arrival = reflector_.processor().timer_now();
         for (std::size_t index = 0; index < received; ++index) {
-            if (batch_->is_truncated(index)) {
-                ++truncated_;
-                continue;
-            }
-            received_packet packet = batch_->packet(index);
-            packet.arrival_ticks = arrival;
-            const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer());
-            if (made.result == outcome::reflected) {
-                batch_->add_reply(index, made);
-            }
-            ++received_;
+            take(from, index, arrival);
         }
         const send_result result = batch_->send(from.socket.number());
-        sent_ += result.sent;
-        send_failures_ += result.failed;
+        from.counters.sent += result.sent;
+        from.counters.send_failures += result.failed;
         if (received < datagram_batch::capacity) {
             return;
         }
     }
+}
+
+void udp_server::take(endpoint &from, std::size_t index, std::uint64_t arrival)
+{
+    const ip_endpoint sender = batch_->sender(index);
+    if (std::uint64_t *reason = reason_to_drop(from, index, sender, arrival)) {
+        ++*reason;
+        return;
+    }
+    received_packet packet = batch_->packet(index, sender);
+    packet.arrival_ticks = arrival;
+    ++from.counters.received;
+    const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer());
+    if (made.result == outcome::reflected) {
+        batch_->add_reply(index, made);
+    }
+}
+
+std::uint64_t *udp_server::reason_to_drop(endpoint &from, std::size_t index, const ip_endpoint &sender,
+                                          std::uint64_t arrival)
+{
+    if (!options_.allowed_sources.empty() && !options_.allowed_sources.contains(sender.address)) {
+        return &from.counters.source_not_allowed;
+    }
+    if (sender.port < options_.lowest_source_port) {
+        return &from.counters.source_port;
+    }
+    if (own_.contains(sender, arrival / ticks_per_second_)) {
+        return &from.counters.own_source;
+    }
+    if (batch_->is_truncated(index)) {
+        return &from.counters.truncated;
+    }
+    if (from.bucket != nullptr && !from.bucket->take(arrival)) {
+        return &from.counters.rate_limited;
+    }
+    return nullptr;
 }
 
 } // namespace olv_fastpath

@@ -18,20 +18,37 @@
 #include <thread>
 #include <vector>
 
+#include "fastpath/address_prefix.hpp"
 #include "fastpath/listen_address.hpp"
+#include "fastpath/own_endpoints.hpp"
 #include "fastpath/reflector.hpp"
+#include "fastpath/token_bucket.hpp"
 
 namespace olv_fastpath {
 
 class datagram_batch;
 
-/** Counters of a server since it was made. */
+/** Which datagrams a server hands to its reflector, and how long they may be. */
+struct udp_server_options {
+    prefix_list allowed_sources{};        ///< Senders that are answered; empty: all.
+    std::uint16_t lowest_source_port = 1; ///< Well-known services, reflectors among them, answer at low ports.
+    std::uint32_t packets_per_second = 0; ///< Of each responder, on all its sockets together; 0: no limit.
+    std::size_t longest_datagram = 65535; ///< Octets, 44 at least; no UDP payload is longer.
+};
+
+/** Counters of a socket, or of all sockets of a server, since it was opened. Each datagram that was taken from
+ *  a socket is counted in exactly one of `received` and the five reasons to drop it before. */
 struct udp_statistics {
-    std::uint32_t received = 0; ///< Datagrams that were handed to the reflector.
-    std::uint32_t sent = 0;     ///< Replies that the system took.
-    std::uint32_t send_failures =
-        0;                       ///< Replies that it did not take; the reflector counts them as transmitted.
-    std::uint32_t truncated = 0; ///< Datagrams longer than any can be; not handed to the reflector.
+    std::uint64_t received = 0;           ///< Handed to the reflector, which counts them from there.
+    std::uint64_t source_not_allowed = 0; ///< From none of the allowed prefixes.
+    std::uint64_t source_port = 0;        ///< From a port below the lowest.
+    std::uint64_t own_source = 0;         ///< As if from one of the server's own sockets, or from no address.
+    std::uint64_t truncated = 0;          ///< Longer than may be.
+    std::uint64_t rate_limited = 0;       ///< More than the responder takes in a second.
+    std::uint64_t sent = 0;               ///< Replies that the system took.
+    std::uint64_t send_failures = 0; ///< Replies that it did not; the reflector counts them as transmitted.
+
+    udp_statistics &operator+=(const udp_statistics &other);
 };
 
 /**
@@ -42,6 +59,13 @@ struct udp_statistics {
  * processor's timer read right after the call that received its batch, so that packets that waited in the
  * socket together arrive together.
  *
+ * A hostile network: datagrams are dropped, by their source first, before the reflector sees and counts them,
+ * in the order of udp_statistics; that a request is too short is the reflector's to say. A packet that seems
+ * to come from one of the server's own sockets would have the server answer itself for ever, and is always
+ * dropped. For reflectors elsewhere there are the lowest source port, the allowed sources and the limit of
+ * packets. Sockets are served in turn, so many packets each, so that a flood at one holds up neither the
+ * others nor calls of the control side.
+ *
  * The reflector belongs to the thread while it runs, and has to outlive the server. All calls may come from
  * any thread, start() and stop() from one at a time. Sockets can be added, removed and moved to another path
  * while the thread runs.
@@ -49,7 +73,7 @@ struct udp_statistics {
 class udp_server {
   public:
     /** @throw std::runtime_error  The system has no descriptors left. */
-    explicit udp_server(reflector &reflector);
+    explicit udp_server(reflector &reflector, const udp_server_options &options = {});
     /** Stops and closes. */
     ~udp_server();
     udp_server(const udp_server &) = delete;
@@ -75,10 +99,26 @@ class udp_server {
     void stop();
     [[nodiscard]] bool running() const { return worker_.joinable(); }
 
-    /** Each counter is whole; together they are no snapshot. */
+    /** Of all sockets, removed ones included. */
     [[nodiscard]] udp_statistics statistics() const;
+    [[nodiscard]] udp_statistics statistics(std::size_t index) const;
 
   private:
+    /** A mutex that whoever waits for it gets next, however soon its holder wants it again. */
+    class fair_mutex {
+      public:
+        void lock()
+        {
+            const std::lock_guard turn{next_};
+            mutex_.lock();
+        }
+        void unlock() { mutex_.unlock(); }
+
+      private:
+        std::mutex next_; ///< Held while waiting.
+        std::mutex mutex_;
+    };
+
     /** A descriptor that closes itself. */
     class descriptor {
       public:
@@ -98,25 +138,33 @@ class udp_server {
         descriptor socket;
         listen_address local;
         packet_path path;
+        std::shared_ptr<token_bucket> bucket; ///< The responder's; NULL where there is no limit.
+        udp_statistics counters;
     };
 
     [[nodiscard]] static endpoint open_endpoint(const listen_address &address, const packet_path &path);
     [[nodiscard]] const endpoint &open_at(std::size_t index) const;
+    [[nodiscard]] std::shared_ptr<token_bucket> bucket_of(std::uint32_t responder_id) const;
+    void note_own_endpoints();
     void run();
     void serve(endpoint &from);
+    /** Hand a datagram of the batch to the reflector, or drop it. */
+    void take(endpoint &from, std::size_t index, std::uint64_t arrival);
+    /** The counter of the reason to drop a datagram; NULL: there is none. */
+    [[nodiscard]] std::uint64_t *reason_to_drop(endpoint &from, std::size_t index, const ip_endpoint &sender,
+                                                std::uint64_t arrival);
 
     reflector &reflector_;
-    mutable std::mutex mutex_; ///< Guards the endpoints; the thread holds it while it serves packets.
+    udp_server_options options_;
+    std::uint64_t ticks_per_second_;
+    mutable fair_mutex mutex_; ///< Guards the endpoints; the thread holds it while it serves packets.
     std::vector<endpoint> endpoints_;
+    own_endpoints own_;
     descriptor epoll_;
     descriptor wake_;
     std::unique_ptr<datagram_batch> batch_;
     std::thread worker_;
     std::atomic<bool> stopping_{false};
-    std::atomic<std::uint32_t> received_{0};
-    std::atomic<std::uint32_t> sent_{0};
-    std::atomic<std::uint32_t> send_failures_{0};
-    std::atomic<std::uint32_t> truncated_{0};
 };
 
 } // namespace olv_fastpath

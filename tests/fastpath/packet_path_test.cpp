@@ -110,6 +110,25 @@ TEST_F(packet_path_test, short_payloads_drop_for_their_length)
     EXPECT_EQ(counters(), (responder_counters{.received = 14, .length = 14}));
 }
 
+TEST_F(packet_path_test, payloads_below_the_required_length_drop_for_their_length)
+{
+    use_options({.minimum_request = 44});
+    define_usual_path();
+    for (std::size_t length = 0; length < 44; ++length)
+        EXPECT_EQ(result_of(request_of(length)), outcome::drop_length) << length;
+    EXPECT_EQ(result_of(request_of(44)), outcome::reflected);
+    EXPECT_EQ(global(), (global_counters{.rx = 45, .tx = 1, .length = 44}));
+    EXPECT_EQ(counters(), (responder_counters{.received = 45, .transmitted = 1, .active = 1, .length = 44}));
+}
+
+TEST_F(packet_path_test, required_length_is_not_below_a_senders_header)
+{
+    use_options({.minimum_request = 0});
+    define_usual_path();
+    EXPECT_EQ(result_of(request_of(13)), outcome::drop_length);
+    EXPECT_EQ(result_of(request_of(14)), outcome::reflected);
+}
+
 TEST_F(packet_path_test, reply_buffer_that_is_too_small_drops_for_the_length)
 {
     define_usual_path();

@@ -114,6 +114,24 @@ TEST_F(reply_test, every_length_gets_its_reply_length)
     }
 }
 
+TEST_F(reply_test, no_length_gets_more_than_41_bytes_or_its_own)
+{
+    define_usual_path();
+    for (std::size_t length = 0; length <= 2000; ++length) {
+        const std::size_t replied = reflect(request_of(length)).payload.size();
+        EXPECT_LE(replied, length < 41 ? 41 : length) << length;
+        EXPECT_EQ(replied == 0, length < 14) << length;
+    }
+}
+
+TEST_F(reply_test, required_length_of_41_leaves_no_reply_longer_than_its_request)
+{
+    use_options({.minimum_request = 41});
+    define_usual_path();
+    for (std::size_t length = 0; length <= 200; ++length)
+        EXPECT_LE(reflect(request_of(length)).payload.size(), length) << length;
+}
+
 TEST_F(reply_test, reply_shows_no_bytes_of_an_earlier_packet)
 {
     define_usual_path();

@@ -1,94 +1,10 @@
-#include "fastpath/udp_server.hpp"
-
 #include <bit>
-#include <chrono>
-#include <cstring>
-#include <stdexcept>
-#include <thread>
 
-#include <netinet/in.h>
-#include <sys/time.h>
-#include <unistd.h>
-
-#include "fixture.hpp"
+#include "udp_fixture.hpp"
 
 namespace {
 
 using namespace olv_fastpath_test;
-using namespace std::chrono_literals;
-
-/** A sender's socket, which waits two seconds for a reply. */
-class client {
-  public:
-    explicit client(int family) : socket_(socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0))
-    {
-        const timeval patience{.tv_sec = 2, .tv_usec = 0};
-        EXPECT_EQ(setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
-        const int on = 1;
-        if (family == AF_INET) {
-            EXPECT_EQ(setsockopt(socket_, IPPROTO_IP, IP_RECVTOS, &on, sizeof on), 0);
-        } else {
-            EXPECT_EQ(setsockopt(socket_, IPPROTO_IPV6, IPV6_RECVTCLASS, &on, sizeof on), 0);
-        }
-    }
-    ~client() { close(socket_); }
-    client(const client &) = delete;
-    client &operator=(const client &) = delete;
-
-    void set_option(int level, int option, int value) const
-    {
-        EXPECT_EQ(setsockopt(socket_, level, option, &value, sizeof value), 0);
-    }
-
-    void send(const listen_address &to, const bytes &payload) const
-    {
-        EXPECT_EQ(sendto(socket_, payload.data(), payload.size(), 0,
-                         reinterpret_cast<const sockaddr *>(&to.address), to.length),
-                  static_cast<ssize_t>(payload.size()));
-    }
-
-    struct reply {
-        bytes payload;
-        std::string from;
-        int traffic_class = -1;
-    };
-
-    /** @return An empty reply when none came. */
-    [[nodiscard]] reply receive() const
-    {
-        bytes buffer(65535);
-        listen_address from;
-        alignas(cmsghdr) std::array<std::uint8_t, 128> control{};
-        iovec part{buffer.data(), buffer.size()};
-        msghdr message{};
-        message.msg_name = &from.address;
-        message.msg_namelen = sizeof from.address;
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        message.msg_control = control.data();
-        message.msg_controllen = control.size();
-        const ssize_t length = recvmsg(socket_, &message, 0);
-        if (length < 0)
-            return {};
-        buffer.resize(static_cast<std::size_t>(length));
-        from.length = message.msg_namelen;
-        const cmsghdr *header = CMSG_FIRSTHDR(&message);
-        return {buffer, from.text(), header == nullptr ? -1 : traffic_class_of(*header)};
-    }
-
-  private:
-    /** A byte from IPv4, an int from IPv6. */
-    static int traffic_class_of(const cmsghdr &header)
-    {
-        if (header.cmsg_level == IPPROTO_IP)
-            return *CMSG_DATA(&header);
-        int value = 0;
-        std::memcpy(&value, CMSG_DATA(&header), sizeof value);
-        return value;
-    }
-
-    int socket_;
-};
 
 class udp_server_test : public fastpath_test {
   protected:
@@ -100,17 +16,6 @@ class udp_server_test : public fastpath_test {
     [[nodiscard]] listen_address at(const std::string &host, std::size_t index) const
     {
         return parse_listen_address(host + ":" + std::to_string(server_.port(index)));
-    }
-
-    /** Wait, but not for ever. */
-    template <typename Condition> static bool eventually(Condition condition)
-    {
-        for (int attempt = 0; attempt < 2000; ++attempt) {
-            if (condition())
-                return true;
-            std::this_thread::sleep_for(1ms);
-        }
-        return condition();
     }
 
     std::string message_of_add(const listen_address &address)

@@ -1,0 +1,185 @@
+// A flood at one socket of a server, and what goes on beside it. Floods are limited in number and in time.
+
+#include <atomic>
+
+#include "fastpath/udp_datagrams.hpp"
+#include "udp_fixture.hpp"
+
+namespace {
+
+using namespace olv_fastpath_test;
+using std::chrono::steady_clock;
+
+/** Sends requests as fast as it can while it lives. */
+class flood {
+  public:
+    flood(const listen_address &to, std::size_t length)
+        : sender_(to.family()), thread_([this, to, length] { run(to, length); })
+    {}
+    ~flood()
+    {
+        stopping_ = true;
+        thread_.join();
+    }
+    flood(const flood &) = delete;
+    flood &operator=(const flood &) = delete;
+
+    [[nodiscard]] std::uint64_t sent() const { return sent_; }
+
+  private:
+    static constexpr std::uint64_t most = 5'000'000;
+    static constexpr auto longest = 20s;
+
+    void run(const listen_address &to, std::size_t length)
+    {
+        const bytes request = request_of(length);
+        const auto end = steady_clock::now() + longest;
+        while (!stopping_ && sent_ < most && steady_clock::now() < end) {
+            sender_.send(to, request);
+            ++sent_;
+        }
+    }
+
+    client sender_;
+    std::atomic<bool> stopping_{false};
+    std::atomic<std::uint64_t> sent_{0};
+    std::thread thread_;
+};
+
+class flood_test : public fastpath_test {
+  protected:
+    flood_test()
+    {
+        define_usual_path({.maximum_sessions = 2});
+        define_responder(8);
+        flooded_ = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+        quiet_ = server_.add(parse_listen_address("127.0.0.1:0"), {8, bind_key});
+        server_.start();
+    }
+
+    /** Once the flood keeps the server busy. */
+    [[nodiscard]] bool is_up(const flood &flood) const
+    {
+        return eventually([&] { return flood.sent() > 1000 && server_.statistics(flooded_).received > 1000; });
+    }
+
+    reflector reflector_{processor_};
+    udp_server server_{reflector_};
+    std::size_t flooded_ = 0;
+    std::size_t quiet_ = 0;
+};
+
+class flood_of_size_test : public flood_test, public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(flood_of_size_test, takes_no_answer_from_another_responder)
+{
+    const flood flood{server_.local_address(flooded_), GetParam()};
+    ASSERT_TRUE(is_up(flood));
+    const client sender{AF_INET};
+    for (int number = 0; number < 200; ++number) {
+        sender.send(server_.local_address(quiet_), request_of(41));
+        ASSERT_EQ(sender.receive().payload.size(), 41u) << number;
+    }
+    EXPECT_EQ(counters(8), (responder_counters{.received = 200, .transmitted = 200, .active = 1}));
+}
+
+INSTANTIATE_TEST_SUITE_P(sizes, flood_of_size_test, testing::Values(0, 41, 1472),
+                         [](const auto &row) { return std::to_string(row.param); });
+
+TEST_F(flood_test, does_not_hold_the_control_side_up)
+{
+    // Several, so that the server never comes to rest.
+    const flood first{server_.local_address(flooded_), 41};
+    const flood second{server_.local_address(flooded_), 41};
+    const flood third{server_.local_address(flooded_), 41};
+    ASSERT_TRUE(is_up(third));
+    const auto start = steady_clock::now();
+    for (int number = 0; number < 300; ++number) {
+        server_.set_path(quiet_, {8, bind_key});
+        EXPECT_EQ(server_.path(quiet_).responder_id, 8u);
+        EXPECT_EQ(server_.statistics(quiet_).received, 0u);
+        (void)server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+        (void)counters(8);
+    }
+    server_.stop();
+    EXPECT_LT(steady_clock::now() - start, 10s);
+}
+
+TEST_F(flood_test, of_new_sessions_takes_no_session_from_another_responder)
+{
+    const client known{AF_INET};
+    known.send(server_.local_address(flooded_), request_of(41));
+    EXPECT_EQ(known.receive().payload.size(), 41u);
+    for (int number = 0; number < 200; ++number) {
+        const client fresh{AF_INET};
+        fresh.send(server_.local_address(flooded_), request_of(41));
+    }
+    ASSERT_TRUE(eventually([&] { return server_.statistics(flooded_).received == 201; }));
+    EXPECT_EQ(counters(),
+              (responder_counters{.received = 201, .transmitted = 2, .active = 2, .max_sessions = 199}));
+    known.send(server_.local_address(flooded_), request_of(41));
+    EXPECT_EQ(known.receive().payload.size(), 41u);
+    for (int number = 0; number < 32; ++number) {
+        const client fresh{AF_INET};
+        fresh.send(server_.local_address(quiet_), request_of(41));
+        EXPECT_EQ(fresh.receive().payload.size(), 41u);
+    }
+    EXPECT_EQ(counters(8), (responder_counters{.received = 32, .transmitted = 32, .active = 32}));
+}
+
+/** A stream that nobody reads from: it takes no more once it is full. */
+class full_stream {
+  public:
+    full_stream()
+        : listening_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+          sending_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        listen_address address = parse_listen_address("127.0.0.1:0");
+        EXPECT_EQ(bind(listening_, reinterpret_cast<const sockaddr *>(&address.address), address.length), 0);
+        EXPECT_EQ(listen(listening_, 1), 0);
+        EXPECT_EQ(getsockname(listening_, reinterpret_cast<sockaddr *>(&address.address), &address.length), 0);
+        EXPECT_EQ(connect(sending_, reinterpret_cast<const sockaddr *>(&address.address), address.length), 0);
+        const bytes filler(65536);
+        while (send(sending_, filler.data(), filler.size(), MSG_DONTWAIT) > 0) {
+        }
+    }
+    ~full_stream()
+    {
+        close(listening_);
+        close(sending_);
+    }
+    full_stream(const full_stream &) = delete;
+    full_stream &operator=(const full_stream &) = delete;
+
+    [[nodiscard]] int number() const { return sending_; }
+
+  private:
+    int listening_;
+    int sending_;
+};
+
+TEST(datagram_batch, full_socket_holds_up_for_a_moment_only)
+{
+    const int receiving = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    listen_address address = parse_listen_address("127.0.0.1:0");
+    ASSERT_EQ(bind(receiving, reinterpret_cast<const sockaddr *>(&address.address), address.length), 0);
+    ASSERT_EQ(getsockname(receiving, reinterpret_cast<sockaddr *>(&address.address), &address.length), 0);
+    const client sender{AF_INET};
+    for (int number = 0; number < 5; ++number)
+        sender.send(address, request_of(41));
+
+    datagram_batch batch{65535};
+    const std::size_t received = batch.receive(receiving);
+    close(receiving);
+    ASSERT_EQ(received, 5u);
+    for (std::size_t index = 0; index < received; ++index)
+        batch.add_reply(index, {.result = outcome::reflected, .reply_length = 41});
+    const full_stream full;
+    const auto start = steady_clock::now();
+    const send_result result = batch.send(full.number());
+    EXPECT_LT(steady_clock::now() - start, 500ms);
+    EXPECT_EQ(result.sent, 0u);
+    EXPECT_EQ(result.failed, 5u);
+}
+
+} // namespace
