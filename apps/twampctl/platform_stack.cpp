@@ -1,11 +1,13 @@
 #include "platform_stack.hpp"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdio>
 
 #include <netinet/in.h>
 
 #include "command_line.hpp"
+#include "fastpath/state_entry.hpp"
 
 namespace twampctl {
 namespace {
@@ -45,7 +47,7 @@ platform_stack::platform_stack(const run_options &options)
       module_(framework_.create_module(
           {.module_id = olv_sim::module_id_twamp, .processor = &processor_, .log_name = "twamp"})),
       reflector_(processor_, options.reflector),
-      server_(reflector_)
+      server_(reflector_, options.server)
 {}
 
 platform_stack::~platform_stack()
@@ -81,9 +83,17 @@ void platform_stack::create_responders()
                 responders_.push_back(responder); // it lives, whatever the status
             }
             require(status, "create " + responder_name(index));
+            limit_sessions(responder->responder_id);
             std::printf("%s created: ID 0x%X\n", responder_name(index).c_str(), responder->responder_id);
         }
     });
+}
+
+void platform_stack::limit_sessions(std::uint32_t responder_id) const
+{
+    if (options_.sessions) {
+        processor_.state(responder_id)[olv_fastpath::responder_word::maximum_sessions] = *options_.sessions;
+    }
 }
 
 void platform_stack::bind()
@@ -185,8 +195,37 @@ void platform_stack::print_statistics()
         }
         std::printf("\nStatistics of the module:");
         (void)olv_twamp_global_stats_print(module_); // always 0
+        for (std::size_t index = 0; index < options_.addresses.size(); ++index) {
+            print_listener(index);
+        }
         std::printf("\n");
     });
+}
+
+void platform_stack::print_listener(std::size_t index) const
+{
+    const olv_fastpath::udp_statistics counted = server_.statistics(index);
+    const struct {
+        const char *label;
+        std::uint64_t value;
+    } lines[] = {{"Packets dropped due to source not allowed", counted.source_not_allowed},
+                 {"Packets dropped due to source port too low", counted.source_port},
+                 {"Packets dropped due to own address as source", counted.own_source},
+                 {"Packets dropped due to length above the longest", counted.truncated},
+                 {"Packets dropped due to packet rate", counted.rate_limited},
+                 {"Replies that could not be sent", counted.send_failures}};
+    bool titled = false;
+    for (const auto &line : lines) {
+        if (line.value == 0) {
+            continue;
+        }
+        if (!titled) {
+            std::printf("\nStatistics of listener %s (Non-zero only):\n",
+                        server_.local_address(index).text().c_str());
+            titled = true;
+        }
+        std::printf("%s: %" PRIu64 "\n", line.label, line.value);
+    }
 }
 
 void platform_stack::print_tables()

@@ -77,10 +77,12 @@ class platform_stack {
     };
 
     [[nodiscard]] output output_for(int family) const;
+    void limit_sessions(std::uint32_t responder_id) const;
     void bind_to(const output &to);
     void unbind(const output &from);
     void delete_responder(std::size_t index);
     void shut_down();
+    void print_listener(std::size_t index) const;
     [[nodiscard]] olv_bind_info request_for(const output &to) const;
 
     /** Run @p work, at log level 15 if it is the verbose step. */

@@ -20,11 +20,15 @@ constexpr const char *run_description =
     "module's statistics and takes everything down again. Exit status: 0 when nothing was left behind, 1 when\n"
     "something was or a step failed, 2 when it could not begin.";
 
+constexpr std::uint32_t usual_sessions = 32; ///< What the module writes into each responder's state.
+
 constexpr const char *examples = "Examples:\n"
                                  "  twampctl run --listen 127.0.0.1:8620\n"
                                  "  twampctl run --listen 127.0.0.1:0 --listen '[::1]:0' --tables --imc\n"
                                  "  twampctl run --listen '[::]:8620' --stamp-mode stateless --duration 60\n"
-                                 "  twampctl run --listen 127.0.0.1:8620 --verbose-step unbind --trace -";
+                                 "  twampctl run --listen 127.0.0.1:8620 --verbose-step unbind --trace -\n"
+                                 "  twampctl run --listen 0.0.0.0:862 --allow 192.0.2.0/24 --min-request 41 "
+                                 "--rate 1000";
 
 const std::map<std::string, run_step> steps = {
     {"bind", run_step::bind},     {"create", run_step::create},    {"statistics", run_step::statistics},
@@ -37,6 +41,7 @@ const std::map<std::string, olv_fastpath::stamp_mode> stamp_modes = {
 /** The command line as written. */
 struct raw_options {
     std::vector<std::string> addresses;
+    std::vector<std::string> prefixes;
     std::uint32_t responders = 0;
     std::uint32_t capacity = 65536;
     double duration_seconds = -1;
@@ -79,16 +84,57 @@ void add_options(CLI::App &run, raw_options &raw, run_options &options)
     run.footer(examples);
 }
 
-/** @return Whether there is something to listen on and all of it is an address. */
-bool take_addresses(const std::vector<std::string> &texts, run_options &options)
+/** What a hostile network is kept off with. */
+void add_limits(CLI::App &run, raw_options &raw, run_options &options)
 {
-    if (texts.empty()) {
+    using olv_fastpath::session_table;
+    using olv_fastpath::sender_packet::header_length;
+    run.add_option("--allow", raw.prefixes,
+                   "Answer no other senders than those in PREFIX, as 192.0.2.0/24 or an address (repeatable)")
+        ->allow_extra_args(false);
+    run.add_option("--min-source-port", options.server.lowest_source_port,
+                   "Answer no lower source ports; 1024: no well-known service, nor a reflector at 862 (1)")
+        ->check(CLI::Range(1u, 65535u));
+    run.add_option("--min-request", options.reflector.minimum_request,
+                   "Octets that a request has at least; 41: no reply is longer than its request (14)")
+        ->check(CLI::Range(header_length, olv_fastpath::maximum_payload_ipv4));
+    run.add_option("--rate", options.server.packets_per_second,
+                   "Packets that each responder takes in a second; default: no limit")
+        ->check(CLI::Range(1u, 1'000'000'000u));
+    run.add_option("--sessions", options.sessions, "Sessions that each responder has at most (32)")
+        ->check(CLI::Range(1u, session_table::maximum_capacity));
+}
+
+/** Give the session table room for every responder's sessions, so that none of them takes another's.
+ *  @return Whether there can be as much. */
+bool make_room_for_sessions(run_options &options)
+{
+    const std::uint64_t reached = std::min<std::uint64_t>(options.responders, options.addresses.size());
+    const std::uint32_t each = options.sessions.value_or(usual_sessions);
+    if (reached * each > olv_fastpath::session_table::maximum_capacity) {
+        report_error(program_name, "%llu responders have no room for %u sessions each, but for %u together",
+                     static_cast<unsigned long long>(reached), each,
+                     olv_fastpath::session_table::maximum_capacity);
+        return false;
+    }
+    std::uint32_t &capacity = options.reflector.session_capacity;
+    capacity = std::max(capacity, static_cast<std::uint32_t>(reached * each));
+    return true;
+}
+
+/** @return Whether there is something to listen on, all of it is an address, and all prefixes are prefixes. */
+bool take_addresses(const raw_options &raw, run_options &options)
+{
+    if (raw.addresses.empty()) {
         report_error(program_name, "no address to listen on; give one such as --listen 127.0.0.1:8620");
         return false;
     }
     try {
-        for (const std::string &text : texts) {
+        for (const std::string &text : raw.addresses) {
             options.addresses.push_back(olv_fastpath::parse_listen_address(text));
+        }
+        for (const std::string &text : raw.prefixes) {
+            options.server.allowed_sources.add(olv_fastpath::parse_address_prefix(text));
         }
         return true;
     } catch (const std::exception &error) {
@@ -106,6 +152,7 @@ std::optional<int> read_options(int argc, char **argv, run_options &options)
     CLI::App *run = app.add_subcommand("run", run_description);
     app.footer(examples);
     add_options(*run, raw, options);
+    add_limits(*run, raw, options);
     if (const std::optional<int> status = olv_apps::parse_command_line(app, program_name, argc, argv)) {
         return status;
     }
@@ -113,11 +160,14 @@ std::optional<int> read_options(int argc, char **argv, run_options &options)
         (void)std::fputs(app.help().c_str(), stdout); // an error shows at exit
         return exit_usage;
     }
-    if (!take_addresses(raw.addresses, options)) {
+    if (!take_addresses(raw, options)) {
         return exit_usage;
     }
     options.responders =
         raw.responders != 0 ? raw.responders : static_cast<std::uint32_t>(options.addresses.size());
+    if (!make_room_for_sessions(options)) {
+        return exit_usage;
+    }
     options.capacity = raw.capacity;
     options.log_level = raw.log_level;
     if (raw.duration_seconds >= 0) {

@@ -29,8 +29,10 @@ struct run_options {
     bool imc = false;
     std::optional<std::uint32_t> log_level;
     std::optional<run_step> verbose_step;
-    std::string trace_file; ///< Empty: no trace; "-": standard error.
+    std::string trace_file;                ///< Empty: no trace; "-": standard error.
+    std::optional<std::uint32_t> sessions; ///< Of each responder; nothing: what the module writes.
     olv_fastpath::reflector_options reflector;
+    olv_fastpath::udp_server_options server;
 };
 
 /** @return The status to exit with, help or an error having been printed; nothing when @p options is filled. */

@@ -3,7 +3,6 @@
 #include <sstream>
 #include <stdexcept>
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -16,15 +15,6 @@ std::vector<std::string> with_run(const std::vector<std::string> &arguments)
     std::vector<std::string> all{"run"};
     all.insert(all.end(), arguments.begin(), arguments.end());
     return all;
-}
-
-sockaddr_in loopback(std::uint16_t port)
-{
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
 }
 
 } // namespace
@@ -73,15 +63,15 @@ int count_lines(const std::string &text, const std::string &part)
     return count;
 }
 
-loopback_socket::loopback_socket() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+loopback_socket::loopback_socket(const std::string &host)
+    : local_(olv_fastpath::parse_listen_address(host + ":0")),
+      socket_(socket(local_.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    if (bind(socket_, reinterpret_cast<const sockaddr *>(&address), length) != 0 ||
-        getsockname(socket_, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
-        throw std::runtime_error("no socket on loopback");
+    auto *address = reinterpret_cast<sockaddr *>(&local_.address);
+    if (bind(socket_, address, local_.length) != 0 || getsockname(socket_, address, &local_.length) != 0) {
+        (void)close(socket_); // nothing was sent
+        throw std::runtime_error("no socket on " + host);
     }
-    port_ = ntohs(address.sin_port);
 }
 
 loopback_socket::~loopback_socket()
@@ -89,21 +79,16 @@ loopback_socket::~loopback_socket()
     (void)close(socket_); // nothing is lost
 }
 
-std::string loopback_socket::address() const
-{
-    return "127.0.0.1:" + std::to_string(port_);
-}
-
-std::optional<std::vector<std::uint8_t>> loopback_socket::receive()
+std::optional<std::vector<std::uint8_t>> loopback_socket::receive(std::chrono::milliseconds limit)
 {
     pollfd watched{.fd = socket_, .events = POLLIN, .revents = 0};
-    if (poll(&watched, 1, static_cast<int>(std::chrono::milliseconds(patience).count())) <= 0) {
+    if (poll(&watched, 1, static_cast<int>(limit.count())) <= 0) {
         return std::nullopt;
     }
     std::vector<std::uint8_t> datagram(65536);
-    socklen_t length = sizeof peer_;
-    const ssize_t received =
-        recvfrom(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&peer_), &length);
+    peer_.length = sizeof peer_.address;
+    const ssize_t received = recvfrom(socket_, datagram.data(), datagram.size(), 0,
+                                      reinterpret_cast<sockaddr *>(&peer_.address), &peer_.length);
     if (received < 0) {
         return std::nullopt;
     }
@@ -113,13 +98,14 @@ std::optional<std::vector<std::uint8_t>> loopback_socket::receive()
 
 void loopback_socket::answer(const std::vector<std::uint8_t> &datagram)
 {
-    (void)sendto(socket_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr *>(&peer_),
-                 sizeof peer_); // the test sees what is missing
+    (void)sendto(socket_, datagram.data(), datagram.size(), 0,
+                 reinterpret_cast<const sockaddr *>(&peer_.address),
+                 peer_.length); // the test sees what is missing
 }
 
 void loopback_socket::send_to(const std::string &address, const std::vector<std::uint8_t> &datagram)
 {
-    peer_ = loopback(static_cast<std::uint16_t>(std::stoul(address.substr(address.rfind(':') + 1))));
+    peer_ = olv_fastpath::parse_listen_address(address);
     answer(datagram);
 }
 

@@ -5,14 +5,14 @@
 #ifndef OLV_TESTS_CONTROL_PROGRAM_HPP
 #define OLV_TESTS_CONTROL_PROGRAM_HPP
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include <netinet/in.h>
-
 #include "child_program.hpp"
+#include "fastpath/listen_address.hpp"
 
 namespace e2e {
 
@@ -40,29 +40,30 @@ class control_program {
 /** How many lines of the text contain this. */
 [[nodiscard]] int count_lines(const std::string &text, const std::string &part);
 
-/** An IPv4 socket on a port of 127.0.0.1 that the system chose. */
+/** A socket on a port of this host that the system chose. */
 class loopback_socket {
   public:
-    loopback_socket();
+    /** @param host  "127.0.0.1", "[::1]". @throw std::runtime_error  This host has no such address. */
+    explicit loopback_socket(const std::string &host = "127.0.0.1");
     ~loopback_socket();
     loopback_socket(const loopback_socket &) = delete;
     loopback_socket &operator=(const loopback_socket &) = delete;
 
-    [[nodiscard]] std::uint16_t port() const { return port_; }
+    [[nodiscard]] std::uint16_t port() const { return local_.port(); }
     /** "127.0.0.1:PORT". */
-    [[nodiscard]] std::string address() const;
+    [[nodiscard]] std::string address() const { return local_.text(); }
 
     /** Wait for a datagram and remember who sent it. @return Nothing when none comes. */
-    [[nodiscard]] std::optional<std::vector<std::uint8_t>> receive();
+    [[nodiscard]] std::optional<std::vector<std::uint8_t>> receive(std::chrono::milliseconds limit = patience);
     /** To whoever sent the last one. */
     void answer(const std::vector<std::uint8_t> &datagram);
-    /** To "127.0.0.1:PORT". */
+    /** To "127.0.0.1:PORT", "[::1]:PORT". */
     void send_to(const std::string &address, const std::vector<std::uint8_t> &datagram);
 
   private:
+    olv_fastpath::listen_address local_;
+    olv_fastpath::listen_address peer_;
     int socket_;
-    std::uint16_t port_ = 0;
-    sockaddr_in peer_{};
 };
 
 } // namespace e2e

@@ -54,6 +54,32 @@ INSTANTIATE_TEST_SUITE_P(
             "Step", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--verbose-step", "x"}, "--verbose-step"},
         usage_row{
             "Responders", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--responders", "0"}, "--responders"},
+        usage_row{
+            "HostBits",
+            TWAMPCTL,
+            {"run", "--listen", "127.0.0.1:0", "--allow", "192.0.2.1/24"},
+            "twampctl: prefix '192.0.2.1/24': bits behind the prefix are set; the prefix is 192.0.2.0/24\n"},
+        usage_row{"PrefixLength",
+                  TWAMPCTL,
+                  {"run", "--listen", "127.0.0.1:0", "--allow", "::1", "--allow", "192.0.2.0/33"},
+                  "twampctl: prefix '192.0.2.0/33': the length has to be a number from 0 to 32\n"},
+        usage_row{"NoPrefix",
+                  TWAMPCTL,
+                  {"run", "--listen", "127.0.0.1:0", "--allow", "localhost"},
+                  "twampctl: prefix 'localhost': 'localhost' is not an IPv4 or IPv6 address\n"},
+        usage_row{
+            "MinRequest", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--min-request", "13"}, "--min-request"},
+        usage_row{"MinPort",
+                  TWAMPCTL,
+                  {"run", "--listen", "127.0.0.1:0", "--min-source-port", "65536"},
+                  "--min-source-port"},
+        usage_row{"Rate", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--rate", "0"}, "--rate"},
+        usage_row{"Sessions", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--sessions", "0"}, "--sessions"},
+        usage_row{
+            "AllSessions",
+            TWAMPCTL,
+            {"run", "--listen", "127.0.0.1:0", "--listen", "127.0.0.1:0", "--sessions", "16777216"},
+            "twampctl: 2 responders have no room for 16777216 sessions each, but for 16777216 together\n"},
         usage_row{"Duration", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--duration", "-1"}, "--duration"}),
     [](const auto &row) { return std::string(row.param.label); });
 
