@@ -212,6 +212,7 @@ void platform_stack::print_listener(std::size_t index) const
                  {"Packets dropped due to source port too low", counted.source_port},
                  {"Packets dropped due to own address as source", counted.own_source},
                  {"Packets dropped due to length above the longest", counted.truncated},
+                 {"Packets dropped due to answer to a reply", counted.answers},
                  {"Packets dropped due to packet rate", counted.rate_limited},
                  {"Replies that could not be sent", counted.send_failures}};
     bool titled = false;

@@ -17,6 +17,9 @@ constexpr std::uint32_t idle_sessions_each_packet = 2;
 /** Slots looked at for sessions of responders that are gone, with each session that begins. */
 constexpr std::uint32_t slots_each_session = 4;
 
+/** Seconds within which an answer to a reply is known for one. */
+constexpr std::uint64_t longest_round_trip = 8;
+
 /** The return value of a responder's entry that is defined; its bit 2 has no meaning here. */
 bool says_defined(std::uint32_t return_value)
 {
@@ -161,6 +164,22 @@ verdict reflector::reflect(const received_packet &packet, const packet_path &pat
     return {.result = outcome::reflected,
             .reply_length = length,
             .traffic_class = static_cast<std::uint8_t>(packet.traffic_class & dscp_mask)};
+}
+
+bool reflector::answers_a_reply(const received_packet &packet, const packet_path &path) const
+{
+    // The error estimate tells apart nearly all other packets without looking anything up.
+    if (packet.payload.size() < reflector_packet::header_length ||
+        load_16(&packet.payload[reflector_packet::sender_error_estimate]) != own_error_estimate) {
+        return false;
+    }
+    const olv_sim::state_words responder = find_responder(path.responder_id & id_mask);
+    if (responder.empty()) {
+        return false;
+    }
+    const ntp_time replied = load_ntp(&packet.payload[reflector_packet::sender_timestamp]);
+    const std::uint64_t age = time_at(responder, packet.arrival_ticks).units() - replied.units();
+    return age <= longest_round_trip << 32;
 }
 
 outcome reflector::enter_session(const received_packet &packet, std::uint32_t responder_id,

@@ -109,6 +109,13 @@ class reflector {
      */
     verdict reflect(const received_packet &packet, const packet_path &path, std::span<std::uint8_t> reply);
 
+    /**
+     * Whether a packet is another reflector's answer to a reply of this one: it carries a time stamp that the
+     * path's responder wrote within the last seconds, where a reply carries the request's. Two reflectors
+     * would go on answering each other for ever after one forged packet. Nothing is counted.
+     */
+    [[nodiscard]] bool answers_a_reply(const received_packet &packet, const packet_path &path) const;
+
     /** Sessions in the table, those that are over and not yet found to be included. */
     [[nodiscard]] std::uint32_t sessions() const { return sessions_.size(); }
     [[nodiscard]] const olv_sim::processor &processor() const { return processor_; }

@@ -71,6 +71,7 @@ udp_statistics &udp_statistics::operator+=(const udp_statistics &other)
     source_port += other.source_port;
     own_source += other.own_source;
     truncated += other.truncated;
+    answers += other.answers;
     rate_limited += other.rate_limited;
     sent += other.sent;
     send_failures += other.send_failures;
@@ -269,37 +270,44 @@ void udp_server::serve(endpoint &from)
 
 void udp_server::take(endpoint &from, std::size_t index, std::uint64_t arrival)
 {
+    udp_statistics &counters = from.counters;
     const ip_endpoint sender = batch_->sender(index);
-    if (std::uint64_t *reason = reason_to_drop(from, index, sender, arrival)) {
+    if (std::uint64_t *reason = reason_against(sender, arrival, counters)) {
         ++*reason;
+        return;
+    }
+    if (batch_->is_truncated(index)) {
+        ++counters.truncated;
         return;
     }
     received_packet packet = batch_->packet(index, sender);
     packet.arrival_ticks = arrival;
-    ++from.counters.received;
+    if (reflector_.answers_a_reply(packet, from.path)) {
+        ++counters.answers;
+        return;
+    }
+    if (from.bucket != nullptr && !from.bucket->take(arrival)) {
+        ++counters.rate_limited;
+        return;
+    }
+    ++counters.received;
     const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer());
     if (made.result == outcome::reflected) {
         batch_->add_reply(index, made);
     }
 }
 
-std::uint64_t *udp_server::reason_to_drop(endpoint &from, std::size_t index, const ip_endpoint &sender,
-                                          std::uint64_t arrival)
+std::uint64_t *udp_server::reason_against(const ip_endpoint &sender, std::uint64_t arrival,
+                                          udp_statistics &counters)
 {
     if (!options_.allowed_sources.empty() && !options_.allowed_sources.contains(sender.address)) {
-        return &from.counters.source_not_allowed;
+        return &counters.source_not_allowed;
     }
     if (sender.port < options_.lowest_source_port) {
-        return &from.counters.source_port;
+        return &counters.source_port;
     }
     if (own_.contains(sender, arrival / ticks_per_second_)) {
-        return &from.counters.own_source;
-    }
-    if (batch_->is_truncated(index)) {
-        return &from.counters.truncated;
-    }
-    if (from.bucket != nullptr && !from.bucket->take(arrival)) {
-        return &from.counters.rate_limited;
+        return &counters.own_source;
     }
     return nullptr;
 }

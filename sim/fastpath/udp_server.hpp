@@ -37,13 +37,14 @@ struct udp_server_options {
 };
 
 /** Counters of a socket, or of all sockets of a server, since it was opened. Each datagram that was taken from
- *  a socket is counted in exactly one of `received` and the five reasons to drop it before. */
+ *  a socket is counted in exactly one of `received` and the six reasons to drop it before. */
 struct udp_statistics {
     std::uint64_t received = 0;           ///< Handed to the reflector, which counts them from there.
     std::uint64_t source_not_allowed = 0; ///< From none of the allowed prefixes.
     std::uint64_t source_port = 0;        ///< From a port below the lowest.
     std::uint64_t own_source = 0;         ///< As if from one of the server's own sockets, or from no address.
     std::uint64_t truncated = 0;          ///< Longer than may be.
+    std::uint64_t answers = 0;            ///< Another reflector's, to replies.
     std::uint64_t rate_limited = 0;       ///< More than the responder takes in a second.
     std::uint64_t sent = 0;               ///< Replies that the system took.
     std::uint64_t send_failures = 0; ///< Replies that it did not; the reflector counts them as transmitted.
@@ -60,11 +61,11 @@ struct udp_statistics {
  * socket together arrive together.
  *
  * A hostile network: datagrams are dropped, by their source first, before the reflector sees and counts them,
- * in the order of udp_statistics; that a request is too short is the reflector's to say. A packet that seems
- * to come from one of the server's own sockets would have the server answer itself for ever, and is always
- * dropped. For reflectors elsewhere there are the lowest source port, the allowed sources and the limit of
- * packets. Sockets are served in turn, so many packets each, so that a flood at one holds up neither the
- * others nor calls of the control side.
+ * in the order of udp_statistics; that a request is too short is the reflector's to say. Always dropped is what
+ * would have reflectors answer each other for ever: packets that seem to come from the server's own sockets,
+ * and answers to its replies. Other services that answer whatever comes are kept off by the lowest source
+ * port, the allowed sources and the limit of packets. Sockets are served in turn, so many packets each, so that
+ * a flood at one holds up neither the others nor calls of the control side.
  *
  * The reflector belongs to the thread while it runs, and has to outlive the server. All calls may come from
  * any thread, start() and stop() from one at a time. Sockets can be added, removed and moved to another path
@@ -150,9 +151,9 @@ class udp_server {
     void serve(endpoint &from);
     /** Hand a datagram of the batch to the reflector, or drop it. */
     void take(endpoint &from, std::size_t index, std::uint64_t arrival);
-    /** The counter of the reason to drop a datagram; NULL: there is none. */
-    [[nodiscard]] std::uint64_t *reason_to_drop(endpoint &from, std::size_t index, const ip_endpoint &sender,
-                                                std::uint64_t arrival);
+    /** The counter of the reason to answer nothing to a sender; NULL: there is none. */
+    [[nodiscard]] std::uint64_t *reason_against(const ip_endpoint &sender, std::uint64_t arrival,
+                                                udp_statistics &counters);
 
     reflector &reflector_;
     udp_server_options options_;

@@ -345,6 +345,30 @@ TEST_F(own_source_test, of_a_removed_socket_is_a_source_like_any_other)
     expect_answer(sender, server_->local_address(index));
 }
 
+TEST_F(own_source_test, of_another_reflector_is_answered_once)
+{
+    serve({});
+    define_responder(8);
+    reflector other{processor_};
+    udp_server other_server{other};
+    const std::size_t index = add("127.0.0.1:0");
+    listen_address pretended;
+    {
+        const client forger{AF_INET};
+        forger.bind_to(parse_listen_address("127.0.0.1:0"));
+        pretended = forger.local_address();
+        forger.send(server_->local_address(index), request_of(41));
+    }
+    (void)other_server.add(pretended, {8, bind_key});
+    server_->start();
+    other_server.start();
+    EXPECT_TRUE(eventually([&] { return server_->statistics().answers == 1; }));
+    expect_answer(client{AF_INET}, pretended);
+    EXPECT_EQ(server_->statistics().received, 1u);
+    EXPECT_EQ(other_server.statistics().received, 2u);
+    EXPECT_EQ(global(), (global_counters{.rx = 3, .tx = 3}));
+}
+
 // ---------------------------------------------------------------------------------------------------------
 // Packets per second
 // ---------------------------------------------------------------------------------------------------------
@@ -461,7 +485,8 @@ TEST_F(hostile_network_test, every_datagram_of_a_mixture_counts_once)
     server_->start();
     const auto dropped_before = [&] {
         const udp_statistics all = server_->statistics();
-        return all.source_not_allowed + all.source_port + all.own_source + all.truncated + all.rate_limited;
+        return all.source_not_allowed + all.source_port + all.own_source + all.truncated + all.answers +
+               all.rate_limited;
     };
     EXPECT_TRUE(eventually([&] { return dropped_before() + server_->statistics().received == 600; }));
 

@@ -146,6 +146,45 @@ TEST_F(reply_test, reply_shows_no_bytes_of_an_earlier_packet)
     }
 }
 
+TEST_F(reply_test, answer_to_a_reply_is_known_for_eight_seconds)
+{
+    define_usual_path();
+    reflector other{processor_};
+    for (const std::size_t length : {14u, 41u, 44u, 1400u}) {
+        const bytes own = reflect(request_of(length)).payload;
+        EXPECT_FALSE(subject().answers_a_reply(packet_of(own), usual_path)) << length;
+        bytes answer(own.size());
+        ASSERT_EQ(other.reflect(packet_of(own), usual_path, answer).result, outcome::reflected);
+        received_packet packet = packet_of(answer);
+        EXPECT_TRUE(subject().answers_a_reply(packet, usual_path)) << length;
+        packet.arrival_ticks += ticks_of(8);
+        EXPECT_TRUE(subject().answers_a_reply(packet, usual_path)) << length;
+        packet.arrival_ticks += ticks_of(0, 1);
+        EXPECT_FALSE(subject().answers_a_reply(packet, usual_path)) << length;
+    }
+}
+
+TEST_F(reply_test, other_packets_are_no_answers)
+{
+    define_usual_path();
+    for (const std::size_t length : {0u, 13u, 14u, 40u, 41u, 44u, 1400u}) {
+        for (const int byte : {0x00, 0x16, 0xFF})
+            EXPECT_FALSE(subject().answers_a_reply(packet_of(bytes(length, static_cast<std::uint8_t>(byte))),
+                                                   usual_path));
+    }
+    bytes answer(41);
+    store_ntp(&answer[28], {0x100, 0x80000000}); // the creation, which is now
+    EXPECT_FALSE(subject().answers_a_reply(packet_of(answer), usual_path));
+    store_16(&answer[36], 0x1601);
+    EXPECT_TRUE(subject().answers_a_reply(packet_of(answer), usual_path));
+    EXPECT_FALSE(subject().answers_a_reply(packet_of(answer), {9, bind_key}));
+    store_ntp(&answer[28], {0x100, 0x80000001}); // not yet
+    EXPECT_FALSE(subject().answers_a_reply(packet_of(answer), usual_path));
+    answer.pop_back();
+    EXPECT_FALSE(subject().answers_a_reply(packet_of(answer), usual_path));
+    EXPECT_EQ(global(), global_counters{});
+}
+
 TEST_F(reply_test, dscp_is_copied_and_ecn_is_not)
 {
     define_usual_path();
