@@ -67,7 +67,7 @@ struct verdict {
 /**
  * The reflector of one processor.
  *
- * Each packet is counted in exactly one of transmitted or a drop reason, by these steps:
+ * Each packet given to reflect() is counted in exactly one of transmitted or a drop reason, by these steps:
  *  1. It counts as received globally.
  *  2. Its responder is looked up. No entry, a return value other than 0 and 4, or a state entry that is not
  *     marked as written (bit 31 of bytes 4-7): "no responder".
