@@ -92,6 +92,11 @@ inline std::uint32_t answer_zero(olv_module_handle *, const olv_bind_info *, std
 {
     return 0;
 }
+inline std::uint32_t write_zero(olv_module_handle *, const olv_bind_info *, std::uint32_t *entry_point)
+{
+    *entry_point = 0;
+    return 0;
+}
 inline std::uint32_t answer_0777(olv_module_handle *, const olv_bind_info *, std::uint32_t *entry_point)
 {
     *entry_point = 0x0777;

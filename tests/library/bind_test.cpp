@@ -131,6 +131,19 @@ const table success_rows{
          .calls = all_calls_but_lookup,
          .left = one_bind,
          .check = bound_with<0xFFFF>},
+        {.label = "lookup writes 0, default entry point allowed",
+         .setup = known(),
+         .instead = bind_lookup(1, write_zero,
+                                [](bench &, request &asked) {
+                                    asked.info.bind_subtype = 2;
+                                    asked.destination.default_entry_point = 0xFFFF;
+                                }),
+         .status = 0,
+         .console = BIND_ENTERING BIND_LEARNT("abcdef", "0000ffff") BIND_DONE BIND_EXITING,
+         .traces = {entry(operation_name), BIND_TRACED("0000ffff"), info(bind_done), exit(operation_name)},
+         .calls = all_calls_but_lookup,
+         .left = one_bind,
+         .check = bound_with<0xFFFF>},
         {.label = "the lookup's entry point goes before the default one",
          .setup = known(),
          .instead = bind_lookup(1, answer_0777,

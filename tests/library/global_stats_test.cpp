@@ -259,5 +259,18 @@ TEST(GlobalStatsPrint, Rows)
     print_rows.run();
 }
 
+TEST(GlobalStatsPrint, PrintsEveryCounterSigned)
+{
+    bench b({.module_flags = 0, .system_flags = 0});
+    b.set_state_bytes(olv_sim::global_statistics_id, std::vector<std::uint8_t>(24, 0xFF));
+    EXPECT_EQ(b.observe([&] { return print(b); }).console, "\nTWAMP global statistics (Non-zero only)\n"
+                                                           "Total received packets: -1\n"
+                                                           "Total transmitted packets: -1\n"
+                                                           "Packets dropped due to responder not defined : -1\n"
+                                                           "Packets dropped due to length check failed: -1\n"
+                                                           "Packets dropped due to hash errors: -1\n"
+                                                           "Packets dropped due to bind not defined: -1\n");
+}
+
 } // namespace
 } // namespace olv_test

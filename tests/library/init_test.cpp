@@ -247,6 +247,18 @@ TEST(Init, CanBeTriedAgainAfterAFailure)
     EXPECT_EQ(b.left(), remains{});
 }
 
+TEST(Init, KeepsWhatTheModulePointsAtWhenThereIsNoMemory)
+{
+    bench b(uninitialised());
+    olv_sim::faults::set(call::hyx_se_state_set, {.code = 0x1FF});
+    EXPECT_EQ(quiet([&] { return init(b); }), 0x1002Cu);
+    const twamp_ctx *const freed = b.module->ctx;
+    ASSERT_NE(freed, nullptr);
+    olv_sim::faults::set(call::hyx_nvm_calloc, {.code = 0x1FF});
+    EXPECT_EQ(quiet([&] { return init(b); }), 0x30012u);
+    EXPECT_EQ(b.module->ctx, freed);
+}
+
 TEST(Init, IsASuccessfulNoOpTheSecondTime)
 {
     bench b(uninitialised());

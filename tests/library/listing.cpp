@@ -54,6 +54,13 @@ hand_made_listing::~hand_made_listing()
 std::uint32_t hand_made_listing::list(std::uint32_t tree_id, hyx_ptn_list_fn callback, void *context)
 {
     trees_.push_back(tree_id);
+    if (null_arguments_) {
+        const olv_ptn pattern{};
+        const olv_ptn_action action{};
+        callback(nullptr, nullptr, &pattern, &action);
+        callback(context, nullptr, nullptr, &action);
+        callback(context, nullptr, &pattern, nullptr);
+    }
     for (std::size_t index = 0; index < patterns_.size(); ++index)
         callback(context, nullptr, &patterns_[index], &actions_[index]);
     return 0;

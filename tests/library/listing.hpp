@@ -20,9 +20,8 @@ struct listed_entry {
 };
 
 /**
- * While it lives, hyx_ptn_list_ptns() lists these entries, in this order, for every tree.
- * The platform's own listing, and the
- * faults planned for it, are not reached.
+ * While it lives, hyx_ptn_list_ptns() lists these entries, in this order, for every tree. The platform's own
+ * listing, and the faults planned for it, are not reached.
  */
 class hand_made_listing {
   public:
@@ -30,6 +29,9 @@ class hand_made_listing {
     ~hand_made_listing();
     hand_made_listing(const hand_made_listing &) = delete;
     hand_made_listing &operator=(const hand_made_listing &) = delete;
+
+    /** Call back with each argument once NULL before the entries. */
+    void with_null_arguments() { null_arguments_ = true; }
 
     /** Tree IDs that were listed. */
     [[nodiscard]] const std::vector<std::uint32_t> &listed_trees() const { return trees_; }
@@ -41,6 +43,7 @@ class hand_made_listing {
     std::vector<olv_ptn> patterns_;
     std::vector<olv_ptn_action> actions_;
     std::vector<std::uint32_t> trees_;
+    bool null_arguments_ = false;
 };
 
 /** A pattern of the platform, its third word replaced; to be freed with olv_ptn_free() unless it has no key. */

@@ -123,6 +123,14 @@ TEST(Logging, ForcesAnErrorWithoutARecordForAnUnknownHandle)
     }
     EXPECT_EQ(seen.events[0].text, "Invalid TWAMP module handle 0x00000000\n");
     EXPECT_EQ(seen.events[1].text, "Failed to delete Responder Handle");
+
+    std::uint32_t mapped = 0;
+    const observation as_it_stands = b.observe([&] { return olv_twamp_map_sys_log(nullptr, 2, &mapped); });
+    ASSERT_EQ(as_it_stands.events.size(), 1u);
+    EXPECT_EQ(as_it_stands.events[0].level, olv_sim::trace_event::forced_error);
+    EXPECT_EQ(as_it_stands.events[0].first_word, 0u);
+    EXPECT_EQ(as_it_stands.events[0].file, "twamp_internal.c");
+    EXPECT_EQ(as_it_stands.events[0].text, "Unsupported log-level in TWAMP!");
 }
 
 TEST(Logging, FetchesAStatusTextForTheConsoleAndForTheTrace)

@@ -152,6 +152,37 @@ TEST_F(ResponderState, TimerStandsHighWordFirst)
     EXPECT_THAT(word_at(28), testing::ElementsAre(0x76, 0x54, 0x32, 0x10));
 }
 
+TEST_F(ResponderState, TimerIsZeroWhenItCannotBeRead)
+{
+    b_.processor.set_timer(0x0123456789ABCDEF);
+    ASSERT_TRUE(olv_sim::faults::set(call::hyx_timer_get_timestamp, {.code = 0x1FF, .count = 2}));
+    EXPECT_THAT(word_at(24), testing::ElementsAre(0x00, 0x00, 0x00, 0x00));
+    EXPECT_THAT(word_at(28), testing::ElementsAre(0x00, 0x00, 0x00, 0x00));
+}
+
+TEST_F(ResponderState, FieldsAreConvertedInTheirOrderAndTheClocksReadBetweenThem)
+{
+    set_time_of_day(time_of_day{1'700'000'000, 500'000});
+    b_.processor.set_timer(0x0123456789ABCDEF);
+    b_.info = {0x1234, 0xABCD};
+    const observation seen =
+        b_.observe([&] { return olv_twamp_responder_create(b_.module, &b_.info, &b_.responder); },
+                   static_cast<unsigned>(olv_sim::call_kind::service) |
+                       static_cast<unsigned>(olv_sim::call_kind::byte_order));
+    b_.keep(b_.responder);
+    std::vector<std::string> conversions;
+    for (const auto &each : seen.recorded) {
+        if (each.which == call::hyx_timer_get_timestamp) {
+            conversions.emplace_back("timer");
+        } else if (each.which == call::hyx_htons || each.which == call::hyx_htonl) {
+            conversions.push_back(each.arguments);
+        }
+    }
+    EXPECT_THAT(conversions, testing::ElementsAre("value=0x2", "value=0x1234", "value=0x8000abcd", "value=0x1",
+                                                  "timer", "value=0xe8fe6f80", "value=0x7fffffff",
+                                                  "value=0x1234567", "value=0x89abcdef"));
+}
+
 TEST_F(ResponderState, SessionLimitStandsInHostOrder)
 {
     if (std::endian::native == std::endian::little) {

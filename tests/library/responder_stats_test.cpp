@@ -445,7 +445,20 @@ TEST(ResponderStatsPrint, LeavesOutEachCounterThatIsZero)
     }
 }
 
-TEST(ResponderStatsPrint, PrintsTheLargestCounterAsMinusOne)
+TEST(ResponderStatsPrint, PrintsEveryCounterSigned)
+{
+    bench b({.module_flags = 0, .system_flags = 0});
+    with_responder(b);
+    count(b, std::vector<std::uint8_t>(20, 0xFF));
+    EXPECT_EQ(b.observe([&] { return print(b); }).console,
+              STATS_TITLE "received packets: -1\n"
+                          "transmitted packets: -1\n"
+                          "Packets dropped due to length check failed: -1\n"
+                          "Number of active sessions: -1\n"
+                          "Packets dropped due to max number of sessions reached: -1\n");
+}
+
+TEST(ResponderStatsPrint, PrintsCountersOf2To31AndMoreNegative)
 {
     bench b({.module_flags = 0, .system_flags = 0});
     with_responder(b);

@@ -125,6 +125,13 @@ TEST(TableEntryDumpFn, PrintsOneEntryWhoseThirdWordIsTheKeyWidthForEachTree)
                                          "{key 4}{action 1}\n" BINDS "{key 6}{action 0}\n"));
 }
 
+TEST(TableEntryDumpFn, PrintsAnEntryWhoseThirdWordIsTheKeyWidthAfterOthers)
+{
+    bench b;
+    EXPECT_EQ(dumped(b, 1, {{0x1, 24, printed_each_time, 0}, {0x2, 24, 24, 0}, {0x3, 24, 24, 0}}),
+              b.expand(HEADER RESPONDERS "0x1, DEFINED\n" RESPONDERS "0x2, DEFINED\n"));
+}
+
 TEST(TableEntryDumpFn, PrintsOnceAlsoWhenThatEntryIsMalformed)
 {
     bench b;
@@ -138,6 +145,16 @@ TEST(TableEntryDumpFn, GoesOnAfterAKeyThatCannotBeParsed)
     olv_sim::faults::set(call::olv_ptn_parse, {.code = 0x1FF});
     EXPECT_EQ(dumped(b, 1, {{0x1, 24, 0, 0}, {0x2, 24, 0, 0}}),
               b.expand(HEADER RESPONDERS "!!Parse Error!!\n" RESPONDERS "0x2, DEFINED\n"));
+}
+
+TEST(TableEntryDumpFn, PrintsNothingForNullArguments)
+{
+    bench b;
+    b.set_log_words(0, 0);
+    hand_made_listing listing({{0x1, 24, 24, 0}});
+    listing.with_null_arguments();
+    EXPECT_EQ(b.observe([&] { return olv_twamp_tables_dump(b.module, 3); }).console,
+              b.expand(HEADER RESPONDERS "0x1, DEFINED\n" BINDS "{key 1}{action 0}\n"));
 }
 
 TEST(TableEntryDumpFn, ListsTheTreesOfTheGroupInOrder)
