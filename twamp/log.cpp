@@ -34,11 +34,11 @@ constexpr const severity_row &row(severity kind)
     return severities[static_cast<std::size_t>(kind)];
 }
 
-/** Prints a text less its trailing newline, then one newline. */
+/** Prints a text, which is not empty, less its trailing newline, then one newline. */
 void print_line(const char *text)
 {
     const std::size_t length = std::strlen(text);
-    const bool terminated = length > 0 && text[length - 1] == '\n';
+    const bool terminated = text[length - 1] == '\n';
     std::printf("%.*s\n", static_cast<int>(terminated ? length - 1 : length), text);
 }
 

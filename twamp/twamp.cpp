@@ -82,7 +82,6 @@ void describe_trees(twamp_ctx &ctx)
     ctx.responder_tree.table_group_mask = OLV_TWAMP_TABLE_GROUP_RESPONDER;
 
     ctx.bind_tree.key_bits = key_bits;
-    ctx.bind_tree.responder_format = 0;
     ctx.bind_tree.table_group_mask = OLV_TWAMP_TABLE_GROUP_BIND;
 }
 

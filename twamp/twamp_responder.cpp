@@ -178,7 +178,6 @@ uint32_t read_stats(const module_call &call, uint32_t responder_id, olv_twamp_re
         return TWAMP_FAIL_RTE(call, TWAMP_STATUS_STATE_READ_FAILED, rte,
                               "Failed to read Responder state, RTE error code:0x%x, error string: %s\n");
     }
-    *stats = {};
     stats->received = hyx_ntohl(state.received);
     stats->transmitted = hyx_ntohl(state.transmitted);
     stats->drop_length_check = hyx_ntohl(state.drop_length_check);
