@@ -1,0 +1,226 @@
+"""Mutation testing of the library: makes small wrong changes in twamp/, one at a time, and runs the library's tests
+with each. A change that no test notices survives: a test is missing, or the change is equivalent, which
+equivalent.json says with the reason.
+
+    scripts/mutation.sh                          every mutant
+    scripts/mutation.sh --sample 40 --seed 1     some, drawn at random
+    scripts/mutation.sh --operator status        those of an operator
+    scripts/mutation.sh --only status-1a2b3c4d   one, with the change and what became of it
+    scripts/mutation.sh --list                   names them
+
+Mutants that do not compile, or compile to the same code, are left out of the count. Exit status: 0 if no mutant
+survived but those listed, 1 if one did or if the list is wrong, 2 if nothing could be tested.
+"""
+import argparse
+import concurrent.futures
+import hashlib
+import json
+import os
+import queue
+import random
+import sys
+import time
+from collections import Counter
+from pathlib import Path
+
+import laboratory
+from operators import OPERATORS, Project
+from source import Source
+
+ROOT = Path(__file__).resolve().parents[2]
+FOLDER = ROOT / "build/mutation"
+EQUIVALENT = Path(__file__).with_name("equivalent.json")
+
+KILLED = (laboratory.FAILED_TEST, laboratory.CRASH, laboratory.TIME_OUT)
+WITHOUT_TEST = (laboratory.NOT_COMPILED, laboratory.SAME_CODE)
+EQUIVALENT_FATE = "equivalent"
+
+
+class Mutant:
+    """A change of a file. It is known by what it does where, not by a line number."""
+
+    def __init__(self, operator, source, begin, end, replacement):
+        self.operator = operator
+        self.path = source.path
+        self.line = source.line_number(begin)
+        self.function = source.function_at(begin)
+        self.text = source.text[:begin] + replacement + source.text[end:]
+        first, last = source.lines_around(begin, end)
+        self.original = in_one_line(source.text[first:last])
+        self.mutated = in_one_line(source.text[first:begin] + replacement + source.text[end:last])
+        self.occurrence = 0  # among those alike
+
+    @property
+    def key(self):
+        return self.operator, self.path, self.function, self.original, self.mutated, self.occurrence
+
+    @property
+    def id(self):
+        return f"{self.operator}-{hashlib.sha256(repr(self.key).encode()).hexdigest()[:8]}"
+
+    def __str__(self):
+        return f"{self.id}  {self.path}:{self.line} {self.function}\n    - {self.original}\n    + {self.mutated}"
+
+
+def in_one_line(text):
+    return " ".join(text.split())
+
+
+def all_mutants():
+    paths = [*sorted((ROOT / "twamp").glob("*.[ch]pp")), ROOT / "include/olv_twamp.h"]
+    texts = [path.read_text(encoding="utf-8") for path in paths]
+    project = Project(texts + [(ROOT / "platform/olv.h").read_text(encoding="utf-8")])
+    mutants = []
+    alike = Counter()
+    for path, text in zip(paths, texts):
+        source = Source(str(path.relative_to(ROOT)), text)
+        for name, operator in OPERATORS.items():
+            if path.suffix == ".h" and name != "constant":
+                continue  # of the public header, the values
+            for change in sorted(set(operator(source, project))):
+                mutant = Mutant(name, source, *change)
+                mutant.occurrence = alike[mutant.key]
+                alike[mutant.key[:-1] + (0,)] += 1
+                mutants.append(mutant)
+    return mutants
+
+
+def equivalent_keys():
+    """The listed mutants, with the reason."""
+    keys = {}
+    for group in json.loads(EQUIVALENT.read_text(encoding="utf-8")):
+        for each in group["mutants"]:
+            key = (each["operator"], each["file"], each["function"], each["original"], each["mutated"],
+                   each.get("occurrence", 0))
+            if key in keys:
+                raise SystemExit(f"mutation: listed twice in {EQUIVALENT.name}: {key}")
+            keys[key] = group["reason"]
+    return keys
+
+
+def chosen(mutants, arguments):
+    """The mutants to test, in the order to test them in."""
+    if arguments.only:
+        mutants = [mutant for mutant in mutants if mutant.id in arguments.only]
+    if arguments.operator:
+        mutants = [mutant for mutant in mutants if mutant.operator in arguments.operator]
+    if arguments.sample:
+        mutants = random.Random(arguments.seed).sample(mutants, len(mutants))
+    return mutants
+
+
+def examine_all(bench, mutants, arguments):
+    """Yield mutants with their fates, in their order, until the sample is complete."""
+    workplaces = queue.SimpleQueue()
+    for number in range(arguments.jobs):
+        workplaces.put(FOLDER / f"worker-{number}")
+
+    def examine(mutant):
+        workplace = workplaces.get()
+        try:
+            return bench.examine(workplace, mutant.path, mutant.text)
+        finally:
+            workplaces.put(workplace)
+
+    left = arguments.sample or len(mutants)
+    pending = []
+    waiting = iter(mutants)
+    with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
+        while left > 0:
+            while len(pending) < 16 * arguments.jobs and (mutant := next(waiting, None)) is not None:
+                pending.append((mutant, pool.submit(examine, mutant)))
+            if not pending:
+                return
+            mutant, future = pending.pop(0)
+            fate, detail = future.result()
+            left -= not (arguments.sample and fate in WITHOUT_TEST)
+            yield mutant, fate, detail
+
+
+class Report:
+    def __init__(self, equivalent):
+        self.equivalent = equivalent
+        self.fates = {}  # operator -> how many of each fate
+        self.survivors = []
+        self.wrongly_listed = []
+
+    def enter(self, mutant, fate):
+        listed = mutant.key in self.equivalent
+        if fate == laboratory.SURVIVED and listed:
+            fate = EQUIVALENT_FATE
+        elif fate == laboratory.SURVIVED:
+            self.survivors.append(mutant)
+        elif fate in KILLED and listed:
+            self.wrongly_listed.append(mutant)
+        self.fates.setdefault(mutant.operator, Counter())[fate] += 1
+        return fate
+
+    @property
+    def total(self):
+        return sum(self.fates.values(), Counter())
+
+    def print_table(self):
+        columns = [*WITHOUT_TEST, *KILLED, EQUIVALENT_FATE, laboratory.SURVIVED]
+        print(f"{'operator':<20} {'mutants':>8}" + "".join(f" {column:>15}" for column in columns))
+        for name, fates in [*self.fates.items(), ("all", self.total)]:
+            mutants = sum(fates.values()) - sum(fates[fate] for fate in WITHOUT_TEST)
+            print(f"{name:<20} {mutants:>8}" + "".join(f" {fates[column]:>15}" for column in columns))
+
+
+def print_conclusion(report, stale):
+    total = report.total
+    killed = sum(total[fate] for fate in KILLED)
+    for title, mutants in (("Survivors", report.survivors), ("Listed as equivalent, but killed", report.wrongly_listed)):
+        if mutants:
+            print(f"\n== {title}")
+            print(*mutants, sep="\n")
+    if stale:
+        print(f"\n== Stale entries of {EQUIVALENT.name}: no such mutants")
+        print(*(f"{operator} {path} {function}\n    - {original}\n    + {mutated}"
+                for operator, path, function, original, mutated, _ in stale), sep="\n")
+    print(f"\n{killed} killed of {killed + total[laboratory.SURVIVED]} that are not equivalent")
+
+
+def parsed_arguments():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--build", type=Path, default=ROOT / "build/dev", help="build tree with the library's tests")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="mutants tested at a time")
+    parser.add_argument("--list", action="store_true", help="print the mutants and test none")
+    parser.add_argument("--only", action="append", metavar="ID", help="test this mutant; may be repeated")
+    parser.add_argument("--operator", action="append", choices=OPERATORS, help="test its mutants; may be repeated")
+    parser.add_argument("--sample", type=int, metavar="N", help="test N mutants that compile")
+    parser.add_argument("--seed", type=int, default=1, help="choice of the sample")
+    parser.add_argument("--verbose", action="store_true", help="print every mutant and what became of it")
+    return parser.parse_args()
+
+
+def main():
+    arguments = parsed_arguments()
+    mutants = all_mutants()
+    equivalent = equivalent_keys()
+    stale = sorted(set(equivalent) - {mutant.key for mutant in mutants})
+    mutants = chosen(mutants, arguments)
+    if arguments.list:
+        print(*mutants, sep="\n")
+        return 0
+    if not mutants:
+        print("mutation: there is no such mutant", file=sys.stderr)
+        return 2
+
+    begin = time.monotonic()
+    bench = laboratory.Laboratory(ROOT, arguments.build.resolve(), FOLDER)
+    bench.prepare()
+    report = Report(equivalent)
+    for mutant, fate, detail in examine_all(bench, mutants, arguments):
+        fate = report.enter(mutant, fate)
+        if fate == laboratory.SURVIVED or arguments.verbose or arguments.only:
+            print(f"{fate}{': ' if detail else ''}{detail}: {mutant}", flush=True)
+    print()
+    report.print_table()
+    print_conclusion(report, stale)
+    print(f"{time.monotonic() - begin:.0f} seconds with {arguments.jobs} jobs")
+    return 1 if report.survivors or report.wrongly_listed or stale else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
