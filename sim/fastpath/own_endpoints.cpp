@@ -18,6 +18,14 @@ ip_address unspecified_like(const ip_address &address)
     return is_ipv4(address) ? ip_address{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF} : ip_address{};
 }
 
+/** As the unspecified address of either family does. */
+bool ends_in_zeros(const ip_address &address)
+{
+    std::uint32_t end = 0;
+    std::memcpy(&end, &address[mapped_prefix.size()], sizeof end);
+    return end == 0;
+}
+
 bool is_loopback(const ip_address &address)
 {
     constexpr ip_address ipv6_loopback{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
@@ -63,12 +71,13 @@ void own_endpoints::set(std::span<const ip_endpoint> listening)
 
 bool own_endpoints::contains(const ip_endpoint &endpoint, std::uint64_t now)
 {
-    const ip_address unspecified = unspecified_like(endpoint.address);
-    if (endpoint.address == unspecified) {
-        return true;
+    // Nearly all packets are told by these two, without looking at the whole address.
+    if (!ends_in_zeros(endpoint.address) && !ports_.test(endpoint.port)) {
+        return false;
     }
-    return ports_.test(endpoint.port) && (listens_at(endpoint) || (listens_at({unspecified, endpoint.port}) &&
-                                                                   is_local(endpoint.address, now)));
+    const ip_address unspecified = unspecified_like(endpoint.address);
+    return endpoint.address == unspecified || listens_at(endpoint) ||
+           (listens_at({unspecified, endpoint.port}) && is_local(endpoint.address, now));
 }
 
 bool own_endpoints::listens_at(const ip_endpoint &endpoint) const
