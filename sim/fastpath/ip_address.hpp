@@ -6,10 +6,10 @@
 #define OLV_FASTPATH_IP_ADDRESS_HPP
 
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include <sys/socket.h>
 
@@ -34,7 +34,11 @@ struct ip_endpoint {
     ip_address address{};
     std::uint16_t port = 0; ///< Host order.
 
-    friend auto operator<=>(const ip_endpoint &, const ip_endpoint &) = default;
+    friend bool operator==(const ip_endpoint &, const ip_endpoint &) = default;
+    friend bool operator<(const ip_endpoint &left, const ip_endpoint &right)
+    {
+        return std::tie(left.address, left.port) < std::tie(right.address, right.port);
+    }
 };
 
 /** @param address  Of IPv4 or IPv6. */
