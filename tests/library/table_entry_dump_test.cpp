@@ -47,6 +47,17 @@ TEST(ResponderEntryDump, PrintsEntriesAndReturnsTheLastCount)
     }
 }
 
+TEST(ResponderEntryDump, MarksAnEntryWithoutAnAction)
+{
+    bench b;
+    const olv_ptn pattern = make_pattern({0x2A, 24, 0, 0});
+    int count = 0;
+    EXPECT_EQ(captured_console([&] { count = responder_entry_dump(&pattern, nullptr); }),
+              "0x2A!!Unexpected Return!!");
+    EXPECT_EQ(count, 21);
+    olv_ptn_free(pattern);
+}
+
 TEST(ResponderEntryDump, PrintsTheHeaderForNoPattern)
 {
     const olv_ptn_action action{};

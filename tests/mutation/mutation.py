@@ -13,6 +13,7 @@ survived but those listed, 1 if one did or if the list is wrong, 2 if nothing co
 """
 import argparse
 import concurrent.futures
+import fcntl
 import hashlib
 import json
 import os
@@ -207,6 +208,12 @@ def main():
         print("mutation: there is no such mutant", file=sys.stderr)
         return 2
 
+    lock = open(f"{FOLDER}.lock", "w", encoding="utf-8")  # pylint: disable=consider-using-with
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        print("mutation: another run is under way in this tree", file=sys.stderr)
+        return 2
     begin = time.monotonic()
     bench = laboratory.Laboratory(ROOT, arguments.build.resolve(), FOLDER)
     bench.prepare()
