@@ -1,4 +1,4 @@
-# Languages, warnings and sanitizers of the project's own code.
+# Languages, warnings, sanitizers and coverage of the project's own code.
 
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_C_STANDARD_REQUIRED ON)
@@ -50,4 +50,14 @@ if(OLV_TWAMP_SANITIZE)
     # Instrumented code makes GCC see uninitialised values inside the standard library's headers.
     target_compile_options(olv_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-maybe-uninitialized>)
   endif()
+endif()
+
+option(OLV_TWAMP_COVERAGE "Count what is executed, for scripts/coverage.sh" OFF)
+if(OLV_TWAMP_COVERAGE)
+  if(OLV_TWAMP_SANITIZE)
+    message(FATAL_ERROR "OLV_TWAMP_COVERAGE and OLV_TWAMP_SANITIZE exclude each other")
+  endif()
+  # Atomic, since the threads of the fast path run the same code.
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
 endif()

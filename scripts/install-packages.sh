@@ -4,6 +4,7 @@
 #   scripts/install-packages.sh lint       also the second compiler and the linters
 #   scripts/install-packages.sh package    also what makes and checks packages
 #   scripts/install-packages.sh cross      also the cross compilers, the emulator and GoogleTest's sources
+#   scripts/install-packages.sh coverage   also what reports coverage
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev abigail-tools python3
@@ -13,8 +14,9 @@ case "${1:-}" in
   lint) packages+=(clang-14 clang-format-14 clang-tidy-14 git libclang-rt-14-dev shellcheck) ;;
   package) packages+=(dpkg-dev file git pkgconf) ;;
   cross) packages+=(g++-arm-linux-gnueabihf g++-powerpc-linux-gnu googletest qemu-user) ;;
+  coverage) packages+=(gcovr) ;;
   *)
-    echo "install-packages: unknown argument '$1'; there are 'lint', 'package', 'cross' or none" >&2
+    echo "install-packages: unknown argument '$1'; there are 'lint', 'package', 'cross', 'coverage' or none" >&2
     exit 2
     ;;
 esac

@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Builds with coverage, runs all tests and prints which share of the code they execute: of the library (twamp/),
+# the software platform (sim/) and the programs (apps/). Fails where the library is not covered to the last line and
+# branch, or less than 95 % of the lines of the others are. Safe to run again; builds below build/ only.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+./scripts/install-packages.sh coverage
+
+echo '== Configuring and building'
+cmake --preset coverage
+cmake --build --preset coverage
+find build/coverage -name '*.gcda' -delete
+
+echo '== Testing'
+ctest --preset coverage
+
+# Branches that only an exception takes, of calls and of the compiler's own clean-up, are no decisions of the code.
+report() { # FOLDER OPTION...
+  local folder=$1
+  shift
+  echo "== Coverage of $folder"
+  gcovr --root . --object-directory build/coverage --filter "$folder" --exclude-unreachable-branches \
+    --exclude-throw-branches --print-summary --txt "build/coverage/${folder%/}.txt" "$@"
+}
+
+failed=()
+report twamp/ --fail-under-line 100 --fail-under-branch 100 || failed+=(twamp/)
+report sim/ --fail-under-line 95 || failed+=(sim/)
+report apps/ --fail-under-line 95 || failed+=(apps/)
+if ((${#failed[@]} != 0)); then
+  echo "coverage: not enough of ${failed[*]}: see build/coverage/*.txt" >&2
+  exit 1
+fi
