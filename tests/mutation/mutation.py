@@ -171,7 +171,8 @@ class Report:
 def print_conclusion(report, stale):
     total = report.total
     killed = sum(total[fate] for fate in KILLED)
-    for title, mutants in (("Survivors", report.survivors), ("Listed as equivalent, but killed", report.wrongly_listed)):
+    lists = {"Survivors": report.survivors, "Listed as equivalent, but killed": report.wrongly_listed}
+    for title, mutants in lists.items():
         if mutants:
             print(f"\n== {title}")
             print(*mutants, sep="\n")
@@ -195,6 +196,17 @@ def parsed_arguments():
     return parser.parse_args()
 
 
+def lock_folder():
+    """Keep other runs out of the folder until the program ends. Returns nothing where one is under way."""
+    FOLDER.parent.mkdir(exist_ok=True)
+    lock = open(f"{FOLDER}.lock", "w", encoding="utf-8")  # pylint: disable=consider-using-with
+    try:
+        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        return None
+    return lock
+
+
 def main():
     arguments = parsed_arguments()
     mutants = all_mutants()
@@ -208,18 +220,18 @@ def main():
         print("mutation: there is no such mutant", file=sys.stderr)
         return 2
 
-    lock = open(f"{FOLDER}.lock", "w", encoding="utf-8")  # pylint: disable=consider-using-with
-    try:
-        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
-    except BlockingIOError:
+    lock = lock_folder()
+    if lock is None:
         print("mutation: another run is under way in this tree", file=sys.stderr)
         return 2
     begin = time.monotonic()
     bench = laboratory.Laboratory(ROOT, arguments.build.resolve(), FOLDER)
     bench.prepare()
     report = Report(equivalent)
-    for mutant, fate, detail in examine_all(bench, mutants, arguments):
+    for number, (mutant, fate, detail) in enumerate(examine_all(bench, mutants, arguments), start=1):
         fate = report.enter(mutant, fate)
+        if number % 250 == 0:
+            print(f"{number} of {len(mutants)}", flush=True)
         if fate == laboratory.SURVIVED or arguments.verbose or arguments.only:
             print(f"{fate}{': ' if detail else ''}{detail}: {mutant}", flush=True)
     print()

@@ -293,7 +293,8 @@ def change_newlines(source, _project):
 def change_conversions(source, _project):
     for _, token in code(source, "string"):
         for match in CONVERSION.finditer(token.text):
-            yield replaced(token, token.text[: match.start()] + other_conversion(match.group()) + token.text[match.end() :])
+            other = other_conversion(match.group())
+            yield replaced(token, token.text[: match.start()] + other + token.text[match.end() :])
 
 
 def other_conversion(conversion):
