@@ -61,3 +61,10 @@ if(OLV_TWAMP_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()
+
+option(OLV_TWAMP_FUZZ "Build the fuzzers as well; needs Clang or AFL++" OFF)
+if(OLV_TWAMP_FUZZ)
+  # Everything is instrumented; the fuzzers alone bring a main().
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()

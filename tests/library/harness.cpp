@@ -7,18 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <mutex>
 #include <sys/mman.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
-
-// The instant of gettimeofday(); nothing: the wall clock.
-std::mutex fixed_time_mutex;
-std::optional<olv_test::time_of_day> fixed_time;
-std::function<void()> when_read;
 
 std::string formatted(const char *format, std::uint32_t value)
 {
@@ -64,34 +56,7 @@ bool is_status_text(const olv_sim::trace_event &event)
 
 } // namespace
 
-// The library takes the time of day from the C library; in this program that is here.
-extern "C" __attribute__((visibility("default"))) int gettimeofday(struct timeval *__restrict now,
-                                                                   void *__restrict) noexcept
-{
-    const std::lock_guard lock{fixed_time_mutex};
-    if (fixed_time) {
-        now->tv_sec = static_cast<time_t>(fixed_time->seconds); // wraps in 2038 where time_t has 32 bits
-        now->tv_usec = static_cast<suseconds_t>(fixed_time->microseconds);
-        if (when_read) {
-            when_read();
-        }
-        return 0;
-    }
-    timespec instant{};
-    clock_gettime(CLOCK_REALTIME, &instant);
-    now->tv_sec = instant.tv_sec;
-    now->tv_usec = static_cast<suseconds_t>(instant.tv_nsec / 1000);
-    return 0;
-}
-
 namespace olv_test {
-
-void set_time_of_day(std::optional<time_of_day> instant, std::function<void()> read)
-{
-    const std::lock_guard lock{fixed_time_mutex};
-    fixed_time = instant;
-    when_read = std::move(read);
-}
 
 std::ostream &operator<<(std::ostream &stream, const trace &value)
 {
@@ -109,19 +74,6 @@ std::ostream &operator<<(std::ostream &stream, const remains &value)
                   << " blocks, " << value.patterns << " patterns, lock held " << value.lock_held
                   << (value.initialised ? ", initialised" : ", not initialised")
                   << (value.registered ? ", registered" : ", not registered");
-}
-
-std::string without_source_lines(const std::string &text)
-{
-    std::string result = text;
-    for (const std::string file : {" twamp.c:", " twamp_responder.c:", " twamp_bind.c:", " twamp_internal.c:"})
-        for (std::size_t at = 0; (at = result.find(file, at)) != std::string::npos;) {
-            at += file.size();
-            const std::size_t end = result.find_first_not_of("0123456789", at);
-            if (end != std::string::npos && end > at && result[end] == ' ')
-                result.replace(at, end - at, "LINE");
-        }
-    return result;
 }
 
 std::string captured_console(const std::function<void()> &work)

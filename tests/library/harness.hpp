@@ -29,6 +29,8 @@
 #include "olv.h"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
+#include "source_lines.hpp"
+#include "time_of_day.hpp"
 
 namespace olv_test {
 
@@ -121,9 +123,6 @@ struct observation {
     std::vector<olv_sim::recorded_call> recorded;
     std::vector<std::string> calls; ///< Names of `recorded`.
 };
-
-/** @p text with each " twamp*.c:123 " as " twamp*.c:LINE ". */
-[[nodiscard]] std::string without_source_lines(const std::string &text);
 
 /** Run @p work and return what it wrote to standard output, through stdio or the descriptor. */
 [[nodiscard]] std::string captured_console(const std::function<void()> &work);
@@ -238,19 +237,6 @@ class bench {
     olv_sim::capturing_trace_sink sink_;
     std::vector<void *> kept_;
 };
-
-// ---------------------------------------------------------------------------------------------------------
-// Time of day
-// ---------------------------------------------------------------------------------------------------------
-
-struct time_of_day {
-    std::int64_t seconds;
-    std::int64_t microseconds;
-};
-
-/** Make gettimeofday() return this instant in the whole process; nothing: the wall clock.
- *  @param read  Runs when the instant is read. */
-void set_time_of_day(std::optional<time_of_day> instant, std::function<void()> read = {});
 
 } // namespace olv_test
 
