@@ -1,0 +1,402 @@
+// The reflector under packets of any size and content, between operations of the control side. After each step
+// every packet received has been transmitted or dropped once, and every reply is what its request calls for.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "byte_source.hpp"
+#include "difference.hpp"
+#include "olv_twamp.h"
+#include "reflector_expectation.hpp"
+#include "target.hpp"
+#include "time_of_day.hpp"
+
+namespace {
+
+using olv_fastpath::outcome;
+using olv_fuzz::report_difference;
+
+constexpr std::uint32_t responder_capacity = 5;
+constexpr std::uint32_t global_statistics = 0x7008C1;
+constexpr int maximum_steps = 200;
+constexpr std::int64_t day_seconds = 1000000000;
+constexpr std::uint64_t day_units = ((day_seconds + 2208988800ull) << 32) & UINT64_MAX;
+constexpr std::uint8_t old_byte = 0xAA;
+constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
+constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
+
+olv_fuzz::reflector_constants &constants()
+{
+    static olv_fuzz::reflector_constants all;
+    return all;
+}
+
+void require(bool holds, const char *what)
+{
+    if (!holds) {
+        report_difference(what);
+    }
+}
+
+std::uint32_t read_word(olv_sim::state_words words, std::size_t word)
+{
+    return hyx_ntohl(words[word].load());
+}
+
+class reflector_run {
+  public:
+    explicit reflector_run(olv_fuzz::byte_source input);
+    ~reflector_run();
+    reflector_run(const reflector_run &) = delete;
+    reflector_run &operator=(const reflector_run &) = delete;
+
+    void run();
+
+  private:
+    void step();
+    void create();
+    void remove();
+    void change_bind();
+    void set_default_entry();
+    void read_statistics();
+    void advance();
+    /** The same packet from so many ports, one after the other. */
+    void packets(std::uint32_t ports);
+    void start_again();
+    [[nodiscard]] olv_fastpath::reflector_options options();
+    [[nodiscard]] olv_fastpath::packet_path path();
+    [[nodiscard]] std::vector<std::uint8_t> payload();
+    void check_verdict(const olv_fastpath::received_packet &received, const olv_fastpath::packet_path &path,
+                       const olv_fastpath::verdict &made, std::span<const std::uint8_t> reply);
+    void check_reply(const olv_fastpath::received_packet &received, const olv_fastpath::packet_path &path,
+                     std::uint32_t sequence_number, std::span<const std::uint8_t> reply);
+    void check_conservation();
+
+    olv_fuzz::byte_source input_;
+    olv_sim::processor processor_;
+    olv_sim::framework framework_;
+    olv_module_handle *module_;
+    std::uint64_t now_ = 1000;
+    std::uint64_t last_creation_ = 0;
+    bool started_again_ = false;
+    olv_fastpath::reflector_options options_;
+    olv_fastpath::reflector reflector_;
+    olv_fuzz::reflector_expectation expected_;
+    std::vector<twamp_responder_handle *> responders_;
+    std::uint32_t bind_key_ = 0;
+};
+
+reflector_run::reflector_run(olv_fuzz::byte_source input)
+    : input_(input),
+      processor_(olv_sim::classifier_program::twamp(responder_capacity, 4)),
+      module_(framework_.create_module({.module_id = olv_sim::module_id_twamp, .processor = &processor_})),
+      options_(options()),
+      reflector_(processor_, options_),
+      expected_(constants(), options_, processor_.timer_frequency())
+{
+    olv_test::set_time_of_day(olv_test::time_of_day{day_seconds, 0});
+    processor_.set_timer(now_);
+    require(olv_twamp_init(module_) == 0, "the module comes up");
+}
+
+reflector_run::~reflector_run()
+{
+    while (!responders_.empty()) {
+        hyx_nvm_free(responders_.back());
+        responders_.pop_back();
+    }
+    (void)olv_twamp_shutdown(module_); // its context is the module's last block
+}
+
+olv_fastpath::reflector_options reflector_run::options()
+{
+    static constexpr std::array<std::uint32_t, 4> waits{900, 1, 30, 1000000};
+    static constexpr std::array<std::uint32_t, 4> capacities{256, 1, 3, 40};
+    olv_fastpath::reflector_options chosen;
+    chosen.mode = input_.flag() ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
+    chosen.refwait_seconds = input_.pick(waits);
+    chosen.session_capacity = input_.pick(capacities);
+    return chosen;
+}
+
+void reflector_run::run()
+{
+    if (!input_.flag()) { // most inputs want a responder that answers
+        create();
+        change_bind();
+    }
+    for (int count = 0; count < maximum_steps && !input_.empty(); ++count) {
+        step();
+        check_conservation();
+    }
+}
+
+void reflector_run::step()
+{
+    switch (input_.below(16)) {
+    case 0:
+        return create();
+    case 1:
+        return remove();
+    case 2:
+        return change_bind();
+    case 3:
+        return set_default_entry();
+    case 4:
+        return read_statistics();
+    case 5:
+    case 6:
+        return advance();
+    case 7:
+        return start_again();
+    case 8:
+        return packets(1 + input_.below(64));
+    default:
+        return packets(1);
+    }
+}
+
+void reflector_run::create()
+{
+    // No two are created at the same reading of the timer: it is what tells them apart.
+    last_creation_ = std::max(processor_.timer_now(), last_creation_) + 1;
+    processor_.set_timer(last_creation_);
+    const olv_twamp_responder_info info{input_.byte(), input_.byte()};
+    twamp_responder_handle *responder = nullptr;
+    if (olv_twamp_responder_create(module_, &info, &responder) == 0) {
+        expected_.create(responder->responder_id,
+                         {.created_units = day_units, .created_ticks = processor_.timer_now()});
+        responders_.push_back(responder);
+    } else {
+        require(responders_.size() == responder_capacity, "a responder is created while there are IDs");
+    }
+}
+
+void reflector_run::remove()
+{
+    if (responders_.empty()) {
+        return;
+    }
+    const auto chosen = responders_.begin() + static_cast<std::ptrdiff_t>(
+                                                  input_.below(static_cast<std::uint32_t>(responders_.size())));
+    require(olv_twamp_responder_delete(module_, *chosen) == 0, "a responder is deleted");
+    expected_.remove((*chosen)->responder_id);
+    hyx_nvm_free(*chosen);
+    responders_.erase(chosen);
+}
+
+/** Bind a key, or unbind it; whether it was bound decides the status. */
+void reflector_run::change_bind()
+{
+    bind_key_ = input_.below(3);
+    const bool binds = !input_.flag();
+    olv_module_handle *destination = input_.flag() ? framework_.ipv6_module() : framework_.ipv4_module();
+    const olv_bind_info info = olv_sim::make_bind_info(module_, destination, &bind_key_);
+    static std::FILE *const nowhere = std::fopen("/dev/null", "w");
+    std::FILE *const console = stdout;
+    stdout = nowhere; // a refused request is printed whatever the levels
+    if (binds && olv_twamp_custom_bind(framework_.system(), &info) == 0) {
+        expected_.bind(bind_key_);
+    } else if (!binds && olv_twamp_custom_unbind(framework_.system(), &info) == 0) {
+        expected_.unbind(bind_key_);
+    }
+    stdout = console;
+}
+
+/** Entries without a key lead to IDs that nobody created: no packet is answered for them. */
+void reflector_run::set_default_entry()
+{
+    const std::uint32_t choice = input_.below(4);
+    const std::uint32_t value = input_.below(6);
+    switch (choice) {
+    case 0:
+        processor_.set_default_entry(responder_tree, {{value, 0, 0}});
+        break;
+    case 1:
+        processor_.clear_default_entry(responder_tree);
+        break;
+    case 2:
+        processor_.set_default_entry(bind_tree, {{value, 0, 0}});
+        expected_.set_default_bind(true);
+        break;
+    default:
+        processor_.clear_default_entry(bind_tree);
+        expected_.set_default_bind(false);
+        break;
+    }
+}
+
+void reflector_run::read_statistics()
+{
+    olv_twamp_global_stats global{};
+    require(olv_twamp_global_stats_get(module_, &global) == 0, "the module's counters are read");
+    for (twamp_responder_handle *responder : responders_) {
+        olv_twamp_responder_stats stats{};
+        require(olv_twamp_responder_stats_get(module_, responder, &stats) == 0,
+                "a responder's counters are read");
+        require(started_again_ || stats.received <= global.total_rx,
+                "no responder has more packets than the module");
+        require(stats.active_sessions <= constants().maximum_sessions, "no responder has too many sessions");
+    }
+}
+
+void reflector_run::advance()
+{
+    static constexpr std::array<std::uint64_t, 6> units{1,          1000,         1000000,
+                                                        1000000000, 100000000000, 1000000000000};
+    now_ += input_.pick(units) * input_.byte();
+    processor_.set_timer(now_ + input_.below(4) * 500);
+}
+
+/** The module goes down and comes up again: responders and binds stay, counters of the module begin anew. */
+void reflector_run::start_again()
+{
+    require(olv_twamp_shutdown(module_) == 0, "the module goes down");
+    require(olv_twamp_init(module_) == 0, "the module comes up again");
+    started_again_ = true;
+}
+
+olv_fastpath::packet_path reflector_run::path()
+{
+    static constexpr std::array<std::uint32_t, 4> high_bytes{0, 0, 0x01000000, 0xFF000000};
+    return {.responder_id = input_.below(responder_capacity + 3) | input_.pick(high_bytes),
+            .bind_key = input_.below(4) | input_.pick(high_bytes)};
+}
+
+std::vector<std::uint8_t> reflector_run::payload()
+{
+    static constexpr std::array<std::size_t, 16> lengths{41, 44,  14,   13,   0,    40,    42, 43,
+                                                         45, 100, 1472, 1500, 9000, 65507, 15, 1};
+    const std::size_t length = input_.flag() ? input_.byte() : input_.pick(lengths);
+    const std::span<const std::uint8_t> given = input_.bytes(std::min<std::size_t>(length, input_.below(64)));
+    std::vector<std::uint8_t> content(length);
+    std::copy(given.begin(), given.end(), content.begin());
+    std::uint8_t next = input_.byte();
+    for (std::size_t index = given.size(); index < length; ++index) {
+        content[index] = next == old_byte ? ++next : next;
+        ++next;
+    }
+    return content;
+}
+
+void reflector_run::packets(std::uint32_t ports)
+{
+    const std::vector<std::uint8_t> content = payload();
+    olv_fastpath::received_packet received;
+    received.payload = content;
+    received.arrival_ticks = now_;
+    received.ttl = input_.byte();
+    received.traffic_class = input_.byte();
+    received.sender_address[15] = static_cast<std::uint8_t>(input_.below(4));
+    received.sender_port = input_.byte();
+    const olv_fastpath::packet_path way = path();
+    const std::size_t shortage = input_.byte() >= 248 ? 1 : 0;
+    std::vector<std::uint8_t> reply(std::max<std::size_t>(content.size(), 44) - 4 * shortage, old_byte);
+    for (const std::uint32_t repeats = 1 + input_.below(3); ports > 0; --ports, ++received.sender_port) {
+        for (std::uint32_t count = 0; count < repeats; ++count) { // so that a session grows
+            std::fill(reply.begin(), reply.end(), old_byte);
+            check_verdict(received, way, reflector_.reflect(received, way, reply), reply);
+        }
+    }
+}
+
+void reflector_run::check_verdict(const olv_fastpath::received_packet &received,
+                                  const olv_fastpath::packet_path &path, const olv_fastpath::verdict &made,
+                                  std::span<const std::uint8_t> reply)
+{
+    const auto wanted = expected_.decide(received, path, reply.size());
+    const bool table_may_be_full =
+        wanted.needs_new_session && expected_.sessions_ever() >= options_.session_capacity;
+    if (made.result == outcome::drop_table_full) {
+        require(table_may_be_full, "a packet is dropped for want of room only when there may be none");
+    } else if (made.result != wanted.result) {
+        report_difference("outcome " + std::to_string(static_cast<int>(wanted.result)) + " expected, " +
+                          std::to_string(static_cast<int>(made.result)) + " found");
+    }
+    const auto is_old = [](std::uint8_t byte) { return byte == old_byte; };
+    if (made.result != outcome::reflected) {
+        require(made.reply_length == 0, "a packet that is dropped has no reply");
+        require(std::all_of(reply.begin(), reply.end(), is_old),
+                "a packet that is dropped leaves the buffer alone");
+        return;
+    }
+    require(made.reply_length == expected_.reply_length(received.payload.size()), "length of the reply");
+    require(made.traffic_class == (received.traffic_class & 0xFC), "DSCP of the reply");
+    require(std::all_of(reply.begin() + static_cast<std::ptrdiff_t>(made.reply_length), reply.end(), is_old),
+            "nothing is written behind the reply");
+    check_reply(received, path, wanted.sequence_number, reply.first(made.reply_length));
+    expected_.note_reflected(received, path);
+}
+
+void reflector_run::check_reply(const olv_fastpath::received_packet &received,
+                                const olv_fastpath::packet_path &path, std::uint32_t sequence_number,
+                                std::span<const std::uint8_t> reply)
+{
+    const std::vector<std::uint8_t> wanted = expected_.reply(received, path, sequence_number, reply);
+    const auto differs = std::mismatch(wanted.begin(), wanted.end(), reply.begin());
+    if (differs.first != wanted.end()) {
+        report_difference("byte " + std::to_string(differs.first - wanted.begin()) +
+                          " of a reply: " + std::to_string(*differs.first) + " expected, " +
+                          std::to_string(*differs.second) + " found");
+    }
+    std::uint64_t departure = 0;
+    for (std::size_t index = 4; index < 12; ++index) {
+        departure = departure << 8 | reply[index];
+    }
+    const std::uint64_t timer = std::max(processor_.timer_now(), received.arrival_ticks);
+    require(departure == expected_.instant(path.responder_id, timer), "departure time of a reply");
+    require((reply[12] & 0xC0) == 0 && reply[13] != 0, "error estimate of a reply: NTP format, a multiplier");
+}
+
+/** received = transmitted + drops, in the global block and for each responder. */
+void reflector_run::check_conservation()
+{
+    const olv_sim::state_words global = processor_.state(global_statistics);
+    std::uint32_t accounted = read_word(global, 1);
+    for (std::size_t word = constants().first_drop_word; word < global.size(); ++word) {
+        accounted += read_word(global, word);
+    }
+    require(read_word(global, 0) == accounted, "the module: received = transmitted + drops");
+    for (const auto &[id, created] : expected_.responders()) {
+        const olv_sim::state_words state = processor_.state(id);
+        const std::uint32_t drops = read_word(state, 11) + read_word(state, 12) + read_word(state, 14);
+        require(read_word(state, 8) == read_word(state, 9) + drops,
+                "a responder: received = transmitted + drops");
+    }
+}
+
+} // namespace
+
+bool olv_fuzz::change_expectation(std::string_view what)
+{
+    reflector_constants &all = constants();
+    if (what == "sequence-number") {
+        all.first_sequence_number = 1;
+    } else if (what == "sessions") {
+        all.maximum_sessions = 31;
+    } else if (what == "length") {
+        all.shortest_request = 15;
+    } else if (what == "time") {
+        all.seconds_offset = 1;
+    } else if (what == "conservation") {
+        all.first_drop_word = 3;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    olv_sim::violations::set_echo(false);
+    const std::size_t blocks = olv_sim::memory::in_use().live_blocks;
+    const std::size_t breaches = olv_sim::violations::count();
+    reflector_run{olv_fuzz::byte_source{{data, size}}}.run();
+    require(olv_sim::memory::in_use().live_blocks == blocks, "no block is left");
+    require(olv_sim::violations::count() == breaches, "the platform's contract was kept");
+    return 0;
+}
