@@ -18,6 +18,18 @@ void report_error(const char *program, const char *format, ...)
     (void)std::fputc('\n', stderr);
 }
 
+CLI::Validator number_between(double minimum, double maximum)
+{
+    const auto refuse = [minimum, maximum](const std::string &text) -> std::string {
+        double value = 0;
+        if (CLI::detail::lexical_cast(text, value) && value >= minimum && value <= maximum) {
+            return {};
+        }
+        return "Value " + text + " not in range " + std::to_string(minimum) + " to " + std::to_string(maximum);
+    };
+    return CLI::Validator{refuse, CLI::Range(minimum, maximum).get_description()};
+}
+
 std::optional<int> parse_command_line(CLI::App &app, const char *program, int argc, char **argv)
 {
     try {

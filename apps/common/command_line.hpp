@@ -20,6 +20,9 @@ enum exit_status : int {
 /** Write "program: message" and a newline to standard error, after everything on standard output. */
 [[gnu::format(printf, 2, 3)]] void report_error(const char *program, const char *format, ...);
 
+/** Takes numbers from @p minimum to @p maximum. CLI::Range would let "nan" through, which is never outside. */
+[[nodiscard]] CLI::Validator number_between(double minimum, double maximum);
+
 /** @return The status to exit with at once: help was printed, or an error reported; otherwise nothing. */
 [[nodiscard]] std::optional<int> parse_command_line(CLI::App &app, const char *program, int argc, char **argv);
 

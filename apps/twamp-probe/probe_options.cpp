@@ -40,11 +40,11 @@ std::optional<int> parse(int argc, char **argv, raw_options &raw)
         ->required();
     app.add_option("--count", raw.count, "Packets to send (100)")->check(CLI::Range(1u, 10'000'000u));
     app.add_option("--interval", raw.interval_milliseconds, "Milliseconds between two packets (10)")
-        ->check(CLI::Range(0.0, 3'600'000.0));
+        ->check(olv_apps::number_between(0.0, 3'600'000.0));
     app.add_option("--size", raw.size, "Octets of UDP payload, 14 to 65507 (41, with --stamp 44)")
         ->check(CLI::Range(olv_fastpath::sender_packet::header_length, olv_fastpath::maximum_payload_ipv4));
     app.add_option("--timeout", raw.timeout_seconds, "Seconds to wait for the last replies (2)")
-        ->check(CLI::Range(0.0, 3600.0));
+        ->check(olv_apps::number_between(0.0, 3600.0));
     app.add_option("--dscp", raw.dscp, "DSCP of the packets, 0 to 63 (0)")->check(CLI::Range(0u, 63u));
     app.add_flag("--stamp", raw.stamp, "Send STAMP packets");
     return olv_apps::parse_command_line(app, program_name, argc, argv);

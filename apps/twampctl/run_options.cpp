@@ -69,7 +69,7 @@ void add_options(CLI::App &run, raw_options &raw, run_options &options)
     run.add_option("--capacity", raw.capacity, "Responder IDs that the processor has (65536)")
         ->check(CLI::Range(1u, (1u << 24) - 2));
     run.add_option("--duration", raw.duration_seconds, "Seconds to run; default: until a signal comes")
-        ->check(CLI::Range(0.0, 1e9));
+        ->check(olv_apps::number_between(0.0, 1e9));
     run.add_flag("--tables", options.tables, "Print the classifier tables before taking down");
     run.add_flag("--imc", options.imc, "Print the tree functions that call the IPv4 and the IPv6 module");
     run.add_option("--log-level", raw.log_level, "Log level of the module")

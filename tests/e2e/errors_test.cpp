@@ -80,6 +80,8 @@ INSTANTIATE_TEST_SUITE_P(
             TWAMPCTL,
             {"run", "--listen", "127.0.0.1:0", "--listen", "127.0.0.1:0", "--sessions", "16777216"},
             "twampctl: 2 responders have no room for 16777216 sessions each, but for 16777216 together\n"},
+        usage_row{
+            "DurationNan", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--duration", "nan"}, "--duration"},
         usage_row{"Duration", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--duration", "-1"}, "--duration"}),
     [](const auto &row) { return std::string(row.param.label); });
 
@@ -95,6 +97,8 @@ INSTANTIATE_TEST_SUITE_P(
         usage_row{"StampSize43", TWAMP_PROBE, {"127.0.0.1:1", "--stamp", "--size", "43"}, "at least 44 octets"},
         usage_row{"Dscp64", TWAMP_PROBE, {"127.0.0.1:1", "--dscp", "64"}, "--dscp"},
         usage_row{"Interval", TWAMP_PROBE, {"127.0.0.1:1", "--interval", "-1"}, "--interval"},
+        usage_row{"IntervalNan", TWAMP_PROBE, {"127.0.0.1:1", "--interval", "nan"}, "--interval"},
+        usage_row{"TimeoutNan", TWAMP_PROBE, {"127.0.0.1:1", "--timeout", "nan"}, "--timeout"},
         usage_row{"Option", TWAMP_PROBE, {"127.0.0.1:1", "--nope"}, "twamp-probe: The following argument"}),
     [](const auto &row) { return std::string(row.param.label); });
 
