@@ -2,6 +2,7 @@
 # Installs the Debian packages that building and testing need, as far as they are missing.
 #   scripts/install-packages.sh            compiler, build tools, test and command-line libraries
 #   scripts/install-packages.sh lint       also the second compiler and the linters
+#   scripts/install-packages.sh fuzz       also the compilers and run-time libraries of the fuzzers
 #   scripts/install-packages.sh package    also what makes and checks packages
 #   scripts/install-packages.sh cross      also the cross compilers, the emulator and GoogleTest's sources
 #   scripts/install-packages.sh coverage   also what reports coverage
@@ -12,11 +13,12 @@ packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli
 case "${1:-}" in
   '') ;;
   lint) packages+=(clang-14 clang-format-14 clang-tidy-14 git libclang-rt-14-dev shellcheck) ;;
+  fuzz) packages+=(afl++ clang-14 libclang-rt-14-dev llvm-14) ;;
   package) packages+=(dpkg-dev file git pkgconf) ;;
   cross) packages+=(g++-arm-linux-gnueabihf g++-powerpc-linux-gnu googletest qemu-user) ;;
   coverage) packages+=(gcovr) ;;
   *)
-    echo "install-packages: unknown argument '$1'; there are 'lint', 'package', 'cross', 'coverage' or none" >&2
+    echo "install-packages: unknown argument '$1'; there are 'lint', 'fuzz', 'package', 'cross', 'coverage' or none" >&2
     exit 2
     ;;
 esac

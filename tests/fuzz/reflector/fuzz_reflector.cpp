@@ -74,6 +74,8 @@ class reflector_run {
                        const olv_fastpath::verdict &made, std::span<const std::uint8_t> reply);
     void check_reply(const olv_fastpath::received_packet &received, const olv_fastpath::packet_path &path,
                      std::uint32_t sequence_number, std::span<const std::uint8_t> reply);
+    void check_answer_to(const olv_fastpath::received_packet &received, const olv_fastpath::packet_path &path,
+                         std::span<const std::uint8_t> reply);
     void check_conservation();
 
     olv_fuzz::byte_source input_;
@@ -116,10 +118,12 @@ olv_fastpath::reflector_options reflector_run::options()
 {
     static constexpr std::array<std::uint32_t, 4> waits{900, 1, 30, 1000000};
     static constexpr std::array<std::uint32_t, 4> capacities{256, 1, 3, 40};
+    static constexpr std::array<std::size_t, 4> lengths{14, 14, 0, 41};
     olv_fastpath::reflector_options chosen;
     chosen.mode = input_.flag() ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
     chosen.refwait_seconds = input_.pick(waits);
     chosen.session_capacity = input_.pick(capacities);
+    chosen.minimum_request = input_.pick(lengths);
     return chosen;
 }
 
@@ -299,6 +303,7 @@ void reflector_run::packets(std::uint32_t ports)
     for (const std::uint32_t repeats = 1 + input_.below(3); ports > 0; --ports, ++received.sender_port) {
         for (std::uint32_t count = 0; count < repeats; ++count) { // so that a session grows
             std::fill(reply.begin(), reply.end(), old_byte);
+            (void)reflector_.answers_a_reply(received, way); // counts nothing
             check_verdict(received, way, reflector_.reflect(received, way, reply), reply);
         }
     }
@@ -349,7 +354,20 @@ void reflector_run::check_reply(const olv_fastpath::received_packet &received,
     }
     const std::uint64_t timer = std::max(processor_.timer_now(), received.arrival_ticks);
     require(departure == expected_.instant(path.responder_id, timer), "departure time of a reply");
+    check_answer_to(received, path, reply);
     require((reply[12] & 0xC0) == 0 && reply[13] != 0, "error estimate of a reply: NTP format, a multiplier");
+}
+
+/** What another reflector would make of a reply is recognised, so that the two do not go on for ever. */
+void reflector_run::check_answer_to(const olv_fastpath::received_packet &received,
+                                    const olv_fastpath::packet_path &path, std::span<const std::uint8_t> reply)
+{
+    std::array<std::uint8_t, 41> answer{};
+    std::copy_n(reply.begin(), 14, answer.begin() + 24);
+    olv_fastpath::received_packet back = received;
+    back.payload = answer;
+    back.arrival_ticks = std::max(processor_.timer_now(), received.arrival_ticks);
+    require(reflector_.answers_a_reply(back, path), "the answer to a reply is recognised");
 }
 
 /** received = transmitted + drops, in the global block and for each responder. */

@@ -59,7 +59,8 @@ reflector_expectation::decision reflector_expectation::decide(const olv_fastpath
     if (!has_default_bind_ && !binds_.contains(path.bind_key & id_mask)) {
         return {.result = outcome::drop_no_bind};
     }
-    if (packet.payload.size() < constants_.shortest_request || room < reply_length(packet.payload.size())) {
+    const std::size_t shortest = std::max(constants_.shortest_request, options_.minimum_request);
+    if (packet.payload.size() < shortest || room < reply_length(packet.payload.size())) {
         return {.result = outcome::drop_length};
     }
     const auto known = sessions_.find(key_of(packet, path));

@@ -1,0 +1,132 @@
+#!/usr/bin/env bash
+# Builds the fuzz targets, replays their corpora and fuzzes: the library against its model, the reflector, and what
+# the programs read. Fails when an input crashes a target or shows a difference; the input is kept, and the command
+# that replays it is printed. Safe to run again; builds below build/ only.
+#   scripts/fuzz.sh [--keep] [--afl] SECONDS [TARGET...]     SECONDS for each target, all if none is named
+#   --keep   add what was found to tests/fuzz/corpus/, as few inputs as reach the same
+#   --afl    fuzz with AFL++ instead of libFuzzer
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+usage() {
+  sed -n '2,/^set /{/^set /d;s/^# \{0,1\}//;p}' "$0" >&2
+  exit 2
+}
+
+keep=no
+preset=fuzz
+while [[ ${1:-} == --* ]]; do
+  case $1 in
+    --keep) keep=yes ;;
+    --afl) preset=fuzz-afl ;;
+    *) usage ;;
+  esac
+  shift
+done
+[[ ${1:-} =~ ^[1-9][0-9]*$ ]] || usage
+[[ $keep == no || $preset == fuzz ]] || usage
+seconds=$1
+shift
+(($# > 0)) || set -- fuzz_library fuzz_reflector fuzz_applications
+
+tree=build/$preset
+work=$PWD/$tree/fuzzing # found inputs and crashes, by target
+maximum_length=400
+# Stacks are kept short while fuzzing: they take much of the time. A replay shows them whole.
+export ASAN_OPTIONS=malloc_context_size=2:abort_on_error=1:symbolize=0:detect_leaks=1
+failures=0
+
+log_of() { printf '%s/%s/log' "$work" "$1"; }
+
+complain() { # TARGET INPUT...
+  local input
+  for input in "${@:2}"; do
+    printf '%s: an input fails; replay it with\n  ASAN_OPTIONS=symbolize=1 %s %s\n' "$1" \
+      "$tree/tests/fuzz/$1_replay" "$input" >&2
+  done
+  failures=$((failures + 1))
+}
+
+build() { # TARGET...
+  cmake --preset "$preset" && cmake --build --preset "$preset" --target "$@" "${@/%/_replay}"
+}
+
+replay() { # TARGET
+  "$tree/tests/fuzz/$1_replay" "tests/fuzz/corpus/$1" >"$(log_of "$1")" 2>&1 && return
+  tail -n 40 "$(log_of "$1")" >&2
+  complain "$1" "$(grep '^tests/fuzz/corpus/' "$(log_of "$1")" | tail -n 1)"
+}
+
+# Runs, what they reached and how many a second, from libFuzzer's last line.
+summarise() { # TARGET
+  local last
+  last=$(grep -E '^#[0-9]+.*cov: ' "$(log_of "$1")" | tail -n 1)
+  printf '%s: %s\n' "$1" "$(sed -n 's/^Done \([0-9]*\) runs in \([0-9]*\) second.*/\1 runs in \2 s/p' "$(log_of "$1")")"
+  printf '  coverage %s, features %s, corpus %s, runs a second %s\n' \
+    "$(sed -E 's/.* cov: ([0-9]+).*/\1/' <<<"$last")" "$(sed -E 's/.* ft: ([0-9]+).*/\1/' <<<"$last")" \
+    "$(sed -E 's/.* corp: ([^ ]+).*/\1/' <<<"$last")" "$(sed -E 's/.* exec\/s: ([0-9]+).*/\1/' <<<"$last")"
+}
+
+run_libfuzzer() { # TARGET
+  local found=$work/$1/found crashes=$work/$1/crash options=()
+  mkdir -p "$found"
+  rm -f "$work/$1"/crash-* "$work/$1"/crashleak-* "$work/$1"/crashtimeout-*
+  [[ $1 != fuzz_applications ]] || options+=(-dict=tests/fuzz/applications/options.dict)
+  if "$tree/tests/fuzz/$1" -max_total_time="$seconds" -max_len="$maximum_length" -timeout=10 -print_final_stats=1 \
+    -artifact_prefix="$crashes-" "${options[@]}" "$found" "tests/fuzz/corpus/$1" >"$(log_of "$1")" 2>&1; then
+    summarise "$1"
+  else
+    grep -vE '^(#|INFO|\s+NEW_FUNC)' "$(log_of "$1")" | head -n 60 >&2
+    complain "$1" "$work/$1"/crash-*
+  fi
+}
+
+# What reaches something new joins the corpus.
+merge() { # TARGET
+  local merged=$work/$1/merged input
+  rm -rf "$merged"
+  mkdir -p "$merged"
+  "$tree/tests/fuzz/$1" -merge=1 -use_counters=0 -max_len="$maximum_length" "$merged" "tests/fuzz/corpus/$1" \
+    "$work/$1/found" >"$(log_of "$1")" 2>&1
+  rm -f "tests/fuzz/corpus/$1"/*
+  for input in "$merged"/*; do
+    cp "$input" "tests/fuzz/corpus/$1/$(sha1sum <"$input" | cut -d ' ' -f 1)"
+  done
+  printf '%s: %s inputs in the corpus\n' "$1" "$(find "tests/fuzz/corpus/$1" -type f | wc -l)"
+}
+
+run_afl() { # TARGET
+  local found=$work/$1/found options=() crashes
+  rm -rf "$found"
+  [[ $1 != fuzz_applications ]] || options+=(-x tests/fuzz/applications/options.dict)
+  AFL_SKIP_CPUFREQ=1 AFL_I_DONT_CARE_ABOUT_MISSING_CRASHES=1 AFL_NO_UI=1 AFL_NO_AFFINITY=1 \
+    afl-fuzz -i "tests/fuzz/corpus/$1" -o "$found" -V "$seconds" -m none -t 10000 "${options[@]}" \
+    -- "$tree/tests/fuzz/$1" >"$(log_of "$1")" 2>&1 || { tail -n 40 "$(log_of "$1")" >&2; complain "$1"; return; }
+  mapfile -t crashes < <(find "$found/default/crashes" "$found/default/hangs" -name 'id:*')
+  printf '%s: %s\n' "$1" "$(awk -F ' *: *' '
+    { value[$1] = $2 }
+    END { print value["execs_done"] " runs in " value["run_time"] " s"
+          print "  coverage " value["edges_found"] ", of all edges " value["bitmap_cvg"] ", corpus " \
+            value["corpus_count"] ", runs a second " value["execs_per_sec"] }' "$found/default/fuzzer_stats")"
+  ((${#crashes[@]} == 0)) || complain "$1" "${crashes[@]}"
+}
+
+./scripts/install-packages.sh fuzz
+echo '== Build'
+mkdir -p "$tree"
+build "$@" >"$tree/build.log" 2>&1 || { tail -n 40 "$tree/build.log" >&2; exit 1; }
+for target; do
+  echo "== $target"
+  mkdir -p "$work/$target"
+  replay "$target"
+  if [[ $preset == fuzz-afl ]]; then
+    run_afl "$target"
+  else
+    run_libfuzzer "$target"
+  fi
+  [[ $keep == no ]] || merge "$target"
+done
+if ((failures != 0)); then
+  printf 'fuzz: %s failure(s), see above\n' "$failures" >&2
+  exit 1
+fi

@@ -1,0 +1,247 @@
+// What the programs read: command lines, addresses, prefixes of addresses, replies. None of it may end a
+// program other than by an error that says what is wrong.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "byte_source.hpp"
+#include "difference.hpp"
+#include "fastpath/address_prefix.hpp"
+#include "fastpath/listen_address.hpp"
+#include "probe_options.hpp"
+#include "run_options.hpp"
+#include "target.hpp"
+#include "test_packet.hpp"
+
+namespace {
+
+using olv_fuzz::report_difference;
+
+/** What the programs promise; a test can change it, to see that a difference is noticed. */
+struct expectations {
+    int usage_status = 2;
+    std::string_view after_name = ": ";
+    unsigned largest_dscp = 63;
+    std::string_view address_prefix = "address '";
+};
+
+expectations &expected()
+{
+    static expectations all;
+    return all;
+}
+
+void require(bool holds, const std::string &what)
+{
+    if (!holds) {
+        report_difference(what);
+    }
+}
+
+/** What a stream of the C library gets while it lives. */
+class captured_stream {
+  public:
+    explicit captured_stream(std::FILE *&stream) : place_(stream), saved_(stream)
+    {
+        stream = open_memstream(&buffer_, &length_);
+    }
+    ~captured_stream()
+    {
+        (void)std::fclose(place_);
+        place_ = saved_;
+        std::free(buffer_);
+    }
+    captured_stream(const captured_stream &) = delete;
+    captured_stream &operator=(const captured_stream &) = delete;
+
+    [[nodiscard]] std::string text()
+    {
+        (void)std::fflush(place_);
+        return {buffer_, length_};
+    }
+
+  private:
+    std::FILE *&place_;
+    std::FILE *saved_;
+    char *buffer_ = nullptr;
+    std::size_t length_ = 0;
+};
+
+/** The words of a command line, one on each line of the input. */
+std::vector<std::string> words_of(std::string_view text, const char *program)
+{
+    std::vector<std::string> words{program};
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        const std::string_view line = text.substr(0, end);
+        words.emplace_back(line.substr(0, line.find('\0')));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return words;
+}
+
+/** Read a command line. @return Whether @p options is filled. */
+template <typename Options>
+bool reads(std::string_view text, const char *program, std::optional<int> (*read)(int, char **, Options &),
+           Options &options)
+{
+    std::vector<std::string> words = words_of(text, program);
+    std::vector<char *> arguments;
+    for (std::string &word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    std::optional<int> status;
+    std::string error;
+    std::string output;
+    {
+        captured_stream errors{stderr};
+        captured_stream prints{stdout};
+        status = read(static_cast<int>(words.size()), arguments.data(), options);
+        output = prints.text();
+        error = errors.text();
+    }
+    if (!status) {
+        require(error.empty() && output.empty(), "a command line that is taken prints nothing");
+        return true;
+    }
+    require(*status == 0 || *status == expected().usage_status,
+            "a command line is refused with its own status");
+    if (*status == 0) {
+        require(error.empty() && !output.empty(), "help is printed");
+    } else if (error.empty()) {
+        require(!output.empty(), "who refuses a command line says why, or explains the program");
+    } else {
+        const std::string beginning = program + std::string{expected().after_name};
+        require(error.starts_with(beginning) && error.size() > beginning.size() + 1,
+                "an error begins with the program's name: " + error);
+        require(error.ends_with('\n'), "an error ends its line");
+    }
+    return false;
+}
+
+void twampctl_command_line(std::string_view text)
+{
+    twampctl::run_options options;
+    if (!reads(text, twampctl::program_name, twampctl::read_options, options)) {
+        return;
+    }
+    require(!options.addresses.empty(), "something to listen on");
+    require(options.responders >= 1 && options.responders <= 1000000, "responders in their range");
+    require(options.capacity >= 1 && options.capacity <= 0xFFFFFE, "capacity in its range");
+    require(!options.duration || options.duration->count() >= 0, "a duration is not negative");
+    static constexpr std::array<std::uint32_t, 5> levels{0, 1, 3, 7, 15};
+    require(!options.log_level || std::count(levels.begin(), levels.end(), *options.log_level) == 1,
+            "a log level");
+    require(options.reflector.refwait_seconds >= 1, "a session has time");
+}
+
+void probe_command_line(std::string_view text)
+{
+    olv_probe::probe_options options;
+    if (!reads(text, olv_probe::program_name, olv_probe::read_options, options)) {
+        return;
+    }
+    require(options.reflector.port() != 0, "a port to send to");
+    require(options.count >= 1 && options.count <= 10000000, "count in its range");
+    require(options.interval.count() >= 0 && options.timeout.count() >= 0, "times are not negative");
+    require(options.size >= (options.stamp ? 44u : 14u) && options.size <= 65507, "size in its range");
+    require(options.dscp <= expected().largest_dscp, "DSCP in its range");
+}
+
+/** Parse a text. Refused: one line that says why. Taken: its own text means the same. */
+template <typename Value>
+void text_of(std::string_view text, Value (*parse)(std::string_view), const char *kind)
+{
+    std::string own;
+    try {
+        own = parse(text).text();
+    } catch (const std::exception &error) {
+        const std::string_view reason{error.what()};
+        require(reason.starts_with(kind), "why a text is refused: " + std::string{reason});
+        return;
+    }
+    try {
+        require(parse(own).text() == own, "the text of what was parsed means the same: " + own);
+    } catch (const std::exception &error) {
+        report_difference("the text of what was parsed is refused: " + std::string{error.what()});
+    }
+}
+
+void listen_address(std::string_view text)
+{
+    text_of(text, olv_fastpath::parse_listen_address, expected().address_prefix.data());
+}
+
+void address_prefix(std::string_view text)
+{
+    text_of(text, olv_fastpath::parse_address_prefix, "prefix '");
+}
+
+/** The probe judges any reply, and takes one that echoes its request for good in form. */
+void probe_reply(std::string_view text)
+{
+    const auto *bytes = reinterpret_cast<const std::uint8_t *>(text.data());
+    olv_fuzz::byte_source input{{bytes, text.size()}};
+    const bool stamp = input.flag();
+    const std::size_t length = std::max<std::size_t>(input.byte(), stamp ? 44 : 14);
+    const std::uint32_t sequence = input.byte();
+    const olv_fastpath::ntp_time departure{input.byte(), input.byte()};
+    const olv_probe::test_packet_format format{length, stamp, input.byte()};
+    std::vector<std::uint8_t> request(format.request_length());
+    format.write_request(request, sequence, departure);
+
+    std::vector<std::uint8_t> reply(format.reply_length());
+    const std::span<const std::uint8_t> given = input.bytes(reply.size());
+    std::copy(given.begin(), given.end(), reply.begin());
+    if (input.flag()) {
+        std::copy_n(request.begin(), 14, reply.begin() + 24);
+    }
+    if (input.flag()) {
+        reply.resize(given.size());
+    }
+    const olv_probe::reply_fault form = format.check_form(reply);
+    require(olv_probe::text_of(form) != nullptr, "a fault has a text");
+    require(form != olv_probe::reply_fault::none || reply.size() == format.reply_length(), "length of a reply");
+    if (form == olv_probe::reply_fault::none) {
+        require(olv_probe::text_of(format.check_echo(reply, sequence, departure)) != nullptr,
+                "a fault has a text");
+    }
+}
+
+// More parsers come at the end: the first byte of an input picks one.
+constexpr std::array parsers{twampctl_command_line, probe_command_line, listen_address, address_prefix,
+                             probe_reply};
+
+} // namespace
+
+bool olv_fuzz::change_expectation(std::string_view what)
+{
+    expectations &all = expected();
+    if (what == "status") {
+        all.usage_status = 1;
+    } else if (what == "error-text") {
+        all.after_name = " - ";
+    } else if (what == "range") {
+        all.largest_dscp = 62;
+    } else if (what == "reason") {
+        all.address_prefix = "prefix '";
+    } else {
+        return false;
+    }
+    return true;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    if (size > 0) {
+        const std::string text{reinterpret_cast<const char *>(data) + 1, size - 1};
+        parsers[data[0] % parsers.size()](text);
+    }
+    return 0;
+}
