@@ -55,6 +55,7 @@ replay() { # TARGET
   "$tree/tests/fuzz/$1_replay" "tests/fuzz/corpus/$1" >"$(log_of "$1")" 2>&1 && return
   tail -n 40 "$(log_of "$1")" >&2
   complain "$1" "$(grep '^tests/fuzz/corpus/' "$(log_of "$1")" | tail -n 1)"
+  return 1
 }
 
 # Runs, what they reached and how many a second, from libFuzzer's last line.
@@ -68,16 +69,20 @@ summarise() { # TARGET
 }
 
 run_libfuzzer() { # TARGET
-  local found=$work/$1/found crashes=$work/$1/crash options=()
-  mkdir -p "$found"
-  rm -f "$work/$1"/crash-* "$work/$1"/crashleak-* "$work/$1"/crashtimeout-*
+  local found=$work/$1/found failing=$work/$1/failing options=() seeds=()
+  rm -rf "$failing"
+  mkdir -p "$found" "$failing"
   [[ $1 != fuzz_applications ]] || options+=(-dict=tests/fuzz/applications/options.dict)
+  if [[ $1 == fuzz_library ]]; then
+    python3 tests/fuzz/library/write_seeds.py "$work/$1/seeds"
+    seeds+=("$work/$1/seeds")
+  fi
   if "$tree/tests/fuzz/$1" -max_total_time="$seconds" -max_len="$maximum_length" -timeout=10 -print_final_stats=1 \
-    -artifact_prefix="$crashes-" "${options[@]}" "$found" "tests/fuzz/corpus/$1" >"$(log_of "$1")" 2>&1; then
+    -artifact_prefix="$failing/" "${options[@]}" "$found" "tests/fuzz/corpus/$1" "${seeds[@]}" >"$(log_of "$1")" 2>&1; then
     summarise "$1"
   else
-    grep -vE '^(#|INFO|\s+NEW_FUNC)' "$(log_of "$1")" | head -n 60 >&2
-    complain "$1" "$work/$1"/crash-*
+    grep -vE '^(#|INFO|\s+NEW_FUNC|\s+#[0-9]+ 0x)' "$(log_of "$1")" | head -n 40 >&2
+    complain "$1" "$failing"/*
   fi
 }
 
@@ -118,7 +123,7 @@ build "$@" >"$tree/build.log" 2>&1 || { tail -n 40 "$tree/build.log" >&2; exit 1
 for target; do
   echo "== $target"
   mkdir -p "$work/$target"
-  replay "$target"
+  replay "$target" || continue
   if [[ $preset == fuzz-afl ]]; then
     run_afl "$target"
   else

@@ -85,7 +85,7 @@ const std::vector<library_run::step> library_run::steps{
     &library_run::bind,
     &library_run::unbind,
     &library_run::get_imc,
-    &library_run::get_imc_without_pointers,
+    &library_run::call_with_null,
     &library_run::global_stats_get,
     &library_run::global_stats_print,
     &library_run::tables_dump,

@@ -39,7 +39,7 @@ class library_run {
     void bind();
     void unbind();
     void get_imc();
-    void get_imc_without_pointers();
+    void call_with_null();
     void global_stats_get();
     void global_stats_print();
     void tables_dump();

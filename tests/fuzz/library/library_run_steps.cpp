@@ -41,30 +41,44 @@ constexpr std::array<std::uint32_t, 4> fault_counts{1, 2, 3, olv_sim::fault::for
 
 /** NULL pointers that the documentation gives a status for but no text: the status, and that nothing changed.
  */
-void library_run::get_imc_without_pointers()
+void library_run::call_with_null()
 {
-    if (world_.model->valid_module_handle(world_.model_modules[0]) == 0 ||
-        world_.modules[0]->magic != module_magic) {
-        return;
+    olv_module_handle *const module = world_.modules[0];
+    const std::uint32_t lock = world_.model_modules[0].lock;
+    const bool usable =
+        module->magic == module_magic && world_.model->valid_module_handle(world_.model_modules[0]) == 1;
+    if (!usable || (lock != 0 && lock != world_.locks[0])) {
+        return; // what is wrong with the module decides first
     }
-    const std::uint32_t locked = world_.model_modules[0].lock;
-    if (locked != 0 && locked != world_.locks[0]) {
-        return; // a lock that is none decides first
-    }
-    std::uint32_t imc = 0xA5A5A5A5;
-    const std::uint32_t choice = input_.below(3);
+    std::uint32_t word = 0xA5A5A5A5;
+    olv_bind_info info = olv_sim::make_bind_info(module, nullptr, &bind_key_);
+    const std::uint32_t choice = input_.below(8);
     const std::uint32_t found = world_.seen.observe([&] {
         switch (choice) {
         case 0:
-            return olv_twamp_get_imc(world_.modules[0], nullptr, &imc);
+            return olv_twamp_get_imc(module, nullptr, &word);
         case 1:
-            return olv_twamp_get_imc(world_.modules[0], nullptr, nullptr);
+            return olv_twamp_get_imc(module, &info, &word);
+        case 2:
+            info.dst_module = &world_.destinations[0];
+            return olv_twamp_get_imc(module, &info, nullptr);
+        case 3:
+            return olv_twamp_map_sys_log(module, 3, nullptr);
+        case 4:
+            return olv_twamp_custom_bind(world_.systems[0], &info);
+        case 5:
+            return olv_twamp_custom_unbind(world_.systems[0], &info);
+        case 6:
+            world_.set_entry_point(11, entry_point_kind::fixed);
+            info.dst_module = &world_.destinations[1];
+            info.src_instance = nullptr;
+            return olv_twamp_custom_bind(world_.systems[0], &info);
         default:
-            return olv_twamp_map_sys_log(world_.modules[0], 3, nullptr);
+            return olv_twamp_dump_tables(nullptr, 3);
         }
     });
-    require_equal("call with a NULL pointer", "status", 0x30008, found);
-    require_equal("call with a NULL pointer", "result word", 0xA5A5A5A5, imc);
+    require_equal("call with a NULL pointer", "status", choice == 7 ? 1 : 0x30008, found);
+    require_equal("call with a NULL pointer", "result word", 0xA5A5A5A5, word);
     require_equal("call with a NULL pointer", "changes", 0, world_.state_difference().size());
 }
 

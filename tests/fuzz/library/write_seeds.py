@@ -102,7 +102,7 @@ OPERATIONS = {
     "get_imc": (UP, step("get_imc", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0)),
     "get_imc_cpu": (UP, step("get_imc", 0, 0, 0, 0, 0, 0, 3, 0, 0, 0)),
     "get_imc_other": (UP, step("get_imc", 0, 0, 2, 0, 0, 0, 0, 0, 0, 0)),
-    "get_imc_null": (UP, step("get_imc_without_pointers", 0) + step("get_imc_without_pointers", 2)),
+    "null_pointers": (UP, b"".join(step("call_with_null", number) for number in range(8))),
     "tables_dump": (WITH_RESPONDER + bind() + ODD_ENTRIES, step("tables_dump", 0, 0)),
     "tables_dump_bad_group": (UP, step("tables_dump", 0, 3) + step("tables_dump", 0, 4)),
     "dump_tables": (WITH_RESPONDER + bind(), step("dump_tables", 0, 3)),
