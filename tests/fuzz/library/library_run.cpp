@@ -7,7 +7,7 @@
 namespace olv_fuzz {
 namespace {
 
-constexpr int maximum_steps = 96;
+constexpr int maximum_steps = 48;
 
 /** The tracer's text of a pattern event begins with the tree's name and a word that is the framework's own. */
 std::string without_pattern_word(const std::string &text)
