@@ -18,8 +18,8 @@ constexpr std::size_t shortest_request = olv_fastpath::sender_packet::header_len
 
 } // namespace
 
-sender::sender(const olv_fastpath::listen_address &to, std::uint64_t seed)
-    : socket_(socket(to.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0)), seed_(seed)
+sender::sender(const olv_fastpath::listen_address &to, std::uint64_t seed, std::function<std::uint64_t()> taken)
+    : socket_(socket(to.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0)), seed_(seed), taken_(std::move(taken))
 {
     if (socket_ < 0 || connect(socket_, reinterpret_cast<const sockaddr *>(&to.address), to.length) != 0) {
         throw std::runtime_error("no socket to " + to.text());
@@ -62,10 +62,9 @@ void sender::run()
                 ++sent_;
             }
         }
-        const std::uint64_t before = replies_;
-        for (int tries = 0; tries < 5 && replies_ < before + burst; ++tries) {
+        do {
             receive(1);
-        }
+        } while (!stopping_ && taken_() < sent_);
     }
     receive(100);
 }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <thread>
 
 #include "fastpath/listen_address.hpp"
@@ -16,7 +17,9 @@ namespace olv_soak {
 /** One sender: a socket of its own, a thread of its own. */
 class sender {
   public:
-    sender(const olv_fastpath::listen_address &to, std::uint64_t seed);
+    /** @param taken  How many packets the receiver has taken from its socket: no more than it has room for are
+     *  ever on their way. */
+    sender(const olv_fastpath::listen_address &to, std::uint64_t seed, std::function<std::uint64_t()> taken);
     ~sender();
     sender(const sender &) = delete;
     sender &operator=(const sender &) = delete;
@@ -38,6 +41,7 @@ class sender {
 
     int socket_;
     std::uint64_t seed_;
+    std::function<std::uint64_t()> taken_;
     std::atomic<bool> stopping_{false};
     std::atomic<std::uint64_t> sent_{0};
     std::atomic<std::uint64_t> replies_{0};

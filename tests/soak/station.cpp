@@ -36,7 +36,8 @@ void station::start()
 {
     server_.start();
     for (std::size_t socket = 0; socket <= wandering_; ++socket) {
-        senders_.emplace_back(server_.local_address(socket), random_());
+        senders_.emplace_back(server_.local_address(socket), random_(),
+                              [this, socket] { return server_.statistics(socket).received; });
     }
     worker_ = std::thread{[this] { work(); }};
 }
