@@ -242,5 +242,29 @@ TEST(FaultSweep, SysLogOfAnUnsupportedLevel)
                             unlocks(source, exits(source, operation))}))})});
 }
 
+// Neither calls anything that can fail.
+
+TEST(FaultSweep, MapSysLogOfAnUnsupportedLevel)
+{
+    sweep({.label = "olv_twamp_map_sys_log, level 2",
+           .work =
+               [](bench &b) {
+                   std::uint32_t mapped = 0xDEADBEEF;
+                   const std::uint32_t status = olv_twamp_map_sys_log(b.module, 2, &mapped);
+                   EXPECT_EQ(mapped, 0xDEADBEEFu);
+                   return status;
+               },
+           .steps = join({says("[twamp_log: ERROR] twamp_internal.c:LINE Unsupported log-level in TWAMP!",
+                               error("Unsupported log-level in TWAMP!")),
+                          reports("twamp_internal.c", 15), yields(15)})});
+}
+
+TEST(FaultSweep, ValidModuleHandle)
+{
+    sweep({.label = "olv_twamp_valid_module_handle",
+           .work = [](bench &b) { return olv_twamp_valid_module_handle(b.module); },
+           .steps = yields(1)});
+}
+
 } // namespace
 } // namespace olv_test::sweeping

@@ -164,6 +164,23 @@ TEST(FaultSweep, DumpTables)
            .creations_before = 2});
 }
 
+TEST(FaultSweep, TableEntryDump)
+{
+    olv_ptn pattern{};
+    ASSERT_EQ(olv_ptn_new(24, &pattern), 0u);
+    ASSERT_EQ(olv_ptn_extend(&pattern, 0xABC, 24), 0u);
+    sweep({.label = "olv_twamp_table_entry_dump",
+           .work =
+               [&pattern](bench &) {
+                   const olv_ptn_action not_defined{{1, 0, 0}};
+                   olv_twamp_table_entry_dump(0, &pattern, &not_defined);
+                   return 0u;
+               },
+           .steps = join(
+               {calls(call::olv_ptn_parse, {}, prints("!!Parse Error!!")), prints("0xABC, NOT_DEFINED")})});
+    olv_ptn_free(pattern);
+}
+
 TEST(FaultSweep, ResponderEntryDump)
 {
     olv_ptn pattern{};
