@@ -7,7 +7,7 @@
  * Left out, because the interface leaves it open what happens:
  *  - init of a module without a system record when the message would be logged through that record;
  *  - map_sys_log of an unsupported level with a record that is no initialised module's: it checks no handle,
- * and what such a record's name and level are worth is not said;
+ *    and what such a record's name and level are worth is not said;
  *  - valid_module_handle with a NULL module: its callers have looked;
  *  - texts for a NULL destination, source instance, request of get_imc, result word and module of dump_tables:
  * their statuses are checked, see library_run::call_with_null;
@@ -206,8 +206,9 @@ class library_model {
     std::uint32_t register_functions(model_module &module, registration how, std::uint16_t lli, bool update);
     std::uint32_t create_work(const operation &current, const responder_request *info, int *slot);
     std::uint32_t create_steps(const operation &current, const responder_request &info, int *slot);
-    std::uint32_t learn_responder(const operation &current, std::uint32_t id);
-    std::uint32_t delete_work(const operation &current, std::uint32_t id);
+    std::uint32_t with_responder_key(const operation &current, std::uint32_t id,
+                                     const std::function<std::uint32_t(model_pattern &)> &work);
+    std::uint32_t learn_responder(const operation &current, const model_pattern &pattern);
     std::uint32_t delete_entry(const operation &current, std::uint32_t id, model_pattern &pattern);
     [[nodiscard]] model_bytes state_entry(const operation &current, const responder_request &info);
     std::uint32_t bind_work(const operation &current, const model_bind_info &info, bool binds);

@@ -102,7 +102,8 @@ std::uint32_t library_model::create_steps(const operation &current, const respon
         report(by, severity::error, 0x3002C);
         result = 0x3002C;
     } else {
-        result = learn_responder(current, id);
+        result = with_responder_key(
+            current, id, [&](const model_pattern &pattern) { return learn_responder(current, pattern); });
     }
     if (result != 0) {
         (void)platform.rsrc_free(resources, id);
@@ -131,7 +132,9 @@ model_bytes library_model::state_entry(const operation &current, const responder
     return entry;
 }
 
-std::uint32_t library_model::learn_responder(const operation &current, std::uint32_t id)
+/** Make the pattern of a responder's key, let the work use it, free it. */
+std::uint32_t library_model::with_responder_key(const operation &current, std::uint32_t id,
+                                                const std::function<std::uint32_t(model_pattern &)> &work)
 {
     const speaker by = speaker_of(current);
     model_pattern pattern;
@@ -146,20 +149,26 @@ std::uint32_t library_model::learn_responder(const operation &current, std::uint
         say(by, severity::error, "Failed to add the responder flow ID to the pattern");
         report(by, severity::error, status);
     } else {
-        const std::uint32_t tree = context_of(*current.module).responder_tree;
-        const std::uint32_t code = platform.learn(current.module->rte, tree, pattern, {});
-        if (code != 0) {
-            say(by, severity::error,
-                "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
-                static_cast<int>(tree), code, hyx_status_get(code));
-            report(by, severity::error, 0x30040);
-            status = 0x30040;
-        } else {
-            pattern_line(current, "ptn_learn", true, lookup_tree, pattern, {});
-        }
+        status = work(pattern);
     }
     platform.ptn_free(pattern);
     return status;
+}
+
+std::uint32_t library_model::learn_responder(const operation &current, const model_pattern &pattern)
+{
+    const speaker by = speaker_of(current);
+    const std::uint32_t tree = context_of(*current.module).responder_tree;
+    const std::uint32_t code = platform.learn(current.module->rte, tree, pattern, {});
+    if (code != 0) {
+        say(by, severity::error,
+            "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
+            static_cast<int>(tree), code, hyx_status_get(code));
+        report(by, severity::error, 0x30040);
+        return 0x30040;
+    }
+    pattern_line(current, "ptn_learn", true, lookup_tree, pattern, {});
+    return 0;
 }
 
 std::uint32_t library_model::responder_delete(model_module *module, int responder)
@@ -177,28 +186,8 @@ std::uint32_t library_model::responder_delete(model_module *module, int responde
         return 1;
     }
     const operation current = operation_of(*module, "olv_twamp_responder_delete", file);
-    return framed(current, [&] { return delete_work(current, record.id); });
-}
-
-std::uint32_t library_model::delete_work(const operation &current, std::uint32_t id)
-{
-    const speaker by = speaker_of(current);
-    model_pattern pattern;
-    std::uint32_t status = platform.ptn_new(pattern);
-    if (status != 0) {
-        say(by, severity::error, "Failed to allocate the pattern structure");
-        report(by, severity::error, status);
-        return status;
-    }
-    status = platform.ptn_extend(pattern, id, 24);
-    if (status != 0) {
-        say(by, severity::error, "Failed to add the responder flow ID to the pattern");
-        report(by, severity::error, status);
-    } else {
-        status = delete_entry(current, id, pattern);
-    }
-    platform.ptn_free(pattern);
-    return status;
+    const auto take_out = [&](model_pattern &pattern) { return delete_entry(current, record.id, pattern); };
+    return framed(current, [&] { return with_responder_key(current, record.id, take_out); });
 }
 
 std::uint32_t library_model::delete_entry(const operation &current, std::uint32_t id, model_pattern &pattern)

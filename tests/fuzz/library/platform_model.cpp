@@ -170,40 +170,15 @@ std::uint32_t platform_model::timer(std::uint32_t rte, std::uint64_t &ticks)
 
 std::uint32_t platform_model::state_set(std::uint32_t rte, std::uint32_t id, const model_bytes &bytes)
 {
-    return answer(call::hyx_se_state_set, [&]() -> std::uint32_t {
-        processor *owner = find(rte);
-        if (owner == nullptr) {
-            return olv_sim::rte_invalid_instance;
-        }
-        const auto entry = owner->states.find(id);
-        if (entry == owner->states.end()) {
-            return olv_sim::rte_no_such_state;
-        }
-        if (bytes.size() > entry->second.size()) {
-            return olv_sim::rte_state_length;
-        }
-        std::copy(bytes.begin(), bytes.end(), entry->second.begin());
-        return 0;
-    });
+    return answer_on_state(call::hyx_se_state_set, rte, id, bytes.size(),
+                           [&](model_bytes &entry) { std::copy(bytes.begin(), bytes.end(), entry.begin()); });
 }
 
 std::uint32_t platform_model::state_get(std::uint32_t rte, std::uint32_t id, std::size_t length,
                                         model_bytes &bytes)
 {
-    return answer(call::hyx_se_state_get, [&]() -> std::uint32_t {
-        processor *owner = find(rte);
-        if (owner == nullptr) {
-            return olv_sim::rte_invalid_instance;
-        }
-        const auto entry = owner->states.find(id);
-        if (entry == owner->states.end()) {
-            return olv_sim::rte_no_such_state;
-        }
-        if (length > entry->second.size()) {
-            return olv_sim::rte_state_length;
-        }
-        bytes.assign(entry->second.begin(), entry->second.begin() + static_cast<std::ptrdiff_t>(length));
-        return 0;
+    return answer_on_state(call::hyx_se_state_get, rte, id, length, [&](const model_bytes &entry) {
+        bytes.assign(entry.begin(), entry.begin() + static_cast<std::ptrdiff_t>(length));
     });
 }
 
@@ -246,32 +221,16 @@ std::uint32_t platform_model::ptn_parse(const model_pattern &pattern, std::uint3
 std::uint32_t platform_model::learn(std::uint32_t rte, std::uint32_t tree, const model_pattern &pattern,
                                     const model_entry &entry)
 {
-    return answer(call::hyx_ptn_learn, [&]() -> std::uint32_t {
-        processor *owner = find(rte);
-        if (owner == nullptr) {
-            return olv_sim::rte_invalid_instance;
-        }
-        const auto found = owner->trees.find(tree);
-        if (found == owner->trees.end()) {
-            return olv_sim::rte_no_such_tree;
-        }
-        const bool added = found->second.emplace(model_key{pattern.bits, pattern.value}, entry).second;
+    return answer_on_tree(call::hyx_ptn_learn, rte, tree, [&](model_tree &entries) -> std::uint32_t {
+        const bool added = entries.emplace(model_key{pattern.bits, pattern.value}, entry).second;
         return added ? 0 : std::uint32_t{olv_sim::rte_duplicate_entry};
     });
 }
 
 std::uint32_t platform_model::unlearn(std::uint32_t rte, std::uint32_t tree, const model_pattern &pattern)
 {
-    return answer(call::hyx_ptn_unlearn, [&]() -> std::uint32_t {
-        processor *owner = find(rte);
-        if (owner == nullptr) {
-            return olv_sim::rte_invalid_instance;
-        }
-        const auto found = owner->trees.find(tree);
-        if (found == owner->trees.end()) {
-            return olv_sim::rte_no_such_tree;
-        }
-        const bool removed = found->second.erase(model_key{pattern.bits, pattern.value}) != 0;
+    return answer_on_tree(call::hyx_ptn_unlearn, rte, tree, [&](model_tree &entries) -> std::uint32_t {
+        const bool removed = entries.erase(model_key{pattern.bits, pattern.value}) != 0;
         return removed ? 0 : std::uint32_t{olv_sim::rte_no_such_entry};
     });
 }
@@ -279,16 +238,8 @@ std::uint32_t platform_model::unlearn(std::uint32_t rte, std::uint32_t tree, con
 std::uint32_t platform_model::list(std::uint32_t rte, std::uint32_t tree,
                                    const std::function<void(const model_key &, const model_entry &)> &show)
 {
-    return answer(call::hyx_ptn_list_ptns, [&]() -> std::uint32_t {
-        processor *owner = find(rte);
-        if (owner == nullptr) {
-            return olv_sim::rte_invalid_instance;
-        }
-        const auto found = owner->trees.find(tree);
-        if (found == owner->trees.end()) {
-            return olv_sim::rte_no_such_tree;
-        }
-        for (const auto &[key, entry] : found->second) {
+    return answer_on_tree(call::hyx_ptn_list_ptns, rte, tree, [&](const model_tree &entries) -> std::uint32_t {
+        for (const auto &[key, entry] : entries) {
             show(key, entry);
         }
         return 0;

@@ -133,6 +133,42 @@ class platform_model {
         return code ? *code : work();
     }
 
+    /** The status of a call on a tree: what the work makes of the tree, if it is there. */
+    template <typename Work>
+    std::uint32_t answer_on_tree(call which, std::uint32_t rte, std::uint32_t tree, Work &&work)
+    {
+        return answer(which, [&]() -> std::uint32_t {
+            processor *owner = find(rte);
+            if (owner == nullptr) {
+                return olv_sim::rte_invalid_instance;
+            }
+            const auto found = owner->trees.find(tree);
+            return found == owner->trees.end() ? olv_sim::rte_no_such_tree : work(found->second);
+        });
+    }
+
+    /** The same for a state entry that has so many bytes. */
+    template <typename Work>
+    std::uint32_t answer_on_state(call which, std::uint32_t rte, std::uint32_t id, std::size_t length,
+                                  Work &&work)
+    {
+        return answer(which, [&]() -> std::uint32_t {
+            processor *owner = find(rte);
+            if (owner == nullptr) {
+                return olv_sim::rte_invalid_instance;
+            }
+            const auto entry = owner->states.find(id);
+            if (entry == owner->states.end()) {
+                return olv_sim::rte_no_such_state;
+            }
+            if (length > entry->second.size()) {
+                return olv_sim::rte_state_length;
+            }
+            work(entry->second);
+            return 0;
+        });
+    }
+
     std::uint32_t last_block_ = no_block;
 };
 
