@@ -42,7 +42,7 @@ class flood {
 
     client sender_;
     std::atomic<bool> stopping_{false};
-    std::atomic<std::uint64_t> sent_{0};
+    std::atomic<std::uint32_t> sent_{0};
     std::thread thread_;
 };
 
