@@ -17,14 +17,15 @@
 
 #include "fastpath/reflector.hpp"
 #include "hyx.h"
+#include "program_names.hpp"
 
 namespace olv_fastpath_test {
 
 using namespace olv_fastpath;
 using bytes = std::vector<std::uint8_t>;
 
-inline constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
-inline constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
+using olv_test::bind_tree;
+using olv_test::responder_tree;
 
 struct responder_settings {
     std::uint32_t creation_count = 1;

@@ -6,8 +6,10 @@
  *
  *     path stats_get()
  *     {
- *         return framed(source, "olv_twamp_global_stats_get",
- *                       join({calls(call::hyx_se_state_get).or_else(join({refused(...), leave})), leave}));
+ *         const path last = unlocks("twamp.c", exits("twamp.c", "olv_twamp_global_stats_get"));
+ *         return join({enters("twamp.c", "olv_twamp_global_stats_get"),
+ *                      locks("twamp.c", join({calls(call::hyx_se_state_get, {}, join({fails(...), last})),
+ * last}))});
  *     }
  *     TEST(FaultSweep, GlobalStatsGet) { sweep({.label = ..., .work = ..., .steps = stats_get()}); }
  *
@@ -53,9 +55,6 @@ struct step {
     std::optional<trace> traced{};
     effect then{};               ///< A call's when it succeeds.
     std::optional<path> else_{}; ///< The rest of the operation when the call fails; nothing: it goes on.
-
-    /** The rest of the operation when this call fails. */
-    step or_else(path rest) &&;
 };
 
 [[nodiscard]] path join(std::initializer_list<path> parts);
@@ -74,7 +73,7 @@ struct step {
 /** No call: something changes by the way. */
 [[nodiscard]] path changes(effect what);
 
-// What operations share. `source` is a file name as printed, `status` a number as written in "{status ...}".
+// What operations share. `source` is a file name as printed.
 
 /** An error, the text of a status, and that status as the result. */
 [[nodiscard]] path fails(const std::string &source, const std::string &text, const std::string &format,
@@ -107,8 +106,8 @@ struct subject {
     remains before{}; ///< What the starting state holds.
     std::uint32_t creations_before = 0;
     std::uint32_t watched_state = 1; ///< Namespace ID of the state entry in outcome::state.
-    bool every_level = true;         ///< Sweep with closed log words and without a system record too.
-    bool without_system = true;
+    bool every_level = true;         ///< Sweep at other log words too. Not where the work changes them.
+    bool without_system = true;      ///< Sweep without a system record too. Not where the work needs one.
     std::function<void(bench &, const outcome &)> afterwards{}; ///< What is particular to it.
 };
 

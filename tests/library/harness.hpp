@@ -29,15 +29,11 @@
 #include "olv.h"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
+#include "program_names.hpp"
 #include "source_lines.hpp"
 #include "time_of_day.hpp"
 
 namespace olv_test {
-
-inline constexpr const char *responder_namespace = "twamp_responder";
-inline constexpr const char *session_namespace = "twamp_reflector_session";
-inline constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
-inline constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
 
 /** Log word that lets every console line through: level 15, function, pattern and state lines. */
 inline constexpr std::uint32_t everything = 0xDF;

@@ -119,7 +119,7 @@ void site::expect_exact_totals() const
     for (std::uint32_t index = 0; index < staying_responders; ++index) {
         olv_twamp_responder_stats stats{};
         EXPECT_EQ(olv_twamp_responder_stats_get(module(0), staying(index), &stats), 0u);
-        const tally &seen = of_staying(index);
+        const tally &seen = staying_tally_[index];
         EXPECT_GT(stats.transmitted, 0u);
         EXPECT_EQ(stats.received, seen.received);
         EXPECT_EQ(stats.transmitted, seen.transmitted);

@@ -8,19 +8,19 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <thread>
 #include <vector>
 
 #include "fastpath/reflector.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
+#include "program_names.hpp"
 
 namespace olv_races {
 
-inline constexpr const char *responder_namespace = "twamp_responder";
-inline constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
-inline constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
+using olv_test::bind_tree;
+using olv_test::responder_namespace;
+using olv_test::responder_tree;
 
 /** What became of packets, by the counters' names. */
 struct tally {
@@ -32,11 +32,7 @@ struct tally {
     std::uint32_t sessions = 0; ///< Refused for want of a session.
 
     void add(olv_fastpath::outcome result);
-    bool operator==(const tally &) const = default;
 };
-
-/** Work that its thread repeats until the site's worker has reflected what it has to. */
-using repeated_work = std::function<void(std::uint32_t round)>;
 
 class site {
   public:
@@ -61,12 +57,8 @@ class site {
     [[nodiscard]] bool running() const { return running_; }
     void wait();
 
-    /** What the worker saw, of all and of the responders that stay. Once it is done. */
-    [[nodiscard]] const tally &all() const { return all_; }
-    [[nodiscard]] const tally &of_staying(std::size_t index) const { return staying_tally_.at(index); }
-
-    /** Fails the test unless the module's counters are what the worker saw, and nothing but what stays is
-     * left.*/
+    /** Fails the test unless the counters of the module and of the responders that stay are what the worker
+     * saw, and nothing but what stays is left. Once the worker is done. */
     void expect_exact_totals() const;
 
   private:
@@ -78,7 +70,7 @@ class site {
     std::vector<twamp_responder_handle *> staying_;
     std::thread worker_;
     std::atomic<bool> running_{false};
-    tally all_;
+    tally all_; ///< What the worker saw.
     std::vector<tally> staying_tally_;
 };
 

@@ -7,7 +7,6 @@
 #define OLV_TWAMP_SOAK_CONTROL_HPP
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <random>
 #include <set>
@@ -17,12 +16,13 @@
 
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
+#include "program_names.hpp"
 
 namespace olv_soak {
 
-inline constexpr const char *responder_namespace = "twamp_responder";
-inline constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
-inline constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
+using olv_test::bind_tree;
+using olv_test::responder_namespace;
+using olv_test::responder_tree;
 
 /** Something is not as it must be. */
 class wrong : public std::runtime_error {
@@ -53,7 +53,6 @@ class control {
     /** Read the staying responders' counters, delete everything, go down, without faults. @throw wrong */
     void finish();
 
-    [[nodiscard]] olv_module_handle *module() const { return module_; }
     [[nodiscard]] std::uint64_t operations() const { return operations_; }
     [[nodiscard]] std::uint64_t failures() const { return failures_; } ///< Operations that returned a failure.
     [[nodiscard]] const std::map<std::uint32_t, std::uint64_t> &statuses() const { return statuses_; }

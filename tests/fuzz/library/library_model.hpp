@@ -206,6 +206,8 @@ class library_model {
     std::uint32_t register_functions(model_module &module, registration how, std::uint16_t lli, bool update);
     std::uint32_t create_work(const operation &current, const responder_request *info, int *slot);
     std::uint32_t create_steps(const operation &current, const responder_request &info, int *slot);
+    /** Whether the handles of deletion and statistics are usable; says so where they are not. */
+    bool accepts(const model_module *module, int responder);
     std::uint32_t with_responder_key(const operation &current, std::uint32_t id,
                                      const std::function<std::uint32_t(model_pattern &)> &work);
     std::uint32_t learn_responder(const operation &current, const model_pattern &pattern);

@@ -171,20 +171,28 @@ std::uint32_t library_model::learn_responder(const operation &current, const mod
     return 0;
 }
 
-std::uint32_t library_model::responder_delete(model_module *module, int responder)
+bool library_model::accepts(const model_module *module, int responder)
 {
-    if (!usable(module)) {
-        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", address_of(module));
-        say_unknown(file, "Failed to delete Responder Handle");
-        return 1;
-    }
     const model_responder none;
     const model_responder &record = responder < 0 ? none : responders.at(static_cast<std::size_t>(responder));
-    if (record.magic != responder_magic) {
+    if (usable(module) && record.magic == responder_magic) {
+        return true;
+    }
+    if (usable(module)) {
         say_unknown(file, "Invalid TWAMP Responder handle 0x%08x\n", record.address);
-        say_unknown(file, "Failed to delete Responder Handle");
+    } else {
+        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", address_of(module));
+    }
+    say_unknown(file, "Failed to delete Responder Handle");
+    return false;
+}
+
+std::uint32_t library_model::responder_delete(model_module *module, int responder)
+{
+    if (!accepts(module, responder)) {
         return 1;
     }
+    const model_responder &record = responders.at(static_cast<std::size_t>(responder));
     const operation current = operation_of(*module, "olv_twamp_responder_delete", file);
     const auto take_out = [&](model_pattern &pattern) { return delete_entry(current, record.id, pattern); };
     return framed(current, [&] { return with_responder_key(current, record.id, take_out); });
@@ -224,18 +232,10 @@ std::uint32_t library_model::delete_entry(const operation &current, std::uint32_
 std::uint32_t library_model::responder_stats_get(model_module *module, int responder,
                                                  std::array<std::uint32_t, 5> *stats)
 {
-    if (!usable(module)) {
-        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", address_of(module));
-        say_unknown(file, "Failed to delete Responder Handle");
+    if (!accepts(module, responder)) {
         return 1;
     }
-    const model_responder none;
-    const model_responder &record = responder < 0 ? none : responders.at(static_cast<std::size_t>(responder));
-    if (record.magic != responder_magic) {
-        say_unknown(file, "Invalid TWAMP Responder handle 0x%08x\n", record.address);
-        say_unknown(file, "Failed to delete Responder Handle");
-        return 1;
-    }
+    const model_responder &record = responders.at(static_cast<std::size_t>(responder));
     const operation current = operation_of(*module, "olv_twamp_responder_stats_get", file);
     return framed(current, [&] {
         const speaker by = speaker_of(current);

@@ -6,6 +6,7 @@
 #define OLV_FUZZ_LIBRARY_RUN_HPP
 
 #include <functional>
+#include <span>
 #include <vector>
 
 #include "byte_source.hpp"
@@ -55,6 +56,8 @@ class library_run {
     void set_log_words();
     void set_module_magic();
     void set_context_magic();
+    void set_responder_word(std::span<const std::uint32_t> values, std::uint32_t twamp_responder_handle::*real,
+                            std::uint32_t model_responder::*expected);
     void set_responder_magic();
     void set_responder_id();
     void free_responder();

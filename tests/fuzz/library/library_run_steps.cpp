@@ -270,26 +270,28 @@ void library_run::set_context_magic()
     }
 }
 
+void library_run::set_responder_word(std::span<const std::uint32_t> values,
+                                     std::uint32_t twamp_responder_handle::*real,
+                                     std::uint32_t model_responder::*expected)
+{
+    const responder_pair responder = any_responder();
+    const std::uint32_t value = input_.pick(values);
+    if (responder.real != nullptr) {
+        responder.real->*real = value;
+        world_.model->responders[static_cast<std::size_t>(responder.model)].*expected = value;
+    }
+}
+
 void library_run::set_responder_magic()
 {
     static constexpr std::array<std::uint32_t, 3> magics{responder_magic, 0, 0x78563421};
-    const responder_pair responder = any_responder();
-    const std::uint32_t magic = input_.pick(magics);
-    if (responder.real != nullptr) {
-        responder.real->magic = magic;
-        world_.model->responders[static_cast<std::size_t>(responder.model)].magic = magic;
-    }
+    set_responder_word(magics, &twamp_responder_handle::magic, &model_responder::magic);
 }
 
 void library_run::set_responder_id()
 {
     static constexpr std::array<std::uint32_t, 6> ids{1, 2, 3, 0, 0x01000001, global_statistics};
-    const responder_pair responder = any_responder();
-    const std::uint32_t id = input_.pick(ids);
-    if (responder.real != nullptr) {
-        responder.real->responder_id = id;
-        world_.model->responders[static_cast<std::size_t>(responder.model)].id = id;
-    }
+    set_responder_word(ids, &twamp_responder_handle::responder_id, &model_responder::id);
 }
 
 /** The caller may give a record back; the block stays readable, so that a stale handle is refused or taken by

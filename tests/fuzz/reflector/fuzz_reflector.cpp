@@ -11,6 +11,7 @@
 #include "byte_source.hpp"
 #include "difference.hpp"
 #include "olv_twamp.h"
+#include "program_names.hpp"
 #include "reflector_expectation.hpp"
 #include "target.hpp"
 #include "time_of_day.hpp"
@@ -19,6 +20,8 @@ namespace {
 
 using olv_fastpath::outcome;
 using olv_fuzz::report_difference;
+using olv_test::bind_tree;
+using olv_test::responder_tree;
 
 constexpr std::uint32_t responder_capacity = 5;
 constexpr std::uint32_t global_statistics = 0x7008C1;
@@ -26,8 +29,6 @@ constexpr int maximum_steps = 200;
 constexpr std::int64_t day_seconds = 1000000000;
 constexpr std::uint64_t day_units = ((day_seconds + 2208988800ull) << 32) & UINT64_MAX;
 constexpr std::uint8_t old_byte = 0xAA;
-constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
-constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
 
 olv_fuzz::reflector_constants &constants()
 {
