@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-./scripts/install-packages.sh coverage
+./scripts/install-packages.sh test coverage
 
 echo '== Configuring and building'
 cmake --preset coverage

@@ -1,27 +1,34 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing need, as far as they are missing.
-#   scripts/install-packages.sh            compiler, build tools, test and command-line libraries
-#   scripts/install-packages.sh lint       also the second compiler and the linters
-#   scripts/install-packages.sh fuzz       also the compilers and run-time libraries of the fuzzers
-#   scripts/install-packages.sh package    also what makes and checks packages
-#   scripts/install-packages.sh cross      also the cross compilers, the emulator and GoogleTest's sources
-#   scripts/install-packages.sh coverage   also what reports coverage
+#   scripts/install-packages.sh            compiler, build tools, the libraries of the programs and of the tests
+#   scripts/install-packages.sh SET...     also what these sets name:
+#     test       the tools that tests run
+#     docs       what makes the API reference
+#     lint       the second compiler and the linters
+#     fuzz       the compilers and run-time libraries of the fuzzers
+#     package    what makes and checks packages
+#     cross      the cross compilers, the emulator and GoogleTest's sources
+#     coverage   what reports coverage
 set -euo pipefail
 
-packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev abigail-tools python3
-  python3-pyelftools)
-case "${1:-}" in
-  '') ;;
-  lint) packages+=(clang-14 clang-format-14 clang-tidy-14 git libclang-rt-14-dev shellcheck) ;;
-  fuzz) packages+=(afl++ clang-14 libclang-rt-14-dev llvm-14) ;;
-  package) packages+=(dpkg-dev file git pkgconf) ;;
-  cross) packages+=(g++-arm-linux-gnueabihf g++-powerpc-linux-gnu googletest qemu-user) ;;
-  coverage) packages+=(gcovr) ;;
-  *)
-    echo "install-packages: unknown argument '$1'; there are 'lint', 'fuzz', 'package', 'cross', 'coverage' or none" >&2
-    exit 2
-    ;;
-esac
+packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev libedit-dev
+  liblttng-ust-dev nlohmann-json3-dev prometheus-cpp-dev abigail-tools python3 python3-pyelftools)
+for set in "$@"; do
+  case $set in
+    test) packages+=(babeltrace2 bash-completion gnuplot-nox lttng-tools mandoc python3-pexpect python3-pyte
+      python3-scapy tshark) ;;
+    docs) packages+=(doxygen) ;;
+    lint) packages+=(clang-14 clang-format-14 clang-tidy-14 git libclang-rt-14-dev shellcheck) ;;
+    fuzz) packages+=(afl++ clang-14 libclang-rt-14-dev llvm-14) ;;
+    package) packages+=(dpkg-dev file git pkgconf) ;;
+    cross) packages+=(g++-arm-linux-gnueabihf g++-powerpc-linux-gnu googletest qemu-user) ;;
+    coverage) packages+=(gcovr) ;;
+    *)
+      echo "install-packages: unknown set '$set'; there are test, docs, lint, fuzz, package, cross, coverage" >&2
+      exit 2
+      ;;
+  esac
+done
 
 missing=()
 for package in "${packages[@]}"; do

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-./scripts/install-packages.sh
+./scripts/install-packages.sh test
 
 ./scripts/test-presets.sh dev asan
 

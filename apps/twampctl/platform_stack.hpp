@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "fastpath/udp_server.hpp"
+#include "figures.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
 #include "run_options.hpp"
@@ -27,18 +28,6 @@ inline constexpr std::uint32_t bind_key_ipv6 = 6;
 class step_failure : public std::runtime_error {
   public:
     step_failure(const olv_sim::framework &framework, const std::string &what, std::uint32_t status);
-};
-
-/** What is in use on the platform. */
-struct platform_usage {
-    std::size_t blocks;
-    std::size_t responder_ids;
-    std::size_t responder_entries;
-    std::size_t bind_entries;
-    std::size_t patterns;
-    std::size_t violations;
-
-    [[nodiscard]] bool is_empty() const;
 };
 
 /**
