@@ -230,11 +230,16 @@ bool reflector::is_idle(const session &entry, std::uint64_t now) const
     return now > entry.last_arrival && now - entry.last_arrival >= refwait_ticks_;
 }
 
-void reflector::end_session(session &entry)
+bool reflector::is_current(const session &entry) const
 {
     const olv_sim::state_words responder = processor_.state(entry.key.responder_id);
-    if (responder.size() >= responder_words && creation_of(responder) == entry.creation) {
-        count_down(responder, responder_word::active_sessions);
+    return responder.size() >= responder_words && creation_of(responder) == entry.creation;
+}
+
+void reflector::end_session(session &entry)
+{
+    if (is_current(entry)) {
+        count_down(processor_.state(entry.key.responder_id), responder_word::active_sessions);
     }
     sessions_.remove(entry);
 }
@@ -254,14 +259,17 @@ void reflector::forget_stale_sessions(std::uint32_t slots)
 {
     for (; slots > 0; --slots) {
         session *visited = sessions_.next_slot();
-        if (visited == nullptr) {
-            continue;
-        }
-        const olv_sim::state_words responder = processor_.state(visited->key.responder_id);
-        if (responder.size() < responder_words || creation_of(responder) != visited->creation) {
+        if (visited != nullptr && !is_current(*visited)) {
             sessions_.remove(*visited);
         }
     }
+}
+
+std::vector<session> reflector::sessions_at(std::uint64_t now) const
+{
+    std::vector<session> live = sessions_.all();
+    std::erase_if(live, [&](const session &entry) { return is_idle(entry, now) || !is_current(entry); });
+    return live;
 }
 
 ntp_time reflector::time_at(olv_sim::state_words responder, std::uint64_t ticks) const

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "fastpath/session_table.hpp"
 #include "fastpath/twamp_wire.hpp"
@@ -118,6 +119,8 @@ class reflector {
 
     /** Sessions in the table, those that are over and not yet found to be included. */
     [[nodiscard]] std::uint32_t sessions() const { return sessions_.size(); }
+    /** Copies of the sessions that are not over at this instant, the longest idle one first. */
+    [[nodiscard]] std::vector<session> sessions_at(std::uint64_t now) const;
     [[nodiscard]] const olv_sim::processor &processor() const { return processor_; }
 
   private:
@@ -129,6 +132,8 @@ class reflector {
     outcome begin_session(const session_key &key, const responder_creation &creation, std::uint64_t arrival,
                           olv_sim::state_words responder, session **entry);
     [[nodiscard]] bool is_idle(const session &entry, std::uint64_t now) const;
+    /** Whether its responder has not been deleted or created anew. */
+    [[nodiscard]] bool is_current(const session &entry) const;
     void end_session(session &entry);
     void end_idle_sessions(std::uint64_t now, std::uint32_t limit);
     void forget_stale_sessions(std::uint32_t slots);

@@ -104,6 +104,16 @@ void session_table::remove(session &entry)
     --size_;
 }
 
+std::vector<session> session_table::all() const
+{
+    std::vector<session> copies;
+    copies.reserve(size_);
+    for (std::uint32_t index = oldest_; index != none; index = slots_[index].younger) {
+        copies.push_back(slots_[index].entry);
+    }
+    return copies;
+}
+
 session *session_table::oldest()
 {
     return oldest_ == none ? nullptr : &slots_[oldest_].entry;

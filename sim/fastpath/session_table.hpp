@@ -57,6 +57,8 @@ class session_table {
     void touch(session &entry, std::uint64_t arrival);
     void remove(session &entry);
 
+    /** Copies of all sessions, the one that has gone without a packet for longest first. */
+    [[nodiscard]] std::vector<session> all() const;
     /** The session that has gone without a packet for longest; NULL when the table is empty. */
     [[nodiscard]] session *oldest();
     /** Go round all slots, one a call. @return NULL where the slot is free. */

@@ -232,6 +232,12 @@ udp_statistics udp_server::statistics(std::size_t index) const
     return open_at(index).counters;
 }
 
+std::vector<session> udp_server::sessions() const
+{
+    const std::lock_guard lock{mutex_};
+    return reflector_.sessions_at(reflector_.processor().timer_now());
+}
+
 void udp_server::run()
 {
     while (!stopping_) {

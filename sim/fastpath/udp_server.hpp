@@ -103,6 +103,8 @@ class udp_server {
     /** Of all sockets, removed ones included. */
     [[nodiscard]] udp_statistics statistics() const;
     [[nodiscard]] udp_statistics statistics(std::size_t index) const;
+    /** The reflector's sessions at this instant, the longest idle one first; while the thread runs, too. */
+    [[nodiscard]] std::vector<session> sessions() const;
 
   private:
     /** A mutex that whoever waits for it gets next, however soon its holder wants it again. */

@@ -263,6 +263,28 @@ TEST_F(session_test, sessions_of_deleted_responders_do_not_keep_the_table_full)
     EXPECT_EQ(counters().active, 1u);
 }
 
+TEST_F(session_test, list_holds_neither_idle_sessions_nor_those_of_deleted_responders)
+{
+    use_options({.refwait_seconds = 10});
+    define_usual_path();
+    define_responder(8);
+    (void)send(1);
+    (void)send(2);
+    (void)send(3, first_sender, {8, bind_key});
+    processor_.set_timer(start_ticks + ticks_of(9));
+    (void)send(2);
+    (void)send(1);
+    (void)send(2);
+    delete_responder(8);
+    const std::vector<session> now = subject().sessions_at(start_ticks + ticks_of(9));
+    ASSERT_EQ(now.size(), 2u); // the longest idle one first
+    EXPECT_EQ(now[0].key.sender_port, 1);
+    EXPECT_EQ(now[0].next_sequence_number, 2u);
+    EXPECT_EQ(now[1].key.sender_port, 2);
+    EXPECT_EQ(now[1].next_sequence_number, 3u);
+    EXPECT_TRUE(subject().sessions_at(start_ticks + ticks_of(19)).empty());
+}
+
 TEST_F(session_test, packet_that_arrived_before_the_last_one_keeps_its_session)
 {
     use_options({.refwait_seconds = 0});

@@ -50,6 +50,10 @@ TEST_F(udp_server_test, replies_over_ipv4)
     EXPECT_EQ(reply.from, server_.local_address(index).text());
     EXPECT_TRUE(eventually([&] { return server_.statistics().sent == 1; }));
     EXPECT_EQ(server_.statistics().received, 1u);
+    const std::vector<session> sessions = server_.sessions();
+    ASSERT_EQ(sessions.size(), 1u);
+    EXPECT_EQ(sessions[0].key.sender_port, sender.local_address().port());
+    EXPECT_EQ(sessions[0].next_sequence_number, 1u);
 }
 
 TEST_F(udp_server_test, replies_over_ipv6)
