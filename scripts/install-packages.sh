@@ -12,7 +12,7 @@
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev libedit-dev
-  liblttng-ust-dev nlohmann-json3-dev prometheus-cpp-dev abigail-tools python3 python3-pyelftools)
+  liblttng-ust-dev nlohmann-json3-dev pkgconf prometheus-cpp-dev abigail-tools python3 python3-pyelftools)
 for set in "$@"; do
   case $set in
     test) packages+=(babeltrace2 bash-completion gnuplot-nox lttng-tools mandoc python3-pexpect python3-pyte
@@ -20,7 +20,7 @@ for set in "$@"; do
     docs) packages+=(doxygen) ;;
     lint) packages+=(clang-14 clang-format-14 clang-tidy-14 git libclang-rt-14-dev shellcheck) ;;
     fuzz) packages+=(afl++ clang-14 libclang-rt-14-dev llvm-14) ;;
-    package) packages+=(dpkg-dev file git pkgconf) ;;
+    package) packages+=(dpkg-dev file git) ;;
     cross) packages+=(g++-arm-linux-gnueabihf g++-powerpc-linux-gnu googletest qemu-user) ;;
     coverage) packages+=(gcovr) ;;
     *)

@@ -63,4 +63,14 @@ bool signal_watch::wait(std::optional<std::chrono::nanoseconds> limit) const
     }
 }
 
+int signal_watch::take() const
+{
+    int last = 0;
+    signalfd_siginfo signal{};
+    while (read(descriptor_, &signal, sizeof signal) == sizeof signal) {
+        last = static_cast<int>(signal.ssi_signo);
+    }
+    return last;
+}
+
 } // namespace olv_apps

@@ -23,6 +23,10 @@ class signal_watch {
     [[nodiscard]] int descriptor() const { return descriptor_; }
     /** Wait for a signal, without a limit or for this long. @return Whether one came. */
     [[nodiscard]] bool wait(std::optional<std::chrono::nanoseconds> limit) const;
+    /** Whether one has come. */
+    [[nodiscard]] bool arrived() const { return wait(std::chrono::nanoseconds::zero()); }
+    /** Forget the signals that have come. @return The last one's number; 0 when none had. */
+    int take() const;
 
   private:
     int descriptor_;

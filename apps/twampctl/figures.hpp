@@ -29,6 +29,9 @@ struct platform_usage {
     [[nodiscard]] bool is_empty() const;
 };
 
+/** "0 blocks, 0 responder IDs, ...". */
+[[nodiscard]] std::string text_of(const platform_usage &usage);
+
 struct responder_figures {
     std::string name;
     std::uint32_t id = 0;

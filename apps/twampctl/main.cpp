@@ -1,61 +1,92 @@
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include "command_line.hpp"
-#include "platform_stack.hpp"
+#include "command_tree.hpp"
+#include "interpreter.hpp"
+#include "progress.hpp"
+#include "run.hpp"
 #include "run_options.hpp"
-#include "signal_watch.hpp"
-#include "trace_output.hpp"
+#include "shell.hpp"
+#include "testbed.hpp"
 
 namespace twampctl {
 namespace {
 
-/** @return Whether the signal or the end of the duration found everything in order. */
-bool serve(platform_stack &stack, const run_options &options, const olv_apps::signal_watch &signals)
+int run_from(int argc, char **argv)
+{
+    run_options options;
+    const std::optional<int> early = read_options(argc, argv, options);
+    return early ? *early : run(options);
+}
+
+/** What may come next, a line each, for the completion of the system's shell. */
+int print_completions(const std::vector<std::string> &words)
+{
+    const olv_apps::signal_watch signals;
+    testbed bed{signals, command_source::command_line};
+    for (const std::string &each : command_tree{bed}.completions(words)) {
+        std::printf("%s\n", each.c_str());
+    }
+    return olv_apps::exit_good;
+}
+
+command_source source_of(const std::string &first_word)
+{
+    return first_word == "shell"    ? command_source::shell
+           : first_word == "script" ? command_source::script
+                                    : command_source::command_line;
+}
+
+/** @return The status to exit with, should everything be taken down well. */
+int run_words(testbed &bed, const std::vector<std::string> &words)
 {
     try {
-        stack.initialise();
-        stack.create_responders();
-        stack.bind();
-        stack.listen();
-        std::printf(signals.wait(options.duration) ? "stopped by a signal\n" : "end of the duration\n");
-        stack.stop_listening();
-        stack.print_statistics();
-        if (options.tables) {
-            stack.print_tables();
+        if (bed.source() == command_source::shell && words.size() == 1) {
+            return run_shell(bed) ? olv_apps::exit_good : olv_apps::exit_failed;
         }
-        if (options.imc) {
-            stack.print_imc();
-        }
-        return true;
+        run_chain(bed, words);
+        return olv_apps::exit_good;
+    } catch (const usage_error &error) {
+        olv_apps::report_error(program_name, "%s", error.what());
+        return olv_apps::exit_usage;
     } catch (const std::exception &error) {
         olv_apps::report_error(program_name, "%s", error.what());
-        return false;
+        return olv_apps::exit_failed;
     }
 }
 
-/** @return Whether nothing is left. */
-bool print_left_behind(const platform_usage &usage)
+int run_commands(const std::vector<std::string> &words)
 {
-    std::printf("left behind: %zu blocks, %zu responder IDs, %zu responder entries, %zu bind entries, "
-                "%zu patterns, %zu violations\n",
-                usage.blocks, usage.responder_ids, usage.responder_entries, usage.bind_entries, usage.patterns,
-                usage.violations);
-    if (!usage.is_empty()) {
-        olv_apps::report_error(program_name, "something was left behind");
+    const olv_apps::signal_watch signals; // before the fast path's threads
+    testbed bed{signals, source_of(words.front())};
+    const int status = run_words(bed, words);
+    if (bed.source() != command_source::shell) {
+        say_to(nullptr); // the end of the program undoes everything; only failures are news
     }
-    return usage.is_empty();
+    const bool clean = bed.tear_down();
+    return status == olv_apps::exit_good && !clean ? olv_apps::exit_failed : status;
 }
 
-int run(const run_options &options)
+int dispatch(int argc, char **argv)
 {
-    const olv_apps::signal_watch signals; // before the fast path's thread
-    const trace_output trace{options.trace_file};
-    platform_stack stack{options};
-    const bool served = serve(stack, options, signals);
-    const bool torn_down = stack.tear_down();
-    const bool clean = print_left_behind(stack.usage());
-    return served && torn_down && clean ? olv_apps::exit_good : olv_apps::exit_failed;
+    const std::vector<std::string> words{argv + 1, argv + argc};
+    if (words.empty()) {
+        return run_commands({"help"}) == olv_apps::exit_good ? olv_apps::exit_usage : olv_apps::exit_failed;
+    }
+    if (words.front() == "--version") {
+        std::printf("%s %s\n", program_name, OLV_TWAMP_VERSION);
+        return olv_apps::exit_good;
+    }
+    if (words.front() == "run") {
+        return run_from(argc, argv);
+    }
+    if (words.front() == "--complete") {
+        return print_completions({words.begin() + 1, words.end()});
+    }
+    return run_commands(words);
 }
 
 } // namespace
@@ -67,9 +98,7 @@ int main(int argc, char **argv)
     (void)std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     int status = olv_apps::exit_failed;
     try {
-        twampctl::run_options options;
-        const std::optional<int> early = twampctl::read_options(argc, argv, options);
-        status = early ? *early : twampctl::run(options);
+        status = twampctl::dispatch(argc, argv);
     } catch (const std::exception &error) {
         olv_apps::report_error(twampctl::program_name, "%s", error.what());
     }

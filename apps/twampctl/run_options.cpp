@@ -30,10 +30,10 @@ constexpr const char *examples = "Examples:\n"
                                  "  twampctl run --listen 0.0.0.0:862 --allow 192.0.2.0/24 --min-request 41 "
                                  "--rate 1000";
 
-const std::map<std::string, run_step> steps = {
-    {"bind", run_step::bind},     {"create", run_step::create},    {"statistics", run_step::statistics},
-    {"tables", run_step::tables}, {"imc", run_step::imc},          {"unbind", run_step::unbind},
-    {"delete", run_step::remove}, {"shutdown", run_step::shutdown}};
+const std::map<std::string, step> steps = {
+    {"bind", step::bind},     {"create", step::create},    {"statistics", step::statistics},
+    {"tables", step::tables}, {"imc", step::imc},          {"unbind", step::unbind},
+    {"delete", step::remove}, {"shutdown", step::shutdown}};
 
 const std::map<std::string, olv_fastpath::stamp_mode> stamp_modes = {
     {"stateful", olv_fastpath::stamp_mode::stateful}, {"stateless", olv_fastpath::stamp_mode::stateless}};

@@ -12,13 +12,11 @@
 #include <vector>
 
 #include "fastpath/udp_server.hpp"
+#include "step.hpp"
 
 namespace twampctl {
 
 inline constexpr const char *program_name = "twampctl";
-
-/** What a run does with the library, as far as its log level can be raised for it alone. */
-enum class run_step : std::uint8_t { bind, create, statistics, tables, imc, unbind, remove, shutdown };
 
 struct run_options {
     std::vector<olv_fastpath::listen_address> addresses;
@@ -28,7 +26,7 @@ struct run_options {
     bool tables = false;
     bool imc = false;
     std::optional<std::uint32_t> log_level;
-    std::optional<run_step> verbose_step;
+    std::optional<step> verbose_step;
     std::string trace_file;                ///< Empty: no trace; "-": standard error.
     std::optional<std::uint32_t> sessions; ///< Of each responder; nothing: what the module writes.
     olv_fastpath::reflector_options reflector;

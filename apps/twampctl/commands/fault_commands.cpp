@@ -1,0 +1,199 @@
+// Platform calls: faults and the record.
+#include <cinttypes>
+#include <cstdio>
+
+#include "choices.hpp"
+#include "command_tree.hpp"
+#include "commands/commands.hpp"
+#include "progress.hpp"
+
+namespace twampctl {
+namespace {
+
+using olv_sim::fault;
+
+struct fault_options {
+    std::string call;
+    std::optional<std::uint32_t> code;
+    std::uint32_t skip = 0;
+    std::uint32_t count = 1;
+    bool forever = false;
+
+    [[nodiscard]] fault plan(std::uint32_t usual_code) const
+    {
+        return {.code = code.value_or(usual_code), .skip = skip, .count = forever ? fault::forever : count};
+    }
+};
+
+/** The code that a call fails with when none is given: of the interface that it belongs to. */
+std::uint32_t usual_code(olv_sim::call which)
+{
+    return olv_sim::call_name(which).substr(0, 4) == "hyx_" ? std::uint32_t{olv_sim::rte_injected}
+                                                            : std::uint32_t{olv_sim::framework_injected};
+}
+
+std::vector<std::string> failing_calls()
+{
+    std::vector<std::string> names;
+    for (std::size_t index = 0; index < olv_sim::call_count; ++index) {
+        const auto which = static_cast<olv_sim::call>(index);
+        if (olv_sim::can_fail(which)) {
+            names.emplace_back(olv_sim::call_name(which));
+        }
+    }
+    return names;
+}
+
+std::string course_of(const fault &plan)
+{
+    std::string text = plan.count == fault::forever ? "fails from call " + std::to_string(plan.skip + 1) + " on"
+                       : plan.count == 1            ? "fails at call " + std::to_string(plan.skip + 1)
+                                         : "fails at calls " + std::to_string(plan.skip + 1) + " to " +
+                                               std::to_string(plan.skip + plan.count);
+    std::array<char, 32> code{};
+    (void)std::snprintf(code.data(), code.size(), " with 0x%X", plan.code); // fits
+    return text + code.data();
+}
+
+void set_fault(const fault_options &options)
+{
+    const olv_sim::call which = olv_sim::call_by_name(options.call).value(); // the option takes no other name
+    const fault plan = options.plan(usual_code(which));
+    if (plan.code == 0) {
+        throw usage_error("fault set: code 0 is success; give another one with --code");
+    }
+    (void)olv_sim::faults::set(which, plan); // it can fail
+    say("%s %s", options.call.c_str(), course_of(plan).c_str());
+}
+
+void list_faults()
+{
+    std::size_t listed = 0;
+    for (const std::string &name : failing_calls()) {
+        const olv_sim::call which = olv_sim::call_by_name(name).value();
+        if (const std::optional<fault> plan = olv_sim::faults::planned(which)) {
+            std::printf("%s %s; fired %u times\n", name.c_str(), course_of(*plan).c_str(),
+                        olv_sim::faults::hits(which));
+            ++listed;
+        }
+    }
+    if (olv_sim::faults::calls_of_any() != 0 || olv_sim::faults::hits_of_any() != 0) {
+        std::printf("any call: %u counted, fired %u times\n", olv_sim::faults::calls_of_any(),
+                    olv_sim::faults::hits_of_any());
+        ++listed;
+    }
+    if (listed == 0) {
+        std::printf("no faults\n");
+    }
+}
+
+void clear_faults(const std::string &name)
+{
+    if (name.empty()) {
+        olv_sim::faults::clear_all();
+        say("no faults");
+        return;
+    }
+    olv_sim::faults::clear(olv_sim::call_by_name(name).value());
+    say("%s fails no more", name.c_str());
+}
+
+void add_course(CLI::App &command, fault_options &options)
+{
+    command.add_option("--skip", options.skip, "Calls that succeed first (0)");
+    CLI::Option *count = command.add_option("--count", options.count, "Calls that fail then (1)")
+                             ->check(CLI::Range(1u, UINT32_MAX - 1));
+    command.add_flag("--forever", options.forever, "All calls fail then")->excludes(count);
+    command.add_option("--code", options.code, "Status that they return; default: an injected fault's");
+}
+
+void add_fault_group(command_tree &tree)
+{
+    CLI::App &group = tree.add_group("fault", "Make platform calls fail");
+    const auto options = std::make_shared<fault_options>();
+    CLI::App &set = tree.add(group,
+                             {"set",
+                              "Make a platform call fail",
+                              {"fault set hyx_ptn_learn", "fault set hyx_rsrc_allocate --skip 2 --forever",
+                               "fault set hyx_se_state_set --code 0x10D"}},
+                             [options](testbed &) { set_fault(*options); });
+    one_of(set.add_option("CALL", options->call, "The call; Tab completes it"), failing_calls())
+        ->required()
+        ->type_name(value_kind::call);
+    add_course(set, *options);
+
+    CLI::App &any =
+        tree.add(group, {"any", "Make whatever call comes fail, counted together", {"fault any --skip 4"}},
+                 [options](testbed &) {
+                     olv_sim::faults::set_any(options->plan(0)); // 0: the call's own code
+                     say("any call %s", course_of(options->plan(0)).c_str());
+                 });
+    add_course(any, *options);
+    tree.add(group, {"list", "List the faults, and how often they fired", {"fault list"}},
+             [](testbed &) { list_faults(); });
+    CLI::App &clear =
+        tree.add(group, {"clear", "Clear one fault, or all", {"fault clear", "fault clear hyx_ptn_learn"}},
+                 [options](testbed &) { clear_faults(options->call); });
+    one_of(clear.add_option("CALL", options->call, "The call; default: all"), failing_calls())
+        ->type_name(value_kind::call);
+}
+
+const std::map<std::string, olv_sim::call_kind> &kinds()
+{
+    static const std::map<std::string, olv_sim::call_kind> all = {
+        {"service", olv_sim::call_kind::service},
+        {"text", olv_sim::call_kind::text},
+        {"print", olv_sim::call_kind::print},
+        {"trace", olv_sim::call_kind::trace},
+        {"byte-order", olv_sim::call_kind::byte_order}};
+    return all;
+}
+
+void start_record(const std::vector<std::string> &names)
+{
+    unsigned wanted = 0;
+    for (const std::string &name : names) {
+        wanted |= static_cast<unsigned>(kinds().at(name));
+    }
+    olv_sim::call_record::start(wanted);
+    say("recording platform calls");
+}
+
+void print_record()
+{
+    std::size_t number = 0;
+    for (const olv_sim::recorded_call &each : olv_sim::call_record::calls()) {
+        std::printf("%4zu %s(%s) -> 0x%X%s\n", ++number, std::string(olv_sim::call_name(each.which)).c_str(),
+                    each.arguments.c_str(), each.result, each.injected ? " (fault)" : "");
+    }
+    if (number == 0) {
+        std::printf("no calls recorded\n");
+    }
+}
+
+void add_record_group(command_tree &tree)
+{
+    CLI::App &group = tree.add_group("record", "Record the platform calls of the library");
+    const auto names = std::make_shared<std::vector<std::string>>(std::vector<std::string>{"service"});
+    CLI::App &start = tree.add(
+        group, {"start", "Forget the record and record from now on", {"record start", "record start text"}},
+        [names](testbed &) { start_record(*names); });
+    one_of(start.add_option("KIND", *names, "service, text, print, trace, byte-order (service)"),
+           {"service", "text", "print", "trace", "byte-order"});
+    tree.add(group, {"show", "Show the recorded calls, in order", {"record show"}},
+             [](testbed &) { print_record(); });
+    tree.add(group, {"stop", "Record no more; what was recorded stays", {"record stop"}}, [](testbed &) {
+        olv_sim::call_record::stop();
+        say("no longer recording");
+    });
+}
+
+} // namespace
+
+void add_fault_commands(command_tree &tree)
+{
+    add_fault_group(tree);
+    add_record_group(tree);
+}
+
+} // namespace twampctl

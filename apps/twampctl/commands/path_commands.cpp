@@ -1,0 +1,178 @@
+// Ways in and out: binds, and the addresses at which packets are answered.
+#include <cstdio>
+
+#include "choices.hpp"
+#include "command_tree.hpp"
+#include "commands/commands.hpp"
+#include "progress.hpp"
+
+namespace twampctl {
+namespace {
+
+struct bind_options {
+    std::string to;
+    bind_request request;
+    bool no_custom = false;
+    bool direct = false;
+
+    [[nodiscard]] bind_request filled() const
+    {
+        bind_request all = request;
+        all.to = to == "ipv6" ? output::ipv6 : output::ipv4;
+        all.custom = !no_custom;
+        return all;
+    }
+};
+
+void add_request_options(CLI::App &command, bind_options &options)
+{
+    one_of(command.add_option("MODULE", options.to, "The module to leave by: ipv4 or ipv6"), {"ipv4", "ipv6"})
+        ->required();
+    command.add_option("--key", options.request.key, "Bind key, 24 bits (ipv4: 4, ipv6: 6)");
+    command.add_option("--type", options.request.type, "Bind type (2)");
+    command.add_option("--subtype", options.request.subtype, "Bind subtype (0); 2: default entry point");
+    command.add_option("--path", options.request.path, "Bind path (1, direct)");
+    command.add_option("--source-location", options.request.source_location, "1: CPU, 2: fast path (2)");
+    command.add_option("--destination-location", options.request.destination_location,
+                       "1: CPU, 2: fast path (2)");
+    command.add_flag("--no-custom", options.no_custom, "Do not ask for a custom bind");
+    command.add_flag("--direct", options.direct, "Call the library, not its service function");
+}
+
+void add_bind(command_tree &tree, const command_text &text,
+              const std::function<void(site &, const bind_request &, bool)> &work)
+{
+    const auto options = std::make_shared<bind_options>();
+    add_request_options(
+        tree.add(text,
+                 [options, work](testbed &bed) { work(bed.current(), options->filled(), options->direct); }),
+        *options);
+}
+
+void print_imc(site &on, const bind_request &request, bool direct)
+{
+    const std::uint32_t tree_function = on.imc(request, direct);
+    std::printf("call to the %s module: tree function 0x%X\n", name_of(request.to), tree_function);
+}
+
+struct listen_options {
+    std::vector<std::string> addresses;
+    std::string responder;
+    std::optional<std::uint32_t> id;
+    std::optional<std::uint32_t> key;
+};
+
+/** What an address's packets are for. */
+olv_fastpath::packet_path path_for(const site &on, int family, const listen_options &options)
+{
+    const std::uint32_t key = options.key.value_or(usual_bind_key(output_for(family)));
+    if (options.id) {
+        return {.responder_id = *options.id, .bind_key = key};
+    }
+    if (!options.responder.empty()) {
+        return {.responder_id = on.responder(options.responder).handle->responder_id, .bind_key = key};
+    }
+    if (on.responders().size() != 1) {
+        throw std::runtime_error(on.responders().empty()
+                                     ? "there is no responder to answer; 'responder create' creates one"
+                                     : "there are several responders; name one with --responder");
+    }
+    return {.responder_id = on.responders().front().handle->responder_id, .bind_key = key};
+}
+
+void listen(testbed &bed, const listen_options &options)
+{
+    site &on = bed.current();
+    for (const std::string &text : options.addresses) {
+        const olv_fastpath::listen_address address = olv_fastpath::parse_listen_address(text);
+        say("listening at %s", on.listen(address, path_for(on, address.family(), options)).c_str());
+    }
+    on.start();
+}
+
+void unlisten(testbed &bed, const std::vector<std::string> &addresses, bool all)
+{
+    site &on = bed.current();
+    if (all == !addresses.empty()) {
+        throw usage_error("unlisten: give the addresses, or --all");
+    }
+    for (const std::string &each : all ? on.listeners() : addresses) {
+        on.unlisten(each);
+        say("no longer listening at %s", each.c_str());
+    }
+}
+
+void redirect(testbed &bed, const listen_options &options)
+{
+    site &on = bed.current();
+    for (const std::string &each : options.addresses) {
+        const int family = each.front() == '[' ? AF_INET6 : AF_INET;
+        on.redirect(each, path_for(on, family, options));
+        say("packets to %s now go elsewhere", each.c_str());
+    }
+}
+
+void add_path_options(CLI::App &command, listen_options &options)
+{
+    CLI::Option *name =
+        command.add_option("--responder", options.responder, "Who answers; default: the only one there is")
+            ->type_name(value_kind::responder);
+    command.add_option("--id", options.id, "A responder ID, whether there is one or not")->excludes(name);
+    command.add_option("--key", options.key, "Bind key of the way out (ipv4: 4, ipv6: 6)");
+}
+
+void add_listen(command_tree &tree)
+{
+    const auto options = std::make_shared<listen_options>();
+    CLI::App &command =
+        tree.add({"listen",
+                  "Answer packets at addresses",
+                  {"listen 127.0.0.1:8620", "listen [::1]:0 --responder west", "listen 127.0.0.1:0 --id 0x99"}},
+                 [options](testbed &bed) { listen(bed, *options); });
+    command.add_option("ADDRESS:PORT", options->addresses, "Where; port 0: any")->required();
+    add_path_options(command, *options);
+}
+
+void add_unlisten(command_tree &tree)
+{
+    struct unlisten_options {
+        std::vector<std::string> addresses;
+        bool all = false;
+    };
+    const auto options = std::make_shared<unlisten_options>();
+    CLI::App &command = tree.add(
+        {"unlisten", "Answer no more packets at addresses", {"unlisten 127.0.0.1:8620", "unlisten --all"}},
+        [options](testbed &bed) { unlisten(bed, options->addresses, options->all); });
+    command.add_option("ADDRESS:PORT", options->addresses, "Where")->type_name(value_kind::listener);
+    command.add_flag("--all", options->all, "At all of them");
+}
+
+void add_redirect(command_tree &tree)
+{
+    const auto options = std::make_shared<listen_options>();
+    CLI::App &command = tree.add({"redirect",
+                                  "Have another responder answer at addresses",
+                                  {"redirect 127.0.0.1:8620 --responder east"}},
+                                 [options](testbed &bed) { redirect(bed, *options); });
+    command.add_option("ADDRESS:PORT", options->addresses, "Where")
+        ->required()
+        ->type_name(value_kind::listener);
+    add_path_options(command, *options);
+}
+
+} // namespace
+
+void add_path_commands(command_tree &tree)
+{
+    add_bind(tree, {"bind", "Bind the way out to the IPv4 or IPv6 module", {"bind ipv4", "bind ipv6 --key 7"}},
+             [](site &on, const bind_request &request, bool direct) { on.bind(request, direct); });
+    add_bind(tree, {"unbind", "Remove a bind", {"unbind ipv4", "unbind ipv6 --key 7"}},
+             [](site &on, const bind_request &request, bool direct) { on.unbind(request, direct); });
+    add_bind(tree, {"imc", "Show the tree function that calls the IPv4 or IPv6 module", {"imc ipv4"}},
+             print_imc);
+    add_listen(tree);
+    add_unlisten(tree);
+    add_redirect(tree);
+}
+
+} // namespace twampctl

@@ -1,0 +1,257 @@
+// The platform below the module: processors, default entries, time, breaches of its contract.
+#include <cstdio>
+
+#include "command_tree.hpp"
+#include "commands/commands.hpp"
+#include "progress.hpp"
+#include "traffic_options.hpp"
+
+namespace twampctl {
+namespace {
+
+struct processor_options {
+    std::string name;
+    std::uint32_t capacity = 65536;
+    std::vector<std::string> without;
+    std::vector<std::string> renamed;
+    bool no_statistics = false;
+    bool unlocked = false;
+    bool no_system = false;
+    std::uint16_t default_entry_point = 0;
+    traffic_options traffic;
+};
+
+/** @return Whether there was something of that name. */
+template <typename Items> bool rename(Items &items, const std::string &from, const std::string &to)
+{
+    for (auto each = items.begin(); each != items.end(); ++each) {
+        if (each->name == from) {
+            if (to.empty()) {
+                items.erase(each);
+            } else {
+                each->name = to;
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+void change_program(olv_sim::classifier_program &program, const std::string &from, const std::string &to)
+{
+    if (!rename(program.namespaces, from, to) && !rename(program.tree_functions, from, to)) {
+        throw std::runtime_error("the classifier program has no namespace or tree function '" + from +
+                                 "'; 'tree list' lists them");
+    }
+}
+
+void create_processor(testbed &bed, const processor_options &options)
+{
+    site_options wanted{.name = options.name,
+                        .program = olv_sim::classifier_program::twamp(options.capacity),
+                        .locked = !options.unlocked,
+                        .system = !options.no_system,
+                        .default_entry_point = options.default_entry_point,
+                        .reflector = {},
+                        .server = {}};
+    options.traffic.apply(wanted.reflector, wanted.server);
+    for (const std::string &each : options.without) {
+        change_program(wanted.program, each, "");
+    }
+    for (const std::string &each : options.renamed) {
+        const std::size_t sign = each.find('=');
+        if (sign == std::string::npos || sign + 1 == each.size()) {
+            throw usage_error("processor create: --rename takes OLD=NEW, not '" + each + "'");
+        }
+        change_program(wanted.program, each.substr(0, sign), each.substr(sign + 1));
+    }
+    wanted.program.global_statistics = !options.no_statistics;
+    site &made = bed.add(wanted);
+    say("processor %s created, RTE handle %u", options.name.c_str(), made.processor().rte_handle());
+}
+
+void list_processors(testbed &bed)
+{
+    const site &used = bed.current();
+    for (const site &each : bed.sites()) {
+        std::printf("%s %s: module %s, %zu responders, %zu listeners\n", &each == &used ? "*" : " ",
+                    each.name().c_str(), each.is_up() ? "up" : "down", each.responders().size(),
+                    each.listeners().size());
+    }
+}
+
+void add_create(command_tree &tree, CLI::App &group)
+{
+    const auto options = std::make_shared<processor_options>();
+    CLI::App &command =
+        tree.add(group,
+                 {"create",
+                  "Load a classifier program on a further processor, and use it",
+                  {"processor create small --capacity 2", "processor create odd --without twamp_responder",
+                   "processor create odd --rename twamp_responder=other"}},
+                 [options](testbed &bed) { create_processor(bed, *options); });
+    command.add_option("NAME", options->name, "Its name")->required();
+    command.add_option("--capacity", options->capacity, "Responder IDs that it has (65536)")
+        ->check(CLI::Range(1u, (1u << 24) - 2));
+    command.add_option("--without", options->without, "Leave out a namespace or tree function")
+        ->allow_extra_args(false);
+    command.add_option("--rename", options->renamed, "OLD=NEW: call it otherwise")->allow_extra_args(false);
+    command.add_flag("--no-statistics", options->no_statistics, "Leave the statistics block out");
+    command.add_flag("--unlocked", options->unlocked, "Give the module record no lock");
+    command.add_flag("--no-system", options->no_system, "Give the module record no system record");
+    command.add_option("--default-entry-point", options->default_entry_point, "Of the module record (0)");
+    add_traffic_options(command, options->traffic);
+}
+
+void add_processor_group(command_tree &tree)
+{
+    CLI::App &group = tree.add_group("processor", "Make and choose processors");
+    add_create(tree, group);
+    tree.add(group, {"list", "List the processors; * is in use", {"processor list"}}, list_processors);
+    const auto name = std::make_shared<std::string>();
+    tree.add(group, {"use", "Use another processor from now on", {"processor use main"}},
+             [name](testbed &bed) {
+                 bed.use(*name);
+                 say("processor %s in use", name->c_str());
+             })
+        .add_option("NAME", *name, "The processor")
+        ->required()
+        ->type_name(value_kind::processor);
+    tree.add(group, {"remove", "Take everything on a processor down, and it away", {"processor remove small"}},
+             [name](testbed &bed) {
+                 bed.remove(*name);
+                 say("processor %s removed", name->c_str());
+             })
+        .add_option("NAME", *name, "The processor")
+        ->required()
+        ->type_name(value_kind::processor);
+}
+
+// --------------------------------------------------------------------------------------------------------
+// Trees
+// --------------------------------------------------------------------------------------------------------
+
+void list_trees(testbed &bed)
+{
+    const olv_sim::processor &processor = bed.current().processor();
+    for (const auto &each : olv_sim::classifier_program::twamp(1).tree_functions) {
+        const olv_sim::classifier_tree *tree = processor.tree(each.name);
+        if (tree != nullptr) {
+            std::printf("0x%X %s: %zu entries\n", tree->id(), each.name.c_str(), tree->size());
+        } else {
+            std::printf("      %s: code only, or not there\n", each.name.c_str());
+        }
+    }
+}
+
+struct entry_options {
+    std::string tree;
+    std::vector<std::uint32_t> words{0, 0, 0};
+};
+
+void require_tree(const olv_sim::processor &processor, const std::string &name)
+{
+    if (processor.tree(name) == nullptr) {
+        throw std::runtime_error("this processor has no classifier tree '" + name +
+                                 "'; 'tree list' lists them");
+    }
+}
+
+void add_tree_group(command_tree &tree)
+{
+    CLI::App &group = tree.add_group("tree", "Look into classifier trees, set entries without a key");
+    tree.add(group, {"list", "List the tree functions and how many entries they have", {"tree list"}},
+             list_trees);
+    const auto options = std::make_shared<entry_options>();
+    CLI::App &set = tree.add(group,
+                             {"default",
+                              "Set the entry without a key, for keys that have none",
+                              {"tree default olv_twamp.twamp_responder_lookup --action 4 1 0"}},
+                             [options](testbed &bed) {
+                                 olv_sim::processor &processor = bed.current().processor();
+                                 require_tree(processor, options->tree);
+                                 processor.set_default_entry(
+                                     options->tree, {options->words[0], options->words[1], options->words[2]});
+                                 say("entry without a key set");
+                             });
+    set.add_option("TREE", options->tree, "The tree")->required()->type_name(value_kind::tree);
+    set.add_option("--action", options->words, "The action's three words (0 0 0)")->expected(3);
+    tree.add(group, {"clear-default", "Remove the entry without a key", {}},
+             [options](testbed &bed) {
+                 require_tree(bed.current().processor(), options->tree);
+                 bed.current().processor().clear_default_entry(options->tree);
+                 say("entry without a key removed");
+             })
+        .add_option("TREE", options->tree, "The tree")
+        ->required()
+        ->type_name(value_kind::tree);
+}
+
+// --------------------------------------------------------------------------------------------------------
+// Time
+// --------------------------------------------------------------------------------------------------------
+
+void print_clock(testbed &bed)
+{
+    const olv_sim::processor &processor = bed.current().processor();
+    hyx_time now{};
+    hyx_gettime(&now);
+    std::printf("wall clock: %lu.%06lu s\ntimer 0: %llu ticks, %llu in a second\n", now.seconds,
+                now.microseconds, static_cast<unsigned long long>(processor.timer_now()),
+                static_cast<unsigned long long>(processor.timer_frequency()));
+}
+
+void add_clock_group(command_tree &tree)
+{
+    CLI::App &group = tree.add_group("clock", "Stop, set and run the clocks");
+    tree.add(group, {"show", "Show both clocks", {"clock show"}}, print_clock);
+    const auto ticks = std::make_shared<std::uint64_t>();
+    tree.add(group, {"timer", "Stop timer 0 at a reading", {"clock timer 1000000"}},
+             [ticks](testbed &bed) {
+                 bed.current().processor().set_timer(*ticks);
+                 print_clock(bed);
+             })
+        .add_option("TICKS", *ticks, "The reading")
+        ->required();
+    const auto seconds = std::make_shared<std::uint32_t>();
+    tree.add(group, {"wall", "Stop the wall clock at an instant", {"clock wall 1700000000"}},
+             [seconds](testbed &bed) {
+                 olv_sim::set_wall_clock(hyx_time{*seconds, 0});
+                 print_clock(bed);
+             })
+        .add_option("SECONDS", *seconds, "Since 1970")
+        ->required();
+    tree.add(group, {"run", "Let both run by themselves again", {"clock run"}}, [](testbed &bed) {
+        bed.current().processor().run_timer();
+        olv_sim::set_wall_clock(std::nullopt);
+        print_clock(bed);
+    });
+}
+
+void add_violations(command_tree &tree)
+{
+    const auto clear = std::make_shared<bool>(false);
+    tree.add({"violations", "List breaches of the platform's contract", {"violations", "violations --clear"}},
+             [clear](testbed &) {
+                 for (const std::string &each : olv_sim::violations::list()) {
+                     std::printf("%s\n", each.c_str());
+                 }
+                 std::printf("%zu violations\n", olv_sim::violations::count());
+                 if (*clear) {
+                     olv_sim::violations::clear();
+                 }
+             })
+        .add_flag("--clear", *clear, "Forget them then");
+}
+
+} // namespace
+
+void add_platform_commands(command_tree &tree)
+{
+    add_processor_group(tree);
+    add_tree_group(tree);
+    add_clock_group(tree);
+    add_violations(tree);
+}
+
+} // namespace twampctl

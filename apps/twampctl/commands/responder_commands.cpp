@@ -1,0 +1,115 @@
+// Responders: create, delete, list, statistics, state entry.
+#include <cstdio>
+
+#include "command_tree.hpp"
+#include "commands/commands.hpp"
+#include "fastpath/session_table.hpp"
+#include "fastpath/state_entry.hpp"
+#include "progress.hpp"
+
+namespace twampctl {
+namespace {
+
+struct create_options {
+    responder_request request;
+    std::uint32_t count = 1;
+};
+
+void create(testbed &bed, const create_options &options)
+{
+    if (options.count > 1 && !options.request.name.empty()) {
+        throw usage_error("a name is for one responder; leave it out with --count");
+    }
+    for (std::uint32_t made = 0; made < options.count; ++made) {
+        (void)bed.current().create_responder(options.request); // says which it is
+        if (bed.signals().arrived()) {
+            throw std::runtime_error("interrupted after " + std::to_string(made + 1) + " of " +
+                                     std::to_string(options.count) + " responders");
+        }
+    }
+}
+
+struct delete_options {
+    std::vector<std::string> names;
+    bool all = false;
+};
+
+void remove(testbed &bed, const delete_options &options)
+{
+    site &on = bed.current();
+    if (options.all == !options.names.empty()) {
+        throw usage_error("responder delete: give the responders' names, or --all");
+    }
+    std::vector<std::string> names = options.names;
+    for (const named_responder &each : on.responders()) {
+        if (options.all) {
+            names.push_back(each.name);
+        }
+    }
+    for (const std::string &name : names) {
+        on.delete_responder(name);
+    }
+}
+
+void print_state(testbed &bed, const std::string &name)
+{
+    site &on = bed.current();
+    const std::uint32_t id = on.responder(name).handle->responder_id;
+    const olv_sim::state_words words = on.processor().state(id);
+    std::printf("state entry 0x%X of responder %s, %zu bytes:\n", id, name.c_str(), words.size() * 4);
+    for (std::size_t index = 0; index < words.size(); ++index) {
+        std::printf("%s%08X", index % 4 == 0 ? (index == 0 ? "" : "\n") : " ",
+                    olv_fastpath::read_word(words, index));
+    }
+    std::printf("\n");
+}
+
+void add_create(command_tree &tree, CLI::App &group)
+{
+    const auto options = std::make_shared<create_options>();
+    CLI::App &create_command =
+        tree.add(group,
+                 {"create",
+                  "Create a responder",
+                  {"responder create", "responder create west --sessions 64", "responder create --count 1000"}},
+                 [options](testbed &bed) { create(bed, *options); });
+    create_command.add_option("NAME", options->request.name, "Its name; default: the lowest free number");
+    create_command.add_option("--param-a", options->request.info.param_a, "Bytes 0-1 of its state entry (0)");
+    create_command.add_option("--param-b", options->request.info.param_b, "Bytes 6-7 of its state entry (0)");
+    create_command.add_option("--sessions", options->request.sessions, "Sessions that it has at most (32)")
+        ->check(CLI::Range(1u, olv_fastpath::session_table::maximum_capacity));
+    create_command.add_option("--count", options->count, "Create so many (1)")->check(CLI::Range(1u, 1u << 24));
+}
+
+void add_delete(command_tree &tree, CLI::App &group)
+{
+    const auto options = std::make_shared<delete_options>();
+    CLI::App &delete_command =
+        tree.add(group, {"delete", "Delete responders", {"responder delete west", "responder delete --all"}},
+                 [options](testbed &bed) { remove(bed, *options); });
+    delete_command.add_option("NAME", options->names, "Their names")->type_name(value_kind::responder);
+    delete_command.add_flag("--all", options->all, "All of them");
+}
+
+void add_state(command_tree &tree, CLI::App &group)
+{
+    const auto name = std::make_shared<std::string>();
+    tree.add(group, {"state", "Show a responder's state entry, in words", {"responder state west"}},
+             [name](testbed &bed) { print_state(bed, *name); })
+        .add_option("NAME", *name, "The responder")
+        ->required()
+        ->type_name(value_kind::responder);
+}
+
+} // namespace
+
+void add_responder_commands(command_tree &tree)
+{
+    CLI::App &group = tree.add_group("responder", "Create, delete, list and read responders");
+    add_create(tree, group);
+    add_delete(tree, group);
+    add_responder_figures(tree, group);
+    add_state(tree, group);
+}
+
+} // namespace twampctl

@@ -1,0 +1,61 @@
+// The session itself: help, scripts, waiting, the end.
+#include <cmath>
+#include <cstdio>
+
+#include "command_line.hpp"
+#include "command_tree.hpp"
+#include "commands/commands.hpp"
+#include "interpreter.hpp"
+
+namespace twampctl {
+namespace {
+
+void wait(testbed &bed, double seconds)
+{
+    if (bed.signals().wait(std::chrono::nanoseconds(std::llround(seconds * 1e9)))) {
+        throw std::runtime_error("interrupted while waiting");
+    }
+}
+
+void add_script(command_tree &tree)
+{
+    const auto options = std::make_shared<script_options>();
+    CLI::App &script = tree.add({"script",
+                                 "Run the commands of a file; stop at the first failure",
+                                 {"script setup.twamp", "script - --keep-going", "script tour.twamp --echo"}},
+                                [options](testbed &bed) { run_script(bed, *options); });
+    script.add_option("FILE", options->file, "The file; -: standard input")
+        ->required()
+        ->type_name(value_kind::file);
+    script.add_flag("--keep-going", options->keep_going, "Report failures and go on; fail at the end");
+    script.add_flag("--echo", options->echo, "Print each command before it is run");
+}
+
+} // namespace
+
+void add_session_commands(command_tree &tree)
+{
+    add_script(tree);
+    const auto seconds = std::make_shared<double>(0);
+    tree.add({"wait", "Wait; packets are answered meanwhile", {"wait 2.5"}},
+             [seconds](testbed &bed) { wait(bed, *seconds); })
+        .add_option("SECONDS", *seconds, "How long")
+        ->required()
+        ->check(olv_apps::number_between(0.0, 1e6));
+    const auto words = std::make_shared<std::vector<std::string>>();
+    tree.add({"echo", "Print words", {"echo two responders are up"}},
+             [words](testbed &) {
+                 for (std::size_t index = 0; index < words->size(); ++index) {
+                     std::printf("%s%s", index == 0 ? "" : " ", (*words)[index].c_str());
+                 }
+                 std::printf("\n");
+             })
+        .add_option("WORD", *words, "What to print");
+    CLI::App &help =
+        tree.add({"help", "Explain a command, or list all", {"help", "help responder create"}},
+                 [words](testbed &bed) { (void)std::fputs(command_tree{bed}.help(*words).c_str(), stdout); });
+    help.add_option("COMMAND", *words, "Its words");
+    tree.add({"quit", "Take everything down and end", {}}, [](testbed &bed) { bed.quit(); });
+}
+
+} // namespace twampctl

@@ -1,0 +1,66 @@
+#include "shell.hpp"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include <unistd.h>
+
+#include "command_line.hpp"
+#include "command_tree.hpp"
+#include "interpreter.hpp"
+#include "line_editor.hpp"
+
+namespace twampctl {
+namespace {
+
+constexpr const char *history_variable = "TWAMPCTL_HISTORY";
+constexpr const char *history_name = "/.twampctl_history";
+
+std::string history_file()
+{
+    if (const char *named = std::getenv(history_variable)) {
+        return named;
+    }
+    const char *home = std::getenv("HOME");
+    return home == nullptr ? "" : std::string(home) + history_name;
+}
+
+/** @return Whether a signal asks for the end. Ctrl-C only ended the command. */
+bool was_terminated(const olv_apps::signal_watch &signals)
+{
+    return signals.take() == SIGTERM;
+}
+
+} // namespace
+
+bool run_shell(testbed &bed)
+{
+    if (isatty(STDIN_FILENO) == 0) {
+        run_script(bed, {.file = "-", .keep_going = true});
+        return true;
+    }
+    std::printf("twampctl on the software platform. 'help' lists the commands, Tab completes them,\n"
+                "'quit' or Ctrl-D takes everything down and ends.\n");
+    line_editor editor{
+        bed.signals(), "twampctl> ", history_file(),
+        [&bed](const std::vector<std::string> &words) { return command_tree{bed}.completions(words); }};
+    while (!bed.is_over()) {
+        const std::optional<std::string> line = editor.read();
+        if (!line) {
+            std::printf("\n");
+            break;
+        }
+        try {
+            execute(bed, words_of(*line));
+        } catch (const std::exception &error) {
+            olv_apps::report_error("error", "%s", error.what());
+        }
+        if (was_terminated(bed.signals())) {
+            return false;
+        }
+    }
+    return bed.signals().take() == 0;
+}
+
+} // namespace twampctl

@@ -1,0 +1,97 @@
+#include "testbed.hpp"
+
+#include <algorithm>
+
+#include "command_line.hpp"
+#include "progress.hpp"
+#include "run_options.hpp"
+
+namespace twampctl {
+namespace {
+
+constexpr std::uint32_t usual_capacity = 65536;
+
+} // namespace
+
+testbed::testbed(const olv_apps::signal_watch &signals, command_source source)
+    : signals_(signals), source_(source)
+{}
+
+testbed::~testbed()
+{
+    olv_sim::faults::clear_all();
+}
+
+site &testbed::current()
+{
+    if (current_ == nullptr) {
+        return add({.name = "main",
+                    .program = olv_sim::classifier_program::twamp(usual_capacity),
+                    .reflector = {},
+                    .server = {}});
+    }
+    return *current_;
+}
+
+site &testbed::add(const site_options &options)
+{
+    if (find(options.name) != sites_.end()) {
+        throw std::runtime_error("there is a processor " + options.name +
+                                 " already; give the new one another name");
+    }
+    current_ = &sites_.emplace_back(options);
+    return *current_;
+}
+
+void testbed::use(const std::string &name)
+{
+    const auto found = find(name);
+    if (found == sites_.end()) {
+        throw std::runtime_error("no processor '" + name +
+                                 "'; 'processor list' lists them, 'processor create " + name + "' makes it");
+    }
+    current_ = &*found;
+}
+
+void testbed::remove(const std::string &name)
+{
+    use(name);
+    (void)current_->tear_down(); // has said what failed
+    sites_.erase(find(name));
+    current_ = sites_.empty() ? nullptr : &sites_.front();
+}
+
+std::list<site>::iterator testbed::find(const std::string &name)
+{
+    return std::find_if(sites_.begin(), sites_.end(), [&](const site &each) { return each.name() == name; });
+}
+
+void testbed::trace_to(const std::string &where)
+{
+    trace_.reset(); // ends the one before, and says whether it is complete
+    trace_name_.clear();
+    if (!where.empty()) {
+        trace_.emplace(where);
+        trace_name_ = where;
+    }
+}
+
+bool testbed::tear_down()
+{
+    olv_sim::faults::clear_all();
+    bool good = true;
+    for (site &each : sites_) {
+        good = each.tear_down() && good;
+    }
+    for (const site &each : sites_) {
+        const platform_usage left = each.usage();
+        if (!left.is_empty()) {
+            olv_apps::report_error(program_name, "%s: left behind: %s", each.name().c_str(),
+                                   text_of(left).c_str());
+            good = false;
+        }
+    }
+    return good;
+}
+
+} // namespace twampctl

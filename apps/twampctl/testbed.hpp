@@ -1,0 +1,76 @@
+/**
+ * @file testbed.hpp
+ * All that commands work on: the processors with their modules, the trace, the signals.
+ */
+#ifndef OLV_TWAMPCTL_TESTBED_HPP
+#define OLV_TWAMPCTL_TESTBED_HPP
+
+#include <list>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "signal_watch.hpp"
+#include "site.hpp"
+#include "trace_output.hpp"
+
+namespace twampctl {
+
+/** A command that cannot be understood: what is wrong, and what to type instead. */
+class usage_error : public std::runtime_error {
+  public:
+    using runtime_error::runtime_error;
+};
+
+/** How commands are given, as far as advice depends on it. */
+enum class command_source : std::uint8_t { command_line, script, shell };
+
+class testbed {
+  public:
+    /** @param source  Where the commands come from. */
+    testbed(const olv_apps::signal_watch &signals, command_source source);
+    /** Tears all processors down. */
+    ~testbed();
+    testbed(const testbed &) = delete;
+    testbed &operator=(const testbed &) = delete;
+
+    [[nodiscard]] const olv_apps::signal_watch &signals() const { return signals_; }
+    [[nodiscard]] command_source source() const { return source_; }
+
+    /** The processor in use; the first time, "main" is made. */
+    [[nodiscard]] site &current();
+    /** Make a processor and use it. @throw std::runtime_error  There is one of this name. */
+    site &add(const site_options &options);
+    /** @throw std::runtime_error  There is none of this name, here and below. */
+    void use(const std::string &name);
+    void remove(const std::string &name);
+    [[nodiscard]] const std::list<site> &sites() const { return sites_; }
+
+    /** Send the trace elsewhere: see trace_output. */
+    void trace_to(const std::string &where);
+    [[nodiscard]] const std::string &trace() const { return trace_name_; }
+
+    /** No command after this one. */
+    void quit() { over_ = true; }
+    [[nodiscard]] bool is_over() const { return over_; }
+
+    /** Clear the faults, undo everything on all processors, and tell what is left. @return Whether all of it
+     *  worked and nothing is. */
+    bool tear_down();
+
+  private:
+    [[nodiscard]] std::list<site>::iterator find(const std::string &name);
+
+    const olv_apps::signal_watch &signals_;
+    command_source source_;
+    std::list<site> sites_; ///< In the order in which they were made.
+    site *current_ = nullptr;
+    std::string trace_name_;
+    std::optional<trace_output> trace_;
+    bool over_ = false;
+};
+
+} // namespace twampctl
+
+#endif

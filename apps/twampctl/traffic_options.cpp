@@ -1,0 +1,52 @@
+#include "traffic_options.hpp"
+
+#include "choices.hpp"
+
+namespace twampctl {
+
+void add_traffic_options(CLI::App &command, traffic_options &options)
+{
+    using olv_fastpath::sender_packet::header_length;
+    one_of(
+        command.add_option("--stamp-mode", options.stamp_mode, "Sequence numbers of STAMP replies (stateful)"),
+        {"stateful", "stateless"});
+    command
+        .add_option("--refwait", options.reflector.refwait_seconds, "Seconds until an idle session ends (900)")
+        ->check(CLI::Range(1u, 1'000'000u));
+    command
+        .add_option("--allow", options.allowed,
+                    "Answer no other senders than those in PREFIX,\n"
+                    "192.0.2.0/24 or an address (repeatable)")
+        ->allow_extra_args(false);
+    command
+        .add_option("--min-source-port", options.server.lowest_source_port,
+                    "Answer no lower source ports; 1024: no well-known\n"
+                    "service, nor a reflector at 862 (1)")
+        ->check(CLI::Range(1u, 65535u));
+    command
+        .add_option("--min-request", options.reflector.minimum_request,
+                    "Octets that a request has at least; 41: no reply\n"
+                    "is longer than its request (14)")
+        ->check(CLI::Range(header_length, olv_fastpath::maximum_payload_ipv4));
+    command
+        .add_option("--rate", options.server.packets_per_second,
+                    "Packets that each responder takes in a second;\n"
+                    "default: no limit")
+        ->check(CLI::Range(1u, 1'000'000'000u));
+}
+
+void traffic_options::apply(olv_fastpath::reflector_options &to_reflector,
+                            olv_fastpath::udp_server_options &to_server) const
+{
+    const std::uint32_t session_capacity = to_reflector.session_capacity;
+    to_reflector = reflector;
+    to_reflector.session_capacity = session_capacity;
+    to_reflector.mode =
+        stamp_mode == "stateless" ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
+    to_server = server;
+    for (const std::string &each : allowed) {
+        to_server.allowed_sources.add(olv_fastpath::parse_address_prefix(each));
+    }
+}
+
+} // namespace twampctl

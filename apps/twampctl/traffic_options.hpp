@@ -1,0 +1,33 @@
+/**
+ * @file traffic_options.hpp
+ * Which packets a processor's fast path answers, and how: the same options wherever a processor is made.
+ */
+#ifndef OLV_TWAMPCTL_TRAFFIC_OPTIONS_HPP
+#define OLV_TWAMPCTL_TRAFFIC_OPTIONS_HPP
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "fastpath/udp_server.hpp"
+
+namespace twampctl {
+
+/** The options as written. */
+struct traffic_options {
+    std::vector<std::string> allowed;
+    std::string stamp_mode = "stateful";
+    olv_fastpath::reflector_options reflector;
+    olv_fastpath::udp_server_options server;
+
+    /** @throw std::invalid_argument  Something that is not a prefix is to be allowed. */
+    void apply(olv_fastpath::reflector_options &to_reflector,
+               olv_fastpath::udp_server_options &to_server) const;
+};
+
+void add_traffic_options(CLI::App &command, traffic_options &options);
+
+} // namespace twampctl
+
+#endif
