@@ -1,0 +1,86 @@
+/**
+ * @file example_figures.hpp
+ * Figures in which no two counters are alike.
+ */
+#ifndef OLV_TESTS_EXAMPLE_FIGURES_HPP
+#define OLV_TESTS_EXAMPLE_FIGURES_HPP
+
+#include "figures.hpp"
+
+namespace apps_tests {
+
+inline twampctl::responder_figures example_responder()
+{
+    return {.name = "edge",
+            .id = 0x1A,
+            .counters = olv_twamp_responder_stats{.received = 20,
+                                                  .transmitted = 15,
+                                                  .drop_length_check = 3,
+                                                  .active_sessions = 4,
+                                                  .drop_max_sessions = 2}};
+}
+
+inline twampctl::listener_figures example_listener()
+{
+    return {.address = "[::1]:8620",
+            .responder = "edge",
+            .bind_key = 6,
+            .counters = {.received = 31,
+                         .source_not_allowed = 32,
+                         .source_port = 33,
+                         .own_source = 34,
+                         .truncated = 35,
+                         .answers = 36,
+                         .rate_limited = 37,
+                         .sent = 38,
+                         .send_failures = 39}};
+}
+
+inline twampctl::session_figures example_session()
+{
+    return {.responder = "edge",
+            .sender = "192.0.2.7:40000",
+            .replies = 41,
+            .idle_seconds = 1.5,
+            .round_trip_seconds = 0.00025};
+}
+
+inline olv_twamp_global_stats example_module()
+{
+    return {.total_rx = 10,
+            .total_tx = 11,
+            .drop_no_responder = 12,
+            .drop_length_check = 13,
+            .drop_hash_error = 14,
+            .drop_no_bind = 4294967295};
+}
+
+inline twampctl::platform_usage example_usage()
+{
+    return {.blocks = 51,
+            .responder_ids = 52,
+            .responder_entries = 53,
+            .bind_entries = 54,
+            .patterns = 55,
+            .violations = 56};
+}
+
+inline twampctl::figures example_figures()
+{
+    return {.taken_at = 1738324800.25,
+            .processor = "np0",
+            .module_up = true,
+            .module = example_module(),
+            .responders = {example_responder()},
+            .listeners = {example_listener()},
+            .sessions = {example_session()},
+            .usage = example_usage()};
+}
+
+/** A name with a quote, a backslash, a line's end, an escape sequence, a letter of two bytes and a byte that is
+ * not UTF-8. */
+inline constexpr const char *hostile_name = "a\"b\\c\nd\x1b[2J\xc3\xa9\xff";
+
+} // namespace apps_tests
+
+#endif
