@@ -1,0 +1,232 @@
+"""What tshark's dissector, which knows nothing of this project, reads in the packets of the two programs.
+
+    OLV_TWAMPCTL=build/dev/apps/twampctl OLV_TWAMP_PROBE=build/dev/apps/twamp-probe \\
+        python3 tests/witness/tshark_test.py
+
+The layouts are those of RFC 5357 section 4.2.1 and RFC 4656 section 4.1.2.
+"""
+import calendar
+import collections
+import dataclasses
+import os
+import subprocess
+import tempfile
+import time
+import unittest
+
+import capture
+from programs import ControlProgram, required_tool, run_probe
+
+FIELDS = (
+    "frame.time_epoch", "ip.src", "ipv6.src", "ip.dst", "ipv6.dst", "ip.ttl",
+    "ipv6.hlim", "ip.dsfield.dscp", "ipv6.tclass.dscp", "udp.srcport", "udp.dstport", "udp.length", "udp.payload",
+    "twamp.test.seq_number", "twamp.test.timestamp", "twamp.test.error_estimate",
+    "twamp.test.error_estimate.s", "twamp.test.error_estimate.z", "twamp.test.error_estimate.scale",
+    "twamp.test.error_estimate.multiplier", "twamp.test.mbz1", "twamp.test.receive_timestamp",
+    "twamp.test.sender_seq_number", "twamp.test.sender_timestamp", "twamp.test.sender_error_estimate",
+    "twamp.test.mbz2", "twamp.test.sender_ttl", "twamp.test.padding")
+
+
+@dataclasses.dataclass(frozen=True)
+class Run:
+    """One measurement and what has to be seen of it."""
+    family: int
+    options: tuple
+    count: int
+    dscp: int
+    request_octets: int
+    reply_octets: int
+    reply_padding: int
+
+
+# Replies are 41 octets and what is left of the padding; STAMP packets are 44 octets both ways.
+RUNS = (
+    Run(4, ("--size", "100", "--dscp", "46"), 20, 46, 100, 100, 59),
+    Run(6, ("--stamp", "--dscp", "10"), 20, 10, 44, 44, 3),
+    Run(4, ("--size", "14"), 5, 0, 14, 41, 0),
+    Run(6, ("--size", "14", "--dscp", "63"), 5, 63, 14, 41, 0),
+    Run(4, ("--size", "41"), 5, 0, 41, 41, 0),
+    Run(4, ("--stamp", "--dscp", "8"), 5, 8, 44, 44, 3),
+    Run(6, ("--size", "1400", "--dscp", "34"), 5, 34, 1400, 1400, 1359),
+)
+PACKETS = 130  # the requests and replies of the 65 above
+
+ABSENT = ""
+
+
+def dissect(path, ports):
+    """One dictionary for each packet of the file. Fields that the dissector did not find are empty."""
+    command = [required_tool("tshark"), "-n", "-r", path, "-T", "fields", "-E", "separator=/t", "-E", "occurrence=a",
+               "-E", "aggregator=;"]
+    for port in ports.values():
+        command += ["-d", f"udp.port=={port},twamp.test"]
+    for field in FIELDS:
+        command += ["-e", field]
+    done = subprocess.run(command, capture_output=True, text=True, timeout=60, check=False,
+                          env={**os.environ, "TZ": "UTC", "LC_ALL": "C"})
+    if done.returncode != 0:
+        raise RuntimeError(f"tshark: {done.returncode} {done.stderr}")
+    return [dict(zip(FIELDS, line.split("\t"), strict=True)) for line in done.stdout.splitlines()]
+
+
+def seconds(text):
+    """Seconds since 1970 of a time as tshark prints it: Nov 21, 2026 14:42:54.538733705 UTC"""
+    whole, _, rest = text.rpartition(".")
+    fraction = int(rest.split()[0])
+    return calendar.timegm(time.strptime(whole, "%b %d, %Y %H:%M:%S")) + fraction * 1e-9
+
+
+def estimate(packet, number):
+    """S, Z, scale and multiplier of a packet's first or second error estimate."""
+    names = ("s", "z", "scale", "multiplier")
+    parts = [packet["twamp.test.error_estimate." + name].split(";")[number] for name in names]
+    return tuple({"False": 0, "True": 1}[part] if part.isalpha() else int(part) for part in parts)
+
+
+def of_network(packet, name_ipv4, name_ipv6):
+    return packet[name_ipv4] or packet[name_ipv6]
+
+
+class Dissection(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.began = time.time()
+        with tempfile.TemporaryDirectory() as folder:
+            control = ControlProgram()
+            cls.addClassCleanup(control.close)
+            taken = capture.begin(os.path.join(folder, "capture.pcap"), control.ports, PACKETS)
+            cls.addClassCleanup(taken.close)
+            for run in RUNS:
+                run_probe(run.family, taken.ports[run.family], "--count", str(run.count), *run.options)
+            taken.finish()
+            control.stop()
+            cls.ended = time.time()
+            cls.packets = dissect(taken.path, taken.ports)
+        cls.flows = cls.split(cls.packets, taken.ports)
+
+    @staticmethod
+    def split(packets, ports):
+        """Requests and replies of each run: each probe has a port of its own, and they ran one after the other."""
+        flows = collections.OrderedDict()
+        for packet in packets:
+            family = 4 if packet["ip.src"] else 6
+            request = int(packet["udp.dstport"]) == ports[family]
+            probe = packet["udp.srcport" if request else "udp.dstport"]
+            flows.setdefault((family, probe), ([], []))[0 if request else 1].append(packet)
+        return list(flows.values())
+
+    def for_each(self, check):
+        """Calls check(run, request, reply); the reply is the one that carries the request's sequence number."""
+        self.assertEqual(sum(len(requests) for requests, _ in self.flows), PACKETS // 2)
+        for run, (requests, replies) in zip(RUNS, self.flows, strict=True):
+            answers = {reply["twamp.test.sender_seq_number"]: reply for reply in replies}
+            for request in requests:
+                sequence = request["twamp.test.seq_number"]
+                with self.subTest(family=run.family, options=run.options, sequence=sequence):
+                    check(run, request, answers[sequence])
+
+    def test_every_request_has_one_reply(self):
+        self.assertEqual(len(self.packets), PACKETS)
+        self.assertEqual(len(self.flows), len(RUNS))
+        for run, (requests, replies) in zip(RUNS, self.flows, strict=True):
+            with self.subTest(run=run.options):
+                numbers = [str(number) for number in range(run.count)]
+                self.assertEqual([packet["twamp.test.seq_number"] for packet in requests], numbers)
+                self.assertEqual([packet["twamp.test.seq_number"] for packet in replies], numbers)
+                self.assertEqual([packet["twamp.test.sender_seq_number"] for packet in replies], numbers)
+
+    def test_addresses_and_ports_are_swapped(self):
+        def check(run, request, reply):
+            loopback = "127.0.0.1" if run.family == 4 else "::1"
+            for packet in (request, reply):
+                self.assertEqual(of_network(packet, "ip.src", "ipv6.src"), loopback)
+                self.assertEqual(of_network(packet, "ip.dst", "ipv6.dst"), loopback)
+            self.assertEqual(reply["udp.srcport"], request["udp.dstport"])
+            self.assertEqual(reply["udp.dstport"], request["udp.srcport"])
+
+        self.for_each(check)
+
+    def test_lengths_are_those_of_the_layouts(self):
+        def check(run, request, reply):
+            self.assertEqual(int(request["udp.length"]), 8 + run.request_octets)
+            self.assertEqual(int(reply["udp.length"]), 8 + run.reply_octets)
+            self.assertEqual(len(bytes.fromhex(reply["twamp.test.padding"])), run.reply_padding)
+
+        self.for_each(check)
+
+    def test_a_request_of_14_octets_has_no_field_of_a_reply(self):
+        flows = [requests for run, (requests, _) in zip(RUNS, self.flows, strict=True) if run.request_octets == 14]
+        short = [request for requests in flows for request in requests]
+        self.assertEqual(len(short), 10)
+        for request in short:
+            for field in ("mbz1", "receive_timestamp", "sender_seq_number", "sender_ttl", "padding"):
+                self.assertEqual(request["twamp.test." + field], ABSENT, field)
+
+    def test_requests_carry_an_error_estimate_of_a_clock_without_a_source(self):
+        def check(_run, request, _reply):
+            # Z 0: NTP format; 1 * 2^22 * 2^-32 seconds. Longer requests look like replies to the dissector.
+            self.assertEqual(int(request["twamp.test.error_estimate"]), 0x1601)
+            self.assertEqual(estimate(request, 0), (0, 0, 22, 1))
+
+        self.for_each(check)
+
+    def test_replies_carry_both_error_estimates(self):
+        def check(_run, request, reply):
+            self.assertEqual(int(reply["twamp.test.error_estimate"]), 0x1601)
+            self.assertEqual(reply["twamp.test.sender_error_estimate"], request["twamp.test.error_estimate"])
+            self.assertEqual(estimate(reply, 0), (0, 0, 22, 1))
+            self.assertEqual(estimate(reply, 1), (0, 0, 22, 1))
+
+        self.for_each(check)
+
+    def test_what_must_be_zero_is_zero(self):
+        def check(_run, _request, reply):
+            self.assertEqual(int(reply["twamp.test.mbz1"], 0), 0)
+            self.assertEqual(int(reply["twamp.test.mbz2"], 0), 0)
+
+        self.for_each(check)
+
+    def test_replies_carry_the_senders_time_and_ttl(self):
+        def check(_run, request, reply):
+            self.assertEqual(of_network(request, "ip.ttl", "ipv6.hlim"), "255")
+            self.assertEqual(reply["twamp.test.sender_ttl"], "255")
+            self.assertEqual(of_network(reply, "ip.ttl", "ipv6.hlim"), "255")
+            self.assertEqual(reply["twamp.test.sender_timestamp"], request["twamp.test.timestamp"])
+
+        self.for_each(check)
+
+    def test_dscp_comes_back(self):
+        def check(run, request, reply):
+            for packet in (request, reply):
+                self.assertEqual(int(of_network(packet, "ip.dsfield.dscp", "ipv6.tclass.dscp")), run.dscp)
+
+        self.for_each(check)
+
+    def test_time_stamps_are_instants_of_the_run(self):
+        def check(_run, request, reply):
+            sent = seconds(request["twamp.test.timestamp"])
+            received = seconds(reply["twamp.test.receive_timestamp"])
+            answered = seconds(reply["twamp.test.timestamp"])
+            for instant in (sent, received, answered):
+                self.assertGreater(instant, self.began - 1)
+                self.assertLess(instant, self.ended + 1)
+            self.assertLessEqual(received, answered)
+            # Against the clock of the capture.
+            self.assertAlmostEqual(sent, float(request["frame.time_epoch"]), delta=2)
+            self.assertAlmostEqual(answered, float(reply["frame.time_epoch"]), delta=2)
+
+        self.for_each(check)
+
+    def test_padding_is_the_requests(self):
+        def check(run, request, reply):
+            sent = bytes.fromhex(request["udp.payload"].replace(":", ""))[14:]
+            returned = bytes.fromhex(reply["twamp.test.padding"])
+            self.assertEqual(returned, sent[:run.reply_padding])
+            if "--stamp" in run.options:
+                self.assertEqual(returned, b"\0\0\0")
+
+        self.for_each(check)
+
+
+if __name__ == "__main__":
+    unittest.main()
