@@ -28,6 +28,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "hyx.h"
@@ -251,6 +252,51 @@ namespace patterns {
 // Tracer
 // ---------------------------------------------------------------------------------------------------------
 
+/** What a trace event tells, each kind with what it carries. */
+namespace trace_details {
+
+/** A text alone, made from a format. */
+struct message {};
+
+struct function_entry {
+    std::string operation; ///< Exported name.
+};
+
+struct function_exit {
+    std::string operation;
+};
+
+struct state_write {
+    std::uint32_t namespace_id;
+    std::uint32_t index;
+    std::optional<std::vector<std::uint8_t>> bytes; ///< Nothing where the caller passed NULL.
+    std::uint32_t length;
+};
+
+struct entry_learnt {
+    std::string tree;
+    olv_ptn pattern;
+    olv_ptn_action action;
+    std::optional<std::uint32_t> key; ///< Nothing where no pattern with a key of up to 32 bits lives.
+    std::uint32_t key_width;          ///< In bits; 0 where there is no key.
+};
+
+struct entry_removed {
+    std::string tree;
+    olv_ptn pattern;
+    olv_ptn_action action;
+    std::optional<std::uint32_t> key; ///< As above.
+    std::uint32_t key_width;          ///< In bits, as the caller says.
+};
+
+/** A text and trace_event::first_word. */
+struct forced_error {};
+
+using any = std::variant<message, function_entry, function_exit, state_write, entry_learnt, entry_removed,
+                         forced_error>;
+
+} // namespace trace_details
+
 /** An event as a trace function received it. */
 struct trace_event {
     static constexpr std::uint32_t forced_error = UINT32_MAX; ///< `level` of a forced error.
@@ -264,6 +310,8 @@ struct trace_event {
     /** The formatted message; where the format was NULL the arguments, separated by blanks: names as they
      *  are, words as "0x%08x", key width, index and length in decimal, bytes in hexadecimal. */
     std::string text;
+    std::string module{}; ///< Log name of the record; empty where it is no framework's.
+    trace_details::any details{};
 };
 
 /** Where trace events go. Called by one thread at a time. */

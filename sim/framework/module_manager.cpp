@@ -9,6 +9,7 @@
 #include "../faults/violations.hpp"
 #include "entry_points.hpp"
 #include "olv_twamp.h"
+#include "records.hpp"
 
 namespace olv_sim {
 namespace {
@@ -61,6 +62,12 @@ std::optional<olv_service_function_table> table_of(const olv_module_handle *modu
     return entry->last_table;
 }
 
+/** A log name is a word of the record, which is open to anyone. */
+std::string text_or_nothing(const char *text)
+{
+    return text == nullptr ? "" : text;
+}
+
 std::uint32_t store_table(const olv_system_handle *system, const olv_module_handle *module,
                           const olv_service_function_table *table, bool update)
 {
@@ -111,6 +118,18 @@ struct framework::implementation {
     olv_module_handle *ipv4 = nullptr;
     olv_module_handle *ipv6 = nullptr;
 };
+
+std::string log_name_of(const void *record)
+{
+    directory &all = the_directory();
+    const std::lock_guard lock{all.mutex};
+    const auto module = all.modules.find(static_cast<const olv_module_handle *>(record));
+    if (module != all.modules.end()) {
+        return text_or_nothing(module->first->log_name);
+    }
+    const auto system = all.systems.find(static_cast<const olv_system_handle *>(record));
+    return system != all.systems.end() ? text_or_nothing((*system)->log_name) : "";
+}
 
 framework::framework(std::string system_log_name) : implementation_(std::make_unique<implementation>())
 {

@@ -79,14 +79,6 @@ void report_stale(const char *user, const olv_ptn &record)
     violations::report(text);
 }
 
-std::optional<key> find_key(const olv_ptn &record)
-{
-    arena &all = the_arena();
-    const std::lock_guard lock{all.mutex};
-    const slot *found = all.find(record);
-    return found == nullptr ? std::nullopt : std::optional{found->content};
-}
-
 } // namespace
 
 std::uint32_t key::field(std::uint32_t offset, std::uint32_t width) const
@@ -163,9 +155,17 @@ void release(const olv_ptn &record)
     all.free.push_back(record.word[0] & index_mask);
 }
 
+std::optional<key> find(const olv_ptn &record)
+{
+    arena &all = the_arena();
+    const std::lock_guard lock{all.mutex};
+    const slot *found = all.find(record);
+    return found == nullptr ? std::nullopt : std::optional{found->content};
+}
+
 std::optional<key> read(const olv_ptn &record, const char *user)
 {
-    std::optional<key> found = find_key(record);
+    std::optional<key> found = find(record);
     if (!found) {
         report_stale(user, record);
     }
@@ -174,7 +174,7 @@ std::optional<key> read(const olv_ptn &record, const char *user)
 
 std::string text(const olv_ptn &record)
 {
-    const std::optional<key> found = find_key(record);
+    const std::optional<key> found = find(record);
     if (!found) {
         return "invalid";
     }

@@ -32,6 +32,8 @@ void release(const olv_ptn &record);
 
 /** The key so far; nothing and a violation for a stale or foreign record. */
 [[nodiscard]] std::optional<key> read(const olv_ptn &record, const char *user);
+/** The same without a violation. */
+[[nodiscard]] std::optional<key> find(const olv_ptn &record);
 /** Such as "0x000001/24", a pattern without a key "*" and "/0". "invalid" for a stale or foreign record. */
 [[nodiscard]] std::string text(const olv_ptn &record);
 

@@ -1,9 +1,10 @@
 // The tracer: one function for each trace level, all of them leading to the sink.
 #include <cstdarg>
-#include <cstring>
 #include <mutex>
 
 #include "../faults/platform_call.hpp"
+#include "pattern_arena.hpp"
+#include "records.hpp"
 
 namespace olv_sim {
 namespace {
@@ -36,75 +37,122 @@ void deliver(const trace_event &event)
     }
 }
 
-/** Words and names of an event without a format; the list is the caller's va_list. */
+/** Reads the arguments of a call without a format; the list is the caller's va_list. */
 class fixed_arguments {
   public:
     explicit fixed_arguments(std::va_list &list) : list_(list) {}
 
-    void name() { add(string()); }
-    void words(int count)
-    {
-        while (count-- > 0) {
-            add(hex_word(word(), 8));
-        }
-    }
-    void decimal() { add(std::to_string(word())); }
-    void bytes()
-    {
-        const void *start = va_arg(list_, const void *);
-        const std::uint32_t length = word();
-        add(start == nullptr ? "NULL" : hex_bytes(start, length, ""));
-        add(std::to_string(length));
-    }
-    [[nodiscard]] std::string take() { return std::move(text_); }
-
-  private:
     std::uint32_t word() { return va_arg(list_, std::uint32_t); }
-    std::string string()
+    std::string name()
     {
         const char *text = va_arg(list_, const char *);
         return text == nullptr ? "NULL" : text;
     }
-    void add(const std::string &argument)
+    void words(std::uint32_t (&words)[3])
     {
-        if (!text_.empty()) {
-            text_ += ' ';
+        for (std::uint32_t &each : words) {
+            each = word();
         }
-        text_ += argument;
     }
+    const unsigned char *bytes() { return static_cast<const unsigned char *>(va_arg(list_, const void *)); }
 
+  private:
     std::va_list &list_;
-    std::string text_;
 };
 
-std::string fixed_text(std::uint32_t level, std::va_list &list)
+trace_details::state_write read_state_write(fixed_arguments arguments)
+{
+    trace_details::state_write write{};
+    write.namespace_id = arguments.word();
+    write.index = arguments.word();
+    const unsigned char *bytes = arguments.bytes();
+    write.length = arguments.word();
+    if (bytes != nullptr) {
+        write.bytes.emplace(bytes, bytes + write.length);
+    }
+    return write;
+}
+
+/** Nothing for a pattern that is not there any more, or has no key, or a longer one. */
+std::optional<std::uint32_t> key_of(const olv_ptn &pattern, std::uint32_t &width)
+{
+    const std::optional<pattern_arena::key> key = pattern_arena::find(pattern);
+    if (!key || key->bits == 0 || key->bits > 32) {
+        return std::nullopt;
+    }
+    width = key->bits;
+    return key->field(0, key->bits);
+}
+
+trace_details::entry_learnt read_entry_learnt(fixed_arguments arguments)
+{
+    trace_details::entry_learnt entry{};
+    entry.tree = arguments.name();
+    arguments.words(entry.pattern.word);
+    arguments.words(entry.action.word);
+    entry.key = key_of(entry.pattern, entry.key_width);
+    return entry;
+}
+
+trace_details::entry_removed read_entry_removed(fixed_arguments arguments)
+{
+    trace_details::entry_removed entry{};
+    entry.tree = arguments.name();
+    arguments.words(entry.pattern.word);
+    std::uint32_t width = 0; // of the pattern; the caller tells the one that it removed the entry with
+    entry.key = key_of(entry.pattern, width);
+    entry.key_width = arguments.word();
+    arguments.words(entry.action.word);
+    return entry;
+}
+
+/** What a call without a format tells; a plain message where its level has no fixed arguments. */
+trace_details::any fixed_details(std::uint32_t level, std::va_list &list)
 {
     fixed_arguments arguments{list};
     switch (level) {
     case level_entry:
+        return trace_details::function_entry{arguments.name()};
     case level_exit:
-        arguments.name();
-        break;
+        return trace_details::function_exit{arguments.name()};
     case level_learnt:
-        arguments.name();
-        arguments.words(6);
-        break;
+        return read_entry_learnt(arguments);
     case level_removed:
-        arguments.name();
-        arguments.words(3);
-        arguments.decimal();
-        arguments.words(3);
-        break;
+        return read_entry_removed(arguments);
     case level_state:
-        arguments.words(1);
-        arguments.decimal();
-        arguments.bytes();
-        break;
+        return read_state_write(arguments);
     default:
-        break; // The level has no fixed arguments.
+        return trace_details::message{};
     }
-    return arguments.take();
 }
+
+std::string words_text(const std::uint32_t (&words)[3])
+{
+    return hex_word(words[0], 8) + ' ' + hex_word(words[1], 8) + ' ' + hex_word(words[2], 8);
+}
+
+/** The arguments as text, each kind in the order in which its call passes them. */
+struct fixed_text {
+    std::string operator()(const trace_details::message &) const { return {}; }
+    std::string operator()(const trace_details::function_entry &entry) const { return entry.operation; }
+    std::string operator()(const trace_details::function_exit &exit) const { return exit.operation; }
+    std::string operator()(const trace_details::state_write &write) const
+    {
+        const std::string bytes = write.bytes ? hex_bytes(write.bytes->data(), write.length, "") : "NULL";
+        return hex_word(write.namespace_id, 8) + ' ' + std::to_string(write.index) + ' ' + bytes + ' ' +
+               std::to_string(write.length);
+    }
+    std::string operator()(const trace_details::entry_learnt &entry) const
+    {
+        return entry.tree + ' ' + words_text(entry.pattern.word) + ' ' + words_text(entry.action.word);
+    }
+    std::string operator()(const trace_details::entry_removed &entry) const
+    {
+        return entry.tree + ' ' + words_text(entry.pattern.word) + ' ' + std::to_string(entry.key_width) + ' ' +
+               words_text(entry.action.word);
+    }
+    std::string operator()(const trace_details::forced_error &) const { return {}; }
+};
 
 std::string formatted_text(const char *format, std::va_list &list)
 {
@@ -128,10 +176,12 @@ void trace_function(const void *record, std::uint32_t line, const char *file, co
         return;
     }
     trace_event event{level, 0, record, line, file == nullptr ? "" : file, std::nullopt, {}};
+    event.module = log_name_of(record);
     std::va_list list;
     va_start(list, format);
     if (format == nullptr) {
-        event.text = fixed_text(level, list);
+        event.details = fixed_details(level, list);
+        event.text = std::visit(fixed_text{}, event.details);
     } else {
         event.format = format;
         event.text = formatted_text(format, list);
@@ -199,6 +249,7 @@ void olv_lttng_trace_sif_force_error(std::uint32_t first_word, std::uint32_t lin
     }
     trace_event event{trace_event::forced_error,   first_word,   nullptr, line,
                       file == nullptr ? "" : file, std::nullopt, {}};
+    event.details = trace_details::forced_error{};
     if (format != nullptr) {
         std::va_list list;
         va_start(list, format);

@@ -73,6 +73,107 @@ TEST_F(trace, fixed_arguments)
     EXPECT_EQ(sink.events()[5].file, "");
 }
 
+// --------------------------------------------------------------------------------------------------------
+// What an event tells, typed
+// --------------------------------------------------------------------------------------------------------
+
+TEST_F(trace, messages_tell_a_text_alone)
+{
+    for (const std::uint32_t level : {0u, 2u, 4u, 8u, 9u, 15u, 16u, 27u}) {
+        sink.clear();
+        function(level)(&record, 1, "a.cpp", "%u\n", 7u);
+        ASSERT_EQ(sink.events().size(), 1u) << level;
+        EXPECT_TRUE(std::holds_alternative<trace_details::message>(sink.events()[0].details)) << level;
+    }
+}
+
+TEST_F(trace, functions_tell_their_operation)
+{
+    function(8)(&record, 1, "a.cpp", nullptr, "olv_twamp_init");
+    function(9)(&record, 2, "a.cpp", nullptr, "olv_twamp_shutdown");
+    ASSERT_EQ(sink.events().size(), 2u);
+    const auto *entry = std::get_if<trace_details::function_entry>(&sink.events()[0].details);
+    const auto *exit = std::get_if<trace_details::function_exit>(&sink.events()[1].details);
+    ASSERT_NE(entry, nullptr);
+    ASSERT_NE(exit, nullptr);
+    EXPECT_EQ(entry->operation, "olv_twamp_init");
+    EXPECT_EQ(exit->operation, "olv_twamp_shutdown");
+}
+
+TEST_F(trace, state_writes_tell_place_and_bytes)
+{
+    const unsigned char bytes[] = {0, 0x1F, 0xFF};
+    function(27)(&record, 1, "a.cpp", nullptr, 0x7008C1u, 2u, static_cast<const void *>(bytes), 3u);
+    function(27)(&record, 2, "a.cpp", nullptr, 1u, 0u, static_cast<const void *>(nullptr), 60u);
+    ASSERT_EQ(sink.events().size(), 2u);
+    const auto *write = std::get_if<trace_details::state_write>(&sink.events()[0].details);
+    const auto *without_bytes = std::get_if<trace_details::state_write>(&sink.events()[1].details);
+    ASSERT_NE(write, nullptr);
+    EXPECT_EQ(write->namespace_id, 0x7008C1u);
+    EXPECT_EQ(write->index, 2u);
+    EXPECT_EQ(write->bytes, (std::vector<std::uint8_t>{0, 0x1F, 0xFF}));
+    EXPECT_EQ(write->length, 3u);
+    ASSERT_NE(without_bytes, nullptr);
+    EXPECT_EQ(without_bytes->bytes, std::nullopt);
+    EXPECT_EQ(without_bytes->length, 60u);
+    EXPECT_EQ(sink.events()[1].text, "0x00000001 0 NULL 60");
+}
+
+TEST_F(trace, entries_tell_tree_words_and_the_key_of_a_living_pattern)
+{
+    olv_ptn pattern{};
+    ASSERT_EQ(olv_ptn_new(24, &pattern), 0u);
+    ASSERT_EQ(olv_ptn_extend(&pattern, 0x00ABCD, 24), 0u);
+    const std::uint32_t *word = pattern.word;
+    function(15)(&record, 1, "a.cpp", nullptr, "tree", word[0], word[1], word[2], 1u, 0x401u, 9u);
+    function(16)(&record, 2, "a.cpp", nullptr, "tree", word[0], word[1], word[2], 20u, 1u, 0x401u, 9u);
+    olv_ptn_free(pattern);
+    function(15)(&record, 3, "a.cpp", nullptr, "tree", word[0], word[1], word[2], 1u, 0x401u, 9u);
+    ASSERT_EQ(sink.events().size(), 3u);
+    const auto *learnt = std::get_if<trace_details::entry_learnt>(&sink.events()[0].details);
+    const auto *removed = std::get_if<trace_details::entry_removed>(&sink.events()[1].details);
+    const auto *of_freed = std::get_if<trace_details::entry_learnt>(&sink.events()[2].details);
+    ASSERT_NE(learnt, nullptr);
+    EXPECT_EQ(learnt->tree, "tree");
+    EXPECT_EQ(learnt->pattern.word[0], word[0]);
+    EXPECT_EQ(learnt->pattern.word[1], 24u);
+    EXPECT_EQ(learnt->pattern.word[2], 0u);
+    EXPECT_EQ(learnt->action.word[0], 1u);
+    EXPECT_EQ(learnt->action.word[1], 0x401u);
+    EXPECT_EQ(learnt->action.word[2], 9u);
+    EXPECT_EQ(learnt->key, 0xABCDu);
+    EXPECT_EQ(learnt->key_width, 24u);
+    ASSERT_NE(removed, nullptr);
+    EXPECT_EQ(removed->tree, "tree");
+    EXPECT_EQ(removed->pattern.word[1], 24u);
+    EXPECT_EQ(removed->action.word[1], 0x401u);
+    EXPECT_EQ(removed->key, 0xABCDu);
+    EXPECT_EQ(removed->key_width, 20u);
+    ASSERT_NE(of_freed, nullptr);
+    EXPECT_EQ(of_freed->key, std::nullopt);
+    EXPECT_EQ(of_freed->key_width, 0u);
+}
+
+TEST_F(trace, the_log_name_is_that_of_a_living_framework_s_record)
+{
+    {
+        framework framework{"the system"};
+        const olv_module_handle *module = framework.create_module({.module_id = 3, .log_name = "the module"});
+        function(0)(module, 1, "a.cpp", "x");
+        function(0)(framework.system(), 2, "a.cpp", "x");
+        framework.system()->log_name = nullptr;
+        function(0)(framework.system(), 3, "a.cpp", "x");
+    }
+    function(0)(&record, 4, "a.cpp", "x");
+    function(0)(nullptr, 5, "a.cpp", "x");
+    ASSERT_EQ(sink.events().size(), 5u);
+    EXPECT_EQ(sink.events()[0].module, "the module");
+    EXPECT_EQ(sink.events()[1].module, "the system");
+    EXPECT_EQ(sink.events()[2].module, "");
+    EXPECT_EQ(sink.events()[3].module, "");
+    EXPECT_EQ(sink.events()[4].module, "");
+}
+
 TEST_F(trace, forced_error)
 {
     olv_lttng_trace_sif_force_error(5, 10, "b.cpp", "bad %d", -1);
@@ -85,6 +186,10 @@ TEST_F(trace, forced_error)
     EXPECT_EQ(sink.events()[0].file, "b.cpp");
     EXPECT_EQ(sink.events()[0].text, "bad -1");
     EXPECT_EQ(sink.events()[1].format, std::nullopt);
+    for (const trace_event &event : sink.events()) {
+        EXPECT_TRUE(std::holds_alternative<trace_details::forced_error>(event.details));
+        EXPECT_EQ(event.module, "");
+    }
 }
 
 TEST_F(trace, long_messages_are_whole)
