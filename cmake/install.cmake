@@ -12,6 +12,9 @@ install(TARGETS olv_interfaces olv-twamp EXPORT olv-twamp-targets
 install(TARGETS olv-sim EXPORT olv-twamp-sim-targets
         LIBRARY COMPONENT sim
         FILE_SET HEADERS DESTINATION ${header_dir} COMPONENT sim)
+if(TARGET olv-sim-lttng)
+  install(TARGETS olv-sim-lttng LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT sim)
+endif()
 if(TARGET twampctl)
   # Finds the libraries under any prefix.
   set_target_properties(twampctl PROPERTIES INSTALL_RPATH $ORIGIN/../${CMAKE_INSTALL_LIBDIR})

@@ -12,7 +12,8 @@
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev libedit-dev
-  liblttng-ust-dev nlohmann-json3-dev pkgconf prometheus-cpp-dev abigail-tools python3 python3-pyelftools)
+  liblttng-ust-dev libmicrohttpd-dev nlohmann-json3-dev pkgconf prometheus-cpp-dev abigail-tools python3
+  python3-pyelftools)
 for set in "$@"; do
   case $set in
     test) packages+=(babeltrace2 bash-completion gnuplot-nox lttng-tools mandoc python3-pexpect python3-pyte

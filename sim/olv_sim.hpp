@@ -326,6 +326,13 @@ namespace tracer {
 /** Send events to @p sink from now on; NULL: nowhere. The sink has to live until it is replaced. */
 void set_sink(trace_sink *sink);
 
+/**
+ * A sink that hands events to LTTng-UST as those of the provider olv_twamp (docs/tracing.md). Nothing of
+ * LTTng-UST is in the process before the first call; from then on it stays until the process ends.
+ * @throw std::runtime_error  One line: which library is missing, and what brings it.
+ */
+[[nodiscard]] std::unique_ptr<trace_sink> load_lttng();
+
 } // namespace tracer
 
 /** Writes one line an event. */

@@ -76,7 +76,7 @@ void add_options(CLI::App &run, raw_options &raw, run_options &options)
         ->check(CLI::IsMember(std::vector<std::uint32_t>{0, 1, 3, 7, 15}));
     run.add_option("--verbose-step", raw.step, "Log everything during one step")
         ->check(CLI::IsMember(names_of(steps)));
-    run.add_option("--trace", options.trace_file, "File for a text trace; -: standard error");
+    run.add_option("--trace", options.trace_file, "File for a text trace; -: standard error; lttng: LTTng-UST");
     run.add_option("--stamp-mode", raw.stamp_mode, "Sequence numbers of STAMP replies (stateful)")
         ->check(CLI::IsMember(names_of(stamp_modes)));
     run.add_option("--refwait", options.reflector.refwait_seconds, "Seconds until an idle session ends (900)")

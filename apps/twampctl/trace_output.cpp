@@ -14,19 +14,29 @@ trace_output::trace_output(const std::string &file)
     if (file.empty()) {
         return;
     }
-    if (file != "-") {
-        opened_ = std::fopen(file.c_str(), "we");
-        if (opened_ == nullptr) {
-            throw std::runtime_error("cannot write the trace to " + file + ": " + std::strerror(errno));
-        }
+    if (file == "lttng") {
+        sink_ = olv_sim::tracer::load_lttng();
+    } else {
+        sink_ = std::make_unique<olv_sim::text_trace_sink>(open(file));
     }
-    sink_.emplace(opened_ != nullptr ? opened_ : stderr);
-    olv_sim::tracer::set_sink(&*sink_);
+    olv_sim::tracer::set_sink(sink_.get());
+}
+
+std::FILE *trace_output::open(const std::string &file)
+{
+    if (file == "-") {
+        return stderr;
+    }
+    opened_ = std::fopen(file.c_str(), "we");
+    if (opened_ == nullptr) {
+        throw std::runtime_error("cannot write the trace to " + file + ": " + std::strerror(errno));
+    }
+    return opened_;
 }
 
 trace_output::~trace_output()
 {
-    if (sink_) {
+    if (sink_ != nullptr) {
         olv_sim::tracer::set_sink(nullptr);
     }
     if (opened_ != nullptr) {

@@ -6,7 +6,7 @@
 #define OLV_TWAMPCTL_TRACE_OUTPUT_HPP
 
 #include <cstdio>
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "olv_sim.hpp"
@@ -16,8 +16,8 @@ namespace twampctl {
 class trace_output {
   public:
     /**
-     * @param file  Empty: no trace; "-": standard error.
-     * @throw std::runtime_error  One line: the file cannot be written.
+     * @param file  Empty: no trace; "-": standard error; "lttng": events of LTTng-UST.
+     * @throw std::runtime_error  One line: the file cannot be written, LTTng-UST is not there.
      */
     explicit trace_output(const std::string &file);
     /** Says so when the trace is not complete. */
@@ -26,8 +26,11 @@ class trace_output {
     trace_output &operator=(const trace_output &) = delete;
 
   private:
+    /** @return Where the text goes. */
+    std::FILE *open(const std::string &file);
+
     std::FILE *opened_ = nullptr; ///< Ours to close.
-    std::optional<olv_sim::text_trace_sink> sink_;
+    std::unique_ptr<olv_sim::trace_sink> sink_;
 };
 
 } // namespace twampctl
