@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <string>
 
+#include "help_format.hpp"
+
 namespace olv_apps {
 
 void report_error(const char *program, const char *format, ...)
@@ -32,6 +34,7 @@ CLI::Validator number_between(double minimum, double maximum)
 
 std::optional<int> parse_command_line(CLI::App &app, const char *program, int argc, char **argv)
 {
+    use_help_format(app);
     try {
         app.parse(argc, argv);
         return std::nullopt;

@@ -7,6 +7,7 @@
 #include "choices.hpp"
 #include "closest.hpp"
 #include "commands/commands.hpp"
+#include "help_format.hpp"
 #include "run_options.hpp"
 
 namespace twampctl {
@@ -20,31 +21,15 @@ constexpr const char *command_line_intro = "Drives the TWAMP module on the softw
 
 constexpr const char *command_line_end =
     "\n"
-    "'twampctl COMMAND --help' explains a command, 'twampctl shell' reads commands from a terminal,\n"
-    "'twampctl script FILE' from a file. The platform lasts as long as the program.\n"
+    "'twampctl COMMAND --help' explains a command. 'twampctl shell' reads commands\n"
+    "from a terminal, 'twampctl script FILE' from a file. The platform lasts as long\n"
+    "as the program.\n"
     "\n"
     "Examples:\n"
     "  twampctl run --listen 127.0.0.1:8620\n"
     "  twampctl up then responder create west then responder state west\n";
 
 constexpr const char *shell_end = "\n'help COMMAND' explains a command. Words in quotes stay together.\n";
-
-/** Names an option's value once, where CLI11 would write a positional's name and its kind. */
-class help_format : public CLI::Formatter {
-  public:
-    help_format() { column_width(help_column); }
-
-    [[nodiscard]] std::string make_option_opts(const CLI::Option *option) const override
-    {
-        if (option->get_positional()) {
-            return option->get_required() ? "" : " (optional)";
-        }
-        return option->get_type_size() == 0 ? "" : " " + option->get_type_name();
-    }
-
-  private:
-    static constexpr std::size_t help_column = 26;
-};
 
 bool begins_with(const std::string &text, const std::string &start)
 {
@@ -126,7 +111,7 @@ std::string path_of(const CLI::App &command)
 command_tree::command_tree(testbed &bed)
     : bed_(bed), root_("", bed.source() == command_source::command_line ? program_name : "")
 {
-    root_.formatter(std::make_shared<help_format>());
+    root_.formatter(std::make_shared<olv_apps::help_format>());
     root_.set_help_flag("-h,--help", "Print this help");
     add_module_commands(*this);
     add_responder_commands(*this);

@@ -21,7 +21,8 @@ class line_editor {
     /** The words that may stand where the last of these, which is only begun, stands. */
     using completer = std::function<std::vector<std::string>(const std::vector<std::string> &)>;
 
-    /** @param history_file  The file that lines are kept in; empty: none. @throw std::runtime_error  No terminal. */
+    /** @param history_file  The file that lines are kept in; empty: none. @throw std::runtime_error  No
+     * terminal. */
     line_editor(const olv_apps::signal_watch &signals, std::string prompt, std::string history_file,
                 completer complete);
     /** Saves the history. */

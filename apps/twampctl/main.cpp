@@ -64,7 +64,7 @@ int run_commands(const std::vector<std::string> &words)
     testbed bed{signals, source_of(words.front())};
     const int status = run_words(bed, words);
     if (bed.source() != command_source::shell) {
-        say_to(nullptr); // the end of the program undoes everything; only failures are news
+        bed.silence(); // the end of the program undoes everything
     }
     const bool clean = bed.tear_down();
     return status == olv_apps::exit_good && !clean ? olv_apps::exit_failed : status;

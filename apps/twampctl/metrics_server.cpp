@@ -71,8 +71,7 @@ MHD_Result answer(MHD_Connection *connection, unsigned status, const char *type,
 }
 
 MHD_Result handle(void *context, MHD_Connection *connection, const char *path, const char *method,
-                  const char * /*version*/, const char * /*upload*/, std::size_t *upload_size,
-                  void **state)
+                  const char * /*version*/, const char * /*upload*/, std::size_t *upload_size, void **state)
 {
     const auto &server = *static_cast<const metrics_server *>(context);
     const std::string_view asked = method;

@@ -81,6 +81,7 @@ bool site::is_up() const
 
 bool site::initialise()
 {
+    const std::lock_guard lock{mutex_};
     const bool was_up = is_up();
     const std::uint32_t status = olv_twamp_init(module_);
     if (status != OLV_STATUS_OK) {
@@ -93,6 +94,7 @@ bool site::initialise()
 
 void site::shut_down()
 {
+    const std::lock_guard lock{mutex_};
     require(is_up() ? framework_.shutdown(module_) : olv_twamp_shutdown(module_), "shut the module down");
     say("module shut down");
 }

@@ -56,6 +56,9 @@ void testbed::use(const std::string &name)
 void testbed::remove(const std::string &name)
 {
     use(name);
+    if (measured_ == current_) {
+        end_metrics();
+    }
     (void)current_->tear_down(); // has said what failed
     sites_.erase(find(name));
     current_ = sites_.empty() ? nullptr : &sites_.front();
@@ -76,8 +79,26 @@ void testbed::trace_to(const std::string &where)
     }
 }
 
+std::string testbed::serve_metrics(const olv_fastpath::listen_address &address)
+{
+    site &on = current();
+    metrics_.reset(); // the address may be the same
+    metrics_.emplace(address, [&on] { return on.collect(); });
+    measured_ = &on;
+    return metrics_->url();
+}
+
+void testbed::silence()
+{
+    say_to(nullptr);
+    for (const site &each : sites_) {
+        __atomic_store_n(&each.module()->log_flags, 0, __ATOMIC_RELAXED); // metrics may be read meanwhile
+    }
+}
+
 bool testbed::tear_down()
 {
+    end_metrics();
     olv_sim::faults::clear_all();
     bool good = true;
     for (site &each : sites_) {

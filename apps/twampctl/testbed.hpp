@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "metrics_server.hpp"
 #include "signal_watch.hpp"
 #include "site.hpp"
 #include "trace_output.hpp"
@@ -51,10 +52,16 @@ class testbed {
     void trace_to(const std::string &where);
     [[nodiscard]] const std::string &trace() const { return trace_name_; }
 
+    /** Serve the figures of the processor in use over HTTP, as long as it is there. @return Where: a URL. */
+    [[nodiscard]] std::string serve_metrics(const olv_fastpath::listen_address &address);
+    void end_metrics() { metrics_.reset(); }
+
     /** No command after this one. */
     void quit() { over_ = true; }
     [[nodiscard]] bool is_over() const { return over_; }
 
+    /** From now on only failures are news: neither progress nor the modules' log. */
+    void silence();
     /** Clear the faults, undo everything on all processors, and tell what is left. @return Whether all of it
      *  worked and nothing is. */
     bool tear_down();
@@ -68,6 +75,8 @@ class testbed {
     site *current_ = nullptr;
     std::string trace_name_;
     std::optional<trace_output> trace_;
+    std::optional<metrics_server> metrics_; ///< Ends before the sites that it reads.
+    const site *measured_ = nullptr;        ///< Whose figures are served.
     bool over_ = false;
 };
 

@@ -15,23 +15,19 @@ void add_traffic_options(CLI::App &command, traffic_options &options)
         ->check(CLI::Range(1u, 1'000'000u));
     command
         .add_option("--allow", options.allowed,
-                    "Answer no other senders than those in PREFIX,\n"
-                    "192.0.2.0/24 or an address (repeatable)")
+                    "Answer no other senders than those in PREFIX, 192.0.2.0/24 or an address (repeatable)")
         ->allow_extra_args(false);
     command
         .add_option("--min-source-port", options.server.lowest_source_port,
-                    "Answer no lower source ports; 1024: no well-known\n"
-                    "service, nor a reflector at 862 (1)")
+                    "Answer no lower source ports; 1024: no well-known service, nor a reflector at 862 (1)")
         ->check(CLI::Range(1u, 65535u));
     command
         .add_option("--min-request", options.reflector.minimum_request,
-                    "Octets that a request has at least; 41: no reply\n"
-                    "is longer than its request (14)")
+                    "Octets that a request has at least; 41: no reply is longer than its request (14)")
         ->check(CLI::Range(header_length, olv_fastpath::maximum_payload_ipv4));
     command
         .add_option("--rate", options.server.packets_per_second,
-                    "Packets that each responder takes in a second;\n"
-                    "default: no limit")
+                    "Packets that each responder takes in a second; default: no limit")
         ->check(CLI::Range(1u, 1'000'000'000u));
 }
 

@@ -44,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(
             "NoListen", TWAMPCTL, {"run"}, "twampctl: no address to listen on; give one such as --listen 127"},
         usage_row{
             "UnknownOption", TWAMPCTL, {"run", "--nope"}, "twampctl: The following argument was not expected"},
-        usage_row{"UnknownCommand", TWAMPCTL, {"go"}, "twampctl: The following argument was not expected: go"},
+        usage_row{"UnknownCommand", TWAMPCTL, {"go"}, "twampctl: there is no command 'go'"},
         usage_row{"NoAddress", TWAMPCTL, {"run", "--listen", "localhost:1"}, "twampctl: address 'localhost:1'"},
         usage_row{"NoPort", TWAMPCTL, {"run", "--listen", "127.0.0.1"}, "twampctl: address '127.0.0.1'"},
         usage_row{"Port65536", TWAMPCTL, {"run", "--listen", "127.0.0.1:65536"}, "the port has to be a number"},

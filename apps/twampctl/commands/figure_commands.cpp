@@ -1,17 +1,170 @@
-// What is counted: statistics, sessions, what is in use.
+// What is counted: statistics, listeners, sessions, what is in use; once, all the time, or over HTTP.
+#include <cmath>
 #include <cstdio>
 
+#include "choices.hpp"
+#include "command_line.hpp"
 #include "command_tree.hpp"
 #include "commands/commands.hpp"
+#include "figures_output.hpp"
+#include "progress.hpp"
+#include "watch.hpp"
 
 namespace twampctl {
+namespace {
 
-void add_responder_figures(command_tree &, CLI::App &) {}
+struct format_option {
+    std::string name = "text";
+
+    [[nodiscard]] output_format value() const { return output_formats.at(name); }
+    [[nodiscard]] bool is_text() const { return value() == output_format::text; }
+};
+
+void add_format(CLI::App &command, format_option &format)
+{
+    one_of(command.add_option("--format", format.name, "Text, JSON, or Prometheus' format (text)"),
+           {"text", "json", "prometheus"});
+}
+
+void print(const std::string &text)
+{
+    (void)std::fputs(text.c_str(), stdout); // an error shows at exit
+}
+
+/** A command that prints a part of the figures. */
+template <typename Part>
+void add_part(command_tree &tree, CLI::App &parent, const command_text &text, Part figures::*part)
+{
+    const auto chosen = std::make_shared<format_option>();
+    add_format(tree.add(parent, text,
+                        [chosen, part](testbed &bed) {
+                            print(format(bed.current().collect().*part, chosen->value()));
+                        }),
+               *chosen);
+}
+
+// --------------------------------------------------------------------------------------------------------
+// Statistics: as text, the library prints them itself
+// --------------------------------------------------------------------------------------------------------
+
+void print_statistics(testbed &bed, const format_option &chosen)
+{
+    site &on = bed.current();
+    olv_twamp_global_stats counters{};
+    on.require(olv_twamp_global_stats_get(on.module(), &counters), "read the module's statistics");
+    if (chosen.is_text()) {
+        (void)olv_twamp_global_stats_print(on.module()); // always 0
+    } else {
+        print(format(std::optional(counters), chosen.value()));
+    }
+}
+
+void print_responder_statistics(testbed &bed, const std::string &name, const format_option &chosen)
+{
+    site &on = bed.current();
+    const named_responder &responder = on.responder(name);
+    olv_twamp_responder_stats counters{};
+    on.require(olv_twamp_responder_stats_get(on.module(), responder.handle, &counters),
+               "read the statistics of responder " + name);
+    if (chosen.is_text()) {
+        (void)olv_twamp_responder_stats_print(on.module(), responder.handle); // always 0
+    } else {
+        print(format(responder_figures{name, responder.handle->responder_id, counters}, chosen.value()));
+    }
+}
+
+void add_statistics(command_tree &tree)
+{
+    const auto chosen = std::make_shared<format_option>();
+    add_format(tree.add({"stats", "Show the module's counters", {"stats", "stats --format json"}},
+                        [chosen](testbed &bed) { print_statistics(bed, *chosen); }),
+               *chosen);
+}
+
+void add_everything(command_tree &tree)
+{
+    const auto chosen = std::make_shared<format_option>();
+    add_format(tree.add({"show", "Show all figures", {"show", "show --format prometheus"}},
+                        [chosen](testbed &bed) { print(format(bed.current().collect(), chosen->value())); }),
+               *chosen);
+}
+
+// --------------------------------------------------------------------------------------------------------
+// All the time
+// --------------------------------------------------------------------------------------------------------
+
+struct watch_request {
+    double interval = 1;
+    std::optional<std::uint32_t> count;
+};
+
+void watch_site(testbed &bed, const watch_request &request)
+{
+    site &on = bed.current();
+    (void)watch([&on] { return on.collect(); }, bed.signals(), // Ctrl-C is how one ends it
+                {.interval = std::chrono::nanoseconds(std::llround(request.interval * 1e9)),
+                 .count = request.count,
+                 .duration = {}});
+    (void)bed.signals().take();
+}
+
+void add_watch(command_tree &tree)
+{
+    const auto request = std::make_shared<watch_request>();
+    CLI::App &command = tree.add({"watch",
+                                  "Show rates, drops and sessions as they change",
+                                  {"watch", "watch --interval 0.5 --count 10"}},
+                                 [request](testbed &bed) { watch_site(bed, *request); });
+    command.add_option("--interval", request->interval, "Seconds between two looks (1)")
+        ->check(olv_apps::number_between(0.05, 3600.0));
+    command.add_option("--count", request->count, "Looks; default: until Ctrl-C")
+        ->check(CLI::Range(1u, UINT32_MAX));
+}
+
+void add_metrics(command_tree &tree)
+{
+    CLI::App &group = tree.add_group("metrics", "Serve the figures over HTTP");
+    const auto where = std::make_shared<std::string>();
+    tree.add(group, {"at", "Serve them for Prometheus to fetch", {"metrics at 127.0.0.1:9862"}},
+             [where](testbed &bed) {
+                 say("metrics %s", bed.serve_metrics(olv_fastpath::parse_listen_address(*where)).c_str());
+             })
+        .add_option("ADDRESS:PORT", *where, "Where; port 0: any")
+        ->required();
+    tree.add(group, {"off", "Serve them no more", {}}, [](testbed &bed) {
+        bed.end_metrics();
+        say("metrics are no longer served");
+    });
+}
+
+} // namespace
+
+void add_responder_figures(command_tree &tree, CLI::App &group)
+{
+    add_part(
+        tree, group,
+        {"list", "List the responders with their counters", {"responder list", "responder list --format json"}},
+        &figures::responders);
+    const auto name = std::make_shared<std::string>();
+    const auto chosen = std::make_shared<format_option>();
+    CLI::App &stats =
+        tree.add(group, {"stats", "Show a responder's counters", {"responder stats west"}},
+                 [name, chosen](testbed &bed) { print_responder_statistics(bed, *name, *chosen); });
+    stats.add_option("NAME", *name, "The responder")->required()->type_name(value_kind::responder);
+    add_format(stats, *chosen);
+}
 
 void add_figure_commands(command_tree &tree)
 {
-    tree.add({"usage", "Show what is in use on the platform", {"usage"}},
-             [](testbed &bed) { std::printf("%s\n", text_of(bed.current().usage()).c_str()); });
+    add_statistics(tree);
+    add_part(tree, tree.root(), {"listeners", "List where packets are answered", {"listeners"}},
+             &figures::listeners);
+    add_part(tree, tree.root(), {"sessions", "List the sessions of the fast path", {"sessions --format json"}},
+             &figures::sessions);
+    add_part(tree, tree.root(), {"usage", "Show what is in use on the platform", {"usage"}}, &figures::usage);
+    add_everything(tree);
+    add_watch(tree);
+    add_metrics(tree);
 }
 
 } // namespace twampctl
