@@ -35,6 +35,7 @@
 extern "C" {
 #endif
 
+/** Marks an exported operation. */
 #if defined(__GNUC__)
 #define OLV_TWAMP_API __attribute__((visibility("default")))
 #else
@@ -135,6 +136,7 @@ struct olv_bind_info {
 /**
  * Tell whether a module is initialised.
  * Looks at nothing but the private context: the caller has made sure that @p module is a module record.
+ * @param module  A module record, not NULL.
  * @return 1 when it is initialised, otherwise 0. Logs nothing, takes no lock.
  */
 OLV_TWAMP_API uint32_t olv_twamp_valid_module_handle(const olv_module_handle *module);
@@ -146,6 +148,7 @@ OLV_TWAMP_API uint32_t olv_twamp_valid_module_handle(const olv_module_handle *mo
  * A failure frees the context and leaves the module uninitialised, with `ctx` still holding the freed
  * block's address. Service functions that were registered stay registered when only the clearing failed.
  *
+ * @param module  The module record.
  * @return OLV_STATUS_OK, also for a module that is initialised already (nothing changes);
  *         OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_NO_MEMORY; TWAMP_STATUS_NAMESPACE_NOT_FOUND;
  *         TWAMP_STATUS_TREE_ID_NOT_FOUND; the framework's status of the registration with 3 in bits 16-19;
@@ -157,6 +160,7 @@ OLV_TWAMP_API uint32_t olv_twamp_init(olv_module_handle *module);
  * Shut the module down: withdraw the service functions, free the private context. Prints no entry or exit
  * line. Responders, binds and counters in the fast path stay as they are.
  *
+ * @param module  The module record.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED (lock not taken: still
  *         initialised); the framework's status, unchanged, when it refuses the withdrawal: the module is
  *         shut down all the same.
@@ -165,6 +169,7 @@ OLV_TWAMP_API uint32_t olv_twamp_shutdown(olv_module_handle *module);
 
 /**
  * Hand the framework the service functions again. The slot of the tree function stays 0 here.
+ * @param module  The module record.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; the framework's status,
  *         unchanged.
  */
@@ -172,7 +177,8 @@ OLV_TWAMP_API uint32_t olv_twamp_service_function_update(olv_module_handle *modu
 
 /**
  * Set the module's log level. Replaces the whole log word: the bits above the level are cleared.
- * @param level  0, 1, 3, 7 or 15.
+ * @param module  The module record.
+ * @param level   0, 1, 3, 7 or 15.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; OLV_STATUS_BAD_LOG_LEVEL
  *         (the log word is unchanged).
  */
@@ -180,6 +186,7 @@ OLV_TWAMP_API uint32_t olv_twamp_sys_log(olv_module_handle *module, uint32_t lev
 
 /**
  * Map a requested log level to the module's. Takes no lock, prints no entry or exit line.
+ * @param module  The module record, which messages are logged through; may be NULL.
  * @param level   0, 1, 3, 7 or 15, each mapped to itself.
  * @param mapped  Receives the mapped level; unchanged on failure.
  * @return OLV_STATUS_OK; OLV_STATUS_BAD_LOG_LEVEL; TWAMP_STATUS_INVALID_PARAM when @p mapped is NULL.
@@ -193,8 +200,9 @@ OLV_TWAMP_API uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t
  * written stays written, and the creation count stays raised from the allocation of the ID on.
  * A record that @p slot holds when @p info is NULL is freed as if this call had allocated it.
  *
- * @param info  The request.
- * @param slot  Receives the handle, which the caller owns.
+ * @param module  The module record.
+ * @param info    The request.
+ * @param slot    Receives the handle, which the caller owns.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE and TWAMP_STATUS_LOCK_FAILED from taking the lock
  *         (@p slot untouched); TWAMP_STATUS_INVALID_PARAM; TWAMP_STATUS_NO_MEMORY;
  *         TWAMP_STATUS_INDEX_ALLOC_FAILED; TWAMP_STATUS_STATE_WRITE_FAILED; the status of the framework's
@@ -210,6 +218,8 @@ OLV_TWAMP_API uint32_t olv_twamp_responder_create(olv_module_handle *module,
  * entry. The record itself is neither freed nor changed. What a failing step leaves is not undone: before
  * the removal everything is kept; after it the ID or the state entry may be left.
  *
+ * @param module     The module record.
+ * @param responder  The handle that the creation stored.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; the status of the framework's
  *         pattern call, unchanged; TWAMP_STATUS_LEARN_FAILED when the entry cannot be removed;
  *         TWAMP_STATUS_INDEX_FREE_FAILED; TWAMP_STATUS_STATE_WRITE_FAILED.
@@ -218,7 +228,9 @@ OLV_TWAMP_API uint32_t olv_twamp_responder_delete(olv_module_handle *module, twa
 
 /**
  * Read a responder's counters. Clears nothing; the five values need not be one consistent snapshot.
- * @param stats  Filled on success, untouched on failure.
+ * @param module     The module record.
+ * @param responder  The handle that the creation stored.
+ * @param stats      Filled on success, untouched on failure.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; TWAMP_STATUS_INVALID_PARAM
  *         when @p stats is NULL; TWAMP_STATUS_STATE_READ_FAILED.
  */
@@ -226,7 +238,12 @@ OLV_TWAMP_API uint32_t olv_twamp_responder_stats_get(olv_module_handle *module,
                                                      twamp_responder_handle *responder,
                                                      olv_twamp_responder_stats *stats);
 
-/** Print a responder's non-zero counters to standard output. @return 0, also when they cannot be read. */
+/**
+ * Print a responder's non-zero counters to standard output.
+ * @param module     The module record.
+ * @param responder  The handle that the creation stored.
+ * @return 0, also when they cannot be read.
+ */
 OLV_TWAMP_API uint32_t olv_twamp_responder_stats_print(olv_module_handle *module,
                                                        twamp_responder_handle *responder);
 
@@ -249,6 +266,8 @@ OLV_TWAMP_API uint32_t olv_twamp_custom_bind(olv_system_handle *system, const ol
  * Service function: remove the entry that olv_twamp_custom_bind() learnt for the same request. The entry
  * point is asked for again. `custom_bind` is not looked at.
  *
+ * @param system  As olv_twamp_custom_bind().
+ * @param info    As olv_twamp_custom_bind(), with the same source instance.
  * @return OLV_STATUS_OK; OLV_STATUS_NULL_BIND_INFO; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED;
  *         TWAMP_STATUS_INVALID_PARAM; TWAMP_STATUS_NO_ENTRY_POINT; TWAMP_STATUS_UNSUPPORTED_PAIR;
  *         TWAMP_STATUS_NO_MEMORY when the pattern cannot be made or extended; TWAMP_STATUS_UNLEARN_FAILED.
@@ -258,7 +277,9 @@ OLV_TWAMP_API uint32_t olv_twamp_custom_unbind(olv_system_handle *system, const 
 /**
  * Service function: the tree function through which the module calls the IPv4 or IPv6 module; the same ID
  * for both. Changes no state, prints no entry or exit line.
- * @param imc  Receives the tree-function ID; untouched on failure.
+ * @param module  The module record.
+ * @param info    The request: its locations and its destination are looked at.
+ * @param imc     Receives the tree-function ID; untouched on failure.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED (when the release failed,
  *         @p imc is written); TWAMP_STATUS_UNSUPPORTED_PATH; TWAMP_STATUS_INVALID_PARAM for a NULL pointer.
  */
@@ -266,17 +287,23 @@ OLV_TWAMP_API uint32_t olv_twamp_get_imc(olv_module_handle *module, const olv_bi
 
 /**
  * Read the module's counters. Clears nothing; the six values need not be one consistent snapshot.
- * @param stats  Filled on success; zeros after a failed read.
+ * @param module  The module record.
+ * @param stats   Filled on success; zeros after a failed read.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; TWAMP_STATUS_INVALID_PARAM
  *         when @p stats is NULL; TWAMP_STATUS_STATE_READ_FAILED.
  */
 OLV_TWAMP_API uint32_t olv_twamp_global_stats_get(olv_module_handle *module, olv_twamp_global_stats *stats);
 
-/** Print the module's non-zero counters to standard output. @return 0, also when they cannot be read. */
+/**
+ * Print the module's non-zero counters to standard output.
+ * @param module  The module record.
+ * @return 0, also when they cannot be read.
+ */
 OLV_TWAMP_API uint32_t olv_twamp_global_stats_print(olv_module_handle *module);
 
 /**
  * Print every entry of the module's classifier trees to standard output.
+ * @param module       The module record.
  * @param table_group  OLV_TWAMP_TABLE_GROUP_RESPONDER, _BIND or _ALL.
  * @return OLV_STATUS_OK; TWAMP_STATUS_INVALID_MODULE for NULL or a record that is no module's;
  *         OLV_STATUS_INVALID_HANDLE for an uninitialised module; TWAMP_STATUS_LOCK_FAILED;
@@ -287,6 +314,8 @@ OLV_TWAMP_API uint32_t olv_twamp_tables_dump(olv_module_handle *module, uint32_t
 /**
  * The walk of olv_twamp_tables_dump(), for a caller that holds the module lock and has checked the group.
  * Takes no lock; prints an entry line, and an exit line only when it fails.
+ * @param module       The module record.
+ * @param table_group  The trees: bits of the groups above.
  * @return OLV_STATUS_OK; OLV_STATUS_DUMP_FAILED; OLV_STATUS_INVALID_HANDLE.
  */
 OLV_TWAMP_API uint32_t olv_twamp_dump_tables(olv_module_handle *module, uint32_t table_group);
@@ -294,17 +323,26 @@ OLV_TWAMP_API uint32_t olv_twamp_dump_tables(olv_module_handle *module, uint32_t
 /**
  * Print one classifier entry of a tree that has a format of its own.
  * @param tree_index  0: as responder_entry_dump(); any other tree prints nothing.
+ * @param pattern     The entry's pattern; NULL prints the column header.
+ * @param action      The entry's action.
  */
 OLV_TWAMP_API void olv_twamp_table_entry_dump(uint32_t tree_index, const olv_ptn *pattern,
                                               const olv_ptn_action *action);
 
-/** Callback of the walk, see hyx_ptn_list_fn: print one line for one entry. @p context is the walk's. */
+/**
+ * Callback of the walk, see #hyx_ptn_list_fn: print one line for one entry.
+ * @param context  The walk's.
+ * @param unused   Not used.
+ * @param pattern  The entry's pattern.
+ * @param action   The entry's action.
+ */
 OLV_TWAMP_API void olv_twamp_table_entry_dump_fn(void *context, void *unused, const olv_ptn *pattern,
                                                  const olv_ptn_action *action);
 
 /**
  * Print one entry of the responder lookup tree, without a newline.
  * @param pattern  The entry's pattern; NULL prints the column header.
+ * @param action   The entry's action.
  * @return The count returned by the last printf.
  */
 OLV_TWAMP_API int responder_entry_dump(const olv_ptn *pattern, const olv_ptn_action *action);

@@ -82,12 +82,12 @@ typedef struct olv_module_handle {
  * is the key length in bits (0 for an entry without a key), word 2 belongs to the classifier.
  */
 typedef struct olv_ptn {
-    uint32_t word[3];
+    uint32_t word[3]; /**< Storage, key length, classifier's. */
 } olv_ptn;
 
 /** What a classifier tree returns for an entry: three words on every target; word 0 is the return value. */
 typedef struct olv_ptn_action {
-    uint32_t word[3];
+    uint32_t word[3]; /**< Word 0: return value; the others are the tree's. */
 } olv_ptn_action;
 
 /** Service function: ends the module's life. See olv_twamp_shutdown(). */
@@ -170,19 +170,26 @@ uint32_t olv_sys_sem_lock_wait(uint32_t lock);
 /**
  * Human-readable text of a framework status.
  * @param system  The system record; may be NULL.
+ * @param status  A framework status, known or not.
  * @return A static text without a newline, never NULL.
  */
 const char *olv_sys_status_get(const olv_system_handle *system, uint32_t status);
 
 /**
- * Register a module's service functions, replacing those registered before. The table is copied.
+ * Register a module's service functions, replacing those registered before.
+ * @param system  The system record; NULL where the module has none.
+ * @param module  The module's record.
+ * @param table   Copied. All zero: withdraws the functions.
  * @return 0, or a framework status; the registered functions are then unchanged.
  */
 uint32_t olv_module_service_function_register(olv_system_handle *system, olv_module_handle *module,
                                               const olv_service_function_table *table);
 
 /**
- * Refresh the service functions of a module that has registered some. The table is copied.
+ * Refresh the service functions of a module that has registered some.
+ * @param system  The system record; NULL where the module has none.
+ * @param module  The module's record.
+ * @param table   Copied.
  * @return 0, or a framework status; the registered functions are then unchanged.
  */
 uint32_t olv_module_service_function_update(olv_system_handle *system, olv_module_handle *module,
@@ -198,16 +205,23 @@ uint32_t olv_ptn_new(uint32_t width_bits, olv_ptn *pattern);
 
 /**
  * Append a field to a pattern's key.
+ * @param pattern     From olv_ptn_new().
  * @param value       The field; its low @p width_bits bits are significant.
+ * @param width_bits  Width of the field.
  * @return 0, or a framework status; the pattern is unchanged and still has to be freed.
  */
 uint32_t olv_ptn_extend(olv_ptn *pattern, uint32_t value, uint32_t width_bits);
 
-/** Release what olv_ptn_new() and olv_ptn_extend() took. The record is not to be used afterwards. */
+/**
+ * Release what olv_ptn_new() and olv_ptn_extend() took.
+ * @param pattern  Not to be used afterwards.
+ */
 void olv_ptn_free(olv_ptn pattern);
 
 /**
  * Split a pattern's key into fields, first field first.
+ * @param pattern       The pattern; only read.
+ * @param field_count   Number of fields.
  * @param field_widths  Width of each field in bits, at most 32.
  * @param values        Receives one value per field.
  * @return 0, or a framework status; @p values is then undefined.
@@ -215,16 +229,30 @@ void olv_ptn_free(olv_ptn pattern);
 uint32_t olv_ptn_parse(const olv_ptn *pattern, uint32_t field_count, const uint16_t *field_widths,
                        uint32_t *values);
 
-/** Print a pattern to standard output in the framework's generic form, without a newline. */
+/**
+ * Print a pattern to standard output in the framework's generic form, without a newline.
+ * @param pattern  The pattern.
+ */
 void olv_ptn_print(olv_ptn pattern);
 
-/** Print an action to standard output in the framework's generic form, without a newline. */
+/**
+ * Print an action to standard output in the framework's generic form, without a newline.
+ * @param action  The action.
+ */
 void olv_ptn_action_print(olv_ptn_action action);
 
-/** Print bytes to standard output, without a newline. */
+/**
+ * Print bytes to standard output, without a newline.
+ * @param bytes   Where they are.
+ * @param length  How many.
+ */
 void olv_byte_string_print(const void *bytes, uint32_t length);
 
-/** Printable name of a tree function. @return A static text, never NULL. */
+/**
+ * Printable name of a tree function.
+ * @param tree_id  The tree function's ID, known or not.
+ * @return A static text, never NULL.
+ */
 const char *olv_sif_fps_map(uint32_t tree_id);
 
 /**
@@ -239,6 +267,8 @@ void olv_lttng_fn_ptr_get(uint32_t module_id, uint32_t trace_level, olv_lttng_tr
 /**
  * Emit an error event without a record.
  * @param first_word  Free for the caller, 0 by convention.
+ * @param line        Source line.
+ * @param file        Source file name; not copied before the function returns.
  * @param format      printf format of the arguments that follow.
  */
 void olv_lttng_trace_sif_force_error(uint32_t first_word, uint32_t line, const char *file, const char *format,

@@ -12,14 +12,17 @@
 #include "olv.h"
 #include "olv_twamp.h"
 
+/** The first of two values where pointers have 32 bits, otherwise the second. */
 #if UINTPTR_MAX == 0xFFFFFFFFu
 #define OLV_POINTER_SELECT(bits32, bits64) (bits32)
 #else
 #define OLV_POINTER_SELECT(bits32, bits64) (bits64)
 #endif
 
+/** Fails the build where a field is at another byte of its record than that on 32-bit or 64-bit targets. */
 #define OLV_CHECK_OFFSET(record, field, bits32, bits64)                                                        \
     static_assert(offsetof(record, field) == OLV_POINTER_SELECT(bits32, bits64), #record "." #field)
+/** Fails the build where a record has another size in bytes than that on 32-bit or 64-bit targets. */
 #define OLV_CHECK_SIZE(record, bits32, bits64)                                                                 \
     static_assert(sizeof(record) == OLV_POINTER_SELECT(bits32, bits64), #record)
 

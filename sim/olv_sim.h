@@ -44,14 +44,32 @@ olv_sim_platform *olv_sim_platform_create(void);
  */
 void olv_sim_platform_destroy(olv_sim_platform *platform);
 
-/** The record of the TWAMP module, to be given to the operations of olv_twamp.h. */
+/**
+ * The record of the TWAMP module.
+ * @param platform  The platform; NULL yields NULL.
+ * @return The record, to be given to the operations of olv_twamp.h.
+ */
 olv_module_handle *olv_sim_platform_module(const olv_sim_platform *platform);
 
-/** The system record. */
+/**
+ * The system record.
+ * @param platform  The platform; NULL yields NULL.
+ * @return The record, to be given to bind and unbind.
+ */
 olv_system_handle *olv_sim_platform_system(const olv_sim_platform *platform);
 
-/** The records of the IPv4 and the IPv6 module, as destinations of a bind. */
+/**
+ * The record of the IPv4 module.
+ * @param platform  The platform; NULL yields NULL.
+ * @return The record, a destination of a bind.
+ */
 olv_module_handle *olv_sim_platform_ipv4_module(const olv_sim_platform *platform);
+
+/**
+ * The record of the IPv6 module.
+ * @param platform  The platform; NULL yields NULL.
+ * @return The record, a destination of a bind.
+ */
 olv_module_handle *olv_sim_platform_ipv6_module(const olv_sim_platform *platform);
 
 /**

@@ -90,23 +90,28 @@ enum class call_kind : std::uint8_t {
     X(hyx_ntohl, byte_order, false)                                                                            \
     X(entry_point_lookup, service, true)
 
+/** The platform calls, an enumerator for each of #OLV_SIM_CALLS in its order. */
 enum class call : std::uint8_t {
 #define OLV_SIM_CALL_ENUMERATOR(name, kind, can_fail) name,
     OLV_SIM_CALLS(OLV_SIM_CALL_ENUMERATOR)
 #undef OLV_SIM_CALL_ENUMERATOR
 };
 
+/** How many platform calls there are. */
 inline constexpr std::size_t call_count = static_cast<std::size_t>(call::entry_point_lookup) + 1;
 
+/** The name of the C symbol, or "entry_point_lookup". */
 [[nodiscard]] std::string_view call_name(call which);
+/** What a call is for. */
 [[nodiscard]] call_kind kind_of(call which);
+/** Whether a call can be told to fail. */
 [[nodiscard]] bool can_fail(call which);
 /** @return Nothing when no call has that name. */
 [[nodiscard]] std::optional<call> call_by_name(std::string_view name);
 
 /** When and how a call fails. */
 struct fault {
-    static constexpr std::uint32_t forever = UINT32_MAX;
+    static constexpr std::uint32_t forever = UINT32_MAX; ///< `count` of a fault that does not end.
 
     std::uint32_t code = 0;  ///< Returned by the call; not 0 where a status is returned.
     std::uint32_t skip = 0;  ///< Calls that succeed first.
@@ -126,21 +131,24 @@ bool set(call which, const fault &plan);
 void set_any(const fault &plan);
 /** A further fault beside that of set_any(), with a count of its own over the same calls. */
 void add_any(const fault &plan);
+/** Take one call's fault out of the plan. */
 void clear(call which);
+/** Take every fault out of the plan. */
 void clear_all();
 /** The planned fault as it was set. */
 [[nodiscard]] std::optional<fault> planned(call which);
 /** How often the fault of this call has fired since it was set. */
 [[nodiscard]] std::uint32_t hits(call which);
-/** How often the faults of set_any() and add_any() have fired, and how many calls the first of them has
- *  counted, since it was set. */
+/** How often the faults of set_any() and add_any() have fired since the first of them was set. */
 [[nodiscard]] std::uint32_t hits_of_any();
+/** How many calls the fault of set_any() has counted since it was set. */
 [[nodiscard]] std::uint32_t calls_of_any();
 
 } // namespace faults
 
+/** A platform call that was made. */
 struct recorded_call {
-    call which;
+    call which;            ///< The call.
     std::string arguments; ///< As text, comma-separated, such as "rte=1, tree=0x101, key=0x000001/24, ...".
     std::uint32_t result;  ///< Status returned; 0 for calls that return none.
     bool injected;         ///< A fault made it fail.
@@ -151,7 +159,9 @@ namespace call_record {
 
 /** Forget what was recorded and record calls of these kinds from now on (a sum of call_kind values). */
 void start(unsigned kinds = static_cast<unsigned>(call_kind::service));
+/** Record no more; what was recorded stays. */
 void stop();
+/** The recorded calls, in the order in which they were made. */
 [[nodiscard]] std::vector<recorded_call> calls();
 /** The recorded names alone, in order. */
 [[nodiscard]] std::vector<std::string> names();
@@ -165,8 +175,11 @@ void stop();
  */
 namespace violations {
 
+/** The breaches so far, each as a text. */
 [[nodiscard]] std::vector<std::string> list();
+/** How many breaches there were. */
 [[nodiscard]] std::size_t count();
+/** Forget the breaches. */
 void clear();
 /** Write each breach to standard error when it happens (on by default). */
 void set_echo(bool on);
@@ -179,23 +192,23 @@ void set_echo(bool on);
 
 /** Error codes of the software runtime environment; hyx_status_get() has a text for each. */
 enum rte_status : std::uint32_t {
-    rte_ok = 0,
-    rte_invalid_instance = 0x101,   ///< No processor has this rte_handle.
-    rte_null_pointer = 0x102,       ///< A required pointer is NULL.
-    rte_invalid_semaphore = 0x103,  ///< No semaphore has this handle.
-    rte_semaphore_not_held = 0x104, ///< Post without a wait.
-    rte_invalid_timer = 0x105,
-    rte_no_such_namespace = 0x106,
-    rte_namespace_exhausted = 0x107,
-    rte_resource_not_allocated = 0x108,
-    rte_no_such_tree = 0x109,
-    rte_invalid_pattern = 0x10A, ///< Freed or foreign pattern, or not of the tree's key width.
-    rte_duplicate_entry = 0x10B,
-    rte_no_such_entry = 0x10C,
-    rte_no_such_state = 0x10D, ///< No state entry at this namespace ID and index.
-    rte_state_length = 0x10E,  ///< Longer than the state entry, or 0.
-    rte_invalid_count = 0x10F,
-    rte_injected = 0x1FF ///< Default code of a planned fault.
+    rte_ok = 0,                         ///< Success.
+    rte_invalid_instance = 0x101,       ///< No processor has this rte_handle.
+    rte_null_pointer = 0x102,           ///< A required pointer is NULL.
+    rte_invalid_semaphore = 0x103,      ///< No semaphore has this handle.
+    rte_semaphore_not_held = 0x104,     ///< Post without a wait.
+    rte_invalid_timer = 0x105,          ///< No timer has this number.
+    rte_no_such_namespace = 0x106,      ///< No namespace has this name or handle.
+    rte_namespace_exhausted = 0x107,    ///< Not so many resources left, in a row.
+    rte_resource_not_allocated = 0x108, ///< Not all of the resources are allocated.
+    rte_no_such_tree = 0x109,           ///< No tree has this name or ID.
+    rte_invalid_pattern = 0x10A,        ///< Freed or foreign pattern, or not of the tree's key width.
+    rte_duplicate_entry = 0x10B,        ///< The tree has an entry of this key.
+    rte_no_such_entry = 0x10C,          ///< The tree has no entry of this key.
+    rte_no_such_state = 0x10D,          ///< No state entry at this namespace ID and index.
+    rte_state_length = 0x10E,           ///< Longer than the state entry, or 0.
+    rte_invalid_count = 0x10F,          ///< A count that the call does not take.
+    rte_injected = 0x1FF                ///< Default code of a planned fault.
 };
 
 /** Every RTE code that has a text of its own. */
@@ -203,8 +216,8 @@ enum rte_status : std::uint32_t {
 
 /** Framework statuses of the software framework's own services (module number 2). */
 enum framework_status : std::uint32_t {
-    framework_invalid_handle = 0x20001, ///< Not a module or system record of a framework.
-    framework_null_pointer = 0x20002,
+    framework_invalid_handle = 0x20001,   ///< Not a module or system record of a framework.
+    framework_null_pointer = 0x20002,     ///< A required pointer is NULL.
     framework_not_registered = 0x20003,   ///< Update or use of service functions that are not there.
     framework_invalid_width = 0x20004,    ///< Pattern or field width 0 or too large.
     framework_pattern_overflow = 0x20005, ///< Extended beyond the pattern's width.
@@ -221,6 +234,7 @@ namespace semaphores {
 
 /** A binary semaphore, free. @return Its handle, not 0. */
 [[nodiscard]] std::uint32_t create();
+/** Destroy a semaphore; its handle is unknown from then on. */
 void destroy(std::uint32_t semaphore);
 /** Waits not yet posted: 1 while held. */
 [[nodiscard]] std::uint32_t held(std::uint32_t semaphore);
@@ -229,12 +243,14 @@ void destroy(std::uint32_t semaphore);
 
 namespace memory {
 
+/** Memory of hyx_nvm_calloc(). */
 struct usage {
-    std::size_t live_blocks;
-    std::size_t live_bytes;
+    std::size_t live_blocks;  ///< Blocks handed out and not freed.
+    std::size_t live_bytes;   ///< Bytes asked for in them.
     std::size_t mapped_bytes; ///< All that was ever taken from the system; freed blocks stay mapped.
 };
 
+/** What the process has in use now. */
 [[nodiscard]] usage in_use();
 /** Whether this block was handed out and is not freed. */
 [[nodiscard]] bool is_live(const void *block);
@@ -304,7 +320,9 @@ struct trace_event {
     std::uint32_t level;      ///< Trace level, or forced_error.
     std::uint32_t first_word; ///< Of a forced error, otherwise 0.
     const void *record;       ///< Module or system record; NULL for a forced error.
+    /** Source line. */
     std::uint32_t line;
+    /** Source file name. */
     std::string file;
     std::optional<std::string> format; ///< Nothing where the format was NULL.
     /** The formatted message; where the format was NULL the arguments, separated by blanks: names as they
@@ -318,7 +336,7 @@ struct trace_event {
 class trace_sink {
   public:
     virtual ~trace_sink() = default;
-    virtual void event(const trace_event &event) = 0;
+    virtual void event(const trace_event &event) = 0; ///< Take an event.
 };
 
 namespace tracer {
@@ -338,8 +356,9 @@ void set_sink(trace_sink *sink);
 /** Writes one line an event. */
 class text_trace_sink : public trace_sink {
   public:
+    /** @param stream  Written to; stays the caller's. */
     explicit text_trace_sink(std::FILE *stream) : stream_(stream) {}
-    void event(const trace_event &event) override;
+    void event(const trace_event &event) override; ///< Write it.
 
   private:
     std::FILE *stream_;
@@ -348,8 +367,11 @@ class text_trace_sink : public trace_sink {
 /** Keeps events. */
 class capturing_trace_sink : public trace_sink {
   public:
+    /** Keep it. */
     void event(const trace_event &event) override { events_.push_back(event); }
+    /** The events kept, in the order in which they came. */
     [[nodiscard]] const std::vector<trace_event> &events() const { return events_; }
+    /** Forget them. */
     void clear() { events_.clear(); }
 
   private:
@@ -360,28 +382,30 @@ class capturing_trace_sink : public trace_sink {
 // Processor: classifier program, trees, namespaces, state memory, timer
 // ---------------------------------------------------------------------------------------------------------
 
-inline constexpr std::uint32_t key_bits = 24;
-inline constexpr std::uint32_t global_statistics_id = 0x7008C1;
-inline constexpr std::uint32_t global_statistics_length = 128;
-inline constexpr std::uint32_t responder_state_length = 60;
+inline constexpr std::uint32_t key_bits = 24;                   ///< Key width of every classifier tree.
+inline constexpr std::uint32_t global_statistics_id = 0x7008C1; ///< Namespace ID of the statistics block.
+inline constexpr std::uint32_t global_statistics_length = 128;  ///< Its bytes.
+inline constexpr std::uint32_t responder_state_length = 60;     ///< Bytes of a responder's state entry.
 
 /** What a processor provides once its program is loaded. Leave things out or rename them to try failures. */
 struct classifier_program {
+    /** Resources that are allocated by number. */
     struct name_space {
-        std::string name;
+        std::string name;               ///< For hyx_rsrc_find().
         std::uint32_t first = 1;        ///< Value of the first resource.
         std::uint32_t capacity = 0;     ///< Resources that can be allocated at the same time.
         std::uint32_t state_length = 0; ///< Bytes of a state entry for each resource value, 0: none.
     };
+    /** A function of the program. */
     struct tree_function {
-        std::string name;
-        std::uint32_t id = 0;
+        std::string name;        ///< For hyx_ptn_symbol_get_id().
+        std::uint32_t id = 0;    ///< What hyx_ptn_symbol_get_id() tells.
         bool classifier = false; ///< A tree with entries, not only code.
     };
 
-    std::vector<name_space> namespaces;
-    std::vector<tree_function> tree_functions;
-    bool global_statistics = true; ///< The block at global_statistics_id, index 0.
+    std::vector<name_space> namespaces;        ///< What hyx_rsrc_find() finds.
+    std::vector<tree_function> tree_functions; ///< What hyx_ptn_symbol_get_id() finds.
+    bool global_statistics = true;             ///< The block at global_statistics_id, index 0.
 
     /** The TWAMP program: both namespaces, the five tree functions and the global statistics block.
      *  A responder namespace that reaches over global_statistics_id leaves that value out. */
@@ -390,7 +414,7 @@ struct classifier_program {
 
 /** An entry's action as the fast path reads it. */
 struct tree_action {
-    std::uint32_t word[3];
+    std::uint32_t word[3]; ///< Word 0 is the return value.
 };
 
 /** A classifier tree. Lookups take no lock and see every entry either whole or not at all. */
@@ -400,9 +424,9 @@ class classifier_tree {
 
     /** The entry with this key, or else the entry without a key. */
     [[nodiscard]] virtual std::optional<tree_action> lookup(std::uint32_t key) const = 0;
-    [[nodiscard]] virtual std::size_t size() const = 0;
-    [[nodiscard]] virtual std::uint32_t id() const = 0;
-    [[nodiscard]] virtual const std::string &name() const = 0;
+    [[nodiscard]] virtual std::size_t size() const = 0;        ///< Entries, one without a key included.
+    [[nodiscard]] virtual std::uint32_t id() const = 0;        ///< The tree function's ID.
+    [[nodiscard]] virtual const std::string &name() const = 0; ///< The tree function's name.
 };
 
 /** State memory words as the fast path reaches them: the bytes of the entry, in words of four, each whole.
@@ -412,17 +436,20 @@ using state_words = std::span<std::atomic<std::uint32_t>>;
 /** One network processor with its runtime environment. */
 class processor {
   public:
+    /** A processor with its program loaded and nothing allocated. */
     explicit processor(classifier_program program);
     ~processor();
     processor(const processor &) = delete;
     processor &operator=(const processor &) = delete;
 
+    /** The handle for every `hyx_` call to this processor, not 0. */
     [[nodiscard]] std::uint32_t rte_handle() const;
 
     /** NULL where the program has no such tree. The tree lives as long as the processor. */
     [[nodiscard]] classifier_tree *tree(std::string_view name) const;
     /** Add or replace an entry without a key ("*"). */
     void set_default_entry(std::string_view tree_name, const tree_action &action);
+    /** Remove the entry without a key. */
     void clear_default_entry(std::string_view tree_name);
 
     /** The words of a state entry, empty where there is none. Constant time, no lock. They live as long as
@@ -431,14 +458,15 @@ class processor {
 
     /** Resources of a namespace that are allocated now. */
     [[nodiscard]] std::size_t allocated(std::string_view namespace_name) const;
+    /** Whether one resource of a namespace is allocated now. */
     [[nodiscard]] bool is_allocated(std::string_view namespace_name, std::uint32_t resource) const;
 
     /** Ticks of timer 0 in a second. */
     [[nodiscard]] std::uint64_t timer_frequency() const;
     /** Timer 0 now. Runs by itself, or stands at the value that was set. */
     [[nodiscard]] std::uint64_t timer_now() const;
-    void set_timer(std::uint64_t ticks);
-    void run_timer();
+    void set_timer(std::uint64_t ticks); ///< Stop timer 0 at a value.
+    void run_timer();                    ///< Let timer 0 run by itself again.
 
     /** Bytes that trees, namespaces and state memory take. */
     [[nodiscard]] std::size_t memory_bytes() const;
@@ -458,23 +486,26 @@ void set_wall_clock(std::optional<hyx_time> instant);
 
 /** How a module record is made. */
 struct module_options {
-    std::uint32_t module_id = 0; ///< Below module_id_limit.
-    const olv_sim::processor *processor = nullptr;
-    std::string log_name = "twamp";
-    std::uint32_t log_flags = 0;
-    bool locked = true; ///< false: `lock` is 0.
-    bool system = true; ///< false: `system` is NULL.
-    std::uint16_t default_entry_point = 0;
+    std::uint32_t module_id = 0;                   ///< Below module_id_limit.
+    const olv_sim::processor *processor = nullptr; ///< Its rte_handle goes into the record; NULL: 0.
+    std::string log_name = "twamp";                ///< Copied.
+    std::uint32_t log_flags = 0;                   ///< Log word, see OLV_LOG_LEVEL_MASK and those below it.
+    bool locked = true;                            ///< false: `lock` is 0.
+    bool system = true;                            ///< false: `system` is NULL.
+    std::uint16_t default_entry_point = 0;         ///< 0: none.
 };
 
 /** Entries of moduleMgrCpuServiceFn. */
 inline constexpr std::uint32_t module_id_limit = 64;
 /** The identifier that the software framework gives the TWAMP module. */
 inline constexpr std::uint32_t module_id_twamp = 3;
+/** Locations of the two ends of a bind request. */
 inline constexpr std::uint32_t location_cpu = 1;
+/** See location_cpu. */
 inline constexpr std::uint32_t location_fast_path = 2;
-/** Entry points that the lookups of the IPv4 and the IPv6 module answer with. */
+/** Entry point that the lookup of the IPv4 module answers with. */
 inline constexpr std::uint32_t entry_point_ipv4 = 0x00000401;
+/** Entry point that the lookup of the IPv6 module answers with. */
 inline constexpr std::uint32_t entry_point_ipv6 = 0x00000601;
 
 /** The module manager: owns the system record and the module records, keeps the registered service
@@ -482,28 +513,34 @@ inline constexpr std::uint32_t entry_point_ipv6 = 0x00000601;
  *  IPv4 module (1) and the IPv6 module (11). */
 class framework {
   public:
+    /** A framework with a system record and records of the IPv4 and the IPv6 module. */
     explicit framework(std::string system_log_name = "system");
     ~framework();
     framework(const framework &) = delete;
     framework &operator=(const framework &) = delete;
 
+    /** The system record. */
     [[nodiscard]] olv_system_handle *system() const;
     /** The record belongs to the framework and lives as long. Its lock is created free. */
     olv_module_handle *create_module(const module_options &options);
-    /** Records of the IPv4 and the IPv6 module, as destinations of a bind. */
-    [[nodiscard]] olv_module_handle *ipv4_module() const;
-    [[nodiscard]] olv_module_handle *ipv6_module() const;
+    [[nodiscard]] olv_module_handle *ipv4_module() const; ///< The IPv4 module's, a destination of a bind.
+    [[nodiscard]] olv_module_handle *ipv6_module() const; ///< The IPv6 module's, a destination of a bind.
 
     /** The table registered for a module; nothing when none is, or when it was withdrawn. */
     [[nodiscard]] std::optional<olv_service_function_table> registered(const olv_module_handle *module) const;
     /** The table of the last register or update call that the framework accepted, all-zero ones included. */
     [[nodiscard]] std::optional<olv_service_function_table> last_table(const olv_module_handle *module) const;
 
-    // The module's registered service functions; framework_not_registered where there is none.
+    /** Call a module's registered service function, slot 0, as the ones below call theirs.
+     *  @return Its status; framework_not_registered where there is none. */
     std::uint32_t shutdown(olv_module_handle *module);
+    /** Slot 5 of the request's source module. */
     std::uint32_t bind(const olv_bind_info &info);
+    /** Slot 6 of the request's source module. */
     std::uint32_t unbind(const olv_bind_info &info);
+    /** Slot 10. */
     std::uint32_t get_imc(olv_module_handle *module, const olv_bind_info &info, std::uint32_t *imc);
+    /** Slot 16. */
     std::uint32_t set_log_level(olv_module_handle *module, std::uint32_t level);
 
     struct implementation;
