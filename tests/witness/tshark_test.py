@@ -62,8 +62,10 @@ def dissect(path, ports):
         command += ["-d", f"udp.port=={port},twamp.test"]
     for field in FIELDS:
         command += ["-e", field]
-    done = subprocess.run(command, capture_output=True, text=True, timeout=60, check=False,
-                          env={**os.environ, "TZ": "UTC", "LC_ALL": "C"})
+    # A folder of its own in place of the user's: no preferences but these.
+    settings = os.path.dirname(path)
+    environment = {**os.environ, "TZ": "UTC", "LC_ALL": "C", "HOME": settings, "XDG_CONFIG_HOME": settings}
+    done = subprocess.run(command, capture_output=True, text=True, timeout=60, check=False, env=environment)
     if done.returncode != 0:
         raise RuntimeError(f"tshark: {done.returncode} {done.stderr}")
     return [dict(zip(FIELDS, line.split("\t"), strict=True)) for line in done.stdout.splitlines()]
