@@ -87,8 +87,8 @@ class Loading(unittest.TestCase):
         self.assertEqual(finished.returncode, 1)
         self.assertEqual(finished.stdout, "")
         self.assertEqual(finished.stderr,
-                         f"twampctl: cannot trace to LTTng: {self.folder}/libolv-sim-lttng.so: cannot open shared object "
-                         "file: No such file or directory; build with OLV_TWAMP_LTTNG=ON, for which Debian has "
+                         f"twampctl: cannot trace to LTTng: {self.folder}/libolv-sim-lttng.so: cannot open shared "
+                         "object file: No such file or directory; build with OLV_TWAMP_LTTNG=ON, for which Debian has "
                          "liblttng-ust-dev\n")
 
     def test_a_missing_lttng_is_named(self):

@@ -9,7 +9,7 @@ import subprocess
 import unittest
 from pathlib import Path
 
-from session_daemon import ENDS_WITH_US, PATIENCE, SessionDaemon, leave_root, plain, wait_for
+from session_daemon import ENDS_WITH_US, PATIENCE, SessionDaemon, become_nobody_s, plain, wait_for
 
 BUILD = Path(os.environ["OLV_BUILD"])
 TWAMPCTL = BUILD / "apps/twampctl"
@@ -132,7 +132,8 @@ def without_pattern_handles(line):
 
 
 def without_lines_and_addresses(line):
-    return re.sub(r"TWAMP module 0x[0-9a-f]{8} ", "TWAMP module ADDRESS ", re.sub(r"line = [1-9]\d*,", "line = N,", line))
+    line = re.sub(r"line = [1-9]\d*,", "line = N,", line)
+    return re.sub(r"TWAMP module 0x[0-9a-f]{8} ", "TWAMP module ADDRESS ", line)
 
 
 class Recording(unittest.TestCase):
@@ -142,7 +143,8 @@ class Recording(unittest.TestCase):
         """With two listeners, three packets to each, and Ctrl-C."""
         with (daemon.folder / "output").open("w+b") as output, subprocess.Popen(
                 [*ENDS_WITH_US, TWAMPCTL, "run", "--listen", "127.0.0.1:0", "--listen", "[::1]:0", "--log-level", "15",
-                 "--tables", "--trace", "lttng"], env=daemon.environment, stdout=output, stderr=subprocess.STDOUT) as control:
+                 "--tables", "--trace", "lttng"],
+                env=daemon.environment, stdout=output, stderr=subprocess.STDOUT) as control:
             try:
                 path = daemon.folder / "output"
                 wait_for(lambda: "\nready " in path.read_text() or control.poll() is not None, "ready")
@@ -183,5 +185,5 @@ class Recording(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    leave_root()
+    become_nobody_s()
     unittest.main()
