@@ -165,6 +165,8 @@ check 'no other major version' finds 'version: 1.0.0' "$root" '2;REQUIRED'
 
 echo '== The programs'
 check 'twampctl starts' in_root "$root/usr/bin/twampctl" --help
+check 'twampctl loads what traces to LTTng' in_root "$root/usr/bin/twampctl" run --listen 127.0.0.1:0 --duration 0 \
+  --trace lttng
 check 'twamp-probe starts' in_root "$root/usr/bin/twamp-probe" --help
 
 if ((failures != 0)); then
