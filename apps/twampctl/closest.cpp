@@ -25,18 +25,19 @@ std::size_t distance(const std::string &left, const std::string &right)
 
 } // namespace
 
-std::string closest_to(const std::string &word, const std::vector<std::string> &known)
+std::string did_you_mean(const std::string &word, const std::vector<std::string> &known)
 {
+    constexpr std::size_t longest = 40; // no known word is nearly as long
     std::string closest;
-    std::size_t least = std::max<std::size_t>(2, word.size() / 3) + 1;
+    std::size_t least = 3;
     for (const std::string &each : known) {
-        const std::size_t differing = distance(word, each);
-        if (differing < least && differing < each.size()) {
+        const std::size_t differing = word.size() > longest ? least : distance(word, each);
+        if (differing < least && differing <= each.size() / 2) {
             least = differing;
             closest = each;
         }
     }
-    return closest;
+    return closest.empty() ? "" : "; did you mean '" + closest + "'?";
 }
 
 } // namespace twampctl

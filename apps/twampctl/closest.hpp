@@ -10,9 +10,9 @@
 
 namespace twampctl {
 
-/** @return The known word that differs least; empty when none is near: more than a third of the letters differ.
- */
-[[nodiscard]] std::string closest_to(const std::string &word, const std::vector<std::string> &known);
+/** @return "; did you mean 'the known word that differs least'?"; empty when none is near: two letters at most
+ *  differ, and no more than half of the known word's. */
+[[nodiscard]] std::string did_you_mean(const std::string &word, const std::vector<std::string> &known);
 
 } // namespace twampctl
 

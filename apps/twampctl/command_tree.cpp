@@ -90,12 +90,6 @@ std::vector<std::string> files_like(const std::string &begun)
     return found;
 }
 
-std::string did_you_mean(const std::string &word, const std::vector<std::string> &known)
-{
-    const std::string closest = closest_to(word, known);
-    return closest.empty() ? "" : "; did you mean '" + closest + "'?";
-}
-
 } // namespace
 
 std::string path_of(const CLI::App &command)
@@ -113,6 +107,10 @@ command_tree::command_tree(testbed &bed)
 {
     root_.formatter(std::make_shared<olv_apps::help_format>());
     root_.set_help_flag("-h,--help", "Print this help");
+    if (bed.source() == command_source::command_line) {
+        describe_run(
+            *root_.add_subcommand("run", "Answer test packets until a signal comes, then tell and end"));
+    }
     add_module_commands(*this);
     add_responder_commands(*this);
     add_path_commands(*this);

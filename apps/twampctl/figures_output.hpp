@@ -10,21 +10,14 @@
 #ifndef OLV_TWAMPCTL_FIGURES_OUTPUT_HPP
 #define OLV_TWAMPCTL_FIGURES_OUTPUT_HPP
 
-#include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "figures.hpp"
+#include "output_format.hpp"
 
 namespace twampctl {
-
-enum class output_format : std::uint8_t { text, json, prometheus };
-
-/** The formats by the names that users type. */
-inline const std::map<std::string, output_format> output_formats = {
-    {"json", output_format::json}, {"prometheus", output_format::prometheus}, {"text", output_format::text}};
 
 /** Everything. Prometheus: without the sessions, each of which would be a time series of its own. */
 [[nodiscard]] std::string format(const figures &all, output_format as);

@@ -5,10 +5,14 @@
 #include <cstdio>
 
 #include "command_line.hpp"
+#include "document_output.hpp"
+#include "figures_output.hpp"
+#include "metrics_server.hpp"
 #include "progress.hpp"
 #include "signal_watch.hpp"
 #include "site.hpp"
 #include "trace_output.hpp"
+#include "watch.hpp"
 
 namespace twampctl {
 namespace {
@@ -51,11 +55,16 @@ void print_listener(const std::string &address, const olv_fastpath::udp_statisti
 /** A run, step by step; each step throws what went wrong. */
 class course {
   public:
-    explicit course(const run_options &options) : options_(options), site_(options_for(options)) {}
+    course(const run_options &options, const document_output &document)
+        : options_(options), document_(document), site_(options_for(options))
+    {}
 
     void bring_up();
     void listen();
+    /** Print that packets are answered, and where. */
+    void announce() const { say("%s", ready_.c_str()); }
     void stop_listening() { site_.stop(); }
+    [[nodiscard]] figures collect() { return site_.collect(); }
     void report();
     /** @return Whether all of it worked. */
     bool take_down();
@@ -69,7 +78,9 @@ class course {
     void during(step which, const std::function<void()> &work);
 
     const run_options &options_;
+    const document_output &document_;
     site site_;
+    std::string ready_;
 };
 
 void course::bring_up()
@@ -103,21 +114,24 @@ void course::bind()
 
 void course::listen()
 {
-    std::string ready = "ready";
+    ready_ = "ready";
     const std::vector<named_responder> &responders = site_.responders();
     for (std::size_t index = 0; index < options_.addresses.size(); ++index) {
         const olv_fastpath::listen_address &address = options_.addresses[index];
-        ready += " " + site_.listen(address,
-                                    {.responder_id = responders[index % responders.size()].handle->responder_id,
-                                     .bind_key = usual_bind_key(output_for(address.family()))});
+        ready_ += " " + site_.listen(address, {.responder_id =
+                                                   responders[index % responders.size()].handle->responder_id,
+                                               .bind_key = usual_bind_key(output_for(address.family()))});
     }
     site_.start();
-    say("%s", ready.c_str());
 }
 
 void course::report()
 {
-    during(step::statistics, [this] { print_statistics(); });
+    if (options_.format == output_format::text) {
+        during(step::statistics, [this] { print_statistics(); });
+    } else {
+        during(step::statistics, [this] { document_.write(format(collect(), options_.format)); });
+    }
     if (options_.tables) {
         during(step::tables, [this] {
             std::printf("Tables:");
@@ -178,13 +192,35 @@ void course::during(step which, const std::function<void()> &work)
     }
 }
 
+/** Serve the figures until the end of its life, if they are wanted. */
+void serve_metrics(std::optional<metrics_server> &metrics, course &on, const run_options &options)
+{
+    if (options.metrics) {
+        metrics.emplace(*options.metrics, [&on] { return on.collect(); });
+        say("metrics %s", metrics->url().c_str());
+    }
+}
+
+/** @return Whether it was a signal that ended it. */
+bool wait_for_end(course &on, const run_options &options, const olv_apps::signal_watch &signals)
+{
+    if (!options.watch) {
+        return signals.wait(options.duration);
+    }
+    return watch([&on] { return on.collect(); }, signals,
+                 {.interval = std::chrono::seconds(1), .count = {}, .duration = options.duration});
+}
+
 /** @return Whether the signal or the end of the duration found everything in order. */
 bool serve(course &on, const run_options &options, const olv_apps::signal_watch &signals)
 {
     try {
+        std::optional<metrics_server> metrics; // ends before anything that it reads is taken down
         on.bring_up();
         on.listen();
-        say(signals.wait(options.duration) ? "stopped by a signal" : "end of the duration");
+        serve_metrics(metrics, on, options);
+        on.announce();
+        say(wait_for_end(on, options, signals) ? "stopped by a signal" : "end of the duration");
         on.stop_listening();
         on.report();
         return true;
@@ -208,9 +244,11 @@ bool tell_left_behind(const platform_usage &usage)
 
 int run(const run_options &options)
 {
-    const olv_apps::signal_watch signals; // before the fast path's thread
+    // The first to open a descriptor, so that a closed standard output or error is still seen to be closed.
+    const document_output document{options.format != output_format::text};
+    const olv_apps::signal_watch signals; // before any thread
     const trace_output trace{options.trace_file};
-    course on{options};
+    course on{options, document};
     const bool served = serve(on, options, signals);
     const bool taken_down = on.take_down();
     const bool clean = tell_left_behind(on.usage());

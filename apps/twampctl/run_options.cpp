@@ -4,8 +4,12 @@
 #include <cstdio>
 #include <exception>
 #include <map>
+#include <memory>
 
+#include "choices.hpp"
 #include "command_line.hpp"
+#include "log_words.hpp"
+#include "traffic_options.hpp"
 
 namespace twampctl {
 namespace {
@@ -28,26 +32,27 @@ constexpr const char *examples = "Examples:\n"
                                  "  twampctl run --listen '[::]:8620' --stamp-mode stateless --duration 60\n"
                                  "  twampctl run --listen 127.0.0.1:8620 --verbose-step unbind --trace -\n"
                                  "  twampctl run --listen 0.0.0.0:862 --allow 192.0.2.0/24 --min-request 41 "
-                                 "--rate 1000";
+                                 "--rate 1000\n"
+                                 "  twampctl run --config twampctl.json --metrics 127.0.0.1:9862 --format json";
 
 const std::map<std::string, step> steps = {
     {"bind", step::bind},     {"create", step::create},    {"statistics", step::statistics},
     {"tables", step::tables}, {"imc", step::imc},          {"unbind", step::unbind},
     {"delete", step::remove}, {"shutdown", step::shutdown}};
 
-const std::map<std::string, olv_fastpath::stamp_mode> stamp_modes = {
-    {"stateful", olv_fastpath::stamp_mode::stateful}, {"stateless", olv_fastpath::stamp_mode::stateless}};
-
 /** The command line as written. */
 struct raw_options {
     std::vector<std::string> addresses;
-    std::vector<std::string> prefixes;
     std::uint32_t responders = 0;
     std::uint32_t capacity = 65536;
     double duration_seconds = -1;
     std::optional<std::uint32_t> log_level;
     std::string step;
-    std::string stamp_mode = "stateful";
+    traffic_options traffic;
+    std::optional<std::string> metrics;
+    std::string format = "text";
+    std::optional<std::string> config;
+    bool check = false;
 };
 
 template <typename Value> std::vector<std::string> names_of(const std::map<std::string, Value> &map)
@@ -72,37 +77,25 @@ void add_options(CLI::App &run, raw_options &raw, run_options &options)
         ->check(olv_apps::number_between(0.0, 1e9));
     run.add_flag("--tables", options.tables, "Print the classifier tables before taking down");
     run.add_flag("--imc", options.imc, "Print the tree functions that call the IPv4 and the IPv6 module");
-    run.add_option("--log-level", raw.log_level, "Log level of the module")
-        ->check(CLI::IsMember(std::vector<std::uint32_t>{0, 1, 3, 7, 15}));
-    run.add_option("--verbose-step", raw.step, "Log everything during one step")
-        ->check(CLI::IsMember(names_of(steps)));
-    run.add_option("--trace", options.trace_file, "File for a text trace; -: standard error; lttng: LTTng-UST");
-    run.add_option("--stamp-mode", raw.stamp_mode, "Sequence numbers of STAMP replies (stateful)")
-        ->check(CLI::IsMember(names_of(stamp_modes)));
-    run.add_option("--refwait", options.reflector.refwait_seconds, "Seconds until an idle session ends (900)")
-        ->check(CLI::Range(1u, 1'000'000u));
-    run.footer(examples);
-}
-
-/** What a hostile network is kept off with. */
-void add_limits(CLI::App &run, raw_options &raw, run_options &options)
-{
-    using olv_fastpath::session_table;
-    using olv_fastpath::sender_packet::header_length;
-    run.add_option("--allow", raw.prefixes,
-                   "Answer no other senders than those in PREFIX, as 192.0.2.0/24 or an address (repeatable)")
-        ->allow_extra_args(false);
-    run.add_option("--min-source-port", options.server.lowest_source_port,
-                   "Answer no lower source ports; 1024: no well-known service, nor a reflector at 862 (1)")
-        ->check(CLI::Range(1u, 65535u));
-    run.add_option("--min-request", options.reflector.minimum_request,
-                   "Octets that a request has at least; 41: no reply is longer than its request (14)")
-        ->check(CLI::Range(header_length, olv_fastpath::maximum_payload_ipv4));
-    run.add_option("--rate", options.server.packets_per_second,
-                   "Packets that each responder takes in a second; default: no limit")
-        ->check(CLI::Range(1u, 1'000'000'000u));
+    add_log_level(run.add_option("--log-level", raw.log_level, "Log level of the module: 0, 1, 3, 7 or 15"));
+    one_of(run.add_option("--verbose-step", raw.step, "Log everything during one step"), names_of(steps));
+    run.add_option("--trace", options.trace_file, "File for a text trace; -: standard error; lttng: LTTng-UST")
+        ->type_name("FILE");
+    run.add_option("--metrics", raw.metrics, "ADDRESS:PORT to serve metrics at, for Prometheus; port 0: any");
+    one_of(run.add_option("--format", raw.format,
+                          "Format of the figures at the end (text); other than text: they alone go to standard "
+                          "output, everything else to standard error"),
+           names_of(output_formats));
+    CLI::Option *config = run.add_option("--config", raw.config,
+                                         "JSON file with options by their names; those "
+                                         "of the command line win")
+                              ->type_name("FILE");
+    run.add_flag("--check", raw.check, "Check the configuration, run nothing")->needs(config);
+    add_traffic_options(run, raw.traffic);
     run.add_option("--sessions", options.sessions, "Sessions that each responder has at most (32)")
-        ->check(CLI::Range(1u, session_table::maximum_capacity));
+        ->check(CLI::Range(1u, olv_fastpath::session_table::maximum_capacity));
+    run.add_flag("--watch", options.watch, "Show rates, drops and sessions every second while it runs");
+    run.footer(examples);
 }
 
 /** Give the session table room for every responder's sessions, so that none of them takes another's.
@@ -122,51 +115,97 @@ bool make_room_for_sessions(run_options &options)
     return true;
 }
 
-/** @return Whether there is something to listen on, all of it is an address, and all prefixes are prefixes. */
-bool take_addresses(const raw_options &raw, run_options &options)
+/** @throw std::runtime_error  One line: a text that is no address, or no prefix. */
+void take_addresses(const raw_options &raw, run_options &options)
 {
-    if (raw.addresses.empty()) {
-        report_error(program_name, "no address to listen on; give one such as --listen 127.0.0.1:8620");
-        return false;
+    for (const std::string &text : raw.addresses) {
+        options.addresses.push_back(olv_fastpath::parse_listen_address(text));
     }
+    raw.traffic.apply(options.reflector, options.server);
+    if (raw.metrics) {
+        options.metrics = olv_fastpath::parse_listen_address(*raw.metrics);
+    }
+}
+
+/** The command line's grammar, and the places that it fills. */
+struct grammar {
+    grammar()
+    {
+        app.footer(examples);
+        add_options(*run, raw, options);
+    }
+
+    raw_options raw;
+    run_options options;
+    CLI::App app{description, program_name};
+    CLI::App *run = app.add_subcommand("run", run_description);
+};
+
+/** @return Why a run with these options alone would not be taken; empty: it would. */
+std::string reason_against(const std::vector<std::string> &words)
+{
+    grammar alone;
+    std::vector<std::string> reversed{words.rbegin(), words.rend()}; // the parser takes them from the end
     try {
-        for (const std::string &text : raw.addresses) {
-            options.addresses.push_back(olv_fastpath::parse_listen_address(text));
+        alone.run->parse(std::move(reversed));
+        take_addresses(alone.raw, alone.options);
+        return {};
+    } catch (const std::exception &error) {
+        return error.what();
+    }
+}
+
+/** Put the file's options behind those of the command line, but for what the latter says itself.
+ *  @return Whether all of the file is good; otherwise it is said what is not. */
+bool add_config(const grammar &given, std::vector<std::string> &words)
+{
+    try {
+        const config_options file = read_run_config(read_config_file(*given.raw.config));
+        for (const config_error &error : file.errors) {
+            report_error(program_name, "%s:%zu: %s", given.raw.config->c_str(), error.line,
+                         error.reason.c_str());
         }
-        for (const std::string &text : raw.prefixes) {
-            options.server.allowed_sources.add(olv_fastpath::parse_address_prefix(text));
+        for (const config_option &option : file.options) {
+            if (given.run->get_option("--" + option.key)->count() == 0) {
+                words.insert(words.end(), option.words.begin(), option.words.end());
+            }
         }
-        return true;
+        return file.errors.empty();
     } catch (const std::exception &error) {
         report_error(program_name, "%s", error.what());
         return false;
     }
 }
 
-} // namespace
-
-std::optional<int> read_options(int argc, char **argv, run_options &options)
+std::optional<int> parse(grammar &into, std::vector<std::string> &words)
 {
-    CLI::App app{description, program_name};
-    raw_options raw;
-    CLI::App *run = app.add_subcommand("run", run_description);
-    app.footer(examples);
-    add_options(*run, raw, options);
-    add_limits(*run, raw, options);
-    if (const std::optional<int> status = olv_apps::parse_command_line(app, program_name, argc, argv)) {
-        return status;
+    std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
+    for (std::string &word : words) {
+        arguments.push_back(word.data());
     }
-    if (!run->parsed()) {
-        (void)std::fputs(app.help().c_str(), stdout); // an error shows at exit
-        return exit_usage;
+    arguments.push_back(nullptr);
+    return olv_apps::parse_command_line(into.app, program_name, static_cast<int>(words.size()),
+                                        arguments.data());
+}
+
+/** Check and convert what was written. @return Whether it can be run with. */
+bool convert(const raw_options &raw, run_options &options)
+{
+    if (raw.addresses.empty()) {
+        report_error(program_name, "no address to listen on; give one such as --listen 127.0.0.1:8620");
+        return false;
     }
-    if (!take_addresses(raw, options)) {
-        return exit_usage;
+    try {
+        take_addresses(raw, options);
+    } catch (const std::exception &error) {
+        report_error(program_name, "%s", error.what());
+        return false;
     }
     options.responders =
         raw.responders != 0 ? raw.responders : static_cast<std::uint32_t>(options.addresses.size());
     if (!make_room_for_sessions(options)) {
-        return exit_usage;
+        return false;
     }
     options.capacity = raw.capacity;
     options.log_level = raw.log_level;
@@ -176,7 +215,61 @@ std::optional<int> read_options(int argc, char **argv, run_options &options)
     if (!raw.step.empty()) {
         options.verbose_step = steps.at(raw.step);
     }
-    options.reflector.mode = stamp_modes.at(raw.stamp_mode);
+    options.format = output_formats.at(raw.format);
+    return true;
+}
+
+} // namespace
+
+void describe_run(CLI::App &run)
+{
+    struct places {
+        raw_options raw;
+        run_options options;
+    };
+    const auto kept = std::make_shared<places>();
+    add_options(run, kept->raw, kept->options);
+    run.callback([kept] {}); // as long as the command
+}
+
+std::vector<std::string> run_config_keys()
+{
+    const grammar command;
+    return config_keys(*command.run);
+}
+
+config_options read_run_config(std::string_view text)
+{
+    const grammar command;
+    return options_of(parse_config(text), *command.run, reason_against);
+}
+
+std::optional<int> read_options(int argc, char **argv, run_options &options)
+{
+    std::vector<std::string> words{argv, argv + argc};
+    grammar given;
+    if (const std::optional<int> status = parse(given, words)) {
+        return status;
+    }
+    if (!given.run->parsed()) {
+        (void)std::fputs(given.app.help().c_str(), stdout); // an error shows at exit
+        return exit_usage;
+    }
+    if (given.raw.config && !add_config(given, words)) {
+        return exit_usage;
+    }
+    grammar whole;
+    if (const std::optional<int> status = parse(whole, words)) {
+        return status;
+    }
+    if (!convert(whole.raw, whole.options)) {
+        return exit_usage;
+    }
+    if (whole.raw.check) {
+        std::printf("%s: good\n", whole.raw.config->c_str());
+        return olv_apps::exit_good;
+    }
+    options = std::move(whole.options);
     return std::nullopt;
 }
 

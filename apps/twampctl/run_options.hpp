@@ -9,9 +9,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "config_options.hpp"
 #include "fastpath/udp_server.hpp"
+#include "output_format.hpp"
 #include "step.hpp"
 
 namespace twampctl {
@@ -25,13 +28,24 @@ struct run_options {
     std::optional<std::chrono::nanoseconds> duration;
     bool tables = false;
     bool imc = false;
+    bool watch = false; ///< Show the figures as they change, until the end.
     std::optional<std::uint32_t> log_level;
     std::optional<step> verbose_step;
-    std::string trace_file;                ///< Empty: no trace; "-": standard error.
+    std::optional<olv_fastpath::listen_address> metrics; ///< Where they are served; nothing: nowhere.
+    output_format format = output_format::text;          ///< Of the figures at the end.
+    std::string trace_file;                              ///< Empty: no trace; "-": standard error.
     std::optional<std::uint32_t> sessions; ///< Of each responder; nothing: what the module writes.
     olv_fastpath::reflector_options reflector;
     olv_fastpath::udp_server_options server;
 };
+
+/** Add what a run takes to a command that explains and completes it. */
+void describe_run(CLI::App &run);
+
+/** The keys that a configuration file can have. */
+[[nodiscard]] std::vector<std::string> run_config_keys();
+/** What a configuration file with this text says, or what is wrong with it. */
+[[nodiscard]] config_options read_run_config(std::string_view text);
 
 /** @return The status to exit with, help or an error having been printed; nothing when @p options is filled. */
 [[nodiscard]] std::optional<int> read_options(int argc, char **argv, run_options &options);

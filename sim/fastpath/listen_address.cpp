@@ -18,6 +18,15 @@ namespace {
     throw std::runtime_error("address '" + std::string(text) + "': " + std::string(reason));
 }
 
+/** @param is_address  All of the text is an address. */
+[[noreturn]] void reject_form(std::string_view text, bool is_address)
+{
+    if (is_address) {
+        reject(text, "there is no port; write it as " + std::string(text) + ":8620");
+    }
+    reject(text, "expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT");
+}
+
 struct host_and_port {
     std::string host;
     std::string_view port;
@@ -26,7 +35,6 @@ struct host_and_port {
 
 host_and_port split(std::string_view text)
 {
-    constexpr std::string_view form = "expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT";
     // The C library would take the text up to the zero for all of it.
     if (text.find('\0') != std::string_view::npos) {
         reject(text.substr(0, text.find('\0')), "contains a zero byte");
@@ -34,13 +42,14 @@ host_and_port split(std::string_view text)
     if (text.starts_with('[')) {
         const std::size_t end = text.find("]:");
         if (end == std::string_view::npos) {
-            reject(text, form);
+            reject_form(text, text.size() > 2 && text.ends_with(']'));
         }
         return {std::string(text.substr(1, end - 1)), text.substr(end + 2), true};
     }
     const std::size_t colon = text.find(':');
     if (colon == std::string_view::npos) {
-        reject(text, form);
+        in_addr any{};
+        reject_form(text, inet_pton(AF_INET, std::string(text).c_str(), &any) == 1);
     }
     if (text.find(':', colon + 1) != std::string_view::npos) {
         reject(text, "an IPv6 address is written in brackets, as in [::1]:862");

@@ -109,10 +109,20 @@ int child_program::wait()
 
 std::string child_program::wait_for_line(const std::string &start) const
 {
+    return wait_for_line(output_, start);
+}
+
+std::string child_program::wait_for_error_line(const std::string &start) const
+{
+    return wait_for_line(errors_, start);
+}
+
+std::string child_program::wait_for_line(int descriptor, const std::string &start) const
+{
     const auto end = std::chrono::steady_clock::now() + patience;
     for (;;) {
         const bool last = has_ended(std::chrono::milliseconds(0)) || std::chrono::steady_clock::now() >= end;
-        const std::string text = '\n' + output();
+        const std::string text = '\n' + content_of(descriptor);
         const std::size_t found = text.find('\n' + start);
         const std::size_t newline = found == std::string::npos ? found : text.find('\n', found + 1);
         if (newline != std::string::npos) {

@@ -34,12 +34,15 @@ class child_program {
     int wait();
     /** Wait for a line of standard output that begins with @p start. @return It, or "" when none comes. */
     [[nodiscard]] std::string wait_for_line(const std::string &start) const;
+    /** The same of standard error. */
+    [[nodiscard]] std::string wait_for_error_line(const std::string &start) const;
 
     /** What was written so far. */
     [[nodiscard]] std::string output() const;
     [[nodiscard]] std::string errors() const;
 
   private:
+    [[nodiscard]] std::string wait_for_line(int descriptor, const std::string &start) const;
     /** @return Whether the program ended in this time. */
     [[nodiscard]] bool has_ended(std::chrono::milliseconds limit) const;
 

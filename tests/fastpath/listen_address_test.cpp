@@ -33,8 +33,10 @@ TEST(listen_address, wrong_text_is_refused_in_one_line)
     };
     const row rows[] = {
         {"", "address '': expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT"},
-        {"127.0.0.1", "address '127.0.0.1': expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT"},
-        {"[::1]", "address '[::1]': expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT"},
+        {"127.0.0.1", "address '127.0.0.1': there is no port; write it as 127.0.0.1:8620"},
+        {"localhost", "address 'localhost': expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT"},
+        {"[]", "address '[]': expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT"},
+        {"[::1]", "address '[::1]': there is no port; write it as [::1]:8620"},
         {"[::1:862", "address '[::1:862': expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT"},
         {"::1:862", "address '::1:862': an IPv6 address is written in brackets, as in [::1]:862"},
         {"127.0.0.1:", "address '127.0.0.1:': the port has to be a number from 0 to 65535"},

@@ -49,7 +49,7 @@ void add_module_commands(command_tree &tree)
     const auto options = std::make_shared<up_options>();
     CLI::App &up = tree.add({"up", "Initialise the module", {"up", "up --log-level 15"}},
                             [options](testbed &bed) { bring_up(bed, *options); });
-    add_log_level(up.add_option("--log-level", options->log_level, "Log level from then on"));
+    add_log_level(up.add_option("--log-level", options->log_level, "Log level from then on: 0, 1, 3, 7 or 15"));
     tree.add({"down", "Shut the module down", {"down"}}, [](testbed &bed) { bed.current().shut_down(); });
     tree.add({"update", "Hand the service functions to the framework again", {"update"}}, update);
     tree.add({"status", "Say whether the module is up, and how it logs", {"status"}}, print_status);
