@@ -1,30 +1,171 @@
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <string>
 
 #include "command_line.hpp"
+#include "histogram.hpp"
+#include "plot.hpp"
 #include "probe_options.hpp"
+#include "probe_report.hpp"
+#include "progress_line.hpp"
 #include "session_sender.hpp"
 #include "signal_watch.hpp"
 
 namespace {
 
-int probe(const olv_probe::probe_options &options)
+using namespace olv_probe;
+using olv_apps::report_error;
+
+/** How a run ended. */
+struct ending {
+    bool complete = false;
+    std::string error; ///< Why the system ended it, if it did.
+};
+
+/** @throw std::exception  The system refuses before anything was sent. */
+ending measure(session_sender &sender, const session_options &options, const olv_apps::signal_watch &signals)
+{
+    const progress_line line{options, sender};
+    try {
+        return {.complete = sender.run(signals.descriptor()), .error = ""};
+    } catch (const std::exception &error) {
+        if (sender.progress().sent == 0) {
+            throw;
+        }
+        return {.complete = false, .error = error.what()};
+    }
+}
+
+std::vector<const measurement *> results_of(const session_sender &sender)
+{
+    std::vector<const measurement *> results;
+    for (std::size_t session = 0; session < sender.session_count(); ++session) {
+        results.push_back(&sender.result(session));
+    }
+    return results;
+}
+
+run_report report_of(const session_sender &sender, const session_options &options, bool complete)
+{
+    run_report report;
+    report.options = options;
+    report.elapsed = sender.elapsed();
+    report.interrupted = !complete;
+    report.refused = sender.refusal() != 0;
+    report.total = sender.figures();
+    const std::vector<const measurement *> results = results_of(sender);
+    for (std::size_t session = 0; session < results.size(); ++session) {
+        const bool alone = results.size() == 1;
+        report.senders.push_back({.address = sender.local_address(session),
+                                  .figures = alone ? report.total : figures_of({&results[session], 1})});
+    }
+    return report;
+}
+
+void print_csv(const session_sender &sender)
+{
+    std::vector<sender_packets> packets;
+    for (std::size_t session = 0; session < sender.session_count(); ++session) {
+        packets.push_back({.address = sender.local_address(session), .result = &sender.result(session)});
+    }
+    write_csv(stdout, packets);
+}
+
+void print_text(const run_report &report, const session_sender &sender, bool with_histogram)
+{
+    (void)std::fputs(text_report(report).c_str(), stdout); // an error shows when the output is ended
+    if (!with_histogram || report.total.counts.valid == 0) {
+        return;
+    }
+    std::vector<std::int64_t> samples;
+    for (const measurement *result : results_of(sender)) {
+        result->append_delays(path::round_trip, samples);
+    }
+    constexpr std::size_t bars = 20;
+    const std::string drawn = histogram_text(histogram_of(std::move(samples), bars));
+    std::printf("\nround trips in microseconds, packets\n%s", drawn.c_str());
+}
+
+void print(const probe_options &options, const run_report &report, const session_sender &sender)
+{
+    switch (options.format) {
+    case output_format::json:
+        (void)std::fputs(json_report(report).c_str(), stdout); // as above
+        break;
+    case output_format::csv:
+        print_csv(sender);
+        break;
+    default:
+        print_text(report, sender, options.histogram);
+    }
+}
+
+/** @return Whether the picture is there, if one was asked for. */
+bool draw(const probe_options &options, const session_sender &sender)
+{
+    if (options.plot.empty()) {
+        return true;
+    }
+    try {
+        draw_plot(options.plot, results_of(sender), announcement(options.session));
+        return true;
+    } catch (const std::exception &error) {
+        report_error(program_name, "%s", error.what());
+        return false;
+    }
+}
+
+/** @return Whether all output got where it was to go. */
+bool end_output()
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+        return true;
+    }
+    report_error(program_name, "cannot write the figures: %s", std::strerror(errno));
+    return false;
+}
+
+void report_ending(const session_sender &sender, const session_options &options, const ending &end)
+{
+    const std::string reflector = options.reflector.text();
+    if (const int refusal = sender.refusal(); refusal != 0) {
+        const char *reason = refusal == ECONNREFUSED ? "connection refused" : std::strerror(refusal);
+        report_error(program_name, "%s: %s", reflector.c_str(), reason);
+    }
+    if (!end.error.empty()) {
+        report_error(program_name, "%s", end.error.c_str());
+    } else if (!end.complete) {
+        report_error(program_name, "interrupted");
+    } else if (sender.progress().sent == 0) {
+        report_error(program_name, "nothing was sent");
+    }
+}
+
+int probe(probe_options &options)
 {
     const olv_apps::signal_watch signals;
-    olv_probe::session_sender sender{options};
-    std::printf("%u packets of %zu octets to %s\n", options.count, options.size,
-                options.reflector.text().c_str());
-    const bool complete = sender.run(signals);
-    sender.result().print();
-    if (sender.was_refused()) {
-        olv_apps::report_error(olv_probe::program_name, "%s: connection refused",
-                               options.reflector.text().c_str());
+    options.session.reflector = resolve(options.reflector, options.family);
+    session_sender sender{options.session};
+    if (options.format == output_format::text) {
+        (void)std::fputs(announcement(options.session).c_str(), stdout); // as above
     }
-    if (!complete) {
-        olv_apps::report_error(olv_probe::program_name, "interrupted");
+    const ending end = measure(sender, options.session, signals);
+    const run_report report = report_of(sender, options.session, end.complete);
+    print(options, report, sender);
+    const bool written = end_output();
+    report_ending(sender, options.session, end);
+    const bool drawn = draw(options, sender);
+    const packet_counts &counts = report.total.counts;
+    if (end.complete && counts.sent == 0) {
+        return olv_apps::exit_usage;
     }
-    const bool good = complete && sender.result().valid() == options.count && sender.result().invalid() == 0;
-    return good ? olv_apps::exit_good : olv_apps::exit_failed;
+    // Sending less than asked for is a failure, too: the system took no more packets.
+    const bool all_sent = options.session.duration ||
+                          counts.sent == std::uint64_t{options.session.count} * options.session.senders;
+    const bool good = end.complete && all_sent && counts.valid == counts.sent && counts.invalid() == 0;
+    return good && written && drawn ? olv_apps::exit_good : olv_apps::exit_failed;
 }
 
 } // namespace
@@ -32,13 +173,13 @@ int probe(const olv_probe::probe_options &options)
 int main(int argc, char **argv)
 {
     try {
-        olv_probe::probe_options options;
-        if (const std::optional<int> status = olv_probe::read_options(argc, argv, options)) {
+        probe_options options;
+        if (const std::optional<int> status = read_options(argc, argv, options)) {
             return *status;
         }
         return probe(options);
     } catch (const std::exception &error) {
-        olv_apps::report_error(olv_probe::program_name, "%s", error.what());
+        report_error(program_name, "%s", error.what());
         return olv_apps::exit_usage;
     }
 }

@@ -5,26 +5,27 @@
 #ifndef OLV_PROBE_OPTIONS_HPP
 #define OLV_PROBE_OPTIONS_HPP
 
-#include <chrono>
-#include <cstddef>
-#include <cstdint>
 #include <optional>
+#include <string>
 
-#include "fastpath/listen_address.hpp"
-#include "fastpath/twamp_wire.hpp"
+#include <sys/socket.h>
+
+#include "reflector_name.hpp"
+#include "session_options.hpp"
 
 namespace olv_probe {
 
 inline constexpr const char *program_name = "twamp-probe";
 
+enum class output_format { text, json, csv };
+
 struct probe_options {
-    olv_fastpath::listen_address reflector;
-    std::uint32_t count = 100;
-    std::chrono::nanoseconds interval = std::chrono::milliseconds(10);
-    std::size_t size = olv_fastpath::reflector_packet::header_length; ///< UDP payload.
-    std::chrono::nanoseconds timeout = std::chrono::seconds(2);       ///< For replies after the last request.
-    std::uint8_t dscp = 0;
-    bool stamp = false; ///< Zeros instead of padding.
+    session_options session; ///< All but the reflector's address, which is found later.
+    reflector_name reflector;
+    int family = AF_UNSPEC;
+    output_format format = output_format::text;
+    bool histogram = false;
+    std::string plot; ///< File name with an extension that can be drawn; empty: none.
 };
 
 /** @return The status to exit with, help or an error having been printed; nothing when @p options is filled. */

@@ -1,55 +1,17 @@
 #include "session_sender.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
-#include <random>
 #include <stdexcept>
-#include <string>
+#include <utility>
 
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace olv_probe {
 namespace {
-
-constexpr int ttl = 255;
-constexpr int dscp_shift = 2; ///< Above the two ECN bits.
-constexpr int wanted_receive_buffer = 4 << 20;
-/** Room for whatever comes, so that a reply that is too long shows. */
-constexpr std::size_t reply_room = 65536;
-/** Replies taken between two looks at the clock. */
-constexpr int replies_at_once = 64;
-
-std::runtime_error system_error(const std::string &what)
-{
-    return std::runtime_error(what + ": " + std::strerror(errno));
-}
-
-void set_option(int socket, int level, int option, int value, const char *name)
-{
-    if (setsockopt(socket, level, option, &value, sizeof value) != 0) {
-        throw system_error(std::string("cannot set ") + name);
-    }
-}
-
-std::uint64_t random_seed()
-{
-    std::random_device device;
-    return std::uint64_t{device()} << 32 | device();
-}
-
-olv_fastpath::ntp_time wall_clock()
-{
-    timespec now{};
-    (void)clock_gettime(CLOCK_REALTIME, &now); // cannot fail for this clock
-    return olv_fastpath::ntp_time::from_unix(static_cast<std::uint64_t>(now.tv_sec),
-                                             static_cast<std::uint32_t>(now.tv_nsec));
-}
 
 timespec to_timespec(std::chrono::nanoseconds duration)
 {
@@ -61,144 +23,177 @@ timespec to_timespec(std::chrono::nanoseconds duration)
 
 } // namespace
 
-session_sender::session_sender(const probe_options &options)
-    : options_(options),
-      format_(options.size, options.stamp, random_seed()),
-      measurement_(format_),
-      request_(options.size),
-      reply_(reply_room),
-      socket_(socket(options.reflector.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
+session_sender::session_sender(const session_options &options)
+    : options_(options), stop_event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    if (socket_ < 0) {
-        throw system_error("cannot open a socket");
-    }
     try {
-        configure_socket();
+        for (unsigned sender = 0; sender < options.senders; ++sender) {
+            sessions_.push_back(std::make_unique<sender_session>(options));
+        }
     } catch (...) {
-        (void)close(socket_); // nothing was sent
+        (void)close(stop_event_); // nobody waits for it
         throw;
     }
 }
 
 session_sender::~session_sender()
 {
-    (void)close(socket_); // a failure loses nothing
+    (void)close(stop_event_); // nothing is lost
 }
 
-void session_sender::configure_socket() const
+void session_sender::on_progress(std::chrono::nanoseconds pause,
+                                 std::function<void(const probe_progress &)> show)
 {
-    const int traffic_class = options_.dscp << dscp_shift;
-    if (options_.reflector.family() == AF_INET6) {
-        set_option(socket_, IPPROTO_IPV6, IPV6_UNICAST_HOPS, ttl, "the hop limit");
-        set_option(socket_, IPPROTO_IPV6, IPV6_TCLASS, traffic_class, "the DSCP");
-    } else {
-        set_option(socket_, IPPROTO_IP, IP_TTL, ttl, "the TTL");
-        set_option(socket_, IPPROTO_IP, IP_TOS, traffic_class, "the DSCP");
-    }
-    set_option(socket_, SOL_SOCKET, SO_RCVBUF, wanted_receive_buffer, "the receive buffer");
-    const auto *address = reinterpret_cast<const sockaddr *>(&options_.reflector.address);
-    if (connect(socket_, address, options_.reflector.length) != 0) {
-        throw system_error("cannot reach " + options_.reflector.text());
-    }
+    pause_ = pause;
+    show_ = std::move(show);
 }
 
-bool session_sender::run(const olv_apps::signal_watch &signals)
+bool session_sender::run(int stop_descriptor)
 {
-    start_ = steady_clock::now();
-    end_ = start_ + options_.count * options_.interval + options_.timeout;
+    begin();
     for (;;) {
         receive_all();
         const steady_clock::time_point now = steady_clock::now();
+        publish(now);
         if (is_finished(now)) {
             return true;
         }
-        send_if_due(now);
-        if (wait(signals)) {
+        send_all_due(now);
+        if (wait(stop_descriptor)) {
             receive_all();
+            publish(steady_clock::now());
             return false;
+        }
+    }
+}
+
+void session_sender::begin()
+{
+    start_ = steady_clock::now();
+    if (show_) {
+        next_show_ = start_ + pause_;
+    }
+    // Senders take turns instead of sending at the same instant.
+    const std::chrono::nanoseconds shift = options_.window ? std::chrono::nanoseconds(0) : options_.interval;
+    for (std::size_t index = 0; index < sessions_.size(); ++index) {
+        sessions_[index]->begin(start_, shift * static_cast<std::int64_t>(index) /
+                                            static_cast<std::int64_t>(sessions_.size()));
+    }
+}
+
+void session_sender::receive_all()
+{
+    for (const auto &session : sessions_) {
+        if (const auto round_trip = session->receive()) {
+            shared_round_trip_.store(*round_trip, std::memory_order_relaxed);
         }
     }
 }
 
 bool session_sender::is_finished(steady_clock::time_point now) const
 {
-    if (now >= end_) {
-        return true;
-    }
-    if (measurement_.sent() < options_.count) {
-        return false;
-    }
-    // With nobody at the port there is nothing to wait for.
-    return measurement_.outstanding() == 0 || (refused_ && measurement_.received() == 0);
+    return std::all_of(sessions_.begin(), sessions_.end(),
+                       [now](const auto &session) { return session->is_finished(now); });
 }
 
-steady_clock::time_point session_sender::next_departure() const
+void session_sender::send_all_due(steady_clock::time_point now)
 {
-    return start_ + measurement_.sent() * options_.interval;
-}
-
-void session_sender::send_if_due(steady_clock::time_point now)
-{
-    if (measurement_.sent() == options_.count || now < next_departure()) {
-        return;
-    }
-    const auto length = static_cast<ssize_t>(request_.size());
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        const olv_fastpath::ntp_time departure = wall_clock();
-        const steady_clock::time_point instant = steady_clock::now();
-        format_.write_request(request_, measurement_.sent(), departure);
-        if (send(socket_, request_.data(), request_.size(), 0) == length) {
-            socket_full_ = false;
-            measurement_.request_sent(departure, instant);
-            return;
-        }
-        if (errno == EAGAIN || errno == ENOBUFS || errno == EINTR) {
-            socket_full_ = errno == EAGAIN;
-            return;
-        }
-        // An earlier packet's refusal is reported here instead of sending; the second attempt sends.
-        if (errno != ECONNREFUSED) {
-            throw system_error("cannot send to " + options_.reflector.text());
-        }
-        refused_ = true;
+    for (const auto &session : sessions_) {
+        session->send_due(now);
     }
 }
 
-void session_sender::receive_all()
+bool session_sender::wait(int stop_descriptor)
 {
-    for (int turn = 0; turn < replies_at_once; ++turn) {
-        const ssize_t length = recv(socket_, reply_.data(), reply_.size(), 0);
-        const steady_clock::time_point instant = steady_clock::now();
-        if (length >= 0) {
-            measurement_.reply_received({reply_.data(), static_cast<std::size_t>(length)}, instant);
-        } else if (errno == ECONNREFUSED) {
-            refused_ = true;
-        } else if (errno == EAGAIN) {
-            return;
-        } else if (errno != EINTR) {
-            throw system_error("cannot receive from " + options_.reflector.text());
-        }
+    const steady_clock::time_point now = steady_clock::now();
+    if (is_finished(now)) {
+        return false; // nothing would end the wait
+    }
+    watched_.clear();
+    watched_.push_back({.fd = stop_descriptor, .events = POLLIN, .revents = 0});
+    watched_.push_back({.fd = stop_event_, .events = POLLIN, .revents = 0});
+    steady_clock::time_point until = next_show_;
+    for (const auto &session : sessions_) {
+        watched_.push_back({.fd = session->descriptor(), .events = session->awaited_events(now), .revents = 0});
+        until = std::min(until, session->next_action(now));
+    }
+    const timespec limit = to_timespec(until - now);
+    if (ppoll(watched_.data(), watched_.size(), &limit, nullptr) < 0 && errno != EINTR) {
+        throw std::runtime_error(std::string("cannot wait for replies: ") + std::strerror(errno));
+    }
+    return watched_[0].revents != 0 || watched_[1].revents != 0;
+}
+
+void session_sender::publish(steady_clock::time_point now)
+{
+    std::uint64_t sent = 0;
+    std::uint64_t received = 0;
+    std::uint64_t valid = 0;
+    for (const auto &session : sessions_) {
+        const packet_counts &counts = session->result().counts();
+        sent += counts.sent;
+        received += counts.received;
+        valid += counts.valid;
+    }
+    elapsed_ = now - start_;
+    shared_elapsed_.store(elapsed_.count(), std::memory_order_relaxed);
+    shared_sent_.store(sent, std::memory_order_relaxed);
+    shared_received_.store(received, std::memory_order_relaxed);
+    shared_valid_.store(valid, std::memory_order_relaxed);
+    if (show_ && now >= next_show_) {
+        next_show_ = now + pause_;
+        show_(progress());
     }
 }
 
-bool session_sender::wait(const olv_apps::signal_watch &signals) const
+void session_sender::stop() const
 {
-    steady_clock::time_point until = end_;
-    short events = POLLIN;
-    if (measurement_.sent() < options_.count) {
-        if (socket_full_) {
-            events |= POLLOUT;
-        } else {
-            until = std::min(end_, next_departure());
+    const std::uint64_t one = 1;
+    (void)write(stop_event_, &one, sizeof one); // fails only when it is set already
+}
+
+const std::string &session_sender::local_address(std::size_t session) const
+{
+    return sessions_[session]->local_address();
+}
+
+probe_progress session_sender::progress() const
+{
+    return {.elapsed = std::chrono::nanoseconds(shared_elapsed_.load(std::memory_order_relaxed)),
+            .sent = shared_sent_.load(std::memory_order_relaxed),
+            .received = shared_received_.load(std::memory_order_relaxed),
+            .valid = shared_valid_.load(std::memory_order_relaxed),
+            .round_trip = latest_round_trip()};
+}
+
+std::optional<std::chrono::nanoseconds> session_sender::latest_round_trip() const
+{
+    const std::int64_t latest = shared_round_trip_.load(std::memory_order_relaxed);
+    return latest == no_round_trip ? std::nullopt : std::optional(std::chrono::nanoseconds(latest));
+}
+
+probe_figures session_sender::figures() const
+{
+    std::vector<const measurement *> results;
+    for (const auto &session : sessions_) {
+        results.push_back(&session->result());
+    }
+    return figures_of(results);
+}
+
+const measurement &session_sender::result(std::size_t session) const
+{
+    return sessions_[session]->result();
+}
+
+int session_sender::refusal() const
+{
+    for (const auto &session : sessions_) {
+        if (session->refusal() != 0) {
+            return session->refusal();
         }
     }
-    std::array<pollfd, 2> watched{{{.fd = socket_, .events = events, .revents = 0},
-                                   {.fd = signals.descriptor(), .events = POLLIN, .revents = 0}}};
-    const timespec limit = to_timespec(until - steady_clock::now());
-    if (ppoll(watched.data(), watched.size(), &limit, nullptr) < 0 && errno != EINTR) {
-        throw system_error("cannot wait for replies");
-    }
-    return (watched[1].revents & POLLIN) != 0;
+    return 0;
 }
 
 } // namespace olv_probe

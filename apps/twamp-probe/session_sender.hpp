@@ -1,57 +1,105 @@
 /**
  * @file session_sender.hpp
- * Sends a session's requests and receives its replies, in one thread.
+ * Measures: runs one or several sender sessions with a reflector.
+ *
+ *     olv_probe::session_options options;
+ *     options.reflector = olv_fastpath::parse_listen_address("127.0.0.1:8620");
+ *     olv_probe::session_sender sender{options};
+ *     const bool complete = sender.run(); // in a thread of its own, if others go on meanwhile
+ *     const olv_probe::probe_figures figures = sender.figures();
  */
 #ifndef OLV_PROBE_SESSION_SENDER_HPP
 #define OLV_PROBE_SESSION_SENDER_HPP
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
-#include "measurement.hpp"
-#include "probe_options.hpp"
-#include "signal_watch.hpp"
+#include <poll.h>
+
+#include "probe_figures.hpp"
+#include "sender_session.hpp"
+#include "session_options.hpp"
 
 namespace olv_probe {
 
+/** How far a run is. */
+struct probe_progress {
+    std::chrono::nanoseconds elapsed{0};
+    std::uint64_t sent = 0;
+    std::uint64_t received = 0;
+    std::uint64_t valid = 0;
+    std::optional<std::chrono::nanoseconds> round_trip; ///< The latest.
+};
+
+/** One thread runs it, once. Meanwhile other threads may call what is marked so, and nothing else. */
 class session_sender {
   public:
     /** @throw std::runtime_error  One line: there is no socket to be had, or no way to the reflector. */
-    explicit session_sender(const probe_options &options);
+    explicit session_sender(const session_options &options);
     ~session_sender();
     session_sender(const session_sender &) = delete;
     session_sender &operator=(const session_sender &) = delete;
 
-    /**
-     * Send everything and wait for the replies; ends after count * interval + timeout at the latest.
-     * @return Whether it ran to its end; false: a signal ended it.
-     * @throw std::runtime_error  One line: the system refuses to send or receive.
-     */
-    bool run(const olv_apps::signal_watch &signals);
+    /** Have run() call this, in its thread, about as often as @p pause says. */
+    void on_progress(std::chrono::nanoseconds pause, std::function<void(const probe_progress &)> show);
 
-    [[nodiscard]] const measurement &result() const { return measurement_; }
-    /** The reflector's host answered that nobody listens on the port. */
-    [[nodiscard]] bool was_refused() const { return refused_; }
+    /**
+     * Send everything and wait for the replies, until the time-out after the last packet at the latest.
+     * @param stop_descriptor  Something to poll: ends the run once it is readable; -1: nothing.
+     * @return Whether it ran to its end; false: stop() or the descriptor ended it.
+     * @throw std::runtime_error  One line: the system refuses to send or receive. What was measured before is
+     * there.
+     */
+    bool run(int stop_descriptor = -1);
+    /** End run(), from any thread or signal handler, also before it begins. */
+    void stop() const;
+
+    /** Sessions, with their sockets' addresses as "127.0.0.1:40000" or "[::1]:40000"; from any thread. */
+    [[nodiscard]] std::size_t session_count() const { return sessions_.size(); }
+    [[nodiscard]] const std::string &local_address(std::size_t session = 0) const;
+    /** From any thread. */
+    [[nodiscard]] probe_progress progress() const;
+    /** The latest of all sessions, without the reflector's share; from any thread. */
+    [[nodiscard]] std::optional<std::chrono::nanoseconds> latest_round_trip() const;
+
+    /** After run(): all sessions together, or one of them. */
+    [[nodiscard]] probe_figures figures() const;
+    [[nodiscard]] const measurement &result(std::size_t session = 0) const;
+    /** After run(): what a host on the way answered instead of the reflector, as errno; 0: nothing. */
+    [[nodiscard]] int refusal() const;
+    [[nodiscard]] std::chrono::nanoseconds elapsed() const { return elapsed_; }
 
   private:
-    void configure_socket() const;
-    [[nodiscard]] bool is_finished(steady_clock::time_point now) const;
-    void send_if_due(steady_clock::time_point now);
+    void begin();
     void receive_all();
-    /** @return Whether a signal came. */
-    [[nodiscard]] bool wait(const olv_apps::signal_watch &signals) const;
-    [[nodiscard]] steady_clock::time_point next_departure() const;
+    [[nodiscard]] bool is_finished(steady_clock::time_point now) const;
+    void send_all_due(steady_clock::time_point now);
+    /** @return Whether to stop. */
+    [[nodiscard]] bool wait(int stop_descriptor);
+    void publish(steady_clock::time_point now);
 
-    const probe_options options_;
-    const test_packet_format format_;
-    measurement measurement_;
-    std::vector<std::uint8_t> request_;
-    std::vector<std::uint8_t> reply_;
+    static constexpr std::int64_t no_round_trip = INT64_MIN;
+
+    const session_options options_;
+    std::vector<std::unique_ptr<sender_session>> sessions_;
+    std::vector<pollfd> watched_;
+    std::function<void(const probe_progress &)> show_;
+    std::chrono::nanoseconds pause_{0};
+    steady_clock::time_point next_show_ = steady_clock::time_point::max();
     steady_clock::time_point start_;
-    steady_clock::time_point end_;
-    int socket_;
-    bool socket_full_ = false;
-    bool refused_ = false;
+    std::chrono::nanoseconds elapsed_{0};
+    int stop_event_;
+    std::atomic<std::int64_t> shared_elapsed_{0};
+    std::atomic<std::uint64_t> shared_sent_{0};
+    std::atomic<std::uint64_t> shared_received_{0};
+    std::atomic<std::uint64_t> shared_valid_{0};
+    std::atomic<std::int64_t> shared_round_trip_{no_round_trip};
 };
 
 } // namespace olv_probe

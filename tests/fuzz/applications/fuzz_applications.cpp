@@ -147,11 +147,17 @@ void probe_command_line(std::string_view text)
     if (!reads(text, olv_probe::program_name, olv_probe::read_options, options)) {
         return;
     }
-    require(options.reflector.port() != 0, "a port to send to");
-    require(options.count >= 1 && options.count <= 10000000, "count in its range");
-    require(options.interval.count() >= 0 && options.timeout.count() >= 0, "times are not negative");
-    require(options.size >= (options.stamp ? 44u : 14u) && options.size <= 65507, "size in its range");
-    require(options.dscp <= expected().largest_dscp, "DSCP in its range");
+    const olv_probe::session_options &session = options.session;
+    require(options.reflector.port != 0 && !options.reflector.host.empty(), "something to send to");
+    require(session.count >= 1 && session.senders >= 1, "something to send");
+    require(session.duration || std::uint64_t{session.count} * session.senders <= 10000000,
+            "count in its range");
+    require(!session.window || (*session.window >= 1 && *session.window <= 65536), "window in its range");
+    require(session.interval.count() >= 0 && session.timeout.count() >= 0, "times are not negative");
+    require(session.size >= (session.stamp ? 44u : 14u) && session.size <= 65507, "size in its range");
+    require(session.ttl >= 1, "TTL in its range");
+    require(!session.stamp || session.zero_padding, "STAMP packets are filled with zeros");
+    require(session.dscp <= expected().largest_dscp, "DSCP in its range");
 }
 
 /** Parse a text. Refused: one line that says why. Taken: its own text means the same. */

@@ -1,0 +1,54 @@
+#include <cinttypes>
+
+#include "formatted.hpp"
+#include "probe_report.hpp"
+
+namespace olv_probe {
+namespace {
+
+double microseconds(std::int64_t nanoseconds)
+{
+    return static_cast<double>(nanoseconds) / 1000;
+}
+
+const char *result_of(const packet_record &record)
+{
+    if (!record.answered) {
+        return "lost";
+    }
+    return record.is_valid() ? "valid" : text_of(record.fault);
+}
+
+void append_packet(std::string &line, std::size_t sequence, const packet_record &record)
+{
+    append(line, ",%zu,%.3f,%s", sequence, microseconds(record.sent_at), result_of(record));
+    if (record.is_valid()) {
+        append(line, ",%.3f,%.3f,%.3f,%u,%u", microseconds(record.delay(path::round_trip)),
+               microseconds(record.delay(path::forward)), microseconds(record.delay(path::backward)),
+               unsigned{record.request_ttl}, unsigned{record.reply_ttl});
+    } else {
+        line += ",,,,,";
+    }
+    append(line, ",%u,%u\n", record.late ? 1u : 0u, unsigned{record.duplicates});
+}
+
+} // namespace
+
+void write_csv(std::FILE *output, const std::vector<sender_packets> &senders)
+{
+    (void)std::fputs(
+        "sender,sequence,sent_us,result,round_trip_us,forward_us,backward_us,request_ttl,reply_ttl,"
+        "reordered,duplicates\n",
+        output); // an error shows when the output is ended
+    std::string line;
+    for (const sender_packets &sender : senders) {
+        std::size_t sequence = 0;
+        for (const packet_record &record : sender.result->records()) {
+            line = sender.address;
+            append_packet(line, sequence++, record);
+            (void)std::fputs(line.c_str(), output); // as above
+        }
+    }
+}
+
+} // namespace olv_probe

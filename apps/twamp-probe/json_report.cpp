@@ -1,0 +1,149 @@
+#include <array>
+
+#include <nlohmann/json.hpp>
+
+#include "probe_report.hpp"
+
+namespace olv_probe {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+double microseconds(std::int64_t nanoseconds)
+{
+    return static_cast<double>(nanoseconds) / 1000;
+}
+
+/** Names that programs read; the texts of the text output have spaces. */
+constexpr std::array<const char *, reply_fault_count> fault_names = {"none",
+                                                                     "length",
+                                                                     "must_be_zero",
+                                                                     "sender_sequence",
+                                                                     "sender_timestamp",
+                                                                     "sender_error_estimate",
+                                                                     "sender_ttl",
+                                                                     "reflector_sequence",
+                                                                     "timestamps",
+                                                                     "error_estimate",
+                                                                     "padding"};
+
+json of_distribution(const distribution &figures)
+{
+    if (figures.count == 0) {
+        return nullptr;
+    }
+    return {{"count", figures.count},
+            {"min", microseconds(figures.minimum)},
+            {"mean", figures.mean / 1000},
+            {"mean_magnitude", figures.mean_magnitude / 1000},
+            {"stddev", figures.standard_deviation / 1000},
+            {"p50", microseconds(figures.percentiles[percentile_50])},
+            {"p90", microseconds(figures.percentiles[percentile_90])},
+            {"p95", microseconds(figures.percentiles[percentile_95])},
+            {"p99", microseconds(figures.percentiles[percentile_99])},
+            {"p99_9", microseconds(figures.percentiles[percentile_99_9])},
+            {"max", microseconds(figures.maximum)}};
+}
+
+json of_path(const path_figures &figures)
+{
+    return {{"delay", of_distribution(figures.delay)},
+            {"ipdv", of_distribution(figures.variation)},
+            {"pdv", of_distribution(figures.above_minimum)}};
+}
+
+json of_ttl(const ttl_range &ttl, unsigned initial)
+{
+    if (ttl.is_empty()) {
+        return nullptr;
+    }
+    return {{"ttl_min", ttl.minimum},
+            {"ttl_max", ttl.maximum},
+            {"ttl_initial", initial},
+            {"min", hops_from(initial, ttl.maximum)},
+            {"max", hops_from(initial, ttl.minimum)}};
+}
+
+json of_faults(const packet_counts &counts)
+{
+    json faults = json::object();
+    for (std::size_t fault = 1; fault < counts.faults.size(); ++fault) {
+        if (counts.faults[fault] != 0) {
+            faults[fault_names[fault]] = counts.faults[fault];
+        }
+    }
+    return faults;
+}
+
+json percent(std::uint64_t part, std::uint64_t whole)
+{
+    return whole == 0 ? json(nullptr) : json(100.0 * static_cast<double>(part) / static_cast<double>(whole));
+}
+
+json of_figures(const probe_figures &figures, unsigned ttl)
+{
+    const packet_counts &counts = figures.counts;
+    json result = {{"sent", counts.sent},
+                   {"received", counts.received},
+                   {"valid", counts.valid},
+                   {"invalid", counts.invalid()},
+                   {"faults", of_faults(counts)},
+                   {"lost", counts.lost()},
+                   {"lost_percent", percent(counts.lost(), counts.sent)},
+                   {"duplicates", counts.duplicates},
+                   {"reordered", counts.reordered},
+                   {"reordered_percent", percent(counts.reordered, counts.answered)},
+                   {"sender_ttl_changed", counts.other_ttl},
+                   {"hops_forward", of_ttl(counts.request_ttl, ttl)},
+                   {"hops_backward", of_ttl(counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum))},
+                   {"round_trip_us", of_path(figures.of(path::round_trip))},
+                   {"forward_us", of_path(figures.of(path::forward))},
+                   {"backward_us", of_path(figures.of(path::backward))}};
+    result["clock_offset_us"] =
+        figures.clock_offset ? json(microseconds(*figures.clock_offset)) : json(nullptr);
+    return result;
+}
+
+json of_options(const session_options &options)
+{
+    json result = {{"reflector", options.reflector.text()},
+                   {"packets", options.stamp ? "stamp" : "twamp"},
+                   {"size", options.size},
+                   {"padding", options.stamp || options.zero_padding ? "zero" : "random"},
+                   {"dscp", options.dscp},
+                   {"ttl", options.ttl},
+                   {"timeout_s", std::chrono::duration<double>(options.timeout).count()}};
+    if (options.window) {
+        result["window"] = *options.window;
+    } else {
+        result["interval_ms"] = std::chrono::duration<double, std::milli>(options.interval).count();
+    }
+    if (options.duration) {
+        result["duration_s"] = std::chrono::duration<double>(*options.duration).count();
+    } else {
+        result["count"] = options.count;
+    }
+    return result;
+}
+
+} // namespace
+
+std::string json_report(const run_report &report)
+{
+    json senders = json::array();
+    for (const sender_report &sender : report.senders) {
+        json entry = {{"address", sender.address}};
+        entry.update(of_figures(sender.figures, report.options.ttl));
+        senders.push_back(entry);
+    }
+    const json document = {{"options", of_options(report.options)},
+                           {"elapsed_s", std::chrono::duration<double>(report.elapsed).count()},
+                           {"interrupted", report.interrupted},
+                           {"refused", report.refused},
+                           {"total", of_figures(report.total, report.options.ttl)},
+                           {"senders", senders}};
+    // The name of a network interface, which an address may contain, can be any octets.
+    return document.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
+}
+
+} // namespace olv_probe

@@ -1,0 +1,261 @@
+// What replies of all kinds do to the counts, and delays with their variation.
+
+#include "probe_figures.hpp"
+
+#include <gtest/gtest.h>
+
+#include "packets.hpp"
+
+namespace olv_probe {
+namespace {
+
+using samples = std::vector<std::int64_t>;
+using append_samples = void (measurement::*)(path, samples &) const;
+
+samples of(const measurement &result, append_samples append, path which)
+{
+    samples taken;
+    (result.*append)(which, taken);
+    return taken;
+}
+
+samples delays(const scripted_session &session, path which)
+{
+    return of(session.result, &measurement::append_delays, which);
+}
+
+TEST(Delays, AreNetOfTheReflector)
+{
+    scripted_session session;
+    session.send();
+    // T2 = T1 + 1/4 s, T3 = T1 + 1/2 s, T4 = T1 + 3/4 s
+    EXPECT_EQ(session.receive(0, {.received = quarter, .sent_back = 2 * quarter}, 750'000'000), 500'000'000);
+    EXPECT_EQ(delays(session, path::round_trip), samples{500'000'000});
+    EXPECT_EQ(delays(session, path::forward), samples{250'000'000});
+    EXPECT_EQ(delays(session, path::backward), samples{250'000'000});
+}
+
+TEST(Delays, OneWayHaveTheSignOfTheClocksDifference)
+{
+    scripted_session ahead;
+    ahead.send();
+    ahead.receive(0, {.received = 4 * quarter, .sent_back = 4 * quarter}, 500'000'000);
+    EXPECT_EQ(delays(ahead, path::forward), samples{1'000'000'000});
+    EXPECT_EQ(delays(ahead, path::backward), samples{-500'000'000});
+    scripted_session behind;
+    behind.send();
+    behind.receive(0, {.received = -4 * quarter, .sent_back = -4 * quarter}, 500'000'000);
+    EXPECT_EQ(delays(behind, path::forward), samples{-1'000'000'000});
+    EXPECT_EQ(delays(behind, path::backward), samples{1'500'000'000});
+    EXPECT_EQ(delays(behind, path::round_trip), samples{500'000'000});
+}
+
+TEST(Delays, HoldAcrossTheWrapOfSeconds)
+{
+    scripted_session session;
+    session.send(3); // the last one leaves in second 0
+    EXPECT_EQ(session.receive(1, {.number = 0, .received = 2 * quarter, .sent_back = 2 * quarter}, 600'000'000),
+              600'000'000);
+    EXPECT_EQ(delays(session, path::forward), samples{500'000'000});
+}
+
+/** Packets 0, 1, 3, 4 come back in 100, 160, 130, 110 ms; 2 is lost. */
+void fill(scripted_session &session)
+{
+    session.send(5);
+    session.receive(0, {.number = 0}, 100'000'000);
+    session.receive(1, {.number = 1}, 160'000'000);
+    session.receive(3, {.number = 2}, 130'000'000);
+    session.receive(4, {.number = 3}, 110'000'000);
+}
+
+TEST(Variation, IsBetweenNeighboursThatBothCameBack)
+{
+    scripted_session session;
+    fill(session);
+    EXPECT_EQ(of(session.result, &measurement::append_delay_variation, path::round_trip),
+              (samples{60'000'000, -20'000'000}));
+    EXPECT_EQ(of(session.result, &measurement::append_delay_variation, path::forward), (samples{0, 0}));
+    EXPECT_EQ(of(session.result, &measurement::append_delay_variation, path::backward),
+              (samples{60'000'000, -20'000'000}));
+}
+
+TEST(Variation, AboveTheMinimumIsOfEachPacket)
+{
+    scripted_session session;
+    fill(session);
+    EXPECT_EQ(of(session.result, &measurement::append_delay_above_minimum, path::round_trip),
+              (samples{0, 60'000'000, 30'000'000, 10'000'000}));
+}
+
+TEST(Variation, OfNothingIsNothing)
+{
+    scripted_session session;
+    session.send(2);
+    EXPECT_EQ(of(session.result, &measurement::append_delay_variation, path::round_trip), samples{});
+    EXPECT_EQ(of(session.result, &measurement::append_delay_above_minimum, path::round_trip), samples{});
+}
+
+TEST(Counts, LossIsWhatHasNoReply)
+{
+    scripted_session session;
+    fill(session);
+    const packet_counts &counts = session.result.counts();
+    EXPECT_EQ(counts.sent, 5u);
+    EXPECT_EQ(counts.received, 4u);
+    EXPECT_EQ(counts.valid, 4u);
+    EXPECT_EQ(counts.invalid(), 0u);
+    EXPECT_EQ(counts.lost(), 1u);
+    EXPECT_EQ(counts.reordered, 0u);
+}
+
+TEST(Counts, DuplicatesAreNeitherValidNorInvalid)
+{
+    scripted_session session;
+    session.send(2);
+    session.receive(0, {.number = 0}, 1000);
+    EXPECT_EQ(session.receive(0, {.number = 0}, 2000), std::nullopt);
+    session.receive(0, {.number = 1}, 3000);
+    const packet_counts &counts = session.result.counts();
+    EXPECT_EQ(counts.received, 3u);
+    EXPECT_EQ(counts.valid, 1u);
+    EXPECT_EQ(counts.duplicates, 2u);
+    EXPECT_EQ(counts.invalid(), 0u);
+    EXPECT_EQ(counts.lost(), 1u);
+    EXPECT_EQ(session.result.records()[0].duplicates, 2u);
+    EXPECT_EQ(session.result.records()[0].round_trip, 1000);
+}
+
+TEST(Counts, DuplicatesOfOnePacketStopAt65535)
+{
+    scripted_session session;
+    session.send();
+    for (int reply = 0; reply < 65538; ++reply) {
+        session.receive(0, {}, 1000);
+    }
+    EXPECT_EQ(session.result.counts().duplicates, 65537u);
+    EXPECT_EQ(session.result.records()[0].duplicates, 65535u);
+}
+
+TEST(Counts, LateRepliesAreReorderedAndValid)
+{
+    scripted_session session;
+    session.send(4);
+    for (const std::uint32_t sequence : {0u, 3u, 1u, 2u}) {
+        session.receive(sequence, {.number = sequence}, 1000);
+    }
+    EXPECT_EQ(session.result.counts().reordered, 2u);
+    EXPECT_EQ(session.result.counts().valid, 4u);
+    EXPECT_FALSE(session.result.records()[3].late);
+    EXPECT_TRUE(session.result.records()[1].late);
+}
+
+TEST(Counts, ReflectorsThatUseANumberTwiceAreFoundOut)
+{
+    scripted_session session;
+    session.send(3);
+    session.receive(0, {.number = 7}, 1000);
+    session.receive(1, {.number = 8}, 1000);
+    session.receive(2, {.number = 7}, 1000);
+    EXPECT_EQ(session.result.counts().valid, 2u);
+    EXPECT_EQ(session.result.counts().invalid(), 1u);
+    EXPECT_EQ(session.result.counts().faults[static_cast<std::size_t>(reply_fault::reflector_sequence)], 1u);
+    EXPECT_EQ(session.result.counts().lost(), 0u);
+}
+
+TEST(Counts, ReflectorsNumbersMayWrap)
+{
+    scripted_session session;
+    session.send(3);
+    session.receive(0, {.number = 4294967295}, 1000);
+    session.receive(1, {.number = 0}, 1000);
+    session.receive(2, {.number = 1}, 1000);
+    EXPECT_EQ(session.result.counts().valid, 3u);
+}
+
+TEST(Counts, TtlsAreThoseOfValidReplies)
+{
+    scripted_session session{64};
+    session.send(4);
+    EXPECT_TRUE(session.result.counts().request_ttl.is_empty());
+    session.receive(0, {.number = 0, .request_ttl = 60, .reply_ttl = 250}, 1000);
+    session.receive(1, {.number = 1, .request_ttl = 62, .reply_ttl = 0}, 1000);
+    session.receive(2, {.number = 2, .request_ttl = 64, .reply_ttl = 251}, 1000);
+    session.receive(3, {.number = 2, .request_ttl = 1, .reply_ttl = 1}, 1000);
+    const packet_counts &counts = session.result.counts();
+    EXPECT_EQ(counts.request_ttl.minimum, 60);
+    EXPECT_EQ(counts.request_ttl.maximum, 64);
+    EXPECT_EQ(counts.reply_ttl.minimum, 250);
+    EXPECT_EQ(counts.reply_ttl.maximum, 251);
+    EXPECT_EQ(counts.other_ttl, 2u);
+}
+
+TEST(Window, LosesWhatIsAnsweredOrExpired)
+{
+    scripted_session session;
+    session.send(3);
+    EXPECT_EQ(session.result.on_their_way(), 3u);
+    session.receive(1, {}, 1000);
+    EXPECT_EQ(session.result.on_their_way(), 2u);
+    session.result.expire(session.instant(0));
+    EXPECT_EQ(session.result.on_their_way(), 1u);
+    EXPECT_EQ(session.result.oldest_departure(), session.instant(2));
+    session.receive(0, {.number = 1}, 300'000'000); // late, and still counted
+    EXPECT_EQ(session.result.on_their_way(), 1u);
+    EXPECT_EQ(session.result.counts().valid, 2u);
+    session.result.expire(session.instant(2));
+    EXPECT_EQ(session.result.on_their_way(), 0u);
+    EXPECT_EQ(session.result.counts().lost(), 1u);
+}
+
+TEST(Figures, OfSeveralSessionsAreTheirSum)
+{
+    scripted_session one;
+    scripted_session other;
+    fill(one);
+    other.send(2);
+    other.receive(0, {.number = 0, .request_ttl = 200, .reply_ttl = 64}, 300'000'000);
+    other.receive(1, {.number = 1}, 310'000'000);
+    const std::array<const measurement *, 2> both{&one.result, &other.result};
+    const probe_figures figures = figures_of(both);
+    EXPECT_EQ(figures.counts.sent, 7u);
+    EXPECT_EQ(figures.counts.valid, 6u);
+    EXPECT_EQ(figures.counts.lost(), 1u);
+    EXPECT_EQ(figures.counts.other_ttl, 1u);
+    EXPECT_EQ(figures.counts.request_ttl.minimum, 200);
+    EXPECT_EQ(figures.counts.reply_ttl.minimum, 64);
+    const path_figures &round_trip = figures.of(path::round_trip);
+    EXPECT_EQ(round_trip.delay.count, 6u);
+    EXPECT_EQ(round_trip.delay.minimum, 100'000'000);
+    EXPECT_EQ(round_trip.delay.maximum, 310'000'000);
+    EXPECT_EQ(round_trip.variation.count, 3u);
+    EXPECT_EQ(round_trip.variation.maximum, 60'000'000);
+    EXPECT_EQ(round_trip.above_minimum.count, 6u);
+    EXPECT_EQ(round_trip.above_minimum.maximum, 60'000'000); // each above its own session's shortest
+}
+
+TEST(Figures, EstimateTheClocksDifferenceFromTheQuickestPacket)
+{
+    scripted_session session;
+    session.send(3);
+    EXPECT_EQ(figures_of(std::array<const measurement *, 1>{&session.result}).clock_offset, std::nullopt);
+    session.receive(0, {.number = 0, .received = 4 * quarter, .sent_back = 4 * quarter}, 500'000'000);
+    session.receive(1, {.number = 1, .received = 8 * quarter, .sent_back = 8 * quarter}, 700'000'000);
+    // (1000 ms - (500 ms - 1000 ms)) / 2
+    EXPECT_EQ(figures_of(std::array<const measurement *, 1>{&session.result}).clock_offset, 750'000'000);
+}
+
+TEST(Hops, AreFromTheInitialTtlDown)
+{
+    EXPECT_EQ(hops_from(255, 255), 0u);
+    EXPECT_EQ(hops_from(255, 250), 5u);
+    EXPECT_EQ(hops_from(64, 255), 0u);
+    EXPECT_EQ(usual_initial_ttl(1), 64u);
+    EXPECT_EQ(usual_initial_ttl(64), 64u);
+    EXPECT_EQ(usual_initial_ttl(65), 128u);
+    EXPECT_EQ(usual_initial_ttl(128), 128u);
+    EXPECT_EQ(usual_initial_ttl(129), 255u);
+}
+
+} // namespace
+} // namespace olv_probe
