@@ -1,7 +1,7 @@
 # What `cmake --install` installs, in three components:
 #   runtime      the library
 #   development  what programs are built with: headers, the link name, CMake and pkg-config files
-#   sim          the software platform with its headers, and the programs
+#   sim          the software platform with its headers, and the programs with their manual pages
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/olv-twamp)
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/olv-twamp)
 
@@ -19,6 +19,16 @@ if(TARGET twampctl)
   # Finds the libraries under any prefix.
   set_target_properties(twampctl PROPERTIES INSTALL_RPATH $ORIGIN/../${CMAKE_INSTALL_LIBDIR})
   install(TARGETS twampctl twamp-probe RUNTIME COMPONENT sim)
+
+  # Manual pages, compressed as Debian wants them
+  find_program(GZIP gzip REQUIRED)
+  foreach(page IN ITEMS twamp-probe.1)
+    set(source ${PROJECT_SOURCE_DIR}/docs/man/${page})
+    execute_process(COMMAND ${GZIP} -9nc ${source} OUTPUT_FILE ${PROJECT_BINARY_DIR}/${page}.gz
+                    COMMAND_ERROR_IS_FATAL ANY)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
+    install(FILES ${PROJECT_BINARY_DIR}/${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT sim)
+  endforeach()
 endif()
 
 # find_package(olv-twamp)
