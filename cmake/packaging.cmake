@@ -46,6 +46,7 @@ else()
   set(CPACK_DEBIAN_SIM_PACKAGE_CONTROL_EXTRA ${triggers})
   set(CPACK_DEBIAN_SIM_PACKAGE_DEPENDS
       "${library_package} ${same_version}, libolv-twamp-dev ${same_version}")
+  set(CPACK_DEBIAN_SIM_PACKAGE_SUGGESTS gnuplot-nox) # draws the pictures of twamp-probe
   set(CPACK_DEBIAN_SIM_DESCRIPTION "${PROJECT_DESCRIPTION} - software platform
 The framework, the runtime environment and a fast path in software, to use
 libolv-twamp on a workstation; twampctl, the control application, and

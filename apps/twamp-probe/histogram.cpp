@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <numeric>
 
 #include "formatted.hpp"
 
@@ -53,8 +54,9 @@ histogram histogram_of(std::vector<std::int64_t> samples, std::size_t most)
 std::string histogram_text(const histogram &figures)
 {
     std::string text;
-    const std::uint64_t highest =
-        figures.bars.empty() ? 0 : *std::max_element(figures.bars.begin(), figures.bars.end());
+    // Some bar has a sample in it; the 1 is for a histogram of nothing but zeros.
+    const std::uint64_t highest = std::accumulate(figures.bars.begin(), figures.bars.end(), std::uint64_t{1},
+                                                  [](auto left, auto right) { return std::max(left, right); });
     for (std::size_t index = 0; index < figures.bars.size(); ++index) {
         const std::uint64_t count = figures.bars[index];
         const std::int64_t from = figures.start + figures.width * static_cast<std::int64_t>(index);

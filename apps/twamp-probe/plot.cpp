@@ -183,9 +183,9 @@ void append_points(std::string &script, const std::vector<const measurement *> &
 void append_bars(std::string &script, const histogram &figures)
 {
     for (std::size_t index = 0; index < figures.bars.size(); ++index) {
-        const std::int64_t from = figures.start + figures.width * static_cast<std::int64_t>(index);
-        append(script, "%.3f %llu\n", static_cast<double>(from + figures.width / 2) / 1e3,
-               static_cast<unsigned long long>(figures.bars[index]));
+        const auto width = static_cast<double>(figures.width);
+        const double middle = static_cast<double>(figures.start) + width * (static_cast<double>(index) + 0.5);
+        append(script, "%.3f %llu\n", middle / 1e3, static_cast<unsigned long long>(figures.bars[index]));
     }
 }
 
