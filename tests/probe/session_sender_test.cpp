@@ -148,6 +148,21 @@ TEST(SessionSender, EndsAtItsDurationAndTimeout)
     EXPECT_EQ(sender.figures().counts.lost(), sender.figures().counts.sent);
 }
 
+TEST(SessionSender, SaysThatTheSystemRefusesAPacket)
+{
+    const silent_socket reflector;
+    session_options options = options_for(reflector);
+    options.size = 65508; // more than fits into an IPv4 datagram
+    session_sender sender{options};
+    try {
+        sender.run();
+        FAIL() << "sent";
+    } catch (const std::runtime_error &error) {
+        EXPECT_EQ(error.what(), "cannot send to " + reflector.address().text() + ": Message too long");
+    }
+    EXPECT_EQ(sender.progress().sent, 0u);
+}
+
 TEST(SessionSender, RefusesWhatHasNoWay)
 {
     session_options options;
