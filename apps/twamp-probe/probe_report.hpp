@@ -15,6 +15,8 @@
 
 namespace olv_probe {
 
+class session_sender;
+
 struct sender_report {
     std::string address;
     probe_figures figures;
@@ -28,6 +30,10 @@ struct run_report {
     probe_figures total;
     std::vector<sender_report> senders;
 };
+
+/** The results of all its sessions, once it has run; here and below. */
+[[nodiscard]] std::vector<const measurement *> results_of(const session_sender &sender);
+[[nodiscard]] run_report report_of(const session_sender &sender, const session_options &options, bool complete);
 
 /** A session's packets, for output by packet. */
 struct sender_packets {

@@ -114,6 +114,7 @@ command_tree::command_tree(testbed &bed)
     add_module_commands(*this);
     add_responder_commands(*this);
     add_path_commands(*this);
+    add_probe_commands(*this);
     add_figure_commands(*this);
     add_log_commands(*this);
     add_platform_commands(*this);

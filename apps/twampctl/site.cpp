@@ -356,12 +356,13 @@ void site::collect_sessions(figures &into) const
         const std::uint64_t idle = now > each.last_arrival ? now - each.last_arrival : 0;
         const std::string address = olv_fastpath::text_of(each.key.sender_address);
         const bool is_ipv4 = olv_fastpath::is_ipv4(each.key.sender_address);
-        into.sessions.push_back(
-            {.responder = responder_with(each.key.responder_id),
-             .sender = (is_ipv4 ? address : "[" + address + "]") + ":" + std::to_string(each.key.sender_port),
-             .replies = each.next_sequence_number,
-             .idle_seconds = static_cast<double>(idle) / frequency,
-             .round_trip_seconds = {}});
+        const std::string sender =
+            (is_ipv4 ? address : "[" + address + "]") + ":" + std::to_string(each.key.sender_port);
+        into.sessions.push_back({.responder = responder_with(each.key.responder_id),
+                                 .sender = sender,
+                                 .replies = each.next_sequence_number,
+                                 .idle_seconds = static_cast<double>(idle) / frequency,
+                                 .round_trip_seconds = round_trips_ ? round_trips_(sender) : std::nullopt});
     }
 }
 

@@ -121,6 +121,10 @@ class site {
     void start();
     void stop();
 
+    /** Who knows the last round trip of a sender, by its address, in seconds. */
+    using round_trip_source = std::function<std::optional<double>(const std::string &)>;
+    void take_round_trips_from(round_trip_source source) { round_trips_ = std::move(source); }
+
     /** Everything at this instant. */
     [[nodiscard]] figures collect();
     [[nodiscard]] platform_usage usage() const;
@@ -162,6 +166,7 @@ class site {
     std::vector<named_responder> responders_;
     std::list<binding> bound_;
     std::vector<listener> listeners_;
+    round_trip_source round_trips_;
 };
 
 } // namespace twampctl

@@ -40,6 +40,8 @@ site &testbed::add(const site_options &options)
                                  " already; give the new one another name");
     }
     current_ = &sites_.emplace_back(options);
+    current_->take_round_trips_from(
+        [this](const std::string &sender) { return probes_.round_trip_of(sender); });
     return *current_;
 }
 
@@ -99,6 +101,7 @@ void testbed::silence()
 bool testbed::tear_down()
 {
     end_metrics();
+    probes_.stop_all();
     olv_sim::faults::clear_all();
     bool good = true;
     for (site &each : sites_) {

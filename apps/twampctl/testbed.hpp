@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "metrics_server.hpp"
+#include "probes.hpp"
 #include "signal_watch.hpp"
 #include "site.hpp"
 #include "trace_output.hpp"
@@ -56,6 +57,10 @@ class testbed {
     [[nodiscard]] std::string serve_metrics(const olv_fastpath::listen_address &address);
     void end_metrics() { metrics_.reset(); }
 
+    /** Probes in the background; their round trips are in the figures. */
+    [[nodiscard]] probes &background() { return probes_; }
+    [[nodiscard]] const probes &background() const { return probes_; }
+
     /** No command after this one. */
     void quit() { over_ = true; }
     [[nodiscard]] bool is_over() const { return over_; }
@@ -71,6 +76,7 @@ class testbed {
 
     const olv_apps::signal_watch &signals_;
     command_source source_;
+    probes probes_;
     std::list<site> sites_; ///< In the order in which they were made.
     site *current_ = nullptr;
     std::string trace_name_;

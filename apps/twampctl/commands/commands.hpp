@@ -16,6 +16,7 @@ void add_responder_commands(command_tree &tree); ///< responder create, delete, 
 /** responder list, responder stats. */
 void add_responder_figures(command_tree &tree, CLI::App &group);
 void add_path_commands(command_tree &tree);     ///< bind, unbind, imc, listen, unlisten, redirect
+void add_probe_commands(command_tree &tree);    ///< probe run, start, list, stop
 void add_figure_commands(command_tree &tree);   ///< stats, listeners, sessions, usage, show, watch, metrics
 void add_log_commands(command_tree &tree);      ///< log, trace, dump
 void add_platform_commands(command_tree &tree); ///< processor, tree, clock, violations

@@ -1,0 +1,143 @@
+// Measuring from inside: session senders of this process.
+#include <cstdio>
+
+#include "choices.hpp"
+#include "command_tree.hpp"
+#include "commands/commands.hpp"
+#include "probe_report.hpp"
+#include "progress.hpp"
+#include "reflector_name.hpp"
+#include "session_input.hpp"
+
+namespace twampctl {
+namespace {
+
+struct probe_request {
+    std::string address;
+    olv_probe::session_input input;
+    std::string format = "text";
+
+    [[nodiscard]] olv_probe::session_options options() const
+    {
+        olv_probe::session_options wanted = input.options();
+        wanted.reflector = olv_probe::resolve(olv_probe::parse_reflector_name(address), AF_UNSPEC);
+        return wanted;
+    }
+};
+
+void add_request(CLI::App &command, probe_request &request)
+{
+    command.add_option("ADDRESS:PORT", request.address, "The reflector, an address or a name")
+        ->required()
+        ->type_name(value_kind::listener);
+    olv_probe::add_session_options(command, request.input);
+}
+
+/** What went wrong with a measurement; empty: nothing. */
+std::string failure_of(const olv_probe::run_report &report)
+{
+    const olv_probe::packet_counts &counts = report.total.counts;
+    if (report.interrupted) {
+        return "interrupted";
+    }
+    if (report.refused) {
+        return "nobody answers there";
+    }
+    return counts.valid == counts.sent ? "" : "not every packet came back as it should";
+}
+
+void measure(testbed &bed, const probe_request &request)
+{
+    const olv_probe::session_options options = request.options();
+    olv_probe::session_sender sender{options};
+    const bool complete = sender.run(bed.signals().descriptor());
+    const olv_probe::run_report report = olv_probe::report_of(sender, options, complete);
+    const std::string text =
+        request.format == "json" ? olv_probe::json_report(report) : olv_probe::text_report(report);
+    (void)std::fputs(text.c_str(), stdout); // an error shows at exit
+    if (const auto last = sender.latest_round_trip(); last && options.senders == 1) {
+        bed.background().note(sender.local_address(), std::chrono::duration<double>(*last).count());
+    }
+    if (const std::string failure = failure_of(report); !failure.empty()) {
+        throw std::runtime_error("probe to " + request.address + ": " + failure);
+    }
+}
+
+void list(const testbed &bed)
+{
+    const std::vector<probes::status> all = bed.background().list();
+    for (const probes::status &each : all) {
+        std::printf("%s to %s: sent %llu, received %llu, valid %llu%s\n", each.sender.c_str(),
+                    each.reflector.c_str(), static_cast<unsigned long long>(each.progress.sent),
+                    static_cast<unsigned long long>(each.progress.received),
+                    static_cast<unsigned long long>(each.progress.valid), each.running ? "" : ", ended");
+    }
+    if (all.empty()) {
+        std::printf("no probes\n");
+    }
+}
+
+void add_run(command_tree &tree, CLI::App &group)
+{
+    const auto request = std::make_shared<probe_request>();
+    CLI::App &run = tree.add(group,
+                             {"run",
+                              "Send test packets, wait for the replies, show the figures",
+                              {"probe run 127.0.0.1:8620", "probe run [::1]:8620 --count 1000 --interval 1"}},
+                             [request](testbed &bed) { measure(bed, *request); });
+    add_request(run, *request);
+    one_of(run.add_option("--format", request->format, "Text or JSON (text)"), {"text", "json"});
+}
+
+void add_start(command_tree &tree, CLI::App &group)
+{
+    const auto request = std::make_shared<probe_request>();
+    CLI::App &start = tree.add(group,
+                               {"start",
+                                "Send in the background; 'watch' and 'sessions' show round trips",
+                                {"probe start 127.0.0.1:8620 --duration 60"}},
+                               [request](testbed &bed) {
+                                   if (request->input.senders != 1) {
+                                       throw usage_error("probe start: one sender each; start several instead");
+                                   }
+                                   say("sending from %s", bed.background().start(request->options()).c_str());
+                               });
+    add_request(start, *request);
+}
+
+void add_stop(command_tree &tree, CLI::App &group)
+{
+    struct stop_request {
+        std::string address;
+        bool all = false;
+    };
+    const auto request = std::make_shared<stop_request>();
+    CLI::App &stop = tree.add(group, {"stop", "End a probe in the background", {"probe stop --all"}},
+                              [request](testbed &bed) {
+                                  if (request->all == !request->address.empty()) {
+                                      throw usage_error("probe stop: give the sender's address, or --all");
+                                  }
+                                  if (request->all) {
+                                      bed.background().stop_all();
+                                  } else {
+                                      bed.background().stop(request->address);
+                                  }
+                                  say("no longer sending");
+                              });
+    stop.add_option("ADDRESS:PORT", request->address, "The sender's, as listed");
+    stop.add_flag("--all", request->all, "All of them");
+}
+
+} // namespace
+
+void add_probe_commands(command_tree &tree)
+{
+    CLI::App &group = tree.add_group("probe", "Send test packets and measure");
+    add_run(tree, group);
+    add_start(tree, group);
+    tree.add(group, {"list", "List the probes in the background", {"probe list"}},
+             [](testbed &bed) { list(bed); });
+    add_stop(tree, group);
+}
+
+} // namespace twampctl
