@@ -122,12 +122,12 @@ void append_senders(std::string &text, const std::vector<sender_report> &senders
         const packet_counts &counts = sender.figures.counts;
         const distribution &round_trip = sender.figures.of(path::round_trip).delay;
         append(text,
-               "sender %s: sent %" PRIu64 ", valid %" PRIu64 ", invalid %" PRIu64 ", lost %" PRIu64
+               "sender %s:\n  sent %" PRIu64 ", valid %" PRIu64 ", invalid %" PRIu64 ", lost %" PRIu64
                ", duplicates %" PRIu64 ", reordered %" PRIu64,
                sender.address.c_str(), counts.sent, counts.valid, counts.invalid(), counts.lost(),
                counts.duplicates, counts.reordered);
         if (round_trip.count != 0) {
-            append(text, ", round trip min %.1f, median %.1f, max %.1f", microseconds(round_trip.minimum),
+            append(text, "\n  round trip min %.1f, median %.1f, max %.1f", microseconds(round_trip.minimum),
                    microseconds(round_trip.percentiles[percentile_50]), microseconds(round_trip.maximum));
         }
         text += '\n';

@@ -101,9 +101,9 @@ TEST(Text, HasALineForEachOfSeveralSenders)
     report.senders.push_back({.address = "192.0.2.9:40001", .figures = figures_of({&result, 1})});
     EXPECT_THAT(
         text_report(report),
-        testing::EndsWith("\n\nsender 192.0.2.9:40000: sent 4, valid 2, invalid 1, lost 1, duplicates 1, "
-                          "reordered 2, round trip min 100.0, median 100.0, max 300.0\n"
-                          "sender 192.0.2.9:40001: sent 2, valid 0, invalid 0, lost 2, duplicates 0, "
+        testing::EndsWith("\n\nsender 192.0.2.9:40000:\n  sent 4, valid 2, invalid 1, lost 1, duplicates 1, "
+                          "reordered 2\n  round trip min 100.0, median 100.0, max 300.0\n"
+                          "sender 192.0.2.9:40001:\n  sent 2, valid 0, invalid 0, lost 2, duplicates 0, "
                           "reordered 0\n"));
 }
 
