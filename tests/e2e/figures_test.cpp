@@ -90,8 +90,7 @@ TEST(Metrics, CountWhatWasSent)
     EXPECT_THAT(after, HasSubstr("\nolv_twamp_dropped_packets_total{reason=\"length_check\"} 1\n"));
     EXPECT_THAT(after, HasSubstr("\nolv_twamp_responder_received_packets_total"
                                  "{responder=\"1\",id=\"1\"} 72\n"));
-    EXPECT_THAT(after,
-                HasSubstr("\nolv_twamp_responder_active_sessions{responder=\"1\",id=\"1\"} 2\n"));
+    EXPECT_THAT(after, HasSubstr("\nolv_twamp_responder_active_sessions{responder=\"1\",id=\"1\"} 2\n"));
     EXPECT_THAT(after, HasSubstr("\nolv_twamp_listener_received_packets_total{listener=\"" + run.reflector +
                                  "\"} 72\n"));
     EXPECT_THAT(after,

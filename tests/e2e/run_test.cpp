@@ -157,8 +157,9 @@ TEST(Run, UndoesWhatWasDoneWhenAStepFails)
     const finished_program finished =
         run_control({"--listen", "127.0.0.1:0", "--responders", "3", "--capacity", "2"});
     EXPECT_EQ(finished.status, 1);
-    EXPECT_EQ(finished.errors, "twampctl: cannot create responder 3: status 0x3001D TWAMP_STATUS_INDEX_ALLOC_FAILED: "
-                               "TWAMP: responder ID could not be allocated\n");
+    EXPECT_EQ(finished.errors,
+              "twampctl: cannot create responder 3: status 0x3001D TWAMP_STATUS_INDEX_ALLOC_FAILED: "
+              "TWAMP: responder ID could not be allocated\n");
     EXPECT_EQ(finished.output, std::string("module initialised\n"
                                            "responder 1 created: ID 0x1\n"
                                            "responder 2 created: ID 0x2\n"
