@@ -13,21 +13,24 @@
 namespace twampctl {
 namespace {
 
-constexpr const char *command_line_intro = "Drives the TWAMP module on the software platform.\n"
-                                           "Usage: twampctl COMMAND [OPTIONS] [then COMMAND [OPTIONS]]...\n"
-                                           "       twampctl run [OPTIONS]\n"
-                                           "\n"
-                                           "Commands:\n";
+constexpr const char *command_line_intro =
+    "Drives the TWAMP module on the software platform.\n"
+    "Usage: twampctl [--quiet] COMMAND [OPTIONS] [then COMMAND [OPTIONS]]...\n"
+    "       twampctl run [OPTIONS]\n"
+    "       twampctl --version\n"
+    "\n"
+    "Commands:\n";
 
 constexpr const char *command_line_end =
     "\n"
     "'twampctl COMMAND --help' explains a command. 'twampctl shell' reads commands\n"
     "from a terminal, 'twampctl script FILE' from a file. The platform lasts as long\n"
-    "as the program.\n"
+    "as the program. With --quiet only what commands are asked to show is printed.\n"
     "\n"
     "Examples:\n"
     "  twampctl run --listen 127.0.0.1:8620\n"
-    "  twampctl up then responder create west then responder state west\n";
+    "  twampctl up then responder create west then responder state west\n"
+    "  twampctl --quiet up then responder create then show --format json\n";
 
 constexpr const char *shell_end = "\n'help COMMAND' explains a command. Words in quotes stay together.\n";
 

@@ -119,12 +119,15 @@ void run_chain(testbed &bed, const std::vector<std::string> &words)
 {
     std::vector<std::string> command;
     for (const std::string &word : words) {
-        if (word == separator) {
-            execute(bed, command);
-            command.clear();
-        } else {
+        if (word != separator) {
             command.push_back(word);
+            continue;
         }
+        execute(bed, command);
+        if (bed.is_over()) {
+            return;
+        }
+        command.clear();
     }
     execute(bed, command);
 }

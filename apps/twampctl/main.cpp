@@ -9,7 +9,6 @@
 #include "progress.hpp"
 #include "run.hpp"
 #include "run_options.hpp"
-#include "shell.hpp"
 #include "testbed.hpp"
 
 namespace twampctl {
@@ -44,9 +43,6 @@ command_source source_of(const std::string &first_word)
 int run_words(testbed &bed, const std::vector<std::string> &words)
 {
     try {
-        if (bed.source() == command_source::shell && words.size() == 1) {
-            return run_shell(bed) ? olv_apps::exit_good : olv_apps::exit_failed;
-        }
         run_chain(bed, words);
         return olv_apps::exit_good;
     } catch (const usage_error &error) {
@@ -72,7 +68,11 @@ int run_commands(const std::vector<std::string> &words)
 
 int dispatch(int argc, char **argv)
 {
-    const std::vector<std::string> words{argv + 1, argv + argc};
+    std::vector<std::string> words{argv + 1, argv + argc};
+    if (!words.empty() && words.front() == "--quiet") {
+        say_to(nullptr); // what commands show is all that is to be read
+        words.erase(words.begin());
+    }
     if (words.empty()) {
         return run_commands({"help"}) == olv_apps::exit_good ? olv_apps::exit_usage : olv_apps::exit_failed;
     }

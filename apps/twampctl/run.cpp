@@ -208,7 +208,10 @@ bool wait_for_end(course &on, const run_options &options, const olv_apps::signal
         return signals.wait(options.duration);
     }
     return watch([&on] { return on.collect(); }, signals,
-                 {.interval = std::chrono::seconds(1), .count = {}, .duration = options.duration});
+                 {.interval = std::chrono::seconds(1),
+                  .count = {},
+                  .duration = options.duration,
+                  .format = output_format::text});
 }
 
 /** @return Whether the signal or the end of the duration found everything in order. */

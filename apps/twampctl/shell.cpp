@@ -34,14 +34,19 @@ bool was_terminated(const olv_apps::signal_watch &signals)
 
 } // namespace
 
-bool run_shell(testbed &bed)
+void run_shell(testbed &bed)
 {
+    static bool running = false;
+    if (running) {
+        throw std::runtime_error("this is the shell already");
+    }
+    running = true; // until the program ends, as a shell's end is
     if (isatty(STDIN_FILENO) == 0) {
         run_script(bed, {.file = "-", .keep_going = true});
-        return true;
+        return;
     }
-    std::printf("twampctl on the software platform. 'help' lists the commands, Tab completes them,\n"
-                "'quit' or Ctrl-D takes everything down and ends.\n");
+    std::printf("twampctl on the software platform. 'help' lists the commands, Tab completes\n"
+                "them, 'quit' or Ctrl-D takes everything down and ends.\n");
     line_editor editor{
         bed.signals(), "twampctl> ", history_file(),
         [&bed](const std::vector<std::string> &words) { return command_tree{bed}.completions(words); }};
@@ -57,10 +62,12 @@ bool run_shell(testbed &bed)
             olv_apps::report_error("error", "%s", error.what());
         }
         if (was_terminated(bed.signals())) {
-            return false;
+            throw std::runtime_error("ended by a signal");
         }
     }
-    return bed.signals().take() == 0;
+    if (bed.signals().take() != 0) {
+        throw std::runtime_error("ended by a signal");
+    }
 }
 
 } // namespace twampctl

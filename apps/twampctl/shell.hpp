@@ -10,8 +10,8 @@ namespace twampctl {
 class testbed;
 
 /** Read and run commands until "quit", the end of the input, or SIGTERM. Failures are reported, and the next
- * command is read. @return Whether the end was asked for, not forced by a signal. */
-bool run_shell(testbed &bed);
+ * command is read. @throw std::runtime_error  A signal ended it, or this is such a shell already. */
+void run_shell(testbed &bed);
 
 } // namespace twampctl
 

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "figures_formats.hpp"
+#include "figures_output.hpp"
 
 namespace twampctl {
 namespace {
@@ -191,7 +192,9 @@ bool watch(const std::function<figures()> &collect, const olv_apps::signal_watch
             return true;
         }
         figures now = collect();
-        if (in_place) {
+        if (options.format != output_format::text) {
+            std::printf("%s", format(now, options.format).c_str());
+        } else if (in_place) {
             const std::string screen = watch_screen(before, now, rows_of_terminal());
             redraw(screen, drawn);
             drawn = static_cast<std::size_t>(std::count(screen.begin(), screen.end(), '\n'));

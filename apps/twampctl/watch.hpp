@@ -12,6 +12,7 @@
 #include <string>
 
 #include "figures.hpp"
+#include "output_format.hpp"
 #include "signal_watch.hpp"
 
 namespace twampctl {
@@ -27,6 +28,7 @@ struct watch_options {
     std::chrono::nanoseconds interval{1'000'000'000};
     std::optional<std::uint32_t> count; ///< Intervals; nothing: until a signal or the end.
     std::optional<std::chrono::nanoseconds> duration;
+    output_format format = output_format::text; ///< Other than text: all figures each time.
 };
 
 /** Show the figures after each interval: redrawn in place on a terminal, a line each elsewhere.

@@ -96,6 +96,7 @@ void add_everything(command_tree &tree)
 struct watch_request {
     double interval = 1;
     std::optional<std::uint32_t> count;
+    format_option format;
 };
 
 void watch_site(testbed &bed, const watch_request &request)
@@ -104,7 +105,8 @@ void watch_site(testbed &bed, const watch_request &request)
     (void)watch([&on] { return on.collect(); }, bed.signals(), // Ctrl-C is how one ends it
                 {.interval = std::chrono::nanoseconds(std::llround(request.interval * 1e9)),
                  .count = request.count,
-                 .duration = {}});
+                 .duration = {},
+                 .format = request.format.value()});
     (void)bed.signals().take();
 }
 
@@ -119,6 +121,7 @@ void add_watch(command_tree &tree)
         ->check(olv_apps::number_between(0.05, 3600.0));
     command.add_option("--count", request->count, "Looks; default: until Ctrl-C")
         ->check(CLI::Range(1u, UINT32_MAX));
+    add_format(command, request->format);
 }
 
 void add_metrics(command_tree &tree)

@@ -6,6 +6,7 @@
 #include "command_tree.hpp"
 #include "commands/commands.hpp"
 #include "interpreter.hpp"
+#include "shell.hpp"
 
 namespace twampctl {
 namespace {
@@ -36,6 +37,7 @@ void add_script(command_tree &tree)
 void add_session_commands(command_tree &tree)
 {
     add_script(tree);
+    tree.add({"shell", "Read commands from a terminal", {"shell"}}, run_shell);
     const auto seconds = std::make_shared<double>(0);
     tree.add({"wait", "Wait; packets are answered meanwhile", {"wait 2.5"}},
              [seconds](testbed &bed) { wait(bed, *seconds); })
