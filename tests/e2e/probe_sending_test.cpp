@@ -45,7 +45,7 @@ TEST(ProbeSenders, AreSessionsOfTheirOwn)
     EXPECT_EQ(probe.errors, "");
     EXPECT_THAT(probe.output, StartsWith("25 packets of 41 octets to 127.0.0.1:"));
     EXPECT_THAT(probe.output, HasSubstr(" from each of 4 senders\nsent: 100\nreceived: 100\nvalid: 100\n"));
-    EXPECT_EQ(count_lines(probe.output, ": sent 25, valid 25, invalid 0, lost 0, duplicates 0, reordered 0, "),
+    EXPECT_EQ(count_lines(probe.output, "  sent 25, valid 25, invalid 0, lost 0, duplicates 0, reordered 0"),
               4);
     EXPECT_THAT(control.stop(SIGINT).output, HasSubstr("Number of active sessions: 4\n"));
 }
