@@ -1,7 +1,8 @@
 # What `cmake --install` installs, in three components:
 #   runtime      the library
 #   development  what programs are built with: headers, the link name, CMake and pkg-config files
-#   sim          the software platform with its headers, and the programs with their manual pages
+#   sim          the software platform with its headers, and the programs with their manual pages and
+#                what completes their command lines in Bash
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/olv-twamp)
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/olv-twamp)
 
@@ -22,13 +23,16 @@ if(TARGET twampctl)
 
   # Manual pages, compressed as Debian wants them
   find_program(GZIP gzip REQUIRED)
-  foreach(page IN ITEMS twamp-probe.1)
+  foreach(page IN ITEMS twampctl.1 twamp-probe.1)
     set(source ${PROJECT_SOURCE_DIR}/docs/man/${page})
     execute_process(COMMAND ${GZIP} -9nc ${source} OUTPUT_FILE ${PROJECT_BINARY_DIR}/${page}.gz
                     COMMAND_ERROR_IS_FATAL ANY)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
     install(FILES ${PROJECT_BINARY_DIR}/${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT sim)
   endforeach()
+
+  install(FILES apps/completion/twampctl apps/completion/twamp-probe
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT sim)
 endif()
 
 # find_package(olv-twamp)

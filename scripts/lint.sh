@@ -11,7 +11,7 @@ echo "== clang-format: ${#sources[@]} files"
 clang-format-14 --dry-run -Werror "${sources[@]}"
 
 echo "== shellcheck"
-shellcheck scripts/*.sh .ci/run
+shellcheck scripts/*.sh .ci/run apps/completion/*
 
 if [[ -x ../shared/hooks/wording ]]; then
   echo "== wording"

@@ -1,6 +1,9 @@
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "command_line.hpp"
@@ -14,6 +17,10 @@
 namespace twampctl {
 namespace {
 
+constexpr std::string_view separator = "then"; ///< Between two commands.
+constexpr std::string_view run_word = "run";
+constexpr std::string_view shell_word = "shell";
+
 int run_from(int argc, char **argv)
 {
     run_options options;
@@ -21,12 +28,37 @@ int run_from(int argc, char **argv)
     return early ? *early : run(options);
 }
 
-/** What may come next, a line each, for the completion of the system's shell. */
-int print_completions(const std::vector<std::string> &words)
+/** What may stand in place of the last of these words, which is only begun: "then" begins a new command. */
+std::vector<std::string> candidates_for(const std::vector<std::string> &words)
 {
+    const std::string &begun = words.back();
+    const auto last_separator = std::find(std::next(words.rbegin()), words.rend(), separator);
+    const std::vector<std::string> command{last_separator.base(), words.end()};
+    const bool is_first = last_separator == words.rend();
+
     const olv_apps::signal_watch signals;
     testbed bed{signals, command_source::command_line};
-    for (const std::string &each : command_tree{bed}.completions(words)) {
+    std::vector<std::string> candidates = command_tree{bed}.completions(command);
+    if (command.size() == 1 && is_first && shell_word.starts_with(begun)) {
+        candidates.emplace_back(shell_word);
+    }
+    if (command.size() == 1 && !is_first) {
+        std::erase(candidates, run_word); // it stands alone
+    }
+    if (command.size() > 1 && command.front() != run_word && !begun.empty() && separator.starts_with(begun)) {
+        candidates.emplace_back(separator);
+    }
+    return candidates;
+}
+
+/** For the completion of the system's shell. */
+int print_completions(const std::vector<std::string> &words)
+{
+    if (words.empty()) {
+        olv_apps::report_error(program_name, "--complete: the word to complete is missing");
+        return olv_apps::exit_usage;
+    }
+    for (const std::string &each : candidates_for(words)) {
         std::printf("%s\n", each.c_str());
     }
     return olv_apps::exit_good;
@@ -34,7 +66,7 @@ int print_completions(const std::vector<std::string> &words)
 
 command_source source_of(const std::string &first_word)
 {
-    return first_word == "shell"    ? command_source::shell
+    return first_word == shell_word ? command_source::shell
            : first_word == "script" ? command_source::script
                                     : command_source::command_line;
 }
@@ -80,7 +112,7 @@ int dispatch(int argc, char **argv)
         std::printf("%s %s\n", program_name, OLV_TWAMP_VERSION);
         return olv_apps::exit_good;
     }
-    if (words.front() == "run") {
+    if (words.front() == run_word) {
         return run_from(argc, argv);
     }
     if (words.front() == "--complete") {
