@@ -161,6 +161,13 @@ class Completion(unittest.TestCase):
         self.check([("./my-twampctl resp", ["responder"], "./my-twampctl responder |"),
                     ("~/my-twampctl resp", ["responder"], "~/my-twampctl responder |")])
 
+    def test_twampctl_refuses_to_complete_nothing(self) -> None:
+        program = os.path.join(os.environ["OLV_PROGRAMS"], "twampctl")
+        refusal = subprocess.run([program, "--complete"], check=False, capture_output=True, text=True)
+        self.assertEqual(refusal.returncode, 2)
+        self.assertEqual(refusal.stdout, "")
+        self.assertEqual(refusal.stderr, "twampctl: --complete: the word to complete is missing\n")
+
     def test_the_values_offered_for_twamp_probe_are_those_that_it_takes(self) -> None:
         program = os.path.join(os.environ["OLV_PROGRAMS"], "twamp-probe")
         for option, values in (("--format", "text json csv"), ("--padding", "random zero")):

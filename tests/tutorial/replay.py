@@ -11,7 +11,7 @@ from terminals import Commands, Session
 from transcript import SESSION_PROMPT, Names, Step
 
 # From one terminal to the other; a packet that nobody answers has been counted by then.
-SECONDS_TO_TURN = 0.2
+SECONDS_TO_TURN = 0.1
 
 Check = Callable[[Step, list[str]], None]
 

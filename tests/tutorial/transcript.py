@@ -18,6 +18,7 @@ Printed lines have to be the page's, but for what is another one each time:
 
 import re
 from dataclasses import dataclass, field
+from functools import cache
 
 SHELL_PROMPT = "$ "
 SESSION_PROMPT = "twampctl> "
@@ -88,6 +89,7 @@ class Names:
         return self._actual.get(of_page) == actual
 
 
+@cache
 def pattern_of(line: str, is_watch: bool) -> tuple[re.Pattern[str], list[str]]:
     """What matches the lines that this one of the page stands for, and the names in its groups."""
     text, names, end = "", [], 0
