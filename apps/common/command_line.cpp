@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <sstream>
 #include <string>
 
 #include "help_format.hpp"
@@ -27,7 +28,9 @@ CLI::Validator number_between(double minimum, double maximum)
         if (CLI::detail::lexical_cast(text, value) && value >= minimum && value <= maximum) {
             return {};
         }
-        return "Value " + text + " not in range " + std::to_string(minimum) + " to " + std::to_string(maximum);
+        std::ostringstream reason;
+        reason << "Value " << text << " not in range " << minimum << " to " << maximum;
+        return reason.str();
     };
     return CLI::Validator{refuse, CLI::Range(minimum, maximum).get_description()};
 }

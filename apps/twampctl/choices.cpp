@@ -3,7 +3,14 @@
 #include <algorithm>
 #include <sstream>
 
+#include "closest.hpp"
+
 namespace twampctl {
+namespace {
+
+constexpr std::size_t easily_read = 8; ///< Words; among more, one is hard to find.
+
+} // namespace
 
 CLI::Option *one_of(CLI::Option *option, const std::vector<std::string> &words)
 {
@@ -16,7 +23,8 @@ CLI::Option *one_of(CLI::Option *option, const std::vector<std::string> &words)
             if (std::find(words.begin(), words.end(), value) != words.end()) {
                 return {};
             }
-            return "'" + value + "' is none of " + joined(words);
+            return "'" + value + "' is none of " + joined(words) +
+                   (words.size() > easily_read ? did_you_mean(value, words) : "");
         },
         ""));
     return option->type_name(kind);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <regex>
 
 #include "choices.hpp"
 #include "closest.hpp"
@@ -110,9 +111,16 @@ command_tree::command_tree(testbed &bed)
 {
     root_.formatter(std::make_shared<olv_apps::help_format>());
     root_.set_help_flag("-h,--help", "Print this help");
+    root_.require_subcommand(0, 1); // what follows is its arguments, even where it is a command's name
     if (bed.source() == command_source::command_line) {
-        describe_run(
-            *root_.add_subcommand("run", "Answer test packets until a signal comes, then tell and end"));
+        CLI::App &run =
+            *root_.add_subcommand("run", "Answer test packets until a signal comes, then tell and end");
+        describe_run(run);
+        run.final_callback([this] {
+            chosen_ = [](testbed &) {
+                throw usage_error("'run' stands alone: it brings up what it needs; try 'twampctl run --help'");
+            };
+        });
     }
     add_module_commands(*this);
     add_responder_commands(*this);
@@ -123,11 +131,17 @@ command_tree::command_tree(testbed &bed)
     add_platform_commands(*this);
     add_fault_commands(*this);
     add_session_commands(*this);
+    if (bed.source() == command_source::command_line) {
+        add({"shell", "Read commands from a terminal, with history and completion", {"shell"}},
+            [](testbed &) { throw usage_error("'shell' stands alone: try 'twampctl shell'"); });
+    }
 }
 
 CLI::App &command_tree::add_group(const std::string &name, const std::string &summary)
 {
-    return *root_.add_subcommand(name, summary);
+    CLI::App *group = root_.add_subcommand(name, summary);
+    group->require_subcommand(0, 1);
+    return *group;
 }
 
 CLI::App &command_tree::add(CLI::App &parent, const command_text &text, const action &work)
@@ -160,6 +174,9 @@ CLI::App &command_tree::find(const std::vector<std::string> &words, bool whole)
     }
     const bool asks_for_help = std::any_of(
         words.begin(), words.end(), [](const std::string &word) { return word == "--help" || word == "-h"; });
+    if (command == &root_ && !asks_for_help && !words.empty() && is_option(words.front())) {
+        throw usage_error("there is no option " + words.front() + " before a command" + "; " + advice(root_));
+    }
     if (whole && is_group(*command) && !asks_for_help) {
         throw usage_error((command == &root_ ? "a command is missing"
                                              : "'" + path_of(*command) + "' is followed by one of " +
@@ -191,7 +208,8 @@ std::string command_tree::explain(const CLI::App &command, const CLI::ParseError
         return "'" + path_of(command) + "' does not take " +
                (words.empty() ? "that" : "'" + words.front() + "'");
     }
-    std::string message = error.what();
+    static const std::regex limits{":[A-Z]+ in \\[[^\\]]*\\]"}; // behind the kind of a value
+    std::string message = std::regex_replace(error.what(), limits, "");
     std::replace(message.begin(), message.end(), '\n', ' ');
     return path_of(command) + ": " + message;
 }

@@ -1,5 +1,6 @@
 #include "interpreter.hpp"
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -8,6 +9,8 @@
 #include <memory>
 
 #include <histedit.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include "command_line.hpp"
 #include "command_tree.hpp"
@@ -19,18 +22,25 @@ namespace {
 constexpr const char *separator = "then";
 constexpr int deepest_script = 16; ///< Scripts that run scripts: one that runs itself ends.
 
-/** Counts the scripts that are being run. */
+/** Counts the scripts that are being run, and has errors give the advice that fits there. */
 class script_depth {
   public:
-    explicit script_depth(const std::string &file)
+    script_depth(testbed &bed, const std::string &file) : bed_(bed), outside_(bed.source())
     {
         if (depth() >= deepest_script) {
             throw std::runtime_error(file + ": scripts run each other more than " +
                                      std::to_string(deepest_script) + " deep");
         }
         ++depth();
+        if (outside_ == command_source::command_line) {
+            bed_.set_source(command_source::script);
+        }
     }
-    ~script_depth() { --depth(); }
+    ~script_depth()
+    {
+        --depth();
+        bed_.set_source(outside_);
+    }
     script_depth(const script_depth &) = delete;
     script_depth &operator=(const script_depth &) = delete;
 
@@ -40,7 +50,34 @@ class script_depth {
         static int now = 0;
         return now;
     }
+
+    testbed &bed_;
+    command_source outside_;
 };
+
+/** A line up to its comment, which may hold quotes that are not closed. Lines may end as on other systems. */
+std::string without_comment(const std::string &line)
+{
+    char quote = 0; // that is open
+    bool between_words = true;
+    std::size_t index = 0;
+    for (; index < line.size() && !(line[index] == '#' && between_words); ++index) {
+        const char here = line[index];
+        between_words = quote == 0 && (here == ' ' || here == '\t');
+        if (here == '\\' && quote != '\'') {
+            ++index;
+        } else if (quote == 0 && (here == '"' || here == '\'')) {
+            quote = here;
+        } else if (here == quote) {
+            quote = 0;
+        }
+    }
+    std::string text = line.substr(0, index);
+    if (!text.empty() && text.back() == '\r') {
+        text.pop_back();
+    }
+    return text;
+}
 
 void open_script(const std::string &file, std::ifstream &opened)
 {
@@ -50,24 +87,47 @@ void open_script(const std::string &file, std::ifstream &opened)
     }
 }
 
+/** Wait until standard input has something to read, or a signal comes. */
+void wait_for_input(const testbed &bed)
+{
+    if (std::cin.rdbuf()->in_avail() > 0) {
+        return;
+    }
+    std::array<pollfd, 2> watched{{{.fd = STDIN_FILENO, .events = POLLIN, .revents = 0},
+                                   {.fd = bed.signals().descriptor(), .events = POLLIN, .revents = 0}}};
+    while (poll(watched.data(), watched.size(), -1) < 0 && errno == EINTR) {
+    }
+}
+
+/** A command of a chain. */
+void execute_next(testbed &bed, const std::vector<std::string> &command)
+{
+    if (command.empty()) {
+        throw usage_error("a command is missing beside 'then'; try 'twampctl --help'");
+    }
+    if (bed.signals().arrived()) {
+        throw std::runtime_error("interrupted before '" + command.front() + "'");
+    }
+    if (!bed.is_over()) {
+        execute(bed, command);
+    }
+}
+
 } // namespace
 
 std::vector<std::string> words_of(const std::string &line)
 {
+    const std::string text = without_comment(line) + "\n"; // a backslash at the end would be lost
     const std::unique_ptr<Tokenizer, decltype(&tok_end)> tokenizer{tok_init(nullptr), tok_end};
     int count = 0;
     const char **texts = nullptr;
     if (tokenizer == nullptr) {
         throw std::bad_alloc();
     }
-    if (tok_str(tokenizer.get(), line.c_str(), &count, &texts) != 0) {
+    if (tok_str(tokenizer.get(), text.c_str(), &count, &texts) != 0) {
         throw usage_error("a quote is not closed, or the line ends in a backslash");
     }
-    std::vector<std::string> words;
-    for (int index = 0; index < count && texts[index][0] != '#'; ++index) {
-        words.emplace_back(texts[index]);
-    }
-    return words;
+    return {texts, texts + count};
 }
 
 void execute(testbed &bed, const std::vector<std::string> &words)
@@ -79,7 +139,7 @@ void execute(testbed &bed, const std::vector<std::string> &words)
 
 void run_script(testbed &bed, const script_options &options)
 {
-    const script_depth depth{options.file};
+    const script_depth depth{bed, options.file};
     std::ifstream opened;
     if (options.file != "-") {
         open_script(options.file, opened);
@@ -88,11 +148,17 @@ void run_script(testbed &bed, const script_options &options)
     const std::string name = options.file == "-" ? "standard input" : options.file;
     unsigned failures = 0;
     unsigned number = 0;
-    for (std::string line; !bed.is_over() && std::getline(lines, line);) {
+    for (std::string line; !bed.is_over();) {
         ++number;
         const std::string place = name + ":" + std::to_string(number) + ": ";
+        if (&lines == &std::cin) {
+            wait_for_input(bed);
+        }
         if (bed.signals().arrived()) {
             throw std::runtime_error(place + "interrupted before this line");
+        }
+        if (!std::getline(lines, line)) {
+            break;
         }
         if (options.echo) {
             std::printf("%s\n", line.empty() ? "" : ("> " + line).c_str());
@@ -123,13 +189,10 @@ void run_chain(testbed &bed, const std::vector<std::string> &words)
             command.push_back(word);
             continue;
         }
-        execute(bed, command);
-        if (bed.is_over()) {
-            return;
-        }
+        execute_next(bed, command);
         command.clear();
     }
-    execute(bed, command);
+    execute_next(bed, command);
 }
 
 } // namespace twampctl

@@ -27,6 +27,10 @@ std::string common_start(const std::vector<std::string> &words)
         const auto differing = std::mismatch(start.begin(), start.end(), each.begin(), each.end());
         start.erase(differing.first, start.end());
     }
+    const std::string &whole = words.front();
+    while (start.size() < whole.size() && (static_cast<unsigned char>(whole[start.size()]) & 0xC0u) == 0x80u) {
+        start.pop_back(); // to the beginning of a UTF-8 character
+    }
     return start;
 }
 

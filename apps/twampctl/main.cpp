@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -19,7 +20,6 @@ namespace {
 
 constexpr std::string_view separator = "then"; ///< Between two commands.
 constexpr std::string_view run_word = "run";
-constexpr std::string_view shell_word = "shell";
 
 int run_from(int argc, char **argv)
 {
@@ -39,9 +39,6 @@ std::vector<std::string> candidates_for(const std::vector<std::string> &words)
     const olv_apps::signal_watch signals;
     testbed bed{signals, command_source::command_line};
     std::vector<std::string> candidates = command_tree{bed}.completions(command);
-    if (command.size() == 1 && is_first && shell_word.starts_with(begun)) {
-        candidates.emplace_back(shell_word);
-    }
     if (command.size() == 1 && !is_first) {
         std::erase(candidates, run_word); // it stands alone
     }
@@ -54,21 +51,27 @@ std::vector<std::string> candidates_for(const std::vector<std::string> &words)
 /** For the completion of the system's shell. */
 int print_completions(const std::vector<std::string> &words)
 {
-    if (words.empty()) {
-        olv_apps::report_error(program_name, "--complete: the word to complete is missing");
-        return olv_apps::exit_usage;
-    }
-    for (const std::string &each : candidates_for(words)) {
+    for (const std::string &each : candidates_for(words.empty() ? std::vector<std::string>{""} : words)) {
         std::printf("%s\n", each.c_str());
     }
     return olv_apps::exit_good;
 }
 
-command_source source_of(const std::string &first_word)
+command_source source_of(const std::vector<std::string> &words)
 {
-    return first_word == shell_word ? command_source::shell
-           : first_word == "script" ? command_source::script
-                                    : command_source::command_line;
+    return words == std::vector<std::string>{"shell"} ? command_source::shell : command_source::command_line;
+}
+
+/** What to do about a module that is not up. */
+const char *advice(testbed &bed, const std::vector<std::string> &words, const std::exception &error)
+{
+    const bool needs_it = dynamic_cast<const step_failure *>(&error) != nullptr ||
+                          words.front() == "responder" || words.front() == "listen";
+    const bool brings_up = std::any_of(
+        words.begin(), words.end(), [](const std::string &word) { return word == "up" || word == "script"; });
+    return !needs_it || brings_up || bed.current().is_up()
+               ? ""
+               : "\ntwampctl: each twampctl begins with nothing up; try 'twampctl up then ...'";
 }
 
 /** @return The status to exit with, should everything be taken down well. */
@@ -81,7 +84,7 @@ int run_words(testbed &bed, const std::vector<std::string> &words)
         olv_apps::report_error(program_name, "%s", error.what());
         return olv_apps::exit_usage;
     } catch (const std::exception &error) {
-        olv_apps::report_error(program_name, "%s", error.what());
+        olv_apps::report_error(program_name, "%s%s", error.what(), advice(bed, words, error));
         return olv_apps::exit_failed;
     }
 }
@@ -89,7 +92,7 @@ int run_words(testbed &bed, const std::vector<std::string> &words)
 int run_commands(const std::vector<std::string> &words)
 {
     const olv_apps::signal_watch signals; // before the fast path's threads
-    testbed bed{signals, source_of(words.front())};
+    testbed bed{signals, source_of(words)};
     const int status = run_words(bed, words);
     if (bed.source() != command_source::shell) {
         bed.silence(); // the end of the program undoes everything
@@ -128,6 +131,7 @@ int main(int argc, char **argv)
 {
     // The library prints to the same stream; line by line, the order holds in files and pipes, too.
     (void)std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    std::ios::sync_with_stdio(false); // a script on standard input is read through a buffer
     int status = olv_apps::exit_failed;
     try {
         status = twampctl::dispatch(argc, argv);

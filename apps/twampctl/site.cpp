@@ -20,13 +20,15 @@ constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
 constexpr std::uint32_t bind_key_ipv4 = 4;
 constexpr std::uint32_t bind_key_ipv6 = 6;
 
+/** The names of the first few, and how many there are more. */
 template <typename Items, typename NameOf> std::string list_of(const Items &items, const NameOf &name_of_item)
 {
+    constexpr std::size_t listed = 10;
     std::string list;
-    for (const auto &item : items) {
-        list += (list.empty() ? "" : ", ") + name_of_item(item);
+    for (std::size_t index = 0; index < std::min(listed, items.size()); ++index) {
+        list += (list.empty() ? "" : ", ") + name_of_item(items[index]);
     }
-    return list;
+    return items.size() <= listed ? list : list + " and " + std::to_string(items.size() - listed) + " more";
 }
 
 std::size_t entries_in(const olv_sim::processor &processor, const char *tree)
@@ -113,13 +115,14 @@ const named_responder &site::create_responder(const responder_request &request)
 {
     const std::lock_guard lock{mutex_};
     const std::string name = request.name.empty() ? free_name() : request.name;
-    if (find(name) != responders_.end()) {
+    if (names_.count(name) != 0) {
         throw std::runtime_error("there is a responder " + name + " already; give the new one another name");
     }
     twamp_responder_handle *handle = nullptr;
     const std::uint32_t status = olv_twamp_responder_create(module_, &request.info, &handle);
     if (handle != nullptr) {
         responders_.push_back({name, handle}); // it lives, whatever the status
+        names_.insert(name);
     }
     require(status, "create responder " + name);
     if (request.sessions) {
@@ -138,15 +141,17 @@ void site::delete_responder(const std::string &name)
     require(olv_twamp_responder_delete(module_, found->handle), "delete responder " + name);
     hyx_nvm_free(found->handle);
     responders_.erase(found);
+    names_.erase(name);
+    lowest_free_ = 1;
     say("responder %s deleted", name.c_str());
 }
 
 const named_responder &site::responder(const std::string &name) const
 {
     const std::lock_guard lock{mutex_};
-    const auto found = std::find_if(responders_.begin(), responders_.end(),
+    const auto found = std::find_if(responders_.rbegin(), responders_.rend(),
                                     [&](const named_responder &each) { return each.name == name; });
-    if (found != responders_.end()) {
+    if (found != responders_.rend()) {
         return *found;
     }
     if (responders_.empty()) {
@@ -159,21 +164,17 @@ const named_responder &site::responder(const std::string &name) const
 
 std::vector<named_responder>::iterator site::find(const std::string &name)
 {
-    return std::find_if(responders_.begin(), responders_.end(),
-                        [&](const named_responder &each) { return each.name == name; });
+    const auto found = std::find_if(responders_.rbegin(), responders_.rend(), // the last ones go first
+                                    [&](const named_responder &each) { return each.name == name; });
+    return found == responders_.rend() ? responders_.end() : std::prev(found.base());
 }
 
-std::string site::free_name() const
+std::string site::free_name()
 {
-    std::size_t number = responders_.size() + 1;
-    const auto is_taken = [&](const std::string &name) {
-        return std::any_of(responders_.begin(), responders_.end(),
-                           [&](const named_responder &each) { return each.name == name; });
-    };
-    while (is_taken(std::to_string(number))) {
-        ++number;
+    while (names_.count(std::to_string(lowest_free_)) != 0) {
+        ++lowest_free_;
     }
-    return std::to_string(number);
+    return std::to_string(lowest_free_);
 }
 
 // --------------------------------------------------------------------------------------------------------
@@ -423,6 +424,8 @@ bool site::tear_down(const step_runner &runner)
         hyx_nvm_free(each.handle);
     }
     responders_.clear();
+    names_.clear();
+    lowest_free_ = 1;
     return good;
 }
 

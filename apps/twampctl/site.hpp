@@ -13,6 +13,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "fastpath/udp_server.hpp"
@@ -148,7 +149,7 @@ class site {
     };
 
     [[nodiscard]] std::vector<named_responder>::iterator find(const std::string &name);
-    [[nodiscard]] std::string free_name() const;
+    [[nodiscard]] std::string free_name();
     [[nodiscard]] const listener &listener_at(const std::string &address) const;
     [[nodiscard]] std::string responder_with(std::uint32_t id) const;
     [[nodiscard]] olv_bind_info info_of(const bind_request &request, const std::uint32_t *key) const;
@@ -164,6 +165,8 @@ class site {
     olv_fastpath::udp_server server_;
     mutable std::recursive_mutex mutex_; ///< Guards the lists below and the life of their responders.
     std::vector<named_responder> responders_;
+    std::unordered_set<std::string> names_; ///< Of the responders: there may be very many.
+    std::size_t lowest_free_ = 1;           ///< All numbers below name a responder.
     std::list<binding> bound_;
     std::vector<listener> listeners_;
     round_trip_source round_trips_;

@@ -39,6 +39,7 @@ class testbed {
 
     [[nodiscard]] const olv_apps::signal_watch &signals() const { return signals_; }
     [[nodiscard]] command_source source() const { return source_; }
+    void set_source(command_source source) { source_ = source; }
 
     /** The processor in use; the first time, "main" is made. */
     [[nodiscard]] site &current();

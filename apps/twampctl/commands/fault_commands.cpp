@@ -50,6 +50,9 @@ std::string course_of(const fault &plan)
                        : plan.count == 1            ? "fails at call " + std::to_string(plan.skip + 1)
                                          : "fails at calls " + std::to_string(plan.skip + 1) + " to " +
                                                std::to_string(plan.skip + plan.count);
+    if (plan.code == 0) {
+        return text + " with its own code";
+    }
     std::array<char, 32> code{};
     (void)std::snprintf(code.data(), code.size(), " with 0x%X", plan.code); // fits
     return text + code.data();

@@ -1,5 +1,6 @@
 // What is counted: statistics, listeners, sessions, what is in use; once, all the time, or over HTTP.
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 
 #include "choices.hpp"
@@ -107,7 +108,10 @@ void watch_site(testbed &bed, const watch_request &request)
                  .count = request.count,
                  .duration = {},
                  .format = request.format.value()});
-    (void)bed.signals().take();
+    if (bed.signals().take() == SIGTERM) {
+        bed.quit(); // it is not only the watch that ends
+        throw std::runtime_error("terminated while watching");
+    }
 }
 
 void add_watch(command_tree &tree)

@@ -1,6 +1,7 @@
 // Ways in and out: binds, and the addresses at which packets are answered.
 #include <cstdio>
 
+#include "checks.hpp"
 #include "choices.hpp"
 #include "command_tree.hpp"
 #include "commands/commands.hpp"
@@ -28,7 +29,8 @@ void add_request_options(CLI::App &command, bind_options &options)
 {
     one_of(command.add_option("MODULE", options.to, "The module to leave by: ipv4 or ipv6"), {"ipv4", "ipv6"})
         ->required();
-    command.add_option("--key", options.request.key, "Bind key, 24 bits (ipv4: 4, ipv6: 6)");
+    command.add_option("--key", options.request.key, "Bind key, 24 bits (ipv4: 4, ipv6: 6)")
+        ->check(of_24_bits());
     command.add_option("--type", options.request.type, "Bind type (2)");
     command.add_option("--subtype", options.request.subtype, "Bind subtype (0); 2: default entry point");
     command.add_option("--path", options.request.path, "Bind path (1, direct)");
@@ -83,11 +85,14 @@ olv_fastpath::packet_path path_for(const site &on, int family, const listen_opti
 void listen(testbed &bed, const listen_options &options)
 {
     site &on = bed.current();
+    std::vector<olv_fastpath::listen_address> addresses;
     for (const std::string &text : options.addresses) {
-        const olv_fastpath::listen_address address = olv_fastpath::parse_listen_address(text);
-        say("listening at %s", on.listen(address, path_for(on, address.family(), options)).c_str());
+        addresses.push_back(olv_fastpath::parse_listen_address(text));
     }
-    on.start();
+    for (const olv_fastpath::listen_address &each : addresses) {
+        say("listening at %s", on.listen(each, path_for(on, each.family(), options)).c_str());
+        on.start();
+    }
 }
 
 void unlisten(testbed &bed, const std::vector<std::string> &addresses, bool all)
@@ -106,7 +111,7 @@ void redirect(testbed &bed, const listen_options &options)
 {
     site &on = bed.current();
     for (const std::string &each : options.addresses) {
-        const int family = each.front() == '[' ? AF_INET6 : AF_INET;
+        const int family = each.starts_with('[') ? AF_INET6 : AF_INET;
         on.redirect(each, path_for(on, family, options));
         say("packets to %s now go elsewhere", each.c_str());
     }
@@ -117,8 +122,10 @@ void add_path_options(CLI::App &command, listen_options &options)
     CLI::Option *name =
         command.add_option("--responder", options.responder, "Who answers; default: the only one there is")
             ->type_name(value_kind::responder);
-    command.add_option("--id", options.id, "A responder ID, whether there is one or not")->excludes(name);
-    command.add_option("--key", options.key, "Bind key of the way out (ipv4: 4, ipv6: 6)");
+    command.add_option("--id", options.id, "A responder ID, whether there is one or not")
+        ->check(of_24_bits())
+        ->excludes(name);
+    command.add_option("--key", options.key, "Bind key of the way out (ipv4: 4, ipv6: 6)")->check(of_24_bits());
 }
 
 void add_listen(command_tree &tree)

@@ -1,6 +1,7 @@
 // The platform below the module: processors, default entries, time, breaches of its contract.
 #include <cstdio>
 
+#include "checks.hpp"
 #include "command_tree.hpp"
 #include "commands/commands.hpp"
 #include "progress.hpp"
@@ -90,7 +91,7 @@ void add_create(command_tree &tree, CLI::App &group)
                   {"processor create small --capacity 2", "processor create odd --without twamp_responder",
                    "processor create odd --rename twamp_responder=other"}},
                  [options](testbed &bed) { create_processor(bed, *options); });
-    command.add_option("NAME", options->name, "Its name")->required();
+    command.add_option("NAME", options->name, "Its name")->required()->check(name_check());
     command.add_option("--capacity", options->capacity, "Responder IDs that it has (65536)")
         ->check(CLI::Range(1u, (1u << 24) - 2));
     command.add_option("--without", options->without, "Leave out a namespace or tree function")
@@ -176,7 +177,10 @@ void add_tree_group(command_tree &tree)
                              });
     set.add_option("TREE", options->tree, "The tree")->required()->type_name(value_kind::tree);
     set.add_option("--action", options->words, "The action's three words (0 0 0)")->expected(3);
-    tree.add(group, {"clear-default", "Remove the entry without a key", {}},
+    tree.add(group,
+             {"clear-default",
+              "Remove the entry without a key",
+              {"tree clear-default olv_twamp.twamp_responder_lookup"}},
              [options](testbed &bed) {
                  require_tree(bed.current().processor(), options->tree);
                  bed.current().processor().clear_default_entry(options->tree);

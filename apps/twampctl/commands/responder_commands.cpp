@@ -1,6 +1,8 @@
 // Responders: create, delete, list, statistics, state entry.
+#include <algorithm>
 #include <cstdio>
 
+#include "checks.hpp"
 #include "command_tree.hpp"
 #include "commands/commands.hpp"
 #include "fastpath/session_table.hpp"
@@ -41,10 +43,10 @@ void remove(testbed &bed, const delete_options &options)
         throw usage_error("responder delete: give the responders' names, or --all");
     }
     std::vector<std::string> names = options.names;
-    for (const named_responder &each : on.responders()) {
-        if (options.all) {
-            names.push_back(each.name);
-        }
+    if (options.all) {
+        const std::vector<named_responder> &all = on.responders();
+        std::transform(all.rbegin(), all.rend(), std::back_inserter(names), // as in taking down
+                       [](const named_responder &each) { return each.name; });
     }
     for (const std::string &name : names) {
         on.delete_responder(name);
@@ -73,7 +75,8 @@ void add_create(command_tree &tree, CLI::App &group)
                   "Create a responder",
                   {"responder create", "responder create west --sessions 64", "responder create --count 1000"}},
                  [options](testbed &bed) { create(bed, *options); });
-    create_command.add_option("NAME", options->request.name, "Its name; default: the lowest free number");
+    create_command.add_option("NAME", options->request.name, "Its name; default: the lowest free number")
+        ->check(name_check());
     create_command.add_option("--param-a", options->request.info.param_a, "Bytes 0-1 of its state entry (0)");
     create_command.add_option("--param-b", options->request.info.param_b, "Bytes 6-7 of its state entry (0)");
     create_command.add_option("--sessions", options->request.sessions, "Sessions that it has at most (32)")

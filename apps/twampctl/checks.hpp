@@ -1,0 +1,21 @@
+/**
+ * @file checks.hpp
+ * What names and numbers in commands have to be like.
+ */
+#ifndef OLV_TWAMPCTL_CHECKS_HPP
+#define OLV_TWAMPCTL_CHECKS_HPP
+
+#include <CLI/CLI.hpp>
+
+namespace twampctl {
+
+/** Takes names that can be typed again as they are: of 1 to 64 bytes, not an option's nor a comment's
+ * beginning, without blanks, quotes, backslashes and control characters. */
+[[nodiscard]] CLI::Validator name_check();
+
+/** Takes numbers that fit a classifier tree's key. */
+[[nodiscard]] CLI::Validator of_24_bits();
+
+} // namespace twampctl
+
+#endif
