@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cwchar>
 #include <stdexcept>
+#include <string_view>
 
 #include <poll.h>
 #include <unistd.h>
@@ -32,6 +33,19 @@ std::string common_start(const std::vector<std::string> &words)
         start.pop_back(); // to the beginning of a UTF-8 character
     }
     return start;
+}
+
+/** As it has to be typed outside quotes. */
+std::string escaped(const std::string &text)
+{
+    std::string typed;
+    for (const char each : text) {
+        if (std::string_view{" \t\"'\\"}.find(each) != std::string_view::npos) {
+            typed += '\\';
+        }
+        typed += each;
+    }
+    return typed;
 }
 
 /** Below the line that is being edited. */
@@ -188,7 +202,7 @@ unsigned char line_editor::complete_word(EditLine *editor, int /*key*/)
     if (!begun || candidates.empty()) {
         return CC_REFRESH_BEEP;
     }
-    std::string rest = common_start(candidates).substr(begun->size());
+    std::string rest = escaped(common_start(candidates).substr(begun->size()));
     if (candidates.size() == 1 && candidates.front().back() != '/') {
         rest += ' ';
     }

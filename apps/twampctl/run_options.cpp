@@ -31,8 +31,7 @@ constexpr const char *examples = "Examples:\n"
                                  "  twampctl run --listen 127.0.0.1:0 --listen '[::1]:0' --tables --imc\n"
                                  "  twampctl run --listen '[::]:8620' --stamp-mode stateless --duration 60\n"
                                  "  twampctl run --listen 127.0.0.1:8620 --verbose-step unbind --trace -\n"
-                                 "  twampctl run --listen 0.0.0.0:862 --allow 192.0.2.0/24 --min-request 41 "
-                                 "--rate 1000\n"
+                                 "  twampctl run --listen 0.0.0.0:862 --allow 192.0.2.0/24 --min-request 41\n"
                                  "  twampctl run --config twampctl.json --metrics 127.0.0.1:9862 --format json";
 
 const std::map<std::string, step> steps = {

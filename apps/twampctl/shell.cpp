@@ -54,19 +54,26 @@ void run_shell(testbed &bed)
         const std::optional<std::string> line = editor.read();
         if (!line) {
             std::printf("\n");
-            break;
+            const int signal = bed.signals().take();
+            if (signal == SIGINT) {
+                continue; // Ctrl-C before the editor had the terminal
+            }
+            if (signal != 0) {
+                throw std::runtime_error("ended by a signal");
+            }
+            return;
         }
         try {
             execute(bed, words_of(*line));
         } catch (const std::exception &error) {
+            if (bed.signals().arrived()) {
+                std::printf("\n"); // the terminal has shown ^C
+            }
             olv_apps::report_error("error", "%s", error.what());
         }
         if (was_terminated(bed.signals())) {
             throw std::runtime_error("ended by a signal");
         }
-    }
-    if (bed.signals().take() != 0) {
-        throw std::runtime_error("ended by a signal");
     }
 }
 

@@ -3,6 +3,8 @@
 #include <csignal>
 #include <cstdio>
 
+#include <unistd.h>
+
 #include "choices.hpp"
 #include "command_line.hpp"
 #include "command_tree.hpp"
@@ -103,13 +105,16 @@ struct watch_request {
 void watch_site(testbed &bed, const watch_request &request)
 {
     site &on = bed.current();
-    (void)watch([&on] { return on.collect(); }, bed.signals(), // Ctrl-C is how one ends it
-                {.interval = std::chrono::nanoseconds(std::llround(request.interval * 1e9)),
-                 .count = request.count,
-                 .duration = {},
-                 .format = request.format.value()});
+    const bool interrupted = watch([&on] { return on.collect(); }, bed.signals(), // Ctrl-C is how one ends it
+                                   {.interval = std::chrono::nanoseconds(std::llround(request.interval * 1e9)),
+                                    .count = request.count,
+                                    .duration = {},
+                                    .format = request.format.value()});
+    if (interrupted && isatty(STDOUT_FILENO) != 0) {
+        std::printf("\n"); // the terminal has shown ^C
+    }
     if (bed.signals().take() == SIGTERM) {
-        bed.quit(); // it is not only the watch that ends
+        (void)kill(getpid(), SIGTERM); // it is not only the watch that ends
         throw std::runtime_error("terminated while watching");
     }
 }
