@@ -1,7 +1,6 @@
 #include "command_line.hpp"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <sstream>
 #include <string>
@@ -9,17 +8,6 @@
 #include "help_format.hpp"
 
 namespace olv_apps {
-
-void report_error(const char *program, const char *format, ...)
-{
-    (void)std::fflush(stdout); // an error that this meets shows at exit
-    (void)std::fprintf(stderr, "%s: ", program);
-    std::va_list arguments;
-    va_start(arguments, format);
-    (void)std::vfprintf(stderr, format, arguments);
-    va_end(arguments);
-    (void)std::fputc('\n', stderr);
-}
 
 CLI::Validator number_between(double minimum, double maximum)
 {

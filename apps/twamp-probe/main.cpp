@@ -4,12 +4,12 @@
 #include <exception>
 #include <string>
 
-#include "command_line.hpp"
 #include "histogram.hpp"
 #include "plot.hpp"
 #include "probe_options.hpp"
 #include "probe_report.hpp"
 #include "progress_line.hpp"
+#include "report.hpp"
 #include "session_sender.hpp"
 #include "signal_watch.hpp"
 

@@ -9,6 +9,7 @@
 #include "closest.hpp"
 #include "commands/commands.hpp"
 #include "help_format.hpp"
+#include "program.hpp"
 #include "run_options.hpp"
 
 namespace twampctl {
@@ -131,10 +132,6 @@ command_tree::command_tree(testbed &bed)
     add_platform_commands(*this);
     add_fault_commands(*this);
     add_session_commands(*this);
-    if (bed.source() == command_source::command_line) {
-        add({"shell", "Read commands from a terminal, with history and completion", {"shell"}},
-            [](testbed &) { throw usage_error("'shell' stands alone: try 'twampctl shell'"); });
-    }
 }
 
 CLI::App &command_tree::add_group(const std::string &name, const std::string &summary)

@@ -12,9 +12,9 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "command_line.hpp"
 #include "command_tree.hpp"
-#include "run_options.hpp"
+#include "program.hpp"
+#include "report.hpp"
 
 namespace twampctl {
 namespace {

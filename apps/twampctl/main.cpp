@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "command_line.hpp"
 #include "command_tree.hpp"
 #include "interpreter.hpp"
 #include "progress.hpp"
+#include "report.hpp"
 #include "run.hpp"
 #include "run_options.hpp"
 #include "testbed.hpp"

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "command_line.hpp"
-#include "run_options.hpp"
+#include "program.hpp"
+#include "report.hpp"
 
 namespace twampctl {
 namespace {

@@ -4,11 +4,12 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "command_line.hpp"
 #include "document_output.hpp"
 #include "figures_output.hpp"
 #include "metrics_server.hpp"
+#include "program.hpp"
 #include "progress.hpp"
+#include "report.hpp"
 #include "signal_watch.hpp"
 #include "site.hpp"
 #include "trace_output.hpp"

@@ -8,6 +8,7 @@
 
 #include "choices.hpp"
 #include "command_line.hpp"
+#include "config_options.hpp"
 #include "log_words.hpp"
 #include "traffic_options.hpp"
 

@@ -12,14 +12,18 @@
 #include <string_view>
 #include <vector>
 
-#include "config_options.hpp"
 #include "fastpath/udp_server.hpp"
 #include "output_format.hpp"
+#include "program.hpp"
 #include "step.hpp"
+
+namespace CLI {
+class App;
+}
 
 namespace twampctl {
 
-inline constexpr const char *program_name = "twampctl";
+struct config_options;
 
 struct run_options {
     std::vector<olv_fastpath::listen_address> addresses;

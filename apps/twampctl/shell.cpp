@@ -6,10 +6,10 @@
 
 #include <unistd.h>
 
-#include "command_line.hpp"
 #include "command_tree.hpp"
 #include "interpreter.hpp"
 #include "line_editor.hpp"
+#include "report.hpp"
 
 namespace twampctl {
 namespace {

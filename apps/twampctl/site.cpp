@@ -5,10 +5,10 @@
 
 #include <netinet/in.h>
 
-#include "command_line.hpp"
 #include "fastpath/state_entry.hpp"
+#include "program.hpp"
 #include "progress.hpp"
-#include "run_options.hpp"
+#include "report.hpp"
 #include "status_text.hpp"
 
 namespace twampctl {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "command_line.hpp"
+#include "program.hpp"
 #include "progress.hpp"
-#include "run_options.hpp"
+#include "report.hpp"
 
 namespace twampctl {
 namespace {

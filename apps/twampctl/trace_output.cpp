@@ -4,8 +4,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "command_line.hpp"
-#include "run_options.hpp"
+#include "program.hpp"
+#include "report.hpp"
 
 namespace twampctl {
 

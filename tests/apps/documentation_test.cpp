@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "config_options.hpp"
 #include "example_figures.hpp"
 #include "figures_output.hpp"
 #include "run_options.hpp"

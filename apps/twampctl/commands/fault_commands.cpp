@@ -53,6 +53,9 @@ std::string course_of(const fault &plan)
     if (plan.code == 0) {
         return text + " with its own code";
     }
+    if (plan.code == 0) {
+        return text + " with a code of its own";
+    }
     std::array<char, 32> code{};
     (void)std::snprintf(code.data(), code.size(), " with 0x%X", plan.code); // fits
     return text + code.data();

@@ -37,7 +37,7 @@ void add_script(command_tree &tree)
 void add_session_commands(command_tree &tree)
 {
     add_script(tree);
-    tree.add({"shell", "Read commands from a terminal", {"shell"}}, run_shell);
+    tree.add({"shell", "Read commands from a terminal, with history and completion", {"shell"}}, run_shell);
     const auto seconds = std::make_shared<double>(0);
     tree.add({"wait", "Wait; packets are answered meanwhile", {"wait 2.5"}},
              [seconds](testbed &bed) { wait(bed, *seconds); })

@@ -1,0 +1,19 @@
+#include "report.hpp"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace olv_apps {
+
+void report_error(const char *program, const char *format, ...)
+{
+    (void)std::fflush(stdout); // an error that this meets shows at exit
+    (void)std::fprintf(stderr, "%s: ", program);
+    std::va_list arguments;
+    va_start(arguments, format);
+    (void)std::vfprintf(stderr, format, arguments);
+    va_end(arguments);
+    (void)std::fputc('\n', stderr);
+}
+
+} // namespace olv_apps

@@ -1,0 +1,14 @@
+/**
+ * @file program.hpp
+ * The program's name, before its messages.
+ */
+#ifndef OLV_TWAMPCTL_PROGRAM_HPP
+#define OLV_TWAMPCTL_PROGRAM_HPP
+
+namespace twampctl {
+
+inline constexpr const char *program_name = "twampctl";
+
+} // namespace twampctl
+
+#endif
