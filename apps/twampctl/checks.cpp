@@ -39,6 +39,14 @@ CLI::Validator name_check()
     return {[](const std::string &name) { return reason_against(name); }, ""};
 }
 
+CLI::Validator not_negative()
+{
+    return {[](const std::string &number) {
+                return number.find('-') == std::string::npos ? "" : "'" + number + "' is negative";
+            },
+            ""};
+}
+
 CLI::Validator of_24_bits()
 {
     return CLI::Range(0u, 0xFFFFFFu);

@@ -13,6 +13,9 @@ namespace twampctl {
  * beginning, without blanks, quotes, backslashes and control characters. */
 [[nodiscard]] CLI::Validator name_check();
 
+/** Takes numbers without a sign: as 64 bits, others would be taken for very large ones. */
+[[nodiscard]] CLI::Validator not_negative();
+
 /** Takes numbers that fit a classifier tree's key. */
 [[nodiscard]] CLI::Validator of_24_bits();
 

@@ -208,6 +208,9 @@ std::string command_tree::explain(const CLI::App &command, const CLI::ParseError
     static const std::regex limits{":[A-Z]+ in \\[[^\\]]*\\]"}; // behind the kind of a value
     std::string message = std::regex_replace(error.what(), limits, "");
     std::replace(message.begin(), message.end(), '\n', ' ');
+    if (dynamic_cast<const CLI::ConversionError *>(&error) != nullptr) {
+        message += ", a number that fits there is expected";
+    }
     return path_of(command) + ": " + message;
 }
 

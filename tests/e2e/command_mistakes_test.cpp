@@ -224,15 +224,25 @@ INSTANTIATE_TEST_SUITE_P(
             {"responder", "create", "--count", "0"},
             "responder create: --count: Value 0 not in range 1 to 16777216; try 'twampctl responder create "
             "--help'"},
-        mistake_row{
-            "Parameter",
-            misunderstood,
-            {"responder", "create", "--param-a", "65536"},
-            "responder create: Could not convert: --param-a = 65536; try 'twampctl responder create --help'"},
+        mistake_row{"Parameter",
+                    misunderstood,
+                    {"responder", "create", "--param-a", "65536"},
+                    "responder create: Could not convert: --param-a = 65536, a number that fits there is "
+                    "expected; try 'twampctl responder create --help'"},
         mistake_row{"Seconds",
                     misunderstood,
                     {"wait", "nan"},
                     "wait: SECONDS: Value nan not in range 0 to 1e+06; try 'twampctl wait --help'"},
+        mistake_row{"NegativeTicks",
+                    misunderstood,
+                    {"clock", "timer", "-1"},
+                    "clock timer: TICKS: '-1' is negative; try 'twampctl clock timer --help'"},
+        mistake_row{
+            "NoNumber",
+            misunderstood,
+            {"log", "level", "high"},
+            "log level: Could not convert: LEVEL = high, a number that fits there is expected; try 'twampctl "
+            "log level --help'"},
         mistake_row{"LogLevelOfUp",
                     misunderstood,
                     {"up", "--log-level", "2"},

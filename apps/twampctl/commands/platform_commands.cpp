@@ -216,7 +216,8 @@ void add_clock_group(command_tree &tree)
                  print_clock(bed);
              })
         .add_option("TICKS", *ticks, "The reading")
-        ->required();
+        ->required()
+        ->check(not_negative());
     const auto seconds = std::make_shared<std::uint32_t>();
     tree.add(group, {"wall", "Stop the wall clock at an instant", {"clock wall 1700000000"}},
              [seconds](testbed &bed) {
