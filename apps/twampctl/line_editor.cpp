@@ -95,8 +95,9 @@ void line_editor::bind_keys()
     (void)el_set(editor_, EL_EDITOR, "emacs");
     (void)el_set(editor_, EL_HIST, history, history_);
     (void)el_set(editor_, EL_GETCFN, read_character);
-    (void)el_set(editor_, EL_ADDFN, "complete-word", "Complete a word", complete_word);
-    (void)el_set(editor_, EL_ADDFN, "drop-line", "Drop the line", drop_line);
+    // As wide texts: of others, libedit makes copies that it never frees.
+    (void)el_wset(editor_, EL_ADDFN, L"complete-word", L"Complete a word", complete_word);
+    (void)el_wset(editor_, EL_ADDFN, L"drop-line", L"Drop the line", drop_line);
     (void)el_set(editor_, EL_BIND, "^I", "complete-word", nullptr);
     (void)el_set(editor_, EL_BIND, "^R", "em-inc-search-prev", nullptr);
     // While a line is edited Ctrl-C is a key; while a command runs it is a signal.

@@ -188,7 +188,8 @@ class Shell(unittest.TestCase):
             with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
                 sender.sendto(bytes(41), ("127.0.0.1", int(address[1])))
         terminal.type("watch --interval 0.05 --count 6\r")
-        terminal.wait_until(lambda at: "and 35 more" in at.lines())
+        terminal.wait_until(lambda at: at.lines()[-2:] == ["and 24 more", ""])  # a whole screen
+        self.assertIn("and 35 more", terminal.lines())
         scrolled = len(terminal.screen.history.top)
         start = len(terminal.written)
         terminal.wait_until(lambda at: at.written[start:].count(b"every 0.1 s") >= 2 or at.lines()[-1] == "twampctl>")
