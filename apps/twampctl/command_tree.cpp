@@ -117,7 +117,7 @@ command_tree::command_tree(testbed &bed)
         CLI::App &run =
             *root_.add_subcommand("run", "Answer test packets until a signal comes, then tell and end");
         describe_run(run);
-        run.final_callback([this] {
+        run.parse_complete_callback([this] { // the final one holds what the options fill
             chosen_ = [](testbed &) {
                 throw usage_error("'run' stands alone: it brings up what it needs; try 'twampctl run --help'");
             };
