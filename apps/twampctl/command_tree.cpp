@@ -248,8 +248,8 @@ std::string command_tree::overview() const
     std::string text = for_command_line ? command_line_intro : "Commands:\n";
     for (const CLI::App *each : root_.get_subcommands([](const CLI::App *) { return true; })) {
         const std::string name = each->get_name() + (is_group(*each) ? " ..." : "");
-        text += "  " + name + std::string(column - std::min(column, name.size()), ' ') +
-                each->get_description() + "\n";
+        text.append("  ").append(name).append(column - std::min(column, name.size()), ' ');
+        text.append(each->get_description()).append("\n");
     }
     return text + (for_command_line ? command_line_end : shell_end);
 }

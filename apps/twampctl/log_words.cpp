@@ -33,6 +33,7 @@ std::string log_word_text(std::uint32_t word)
 std::vector<std::string> log_bit_names()
 {
     std::vector<std::string> names;
+    names.reserve(bits.size());
     for (const log_bit &each : bits) {
         names.emplace_back(each.name);
     }

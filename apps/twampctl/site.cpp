@@ -69,7 +69,11 @@ site::site(const site_options &options)
 
 site::~site()
 {
-    (void)tear_down(); // has said what failed
+    try {
+        (void)tear_down(); // has said what failed
+    } catch (const std::exception &error) {
+        olv_apps::report_error(program_name, "%s: %s", name_.c_str(), error.what());
+    }
 }
 
 // --------------------------------------------------------------------------------------------------------
