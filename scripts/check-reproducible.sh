@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Makes the packages from two copies of the sources and compares every library and package byte by byte. The
-# copies differ in what must not matter: length of the path, age and permissions of the files, umask, time zone, language.
+# Makes the packages here and from a copy of the sources, and compares every library and package byte by byte. The
+# two differ in what must not matter: length of the path, age and permissions of the files, umask, time zone, language.
 # Safe to run again; builds below build/ only.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 work=$PWD/build/check-reproducible
-first=$work/a
+first=$PWD
 second=$work/another/directory/with/a/longer/name
 architectures=(amd64 armhf)
 
@@ -27,14 +27,14 @@ make_packages() { # DIRECTORY UMASK VARIABLE...
     { cat "$work/log"; exit 1; }
 }
 
-# Libraries, linked and in archives, and packages; paths below a copy.
+# Libraries, linked and in archives, and packages; paths below build/.
 results() { # DIRECTORY
-  (cd "$1/build" && find . -type f \( -name '*.so.*' -o -name '*.a' -o -name '*.deb' \) \
+  (cd "$1/build" && find package-* packages -type f \( -name '*.so.*' -o -name '*.a' -o -name '*.deb' \) \
     -not -path '*/_CPack_Packages/*' | sort)
 }
 
 rm -rf "$work"
-copy_sources "$first" 022 2026-01-01
+mkdir -p "$work"
 copy_sources "$second" 077 2001-01-01
 make_packages "$first" 022 TZ=UTC LC_ALL=C
 make_packages "$second" 077 TZ=Asia/Kathmandu LC_ALL=C.UTF-8

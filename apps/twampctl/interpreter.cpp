@@ -177,7 +177,8 @@ void run_script(testbed &bed, const script_options &options)
         throw std::runtime_error("cannot read " + name + " to its end");
     }
     if (failures != 0) {
-        throw std::runtime_error(name + ": " + std::to_string(failures) + " commands failed");
+        throw std::runtime_error(name + ": " + std::to_string(failures) +
+                                 (failures == 1 ? " command failed" : " commands failed"));
     }
 }
 

@@ -159,14 +159,14 @@ INSTANTIATE_TEST_SUITE_P(
             "fault set hyx_ptn_learn --skip 2 --count 3 then fault list then fault clear hyx_ptn_learn then "
             "fault list",
             "hyx_ptn_learn fails at calls 3 to 5 with 0x1FF\n"
-            "hyx_ptn_learn fails at calls 3 to 5 with 0x1FF; fired 0 times\n"
+            "hyx_ptn_learn fails at calls 3 to 5 with 0x1FF; fired: 0\n"
             "hyx_ptn_learn fails no more\nno faults\n"},
         command_row{"Forever", "fault set olv_ptn_new --forever --code 7 then fault clear",
                     "olv_ptn_new fails from call 1 on with 0x7\nno faults\n"},
         command_row{"Framework", "fault set olv_ptn_new", "olv_ptn_new fails at call 1 with 0x201FF\n"},
         command_row{"Any", "up then fault any --skip 90 then responder create then fault list then fault clear",
                     "module initialised\nany call fails at call 91 with its own code\n"
-                    "responder 1 created: ID 0x1\nany call: 9 counted, fired 0 times\nno faults\n"},
+                    "responder 1 created: ID 0x1\nany call: 9 counted, fired: 0\nno faults\n"},
         command_row{"RecordNothing", "record start then record show then record stop",
                     "recording platform calls\nno calls recorded\nno longer recording\n"},
         command_row{
@@ -237,6 +237,7 @@ INSTANTIATE_TEST_SUITE_P(
                     command_row{"EchoOfCommandNames", "echo up down help", "up down help\n"},
                     command_row{"EchoNothing", "echo", "\n"}, command_row{"Wait", "wait 0.01", ""},
                     command_row{"Quit", "echo a then quit then echo b", "a\n"},
+                    command_row{"Exit", "echo a then exit then echo b", "a\n"},
                     command_row{"Help", "help echo",
                                 "Print words\nUsage: twampctl echo [OPTIONS] [WORD...]\n\n"
                                 "Positionals:\n  WORD (optional)         What to print\n\n"

@@ -72,7 +72,7 @@ TEST(Listen, ThatFailsLeavesTheAddressesBeforeIt)
         "script - --keep-going", "up\nresponder create\nlisten 127.0.0.1:0 " + other.address() + "\nstatus\n");
     EXPECT_THAT(finished.output, HasSubstr("responders: 1, listeners: 1\n"));
     EXPECT_EQ(finished.errors, "twampctl: standard input:3: cannot listen on " + other.address() +
-                                   ": Address already in use\ntwampctl: standard input: 1 commands failed\n");
+                                   ": Address already in use\ntwampctl: standard input: 1 command failed\n");
     EXPECT_EQ(finished.status, 1);
 }
 

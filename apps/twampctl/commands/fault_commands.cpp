@@ -78,13 +78,13 @@ void list_faults()
     for (const std::string &name : failing_calls()) {
         const olv_sim::call which = olv_sim::call_by_name(name).value();
         if (const std::optional<fault> plan = olv_sim::faults::planned(which)) {
-            std::printf("%s %s; fired %u times\n", name.c_str(), course_of(*plan).c_str(),
+            std::printf("%s %s; fired: %u\n", name.c_str(), course_of(*plan).c_str(),
                         olv_sim::faults::hits(which));
             ++listed;
         }
     }
     if (olv_sim::faults::calls_of_any() != 0 || olv_sim::faults::hits_of_any() != 0) {
-        std::printf("any call: %u counted, fired %u times\n", olv_sim::faults::calls_of_any(),
+        std::printf("any call: %u counted, fired: %u\n", olv_sim::faults::calls_of_any(),
                     olv_sim::faults::hits_of_any());
         ++listed;
     }

@@ -112,8 +112,9 @@ void redirect(testbed &bed, const listen_options &options)
     site &on = bed.current();
     for (const std::string &each : options.addresses) {
         const int family = each.starts_with('[') ? AF_INET6 : AF_INET;
-        on.redirect(each, path_for(on, family, options));
-        say("packets to %s now go elsewhere", each.c_str());
+        const olv_fastpath::packet_path path = path_for(on, family, options);
+        on.redirect(each, path);
+        say("packets to %s go to responder ID 0x%X now", each.c_str(), path.responder_id);
     }
 }
 

@@ -57,7 +57,9 @@ void add_session_commands(command_tree &tree)
         tree.add({"help", "Explain a command, or list all", {"help", "help responder create"}},
                  [words](testbed &bed) { (void)std::fputs(command_tree{bed}.help(*words).c_str(), stdout); });
     help.add_option("COMMAND", *words, "Its words");
-    tree.add({"quit", "Take everything down and end", {}}, [](testbed &bed) { bed.quit(); });
+    for (const char *name : {"quit", "exit"}) {
+        tree.add({name, "Take everything down and end", {}}, [](testbed &bed) { bed.quit(); });
+    }
 }
 
 } // namespace twampctl
