@@ -274,33 +274,38 @@ namespace trace_details {
 /** A text alone, made from a format. */
 struct message {};
 
+/** An operation of the module begins. */
 struct function_entry {
     std::string operation; ///< Exported name.
 };
 
+/** An operation of the module ends. */
 struct function_exit {
-    std::string operation;
+    std::string operation; ///< Exported name.
 };
 
+/** State memory is about to be written. */
 struct state_write {
-    std::uint32_t namespace_id;
-    std::uint32_t index;
+    std::uint32_t namespace_id;                     ///< Of the state entry, with the index.
+    std::uint32_t index;                            ///< Of the state entry.
     std::optional<std::vector<std::uint8_t>> bytes; ///< Nothing where the caller passed NULL.
-    std::uint32_t length;
+    std::uint32_t length;                           ///< In bytes.
 };
 
+/** A classifier entry was learnt. */
 struct entry_learnt {
-    std::string tree;
-    olv_ptn pattern;
-    olv_ptn_action action;
+    std::string tree;                 ///< Name of its tree function.
+    olv_ptn pattern;                  ///< Its pattern's record.
+    olv_ptn_action action;            ///< Its action.
     std::optional<std::uint32_t> key; ///< Nothing where no pattern with a key of up to 32 bits lives.
     std::uint32_t key_width;          ///< In bits; 0 where there is no key.
 };
 
+/** A classifier entry was removed. */
 struct entry_removed {
-    std::string tree;
-    olv_ptn pattern;
-    olv_ptn_action action;
+    std::string tree;                 ///< Name of its tree function.
+    olv_ptn pattern;                  ///< Its pattern's record.
+    olv_ptn_action action;            ///< Its action.
     std::optional<std::uint32_t> key; ///< As above.
     std::uint32_t key_width;          ///< In bits, as the caller says.
 };
@@ -308,6 +313,7 @@ struct entry_removed {
 /** A text and trace_event::first_word. */
 struct forced_error {};
 
+/** One of them. */
 using any = std::variant<message, function_entry, function_exit, state_write, entry_learnt, entry_removed,
                          forced_error>;
 
@@ -328,8 +334,8 @@ struct trace_event {
     /** The formatted message; where the format was NULL the arguments, separated by blanks: names as they
      *  are, words as "0x%08x", key width, index and length in decimal, bytes in hexadecimal. */
     std::string text;
-    std::string module{}; ///< Log name of the record; empty where it is no framework's.
-    trace_details::any details{};
+    std::string module{};         ///< Log name of the record; empty where it is no framework's.
+    trace_details::any details{}; ///< What it tells, typed.
 };
 
 /** Where trace events go. Called by one thread at a time. */
