@@ -31,8 +31,13 @@ class Terminal:
         self.child.delaybeforesend = None
 
     def close(self) -> None:
+        """Ends the program in its own way, or else by force."""
         if self.child.isalive():
-            self.child.kill(signal.SIGKILL)
+            self.child.kill(signal.SIGTERM)
+            try:
+                self.child.expect(pexpect.EOF, timeout=10)
+            except pexpect.TIMEOUT:
+                self.child.kill(signal.SIGKILL)
         self.child.close()
         self._folder.cleanup()
 

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "byte_source.hpp"
+#include "config_options.hpp"
 #include "difference.hpp"
 #include "fastpath/address_prefix.hpp"
 #include "fastpath/listen_address.hpp"
 #include "probe_options.hpp"
-#include "config_options.hpp"
 #include "run_options.hpp"
 #include "target.hpp"
 #include "test_packet.hpp"
