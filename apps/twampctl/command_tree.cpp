@@ -163,9 +163,10 @@ CLI::App &command_tree::find(const std::vector<std::string> &words, bool whole)
         CLI::App *next = child(*command, word);
         if (next == nullptr) {
             const std::vector<std::string> known = names_of(*command);
-            const std::string path = path_of(*command);
-            throw usage_error("there is no command '" + (path.empty() ? "" : path + " ") + word + "'" +
-                              did_you_mean(word, known) + "; " + advice(*command));
+            std::string name = path_of(*command);
+            name.append(name.empty() ? "" : " ").append(word);
+            throw usage_error("there is no command '" + name + "'" + did_you_mean(word, known) + "; " +
+                              advice(*command));
         }
         command = next;
     }
