@@ -1,6 +1,7 @@
 // A flood at one socket of a server, and what goes on beside it. Floods are limited in number and in time.
 
 #include <atomic>
+#include <deque>
 
 #include "fastpath/udp_datagrams.hpp"
 #include "udp_fixture.hpp"
@@ -110,9 +111,9 @@ TEST_F(flood_test, of_new_sessions_takes_no_session_from_another_responder)
     const client known{AF_INET};
     known.send(server_.local_address(flooded_), request_of(41));
     EXPECT_EQ(known.receive().payload.size(), 41u);
+    std::deque<client> fresh; // all open at once: a port that is free again may be the next one's
     for (int number = 0; number < 200; ++number) {
-        const client fresh{AF_INET};
-        fresh.send(server_.local_address(flooded_), request_of(41));
+        fresh.emplace_back(AF_INET).send(server_.local_address(flooded_), request_of(41));
     }
     ASSERT_TRUE(eventually([&] { return server_.statistics(flooded_).received == 201; }));
     EXPECT_EQ(counters(),
@@ -120,9 +121,9 @@ TEST_F(flood_test, of_new_sessions_takes_no_session_from_another_responder)
     known.send(server_.local_address(flooded_), request_of(41));
     EXPECT_EQ(known.receive().payload.size(), 41u);
     for (int number = 0; number < 32; ++number) {
-        const client fresh{AF_INET};
-        fresh.send(server_.local_address(quiet_), request_of(41));
-        EXPECT_EQ(fresh.receive().payload.size(), 41u);
+        const client &sender = fresh.emplace_back(AF_INET);
+        sender.send(server_.local_address(quiet_), request_of(41));
+        EXPECT_EQ(sender.receive().payload.size(), 41u);
     }
     EXPECT_EQ(counters(8), (responder_counters{.received = 32, .transmitted = 32, .active = 32}));
 }
