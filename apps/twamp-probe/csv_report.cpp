@@ -6,6 +6,8 @@
 namespace olv_probe {
 namespace {
 
+using olv_apps::append;
+
 double microseconds(std::int64_t nanoseconds)
 {
     return static_cast<double>(nanoseconds) / 1000;

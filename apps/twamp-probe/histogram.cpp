@@ -9,6 +9,8 @@
 namespace olv_probe {
 namespace {
 
+using olv_apps::append;
+
 constexpr std::size_t longest_bar = 38;
 
 /** The smallest of 1, 2, 5, 10, 20, 50, … of which @p bars cover @p range. */

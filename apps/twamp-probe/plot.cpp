@@ -21,6 +21,8 @@
 namespace olv_probe {
 namespace {
 
+using olv_apps::append;
+
 constexpr std::size_t moments = 5000;
 constexpr std::size_t histogram_bars = 100;
 

@@ -11,6 +11,8 @@
 namespace olv_probe {
 namespace {
 
+using olv_apps::append;
+
 constexpr std::chrono::milliseconds redraw_pause{200};
 constexpr std::size_t columns = 79;
 

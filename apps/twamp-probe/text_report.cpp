@@ -6,6 +6,8 @@
 namespace olv_probe {
 namespace {
 
+using olv_apps::append;
+
 double microseconds(double nanoseconds)
 {
     return nanoseconds / 1000;

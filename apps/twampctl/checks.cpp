@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "usage_error.hpp"
+
 namespace twampctl {
 namespace {
 
@@ -33,6 +35,13 @@ std::string reason_against(const std::string &name)
 }
 
 } // namespace
+
+void require_some_or_all(const char *command, const char *what, bool some, bool all)
+{
+    if (some == all) {
+        throw usage_error(std::string(command) + ": give " + what + ", or --all");
+    }
+}
 
 CLI::Validator name_check()
 {

@@ -9,6 +9,7 @@
 #include "closest.hpp"
 #include "commands/commands.hpp"
 #include "help_format.hpp"
+#include "platform_names.hpp"
 #include "program.hpp"
 #include "run_options.hpp"
 
@@ -35,11 +36,6 @@ constexpr const char *command_line_end =
     "  twampctl --quiet up then responder create then show --format json\n";
 
 constexpr const char *shell_end = "\n'help COMMAND' explains a command. Words in quotes stay together.\n";
-
-bool begins_with(const std::string &text, const std::string &start)
-{
-    return text.compare(0, start.size(), start) == 0;
-}
 
 bool is_option(const std::string &word)
 {
@@ -270,16 +266,9 @@ std::vector<std::string> command_tree::values_of(const CLI::Option &option, cons
     } else if (kind == value_kind::listener) {
         values = bed_.current().listeners();
     } else if (kind == value_kind::call) {
-        for (std::size_t index = 0; index < olv_sim::call_count; ++index) {
-            const auto which = static_cast<olv_sim::call>(index);
-            if (olv_sim::can_fail(which)) {
-                values.emplace_back(olv_sim::call_name(which));
-            }
-        }
+        values = failing_calls();
     } else if (kind == value_kind::tree) {
-        for (const auto &each : olv_sim::classifier_program::twamp(1).tree_functions) {
-            values.push_back(each.name);
-        }
+        values = tree_functions();
     } else if (kind == value_kind::file) {
         values = files_like(begun);
     } else {
@@ -337,7 +326,7 @@ std::vector<std::string> command_tree::completions(const std::vector<std::string
     }
     std::vector<std::string> matching;
     std::copy_if(candidates.begin(), candidates.end(), std::back_inserter(matching),
-                 [&](const std::string &each) { return begins_with(each, words.back()); });
+                 [&](const std::string &each) { return each.starts_with(words.back()); });
     std::sort(matching.begin(), matching.end());
     return matching;
 }

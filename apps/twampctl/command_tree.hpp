@@ -23,7 +23,6 @@ inline constexpr const char *listener = "LISTENER";
 inline constexpr const char *call = "CALL";
 inline constexpr const char *tree = "TREE";
 inline constexpr const char *file = "FILE";
-inline constexpr const char *command = "COMMAND";
 } // namespace value_kind
 
 /** A command as it is found in the help. */
@@ -41,7 +40,6 @@ class command_tree {
     explicit command_tree(testbed &bed);
 
     [[nodiscard]] CLI::App &root() { return root_; }
-    [[nodiscard]] testbed &bed() { return bed_; }
 
     /** A first word for several commands. */
     CLI::App &add_group(const std::string &name, const std::string &summary);

@@ -35,6 +35,9 @@ struct usage_item {
 };
 [[nodiscard]] std::vector<usage_item> items_of(const platform_usage &usage);
 
+/** A name as all of it can be shown in a column of this width, or its beginning. */
+[[nodiscard]] std::string shortened(const std::string &name, std::size_t width);
+
 namespace as_text {
 [[nodiscard]] std::string of(const figures &all);
 [[nodiscard]] std::string of(const std::optional<olv_twamp_global_stats> &module);

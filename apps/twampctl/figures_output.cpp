@@ -39,7 +39,7 @@ std::vector<drop_reason> drops_of(const olv_fastpath::udp_statistics &counters)
     return {{"source_not_allowed", "source not allowed", counters.source_not_allowed},
             {"source_port", "source port too low", counters.source_port},
             {"own_source", "own address as source", counters.own_source},
-            {"too_long", "longer than may be", counters.truncated},
+            {"too_long", "length above the longest", counters.truncated},
             {"answer_to_reply", "answer to a reply", counters.answers},
             {"packet_rate", "packet rate", counters.rate_limited}};
 }
@@ -51,6 +51,12 @@ std::vector<usage_item> items_of(const platform_usage &usage)
             {"responder_entries", "responder entries", usage.responder_entries},
             {"bind_entries", "bind entries", usage.bind_entries},
             {"patterns", "patterns", usage.patterns}};
+}
+
+std::string shortened(const std::string &name, std::size_t width)
+{
+    const std::string shown = as_json::printable(name);
+    return shown.size() <= width ? shown : shown.substr(0, width - 3) + "...";
 }
 
 std::string format(const figures &all, output_format as)

@@ -1,30 +1,20 @@
 #include <cinttypes>
-#include <cstdarg>
 #include <cstdio>
 #include <ctime>
 
 #include "figures_formats.hpp"
+#include "formatted.hpp"
 
 namespace twampctl::as_text {
 namespace {
 
-constexpr std::size_t name_width = 14; ///< In tables.
+using olv_apps::append;
 
-/** Append to @p text what printf() would print. */
-[[gnu::format(printf, 2, 3)]] void add(std::string &text, const char *format, ...)
-{
-    char line[512];
-    std::va_list arguments;
-    va_start(arguments, format);
-    (void)std::vsnprintf(line, sizeof line, format,
-                         arguments); // texts of any length are appended by themselves
-    va_end(arguments);
-    text += line;
-}
+constexpr std::size_t name_width = 14; ///< In tables.
 
 void add_count(std::string &text, const char *label, std::uint64_t count)
 {
-    add(text, "  %-32s %20" PRIu64 "\n", label, count);
+    append(text, "  %-33s %19" PRIu64 "\n", label, count);
 }
 
 void add_drops(std::string &text, const std::vector<drop_reason> &drops)
@@ -34,18 +24,14 @@ void add_drops(std::string &text, const std::vector<drop_reason> &drops)
     }
 }
 
-/** A name in a column: cut where it is longer. */
 std::string column(const std::string &name)
 {
-    const std::string shown = as_json::printable(name);
-    return shown.size() <= name_width ? shown : shown.substr(0, name_width - 3) + "...";
+    return shortened(name, name_width);
 }
 
 std::string hexadecimal(std::uint32_t number)
 {
-    char text[16];
-    (void)std::snprintf(text, sizeof text, "0x%X", number); // fits
-    return text;
+    return olv_apps::formatted("0x%X", number);
 }
 
 /** "2025-01-31 12:00:00 UTC". */
@@ -65,21 +51,21 @@ void add_row(std::string &text, const responder_figures &responder)
     const std::string id = hexadecimal(responder.id);
     if (responder.counters) {
         const olv_twamp_responder_stats &counted = *responder.counters;
-        add(text, "%-8s %10u %11u %10u %10u %10u  ", id.c_str(), counted.received, counted.transmitted,
-            counted.drop_length_check, counted.drop_max_sessions, counted.active_sessions);
+        append(text, "%-8s %10u %11u %10u %10u %10u  ", id.c_str(), counted.received, counted.transmitted,
+               counted.drop_length_check, counted.drop_max_sessions, counted.active_sessions);
     } else {
-        add(text, "%-8s %10s %11s %10s %10s %10s  ", id.c_str(), "-", "-", "-", "-", "-");
+        append(text, "%-8s %10s %11s %10s %10s %10s  ", id.c_str(), "-", "-", "-", "-", "-");
     }
     text += column(responder.name) + "\n";
 }
 
 void add_row(std::string &text, const session_figures &session)
 {
-    add(text, "%10u %8.1f ", session.replies, session.idle_seconds);
+    append(text, "%10u %8.1f ", session.replies, session.idle_seconds);
     if (session.round_trip_seconds) {
-        add(text, "%10.3f  ", *session.round_trip_seconds * 1e3);
+        append(text, "%10.3f  ", *session.round_trip_seconds * 1e3);
     } else {
-        add(text, "%10s  ", "-");
+        append(text, "%10s  ", "-");
     }
     text += session.sender + "\n";
 }
@@ -101,7 +87,7 @@ std::string of(const std::optional<olv_twamp_global_stats> &module)
 std::string of(const responder_figures &responder)
 {
     std::string text = "Responder " + as_json::printable(responder.name);
-    add(text, "\n  %-32s %20s\n", "ID", hexadecimal(responder.id).c_str());
+    append(text, "\n  %-32s %20s\n", "ID", hexadecimal(responder.id).c_str());
     if (!responder.counters) {
         return text + "  its counters cannot be read\n";
     }
@@ -129,7 +115,7 @@ std::string of(const std::vector<listener_figures> &listeners)
     std::string text;
     for (const listener_figures &listener : listeners) {
         text += "Listener " + listener.address + "\n";
-        add(text, "  %-32s %20s\n", "responder", column(listener.responder).c_str());
+        append(text, "  %-32s %20s\n", "responder", column(listener.responder).c_str());
         add_count(text, "bind key", listener.bind_key);
         add_count(text, "received packets", listener.counters.received);
         add_drops(text, drops_of(listener.counters));

@@ -19,7 +19,6 @@
 namespace twampctl {
 namespace {
 
-constexpr const char *separator = "then";
 constexpr int deepest_script = 16; ///< Scripts that run scripts: one that runs itself ends.
 
 /** Counts the scripts that are being run, and has errors give the advice that fits there. */

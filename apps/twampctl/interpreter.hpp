@@ -6,6 +6,7 @@
 #define OLV_TWAMPCTL_INTERPRETER_HPP
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "testbed.hpp"
@@ -28,7 +29,10 @@ struct script_options {
 /** Run a script. @throw std::runtime_error  "FILE:LINE: what failed", or how many commands did. */
 void run_script(testbed &bed, const script_options &options);
 
-/** Run commands that are separated by the word "then"; the first failure ends it. */
+/** Between two commands of a chain. */
+inline constexpr std::string_view separator = "then";
+
+/** Run a chain of commands; the first failure ends it. */
 void run_chain(testbed &bed, const std::vector<std::string> &words);
 
 } // namespace twampctl

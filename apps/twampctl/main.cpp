@@ -18,7 +18,6 @@
 namespace twampctl {
 namespace {
 
-constexpr std::string_view separator = "then"; ///< Between two commands.
 constexpr std::string_view run_word = "run";
 
 int run_from(int argc, char **argv)

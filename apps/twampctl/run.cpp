@@ -5,7 +5,9 @@
 #include <cstdio>
 
 #include "document_output.hpp"
+#include "figures_formats.hpp"
 #include "figures_output.hpp"
+#include "formatted.hpp"
 #include "metrics_server.hpp"
 #include "program.hpp"
 #include "progress.hpp"
@@ -17,6 +19,8 @@
 
 namespace twampctl {
 namespace {
+
+using olv_apps::append;
 
 constexpr std::uint32_t everything_logged = 15;
 
@@ -30,26 +34,17 @@ site_options options_for(const run_options &options)
 
 void print_listener(const std::string &address, const olv_fastpath::udp_statistics &counted)
 {
-    const struct {
-        const char *label;
-        std::uint64_t value;
-    } lines[] = {{"Packets dropped due to source not allowed", counted.source_not_allowed},
-                 {"Packets dropped due to source port too low", counted.source_port},
-                 {"Packets dropped due to own address as source", counted.own_source},
-                 {"Packets dropped due to length above the longest", counted.truncated},
-                 {"Packets dropped due to answer to a reply", counted.answers},
-                 {"Packets dropped due to packet rate", counted.rate_limited},
-                 {"Replies that could not be sent", counted.send_failures}};
-    bool titled = false;
-    for (const auto &line : lines) {
-        if (line.value == 0) {
-            continue;
+    std::string lines;
+    for (const drop_reason &reason : drops_of(counted)) {
+        if (reason.packets != 0) {
+            append(lines, "Packets dropped due to %s: %" PRIu64 "\n", reason.title, reason.packets);
         }
-        if (!titled) {
-            std::printf("\nStatistics of listener %s (Non-zero only):\n", address.c_str());
-            titled = true;
-        }
-        std::printf("%s: %" PRIu64 "\n", line.label, line.value);
+    }
+    if (counted.send_failures != 0) {
+        append(lines, "Replies that could not be sent: %" PRIu64 "\n", counted.send_failures);
+    }
+    if (!lines.empty()) {
+        std::printf("\nStatistics of listener %s (Non-zero only):\n%s", address.c_str(), lines.c_str());
     }
 }
 

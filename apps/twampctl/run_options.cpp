@@ -10,6 +10,7 @@
 #include "command_line.hpp"
 #include "config_options.hpp"
 #include "log_words.hpp"
+#include "site.hpp"
 #include "traffic_options.hpp"
 
 namespace twampctl {
@@ -44,7 +45,7 @@ const std::map<std::string, step> steps = {
 struct raw_options {
     std::vector<std::string> addresses;
     std::uint32_t responders = 0;
-    std::uint32_t capacity = 65536;
+    std::uint32_t capacity = usual_capacity;
     double duration_seconds = -1;
     std::optional<std::uint32_t> log_level;
     std::string step;

@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 
 #include "fastpath/state_entry.hpp"
+#include "platform_names.hpp"
 #include "program.hpp"
 #include "progress.hpp"
 #include "report.hpp"
@@ -14,9 +15,6 @@
 namespace twampctl {
 namespace {
 
-constexpr const char *responder_namespace = "twamp_responder";
-constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
-constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
 constexpr std::uint32_t bind_key_ipv4 = 4;
 constexpr std::uint32_t bind_key_ipv6 = 6;
 
@@ -140,7 +138,6 @@ const named_responder &site::create_responder(const responder_request &request)
 void site::delete_responder(const std::string &name)
 {
     const std::lock_guard lock{mutex_};
-    (void)responder(name); // says when there is none
     const auto found = find(name);
     require(olv_twamp_responder_delete(module_, found->handle), "delete responder " + name);
     hyx_nvm_free(found->handle);
@@ -153,10 +150,15 @@ void site::delete_responder(const std::string &name)
 const named_responder &site::responder(const std::string &name) const
 {
     const std::lock_guard lock{mutex_};
-    const auto found = std::find_if(responders_.rbegin(), responders_.rend(),
+    return *find(name);
+}
+
+std::vector<named_responder>::const_iterator site::find(const std::string &name) const
+{
+    const auto found = std::find_if(responders_.rbegin(), responders_.rend(), // the last ones go first
                                     [&](const named_responder &each) { return each.name == name; });
     if (found != responders_.rend()) {
-        return *found;
+        return std::prev(found.base());
     }
     if (responders_.empty()) {
         throw std::runtime_error("no responder '" + name + "', nor any other; 'responder create " + name +
@@ -164,13 +166,6 @@ const named_responder &site::responder(const std::string &name) const
     }
     throw std::runtime_error("no responder '" + name + "'; there are: " +
                              list_of(responders_, [](const named_responder &each) { return each.name; }));
-}
-
-std::vector<named_responder>::iterator site::find(const std::string &name)
-{
-    const auto found = std::find_if(responders_.rbegin(), responders_.rend(), // the last ones go first
-                                    [&](const named_responder &each) { return each.name == name; });
-    return found == responders_.rend() ? responders_.end() : std::prev(found.base());
 }
 
 std::string site::free_name()
@@ -359,10 +354,8 @@ void site::collect_sessions(figures &into) const
     const auto frequency = static_cast<double>(processor_.timer_frequency());
     for (const olv_fastpath::session &each : sessions) {
         const std::uint64_t idle = now > each.last_arrival ? now - each.last_arrival : 0;
-        const std::string address = olv_fastpath::text_of(each.key.sender_address);
-        const bool is_ipv4 = olv_fastpath::is_ipv4(each.key.sender_address);
         const std::string sender =
-            (is_ipv4 ? address : "[" + address + "]") + ":" + std::to_string(each.key.sender_port);
+            olv_fastpath::text_of(olv_fastpath::ip_endpoint{each.key.sender_address, each.key.sender_port});
         into.sessions.push_back({.responder = responder_with(each.key.responder_id),
                                  .sender = sender,
                                  .replies = each.next_sequence_number,

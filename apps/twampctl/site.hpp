@@ -34,6 +34,9 @@ class step_failure : public std::runtime_error {
 /** Runs a step's work. */
 using step_runner = std::function<void(step, const std::function<void()> &)>;
 
+/** Responder IDs that a processor has when nothing else is said. */
+inline constexpr std::uint32_t usual_capacity = 65536;
+
 /** How a site is made. */
 struct site_options {
     std::string name = "main";
@@ -148,7 +151,8 @@ class site {
         std::uint32_t key;
     };
 
-    [[nodiscard]] std::vector<named_responder>::iterator find(const std::string &name);
+    /** @throw std::runtime_error  There is none; the text lists those there are. */
+    [[nodiscard]] std::vector<named_responder>::const_iterator find(const std::string &name) const;
     [[nodiscard]] std::string free_name();
     [[nodiscard]] const listener &listener_at(const std::string &address) const;
     [[nodiscard]] std::string responder_with(std::uint32_t id) const;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
+#include "formatted.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
 
@@ -86,9 +86,7 @@ std::string_view status_name(std::uint32_t status)
 
 std::string status_text(const olv_system_handle *system, std::uint32_t status)
 {
-    std::array<char, 16> number{};
-    (void)std::snprintf(number.data(), number.size(), "0x%X", status); // fits
-    std::string text = std::string("status ") + number.data();
+    std::string text = olv_apps::formatted("status 0x%X", status);
     const std::string_view name = status_name(status);
     if (!name.empty()) {
         text.append(" ").append(name);

@@ -7,12 +7,6 @@
 #include "report.hpp"
 
 namespace twampctl {
-namespace {
-
-constexpr std::uint32_t usual_capacity = 65536;
-
-} // namespace
-
 testbed::testbed(const olv_apps::signal_watch &signals, command_source source)
     : signals_(signals), source_(source)
 {}

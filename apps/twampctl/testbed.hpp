@@ -7,7 +7,6 @@
 
 #include <list>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -16,14 +15,9 @@
 #include "signal_watch.hpp"
 #include "site.hpp"
 #include "trace_output.hpp"
+#include "usage_error.hpp"
 
 namespace twampctl {
-
-/** A command that cannot be understood: what is wrong, and what to type instead. */
-class usage_error : public std::runtime_error {
-  public:
-    using runtime_error::runtime_error;
-};
 
 /** How commands are given, as far as advice depends on it. */
 enum class command_source : std::uint8_t { command_line, script, shell };

@@ -1,8 +1,6 @@
 #include "watch.hpp"
 
 #include <algorithm>
-#include <array>
-#include <cstdarg>
 #include <cstdio>
 #include <map>
 #include <utility>
@@ -13,22 +11,15 @@
 
 #include "figures_formats.hpp"
 #include "figures_output.hpp"
+#include "formatted.hpp"
 
 namespace twampctl {
 namespace {
 
+using olv_apps::formatted;
+
 constexpr std::size_t usual_rows = 24;
 constexpr std::size_t fixed_rows = 10; ///< Lines around those of the responders and the sessions.
-
-[[gnu::format(printf, 1, 2)]] std::string printed(const char *format, ...)
-{
-    std::array<char, 256> text{};
-    std::va_list arguments;
-    va_start(arguments, format);
-    (void)std::vsnprintf(text.data(), text.size(), format, arguments); // names are cut before
-    va_end(arguments);
-    return text.data();
-}
 
 /** Counters are 32 bits wide and go round; so does their difference. */
 double rate(std::uint32_t before, std::uint32_t now, double seconds)
@@ -47,15 +38,9 @@ std::uint32_t drops(const olv_twamp_responder_stats &counters)
     return counters.drop_length_check + counters.drop_max_sessions;
 }
 
-std::string cut(const std::string &text, std::size_t width)
-{
-    const std::string shown = as_json::printable(text);
-    return shown.size() <= width ? shown : shown.substr(0, width - 1) + "~";
-}
-
 std::string round_trip_text(const std::optional<double> &seconds)
 {
-    return seconds ? printed("%9.1f us", *seconds * 1e6) : "          - ";
+    return seconds ? formatted("%9.1f us", *seconds * 1e6) : "          - ";
 }
 
 /** Drops before the module saw the packet, of all listeners together, by their titles. */
@@ -74,16 +59,16 @@ std::string drop_lines(const figures &now)
 {
     const olv_twamp_global_stats counters = now.module.value_or(olv_twamp_global_stats{});
     std::string lines =
-        printed("drops    no responder %u, length %u, hash %u, no bind %u\n", counters.drop_no_responder,
-                counters.drop_length_check, counters.drop_hash_error, counters.drop_no_bind);
+        formatted("drops    no responder %u, length %u, hash %u, no bind %u\n", counters.drop_no_responder,
+                  counters.drop_length_check, counters.drop_hash_error, counters.drop_no_bind);
     std::string before;
     for (const auto &[title, packets] : listener_drops(now)) {
         if (packets != 0) {
-            before += printed("%s%s %llu", before.empty() ? "" : ", ", title.c_str(),
-                              static_cast<unsigned long long>(packets));
+            before += formatted("%s%s %llu", before.empty() ? "" : ", ", title.c_str(),
+                                static_cast<unsigned long long>(packets));
         }
     }
-    return lines + printed("  before %s\n", before.empty() ? "none" : cut(before, 70).c_str());
+    return lines + formatted("  before %s\n", before.empty() ? "none" : shortened(before, 70).c_str());
 }
 
 const responder_figures *same_responder(const figures &in, const responder_figures &as)
@@ -96,19 +81,20 @@ const responder_figures *same_responder(const figures &in, const responder_figur
 std::string responder_line(const figures &before, const responder_figures &now, double seconds)
 {
     if (!now.counters) {
-        return printed("%-22s cannot be read\n", cut(now.name, 22).c_str());
+        return formatted("%-22s cannot be read\n", shortened(now.name, 22).c_str());
     }
     const responder_figures *then = same_responder(before, now);
     const std::uint32_t received = then != nullptr && then->counters ? then->counters->received : 0;
-    return printed("%-22s %11u %11u %11u %8u %11.1f\n", cut(now.name, 22).c_str(), now.counters->received,
-                   now.counters->transmitted, drops(*now.counters), now.counters->active_sessions,
-                   rate(received, now.counters->received, seconds));
+    return formatted("%-22s %11u %11u %11u %8u %11.1f\n", shortened(now.name, 22).c_str(),
+                     now.counters->received, now.counters->transmitted, drops(*now.counters),
+                     now.counters->active_sessions, rate(received, now.counters->received, seconds));
 }
 
 std::string session_line(const session_figures &now)
 {
-    return printed("%-28s %-14s %9u %8.1f s %s\n", cut(now.sender, 28).c_str(), cut(now.responder, 14).c_str(),
-                   now.replies, now.idle_seconds, round_trip_text(now.round_trip_seconds).c_str());
+    return formatted("%-28s %-14s %9u %8.1f s %s\n", shortened(now.sender, 28).c_str(),
+                     shortened(now.responder, 14).c_str(), now.replies, now.idle_seconds,
+                     round_trip_text(now.round_trip_seconds).c_str());
 }
 
 /** As many lines as there is room for, and how many there are more. */
@@ -121,7 +107,7 @@ std::string lines_of(const Items &items, std::size_t room, const LineOf &line_of
         lines += line_of(items[index]);
     }
     if (shown < items.size()) {
-        lines += printed("and %zu more\n", items.size() - shown);
+        lines += formatted("and %zu more\n", items.size() - shown);
     }
     return lines;
 }
@@ -149,10 +135,10 @@ std::string watch_line(const figures &before, const figures &now)
     const double seconds = now.taken_at - before.taken_at;
     const olv_twamp_global_stats then = before.module.value_or(olv_twamp_global_stats{});
     const olv_twamp_global_stats counted = now.module.value_or(then);
-    return printed("received %.1f/s  sent %.1f/s  dropped %.1f/s  sessions %zu\n",
-                   rate(then.total_rx, counted.total_rx, seconds),
-                   rate(then.total_tx, counted.total_tx, seconds), rate(drops(then), drops(counted), seconds),
-                   now.sessions.size());
+    return formatted("received %.1f/s  sent %.1f/s  dropped %.1f/s  sessions %zu\n",
+                     rate(then.total_rx, counted.total_rx, seconds),
+                     rate(then.total_tx, counted.total_tx, seconds), rate(drops(then), drops(counted), seconds),
+                     now.sessions.size());
 }
 
 std::string watch_screen(const figures &before, const figures &now, std::size_t rows)
@@ -160,17 +146,19 @@ std::string watch_screen(const figures &before, const figures &now, std::size_t 
     const double seconds = now.taken_at - before.taken_at;
     const std::size_t room = rows > fixed_rows + 2 ? rows - fixed_rows : 2;
     const olv_twamp_global_stats counters = now.module.value_or(olv_twamp_global_stats{});
-    std::string screen = printed("processor %s, module %s, every %.1f s, Ctrl-C ends\n",
-                                 cut(now.processor, 20).c_str(), now.module_up ? "up" : "down", seconds);
+    std::string screen =
+        formatted("processor %s, module %s, every %.1f s, Ctrl-C ends\n", shortened(now.processor, 20).c_str(),
+                  now.module_up ? "up" : "down", seconds);
     screen += "now      " + watch_line(before, now);
-    screen += printed("total    received %u  sent %u  dropped %u\n", counters.total_rx, counters.total_tx,
-                      drops(counters));
+    screen += formatted("total    received %u  sent %u  dropped %u\n", counters.total_rx, counters.total_tx,
+                        drops(counters));
     screen += drop_lines(now);
-    screen += printed("\n%-22s %11s %11s %11s %8s %11s\n", "RESPONDER", "RECEIVED", "SENT", "DROPPED",
-                      "SESSIONS", "RECEIVED/S");
+    screen += formatted("\n%-22s %11s %11s %11s %8s %11s\n", "RESPONDER", "RECEIVED", "SENT", "DROPPED",
+                        "SESSIONS", "RECEIVED/S");
     screen += lines_of(now.responders, room / 2,
                        [&](const responder_figures &each) { return responder_line(before, each, seconds); });
-    screen += printed("\n%-28s %-14s %9s %10s %12s\n", "SENDER", "RESPONDER", "REPLIES", "IDLE", "ROUND TRIP");
+    screen +=
+        formatted("\n%-28s %-14s %9s %10s %12s\n", "SENDER", "RESPONDER", "REPLIES", "IDLE", "ROUND TRIP");
     const std::vector<session_figures> youngest_first{now.sessions.rbegin(), now.sessions.rend()};
     return screen + lines_of(youngest_first, room - room / 2, session_line);
 }

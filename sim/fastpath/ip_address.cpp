@@ -18,6 +18,12 @@ std::string text_of(const ip_address &address)
     return text;
 }
 
+std::string text_of(const ip_endpoint &endpoint)
+{
+    const std::string host = text_of(endpoint.address);
+    return (is_ipv4(endpoint.address) ? host : "[" + host + "]") + ":" + std::to_string(endpoint.port);
+}
+
 ip_endpoint endpoint_of(const sockaddr_storage &address)
 {
     ip_endpoint endpoint;

@@ -41,6 +41,9 @@ struct ip_endpoint {
     }
 };
 
+/** "192.0.2.1:862", "[2001:db8::1]:862". */
+[[nodiscard]] std::string text_of(const ip_endpoint &endpoint);
+
 /** @param address  Of IPv4 or IPv6. */
 [[nodiscard]] ip_endpoint endpoint_of(const sockaddr_storage &address);
 

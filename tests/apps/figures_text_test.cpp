@@ -48,7 +48,7 @@ Listener [::1]:8620
   dropped: source not allowed                        32
   dropped: source port too low                       33
   dropped: own address as source                     34
-  dropped: longer than may be                        35
+  dropped: length above the longest                  35
   dropped: answer to a reply                         36
   dropped: packet rate                               37
   sent replies                                       38
@@ -148,7 +148,7 @@ TEST(FiguresText, StaysWithin80Columns)
                                 "  nnnnnnnnnnn...\n"));
     EXPECT_THAT(text, HasSubstr("\n4294967295 999999.0 900000.000  "
                                 "[1111:2222:3333:4444:5555:6666:7777:8888]:65535\n"));
-    EXPECT_THAT(text, HasSubstr("  dropped: packet rate             18446744073709551615\n"));
+    EXPECT_THAT(text, HasSubstr("  dropped: packet rate              18446744073709551615\n"));
 }
 
 TEST(FiguresText, EscapesNames)

@@ -5,6 +5,8 @@
 #include "choices.hpp"
 #include "command_tree.hpp"
 #include "commands/commands.hpp"
+#include "formatted.hpp"
+#include "platform_names.hpp"
 #include "progress.hpp"
 
 namespace twampctl {
@@ -32,18 +34,6 @@ std::uint32_t usual_code(olv_sim::call which)
                                                             : std::uint32_t{olv_sim::framework_injected};
 }
 
-std::vector<std::string> failing_calls()
-{
-    std::vector<std::string> names;
-    for (std::size_t index = 0; index < olv_sim::call_count; ++index) {
-        const auto which = static_cast<olv_sim::call>(index);
-        if (olv_sim::can_fail(which)) {
-            names.emplace_back(olv_sim::call_name(which));
-        }
-    }
-    return names;
-}
-
 std::string course_of(const fault &plan)
 {
     std::string text = plan.count == fault::forever ? "fails from call " + std::to_string(plan.skip + 1) + " on"
@@ -53,12 +43,7 @@ std::string course_of(const fault &plan)
     if (plan.code == 0) {
         return text + " with its own code";
     }
-    if (plan.code == 0) {
-        return text + " with a code of its own";
-    }
-    std::array<char, 32> code{};
-    (void)std::snprintf(code.data(), code.size(), " with 0x%X", plan.code); // fits
-    return text + code.data();
+    return text + olv_apps::formatted(" with 0x%X", plan.code);
 }
 
 void set_fault(const fault_options &options)

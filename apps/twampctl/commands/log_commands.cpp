@@ -5,6 +5,7 @@
 #include "command_tree.hpp"
 #include "commands/commands.hpp"
 #include "log_words.hpp"
+#include "platform_names.hpp"
 #include "progress.hpp"
 
 namespace twampctl {
@@ -117,7 +118,7 @@ void print_responder_entry(void *context, void * /*unused*/, const olv_ptn *patt
 
 void dump_entries(site &on)
 {
-    const olv_sim::classifier_tree *tree = on.processor().tree("olv_twamp.twamp_responder_lookup");
+    const olv_sim::classifier_tree *tree = on.processor().tree(responder_tree);
     if (tree == nullptr) {
         throw std::runtime_error("this processor's program has no responder lookup tree");
     }

@@ -98,9 +98,7 @@ void listen(testbed &bed, const listen_options &options)
 void unlisten(testbed &bed, const std::vector<std::string> &addresses, bool all)
 {
     site &on = bed.current();
-    if (all == !addresses.empty()) {
-        throw usage_error("unlisten: give the addresses, or --all");
-    }
+    require_some_or_all("unlisten", "the addresses", !addresses.empty(), all);
     for (const std::string &each : all ? on.listeners() : addresses) {
         on.unlisten(each);
         say("no longer listening at %s", each.c_str());

@@ -12,7 +12,7 @@ namespace {
 
 struct processor_options {
     std::string name;
-    std::uint32_t capacity = 65536;
+    std::uint32_t capacity = usual_capacity;
     std::vector<std::string> without;
     std::vector<std::string> renamed;
     bool no_statistics = false;

@@ -1,6 +1,7 @@
 // Measuring from inside: session senders of this process.
 #include <cstdio>
 
+#include "checks.hpp"
 #include "choices.hpp"
 #include "command_tree.hpp"
 #include "commands/commands.hpp"
@@ -112,18 +113,16 @@ void add_stop(command_tree &tree, CLI::App &group)
         bool all = false;
     };
     const auto request = std::make_shared<stop_request>();
-    CLI::App &stop = tree.add(group, {"stop", "End a probe in the background", {"probe stop --all"}},
-                              [request](testbed &bed) {
-                                  if (request->all == !request->address.empty()) {
-                                      throw usage_error("probe stop: give the sender's address, or --all");
-                                  }
-                                  if (request->all) {
-                                      bed.background().stop_all();
-                                  } else {
-                                      bed.background().stop(request->address);
-                                  }
-                                  say("no longer sending");
-                              });
+    CLI::App &stop = tree.add(
+        group, {"stop", "End a probe in the background", {"probe stop --all"}}, [request](testbed &bed) {
+            require_some_or_all("probe stop", "the sender's address", !request->address.empty(), request->all);
+            if (request->all) {
+                bed.background().stop_all();
+            } else {
+                bed.background().stop(request->address);
+            }
+            say("no longer sending");
+        });
     stop.add_option("ADDRESS:PORT", request->address, "The sender's, as listed");
     stop.add_flag("--all", request->all, "All of them");
 }

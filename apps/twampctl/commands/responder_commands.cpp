@@ -39,9 +39,7 @@ struct delete_options {
 void remove(testbed &bed, const delete_options &options)
 {
     site &on = bed.current();
-    if (options.all == !options.names.empty()) {
-        throw usage_error("responder delete: give the responders' names, or --all");
-    }
+    require_some_or_all("responder delete", "the responders' names", !options.names.empty(), options.all);
     std::vector<std::string> names = options.names;
     if (options.all) {
         const std::vector<named_responder> &all = on.responders();
