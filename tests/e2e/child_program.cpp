@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -119,17 +120,40 @@ std::string child_program::wait_for_error_line(const std::string &start) const
 
 std::string child_program::wait_for_line(int descriptor, const std::string &start) const
 {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    for (;;) {
-        const bool last = has_ended(std::chrono::milliseconds(0)) || std::chrono::steady_clock::now() >= end;
+    std::string line;
+    (void)holds_in_time([&] {
         const std::string text = '\n' + content_of(descriptor);
         const std::size_t found = text.find('\n' + start);
         const std::size_t newline = found == std::string::npos ? found : text.find('\n', found + 1);
         if (newline != std::string::npos) {
-            return text.substr(found + 1, newline - found - 1);
+            line = text.substr(found + 1, newline - found - 1);
+        }
+        return !line.empty();
+    });
+    return line;
+}
+
+bool child_program::wait_until_asleep() const
+{
+    return holds_in_time([&] {
+        std::ifstream file{"/proc/" + std::to_string(process_) + "/stat"};
+        std::string text;
+        std::getline(file, text);
+        const std::size_t name_end = text.rfind(") "); // the state follows the name
+        return name_end != std::string::npos && text.compare(name_end + 2, 1, "S") == 0;
+    });
+}
+
+bool child_program::holds_in_time(const std::function<bool()> &condition) const
+{
+    const auto end = std::chrono::steady_clock::now() + patience;
+    for (;;) {
+        const bool last = has_ended(std::chrono::milliseconds(0)) || std::chrono::steady_clock::now() >= end;
+        if (condition()) {
+            return true;
         }
         if (last) {
-            return "";
+            return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }

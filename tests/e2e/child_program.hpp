@@ -36,6 +36,8 @@ class child_program {
     [[nodiscard]] std::string wait_for_line(const std::string &start) const;
     /** The same of standard error. */
     [[nodiscard]] std::string wait_for_error_line(const std::string &start) const;
+    /** Wait until its first thread sleeps. @return Whether it did before the program ended. */
+    [[nodiscard]] bool wait_until_asleep() const;
 
     /** What was written so far. */
     [[nodiscard]] std::string output() const;
@@ -43,6 +45,8 @@ class child_program {
 
   private:
     [[nodiscard]] std::string wait_for_line(int descriptor, const std::string &start) const;
+    /** @return Whether @p condition held before the program ended, or patience did. */
+    [[nodiscard]] bool holds_in_time(const std::function<bool()> &condition) const;
     /** @return Whether the program ended in this time. */
     [[nodiscard]] bool has_ended(std::chrono::milliseconds limit) const;
 
