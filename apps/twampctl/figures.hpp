@@ -50,7 +50,7 @@ struct session_figures {
     std::string sender;    ///< "192.0.2.7:40000"
     std::uint32_t replies = 0;
     double idle_seconds = 0;
-    std::optional<double> round_trip_seconds; ///< Of the last packet, where this process measured it.
+    std::optional<double> round_trip_seconds{}; ///< Of the last packet, where this process measured it.
 };
 
 struct figures {

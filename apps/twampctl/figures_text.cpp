@@ -1,6 +1,8 @@
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
+#include <map>
+#include <numeric>
 
 #include "figures_formats.hpp"
 #include "formatted.hpp"
@@ -127,17 +129,18 @@ std::string of(const std::vector<listener_figures> &listeners)
 
 std::string of(const std::vector<session_figures> &sessions)
 {
-    std::string text;
-    const std::string *responder = nullptr;
+    // A table for each responder; the one with the oldest session comes first.
+    std::map<std::string, std::size_t> places;
+    std::vector<std::string> tables;
     for (const session_figures &session : sessions) {
-        if (responder == nullptr || *responder != session.responder) {
-            responder = &session.responder;
-            text += "Sessions of " + column(session.responder) + "\n";
-            text += "   replies   idle s    trip ms  SENDER\n";
+        const auto [place, is_new] = places.try_emplace(session.responder, tables.size());
+        if (is_new) {
+            tables.push_back("Sessions of " + column(session.responder) +
+                             "\n   replies   idle s    trip ms  SENDER\n");
         }
-        add_row(text, session);
+        add_row(tables[place->second], session);
     }
-    return text.empty() ? "No sessions\n" : text;
+    return tables.empty() ? "No sessions\n" : std::accumulate(tables.begin(), tables.end(), std::string{});
 }
 
 std::string of(const platform_usage &usage)

@@ -119,6 +119,23 @@ Platform
               "        41      1.5          -  192.0.2.7:40000\n");
 }
 
+TEST(FiguresText, ShowsSessionsInOneTableForEachResponder)
+{
+    using twampctl::session_figures;
+    const std::vector<session_figures> sessions{
+        session_figures{.responder = "east", .sender = "192.0.2.1:1", .replies = 1, .idle_seconds = 1},
+        session_figures{.responder = "west", .sender = "192.0.2.1:2", .replies = 2, .idle_seconds = 2},
+        session_figures{.responder = "east", .sender = "192.0.2.1:3", .replies = 3, .idle_seconds = 3}};
+    EXPECT_EQ(twampctl::format(sessions, output_format::text), R"(Sessions of east
+   replies   idle s    trip ms  SENDER
+         1      1.0          -  192.0.2.1:1
+         3      3.0          -  192.0.2.1:3
+Sessions of west
+   replies   idle s    trip ms  SENDER
+         2      2.0          -  192.0.2.1:2
+)");
+}
+
 TEST(FiguresText, StaysWithin80Columns)
 {
     constexpr std::uint32_t most = 4294967295;
