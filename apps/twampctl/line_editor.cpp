@@ -119,6 +119,8 @@ std::optional<std::string> line_editor::read()
 {
     el_resize(editor_); // the terminal may have changed while a command ran
     dropped_ = false;
+    // libedit does this after its prompt: what is typed between the two would be shown twice.
+    (void)el_set(editor_, EL_PREP_TERM, 1); // where it fails, el_gets() does
     int length = 0;
     const char *text = el_gets(editor_, &length);
     if (dropped_) {

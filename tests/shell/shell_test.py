@@ -42,6 +42,22 @@ class Shell(unittest.TestCase):
         )
         self.assertEqual(terminal.run("echo 'a  b"), ["error: a quote is not closed, or the line ends in a backslash"])
 
+    def test_the_prompt_is_there_when_keys_are_taken_one_by_one(self) -> None:
+        # What is typed between the two would be shown twice. On one processor that is the program's only while nobody
+        # else wants it, it gets no further than the prompt before the terminal is looked at.
+        terminal = self.start()
+        processors = os.sched_getaffinity(0)
+        self.addCleanup(os.sched_setaffinity, 0, processors)
+        for process in (0, terminal.child.pid):
+            os.sched_setaffinity(process, {min(processors)})
+        os.setpriority(os.PRIO_PROCESS, terminal.child.pid, 19)
+        for _ in range(300):
+            before = len(terminal.written)
+            terminal.type("\r")
+            while b"twampctl> " not in terminal.written[before:]:
+                terminal.read()
+            self.assertTrue(terminal.is_editing())
+
     def test_quit_and_end_of_input_take_everything_down(self) -> None:
         for end in ("quit\r", CONTROL_D):
             with self.subTest(end=end):
