@@ -173,7 +173,7 @@ class Shell(unittest.TestCase):
     def test_control_c_ends_a_command(self) -> None:
         terminal = self.start()
         terminal.type("wait 60\r")
-        terminal.wait_until(lambda at: at.lines()[-1] == "")
+        terminal.wait_until(lambda at: at.lines()[-1] == "" and not at.is_editing())
         terminal.type(CONTROL_C)
         terminal.wait_until(lambda at: "error: interrupted while waiting" in at.lines())
         terminal.wait_for_prompt()
