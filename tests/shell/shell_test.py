@@ -200,9 +200,10 @@ class Shell(unittest.TestCase):
         terminal.wait_for_prompt()
         address = re.search(r"listening at 127\.0\.0\.1:(\d+)", terminal.run("listen 127.0.0.1:0 --responder west")[0])
         self.assertIsNotNone(address)
-        for _ in range(30):  # a session each
-            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
-                sender.sendto(bytes(41), ("127.0.0.1", int(address[1])))
+        for _ in range(30):  # a session each, as all are open at once
+            sender = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+            self.addCleanup(sender.close)
+            sender.sendto(bytes(41), ("127.0.0.1", int(address[1])))
         terminal.type("watch --interval 0.05 --count 6\r")
         terminal.wait_until(lambda at: at.lines()[-2:] == ["and 24 more", ""])  # a whole screen
         self.assertIn("and 35 more", terminal.lines())
