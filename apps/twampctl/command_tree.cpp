@@ -169,7 +169,7 @@ CLI::App &command_tree::find(const std::vector<std::string> &words, bool whole)
     const bool asks_for_help = std::any_of(
         words.begin(), words.end(), [](const std::string &word) { return word == "--help" || word == "-h"; });
     if (command == &root_ && !asks_for_help && !words.empty() && is_option(words.front())) {
-        throw usage_error("there is no option " + words.front() + " before a command" + "; " + advice(root_));
+        throw usage_error("there is no option " + words.front() + " before a command; " + advice(root_));
     }
     if (whole && is_group(*command) && !asks_for_help) {
         throw usage_error((command == &root_ ? "a command is missing"

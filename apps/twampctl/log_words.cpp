@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "choices.hpp"
 #include "olv.h"
 
 namespace twampctl {
@@ -53,16 +54,7 @@ std::uint32_t log_bits(const std::vector<std::string> &names)
 
 CLI::Option *add_log_level(CLI::Option *option)
 {
-    return option->check(CLI::Validator(
-        [](const std::string &text) -> std::string {
-            for (const char *level : {"0", "1", "3", "7", "15"}) {
-                if (text == level) {
-                    return {};
-                }
-            }
-            return "'" + text + "' is none of 0, 1, 3, 7, 15";
-        },
-        ""));
+    return one_of(option, {"0", "1", "3", "7", "15"})->type_name("UINT"); // a number to configuration files
 }
 
 } // namespace twampctl

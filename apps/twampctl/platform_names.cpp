@@ -7,7 +7,7 @@ namespace twampctl {
 std::vector<std::string> tree_functions()
 {
     std::vector<std::string> names;
-    for (auto &each : olv_sim::classifier_program::twamp(1).tree_functions) {
+    for (const auto &each : olv_sim::classifier_program::twamp(1).tree_functions) {
         names.push_back(each.name);
     }
     return names;
