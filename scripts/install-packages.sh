@@ -9,6 +9,7 @@
 #     package    what makes and checks packages
 #     cross      the cross compilers, the emulator and GoogleTest's sources
 #     coverage   what reports coverage
+#     bench      the benchmark library, what counts instructions and what draws
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli11-dev libedit-dev
@@ -24,8 +25,9 @@ for set in "$@"; do
     package) packages+=(dpkg-dev file git) ;;
     cross) packages+=(g++-arm-linux-gnueabihf g++-powerpc-linux-gnu googletest qemu-user) ;;
     coverage) packages+=(gcovr) ;;
+    bench) packages+=(gnuplot-nox libbenchmark-dev valgrind) ;;
     *)
-      echo "install-packages: unknown set '$set'; there are test, docs, lint, fuzz, package, cross, coverage" >&2
+      echo "install-packages: unknown set '$set'; there are test, docs, lint, fuzz, package, cross, coverage, bench" >&2
       exit 2
       ;;
   esac
