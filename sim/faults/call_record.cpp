@@ -1,5 +1,6 @@
 #include <mutex>
 
+#include "../process_wide.hpp"
 #include "platform_call.hpp"
 
 namespace olv_sim::call_record {
@@ -15,8 +16,7 @@ std::atomic<unsigned> wanted_kinds{0};
 
 record &the_record()
 {
-    static record calls;
-    return calls;
+    return process_wide<record>();
 }
 
 } // namespace

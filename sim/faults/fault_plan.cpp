@@ -2,6 +2,7 @@
 #include <mutex>
 #include <vector>
 
+#include "../process_wide.hpp"
 #include "platform_call.hpp"
 
 namespace olv_sim {
@@ -53,8 +54,7 @@ struct fault_plan {
 
 fault_plan &the_plan()
 {
-    static fault_plan plan;
-    return plan;
+    return process_wide<fault_plan>();
 }
 
 progress &single(fault_plan &plan, call which)

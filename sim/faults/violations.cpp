@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "../process_wide.hpp"
 #include "olv_sim.hpp"
 
 namespace olv_sim::violations {
@@ -15,8 +16,7 @@ struct breaches {
 
 breaches &the_breaches()
 {
-    static breaches all;
-    return all;
+    return process_wide<breaches>();
 }
 
 } // namespace

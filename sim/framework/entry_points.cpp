@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "../faults/platform_call.hpp"
+#include "../process_wide.hpp"
 #include "olv_twamp.h"
 
 olv_cpu_service_functions moduleMgrCpuServiceFn[olv_sim::module_id_limit] = {};
@@ -17,8 +18,7 @@ struct users {
 
 users &the_users()
 {
-    static users all;
-    return all;
+    return process_wide<users>();
 }
 
 std::uint32_t answer(olv_module_handle *module, const olv_bind_info *info, std::uint32_t *entry_point,

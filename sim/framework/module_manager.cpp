@@ -7,6 +7,7 @@
 
 #include "../faults/platform_call.hpp"
 #include "../faults/violations.hpp"
+#include "../process_wide.hpp"
 #include "entry_points.hpp"
 #include "olv_twamp.h"
 #include "records.hpp"
@@ -40,8 +41,7 @@ struct directory {
 
 directory &the_directory()
 {
-    static directory all;
-    return all;
+    return process_wide<directory>();
 }
 
 bool withdraws(const olv_service_function_table &table)

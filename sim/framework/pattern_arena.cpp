@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "../faults/violations.hpp"
+#include "../process_wide.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
 
@@ -62,8 +63,7 @@ struct arena {
 
 arena &the_arena()
 {
-    static arena all;
-    return all;
+    return process_wide<arena>();
 }
 
 constexpr std::uint32_t low_bits(std::uint32_t width)

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "../faults/platform_call.hpp"
+#include "../process_wide.hpp"
 #include "pattern_arena.hpp"
 #include "records.hpp"
 
@@ -17,10 +18,11 @@ constexpr std::uint32_t level_state = 27;
 
 std::atomic<trace_sink *> current_sink{nullptr};
 
+struct sink_lock : std::mutex {};
+
 std::mutex &sink_mutex()
 {
-    static std::mutex mutex;
-    return mutex;
+    return process_wide<sink_lock>();
 }
 
 bool anyone_listens()

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "../faults/platform_call.hpp"
+#include "../process_wide.hpp"
 #include "processor_model.hpp"
 
 namespace olv_sim {
@@ -15,8 +16,7 @@ struct wall_clock {
 
 wall_clock &the_wall_clock()
 {
-    static wall_clock clock;
-    return clock;
+    return process_wide<wall_clock>();
 }
 
 hyx_time wall_time()

@@ -1,4 +1,5 @@
 #include "memory_arena.hpp"
+#include "../process_wide.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -9,9 +10,7 @@ namespace olv_sim {
 
 memory_arena &the_memory_arena()
 {
-    // Never destroyed: blocks may be given back while the process ends.
-    static auto *arena = new memory_arena;
-    return *arena;
+    return process_wide<memory_arena>();
 }
 
 void memory_arena::release_memory::operator()(void *memory) const

@@ -2,6 +2,7 @@
 
 #include "../faults/argument_text.hpp"
 #include "../faults/violations.hpp"
+#include "../process_wide.hpp"
 #include "processor_model.hpp"
 
 namespace olv_sim::processors {
@@ -17,8 +18,7 @@ struct directory {
 
 directory &the_directory()
 {
-    static directory all;
-    return all;
+    return process_wide<directory>();
 }
 
 /** Handles count from 1. */

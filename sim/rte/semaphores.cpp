@@ -7,6 +7,7 @@
 
 #include "../faults/platform_call.hpp"
 #include "../faults/violations.hpp"
+#include "../process_wide.hpp"
 
 namespace olv_sim {
 namespace {
@@ -32,8 +33,7 @@ struct semaphore_table {
 
 semaphore_table &the_table()
 {
-    static semaphore_table table;
-    return table;
+    return process_wide<semaphore_table>();
 }
 
 /** Handles count from 1 in their low half; the high half tells apart who used the same place. */
