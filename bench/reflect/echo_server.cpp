@@ -1,0 +1,91 @@
+#include "echo_server.hpp"
+
+#include <array>
+#include <vector>
+
+#include <sys/socket.h>
+
+#include "fastpath/udp_datagrams.hpp"
+
+namespace reflect_bench {
+namespace {
+
+constexpr std::size_t longest = 2048;
+/** As many as the reflector takes at a time. */
+constexpr std::size_t batch_length = olv_fastpath::datagram_batch::capacity;
+
+} // namespace
+
+void echo_server::start()
+{
+    socket_ = std::make_unique<udp_socket>(olv_fastpath::parse_listen_address("127.0.0.1:0"));
+    stopping_ = false;
+    thread_ = std::thread{[this] { echo(socket_->number()); }};
+}
+
+void echo_server::stop()
+{
+    if (!thread_.joinable()) {
+        return;
+    }
+    stopping_ = true;
+    const olv_fastpath::listen_address own = address();
+    // Not to be sent when the socket is full, and not needed then.
+    (void)sendto(socket_->number(), "", 0, MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&own.address),
+                 own.length);
+    thread_.join();
+    socket_.reset();
+}
+
+void plain_echo::echo(int socket)
+{
+    std::array<char, longest> buffer{};
+    for (;;) {
+        sockaddr_storage sender{};
+        socklen_t sender_length = sizeof sender;
+        const ssize_t length = recvfrom(socket, buffer.data(), buffer.size(), 0,
+                                        reinterpret_cast<sockaddr *>(&sender), &sender_length);
+        if (is_stopping()) {
+            return;
+        }
+        if (length >= 0) {
+            // What cannot be sent is lost; the generator counts it.
+            (void)sendto(socket, buffer.data(), static_cast<std::size_t>(length), 0,
+                         reinterpret_cast<const sockaddr *>(&sender), sender_length);
+        }
+    }
+}
+
+void batched_echo::echo(int socket)
+{
+    std::vector<std::array<char, longest>> buffers(batch_length);
+    std::array<sockaddr_in, batch_length> senders{};
+    std::array<iovec, batch_length> parts{};
+    std::array<mmsghdr, batch_length> messages{};
+    for (std::size_t index = 0; index < batch_length; ++index) {
+        messages[index].msg_hdr.msg_name = &senders[index];
+        messages[index].msg_hdr.msg_namelen = sizeof senders[index];
+        messages[index].msg_hdr.msg_iov = &parts[index];
+        messages[index].msg_hdr.msg_iovlen = 1;
+        parts[index] = {buffers[index].data(), longest};
+    }
+    for (;;) {
+        const int received = recvmmsg(socket, messages.data(), batch_length, MSG_WAITFORONE, nullptr);
+        if (is_stopping()) {
+            return;
+        }
+        const auto count = static_cast<std::size_t>(received < 0 ? 0 : received);
+        for (std::size_t index = 0; index < count; ++index) {
+            parts[index].iov_len = messages[index].msg_len;
+        }
+        for (std::size_t sent = 0; sent < count;) {
+            const int taken = sendmmsg(socket, &messages[sent], static_cast<unsigned>(count - sent), 0);
+            sent += taken > 0 ? static_cast<std::size_t>(taken) : 1; // one that cannot be sent is lost
+        }
+        for (std::size_t index = 0; index < count; ++index) {
+            parts[index].iov_len = longest;
+        }
+    }
+}
+
+} // namespace reflect_bench

@@ -1,0 +1,74 @@
+#include "reflector_server.hpp"
+
+#include <stdexcept>
+#include <string>
+
+#include "fastpath/state_entry.hpp"
+
+namespace reflect_bench {
+namespace {
+
+constexpr std::uint32_t responder_ids = 16;
+
+void require(std::uint32_t status, const char *what)
+{
+    if (status != OLV_STATUS_OK) {
+        throw std::runtime_error(std::string{"cannot "} + what + ": status " + std::to_string(status));
+    }
+}
+
+} // namespace
+
+responder_site::responder_site(std::uint32_t sessions)
+    : processor_(olv_sim::classifier_program::twamp(responder_ids, responder_ids)),
+      module_(framework_.create_module({.module_id = olv_sim::module_id_twamp, .processor = &processor_}))
+{
+    require(olv_twamp_init(module_), "initialise the module");
+    const olv_twamp_responder_info info{};
+    require(olv_twamp_responder_create(module_, &info, &responder_), "create a responder");
+    const olv_bind_info bind = olv_sim::make_bind_info(module_, framework_.ipv4_module(), &bind_key);
+    require(olv_twamp_custom_bind(framework_.system(), &bind), "bind to the IPv4 module");
+    processor_.state(responder_->responder_id)[olv_fastpath::responder_word::maximum_sessions] = sessions;
+}
+
+responder_site::~responder_site()
+{
+    // Nothing is left to be done about a failure.
+    const olv_bind_info bind = olv_sim::make_bind_info(module_, framework_.ipv4_module(), &bind_key);
+    (void)olv_twamp_custom_unbind(framework_.system(), &bind);
+    (void)olv_twamp_responder_delete(module_, responder_);
+    hyx_nvm_free(responder_);
+    (void)framework_.shutdown(module_);
+}
+
+olv_fastpath::packet_path responder_site::path() const
+{
+    return {.responder_id = responder_->responder_id, .bind_key = bind_key};
+}
+
+olv_twamp_responder_stats responder_site::counters() const
+{
+    olv_twamp_responder_stats stats{};
+    require(olv_twamp_responder_stats_get(module_, responder_, &stats), "read the responder's counters");
+    return stats;
+}
+
+reflector_server::reflector_server(std::uint32_t sessions, const olv_fastpath::udp_server_options &options)
+    : site_(sessions),
+      reflector_(site_.processor(), {.session_capacity = sessions + sessions / 4}),
+      server_(reflector_, options)
+{}
+
+void reflector_server::start()
+{
+    listening_ = server_.add(olv_fastpath::parse_listen_address("127.0.0.1:0"), site_.path());
+    server_.start();
+}
+
+void reflector_server::stop()
+{
+    server_.stop();
+    server_.remove(listening_);
+}
+
+} // namespace reflect_bench

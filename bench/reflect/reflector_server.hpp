@@ -1,0 +1,68 @@
+/**
+ * @file reflector_server.hpp
+ * The reflector as the control application has it: the module on the software platform, a responder and its
+ * output path made by the library, the fast path's server.
+ */
+#ifndef REFLECT_BENCH_REFLECTOR_SERVER_HPP
+#define REFLECT_BENCH_REFLECTOR_SERVER_HPP
+
+#include <cstdint>
+
+#include "fastpath/udp_server.hpp"
+#include "olv_sim.hpp"
+#include "olv_twamp.h"
+#include "server.hpp"
+
+namespace reflect_bench {
+
+/** A module with one responder that is bound to the IPv4 module. */
+class responder_site {
+  public:
+    /** @param sessions  That the responder may have. @throw std::runtime_error  The library refuses. */
+    explicit responder_site(std::uint32_t sessions);
+    ~responder_site();
+    responder_site(const responder_site &) = delete;
+    responder_site &operator=(const responder_site &) = delete;
+
+    [[nodiscard]] olv_sim::processor &processor() { return processor_; }
+    [[nodiscard]] olv_fastpath::packet_path path() const;
+    /** What the library says that the responder has counted. */
+    [[nodiscard]] olv_twamp_responder_stats counters() const;
+
+  private:
+    static constexpr std::uint32_t bind_key = 4;
+
+    olv_sim::framework framework_;
+    olv_sim::processor processor_;
+    olv_module_handle *module_;
+    twamp_responder_handle *responder_ = nullptr;
+};
+
+class reflector_server final : public server {
+  public:
+    explicit reflector_server(std::uint32_t sessions, const olv_fastpath::udp_server_options &options = {});
+    ~reflector_server() override = default;
+
+    void start() override;
+    void stop() override;
+    [[nodiscard]] olv_fastpath::listen_address address() const override
+    {
+        return server_.local_address(listening_);
+    }
+    [[nodiscard]] std::size_t number_position() const override
+    {
+        return olv_fastpath::reflector_packet::sender_sequence_number;
+    }
+
+    [[nodiscard]] olv_twamp_responder_stats counters() const { return site_.counters(); }
+
+  private:
+    responder_site site_;
+    olv_fastpath::reflector reflector_;
+    olv_fastpath::udp_server server_;
+    std::size_t listening_ = 0;
+};
+
+} // namespace reflect_bench
+
+#endif
