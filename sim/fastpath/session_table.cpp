@@ -1,24 +1,22 @@
 #include "fastpath/session_table.hpp"
 
 #include <algorithm>
+#include <array>
 #include <bit>
-#include <cstring>
 #include <random>
 
 namespace olv_fastpath {
 
 namespace {
 
-std::uint64_t mix(std::uint64_t hash, std::uint64_t value)
-{
-    hash = (hash ^ value) * 0x9E3779B97F4A7C15u;
-    return hash ^ hash >> 32;
-}
-
-std::uint64_t random_seed()
+session_hash random_hash()
 {
     std::random_device device;
-    return std::uint64_t{device()} << 32 | device();
+    std::array<std::uint64_t, session_hash::random_numbers> random{};
+    for (std::uint64_t &each : random) {
+        each = std::uint64_t{device()} << 32 | device();
+    }
+    return session_hash{random};
 }
 
 } // namespace
@@ -26,7 +24,7 @@ std::uint64_t random_seed()
 session_table::session_table(std::uint32_t capacity)
     : slots_(std::min(capacity, maximum_capacity)),
       buckets_(std::bit_ceil(std::max(this->capacity(), 1u)), none),
-      seed_(random_seed())
+      hash_(random_hash())
 {
     for (std::uint32_t index = this->capacity(); index-- > 0;) {
         slots_[index].next_in_bucket = first_free_;
@@ -36,11 +34,7 @@ session_table::session_table(std::uint32_t capacity)
 
 std::uint32_t session_table::bucket_of(const session_key &key) const
 {
-    std::uint64_t halves[2];
-    std::memcpy(halves, key.sender_address.data(), sizeof halves);
-    std::uint64_t hash = mix(seed_, std::uint64_t{key.responder_id} << 16 | key.sender_port);
-    hash = mix(mix(hash, halves[0]), halves[1]);
-    return static_cast<std::uint32_t>(hash) & static_cast<std::uint32_t>(buckets_.size() - 1);
+    return hash_(key) & static_cast<std::uint32_t>(buckets_.size() - 1);
 }
 
 std::uint32_t session_table::index_of(const session &entry) const

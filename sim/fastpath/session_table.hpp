@@ -12,18 +12,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "fastpath/ip_address.hpp"
+#include "fastpath/session_hash.hpp"
 
 namespace olv_fastpath {
-
-/** What tells one session from another. */
-struct session_key {
-    std::uint32_t responder_id = 0;
-    ip_address sender_address{};
-    std::uint16_t sender_port = 0; ///< Host order.
-
-    friend bool operator==(const session_key &, const session_key &) = default;
-};
 
 /** What tells a responder from a later one that was given the same ID. */
 struct responder_creation {
@@ -86,7 +77,7 @@ class session_table {
 
     std::vector<slot> slots_;
     std::vector<std::uint32_t> buckets_; ///< First slot of each bucket; a power of two of them.
-    std::uint64_t seed_;
+    session_hash hash_;
     std::uint32_t first_free_ = none;
     std::uint32_t oldest_ = none;
     std::uint32_t youngest_ = none;
