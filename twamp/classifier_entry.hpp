@@ -2,6 +2,7 @@
 #ifndef TWAMP_CLASSIFIER_ENTRY_HPP
 #define TWAMP_CLASSIFIER_ENTRY_HPP
 
+#include "hyx.h"
 #include "module_call.hpp"
 
 namespace twamp {
@@ -9,11 +10,22 @@ namespace twamp {
 /** The trees that the module keeps entries in. */
 enum class module_tree : uint8_t { responder, bind };
 
+/** Word 0 of an entry's action: a defined responder, or "hand on to the entry point in word 1". */
+inline constexpr uint32_t action_responder = 0;
+inline constexpr uint32_t action_bound = 1;
+
 /** Statuses are those of the platform's calls; the callers say what they mean. */
 class classifier_entry {
   public:
     /** Refers to @p call. @param entry_point  Where a bind leads to; 0 for a responder. */
-    classifier_entry(const module_call &call, module_tree tree, uint32_t entry_point);
+    TWAMP_HOT classifier_entry(const module_call &call, module_tree tree, uint32_t entry_point)
+        : call_(call),
+          tree_id_(
+              (tree == module_tree::responder ? call.module.ctx->responder_tree : call.module.ctx->bind_tree)
+                  .tree_id),
+          tree_(tree),
+          action_{{tree == module_tree::responder ? action_responder : action_bound, entry_point, 0}}
+    {}
     ~classifier_entry()
     {
         if (has_pattern_) {
@@ -34,12 +46,43 @@ class classifier_entry {
     }
     /** @return Framework status. */
     uint32_t add_key(uint32_t key) { return olv_ptn_extend(&pattern_, key, key_bits); }
+
     /** @return RTE status. On success the entry is logged. */
-    uint32_t learn(log_site site);
+    TWAMP_HOT uint32_t learn(log_site site)
+    {
+        const uint32_t rte = hyx_ptn_learn(call_.module.rte_handle, tree_id_, &pattern_, &action_);
+        if (rte == 0) {
+            print_where_shown(site);
+            trace_message(call_, site, nullptr, tree_name(), pattern_.word[0], pattern_.word[1],
+                          pattern_.word[2], action_.word[0], action_.word[1], action_.word[2]);
+        }
+        return rte;
+    }
+
     /** @return RTE status. On success the entry is logged. */
-    uint32_t unlearn(log_site site);
+    TWAMP_HOT uint32_t unlearn(log_site site)
+    {
+        const uint32_t rte =
+            hyx_ptn_unlearn(call_.module.rte_handle, tree_id_, &pattern_, key_bits, &action_, 1);
+        if (rte == 0) {
+            print_where_shown(site);
+            trace_message(call_, site, nullptr, tree_name(), pattern_.word[0], pattern_.word[1],
+                          pattern_.word[2], key_bits, action_.word[0], action_.word[1], action_.word[2]);
+        }
+        return rte;
+    }
 
   private:
+    [[nodiscard]] TWAMP_HOT const char *tree_name() const
+    {
+        return tree_ == module_tree::responder ? responder_lookup_function : bind_to_next_module_function;
+    }
+    void print_where_shown(log_site site) const
+    {
+        if (call_.shows(site.kind())) {
+            print(site);
+        }
+    }
     void print(log_site site) const;
 
     const module_call &call_;

@@ -1,38 +1,12 @@
 #include "log.hpp"
 
 #include <cstring>
-#include <iterator>
 
 #include "hyx.h"
 
 namespace twamp {
 
 namespace {
-
-/** What a severity is on the console and in the trace. Keywords stand in the table itself: no relocations. */
-struct severity_row {
-    char keyword[12];
-    uint8_t trace_level;
-    uint8_t mask;      ///< Bits of a log word that count.
-    uint8_t threshold; ///< Their least value at which the console shows the message.
-};
-
-constexpr severity_row severities[] = {
-    {"FATAL", 4, OLV_LOG_LEVEL_MASK, 1},
-    {"ERROR", 2, OLV_LOG_LEVEL_MASK, 3},
-    {"info", 0, OLV_LOG_LEVEL_MASK, 15},
-    {"function", 8, OLV_LOG_FUNCTION, OLV_LOG_FUNCTION},
-    {"function", 9, OLV_LOG_FUNCTION, OLV_LOG_FUNCTION},
-    {"se_write", 27, OLV_LOG_STATE, OLV_LOG_STATE},
-    {"ptn_learn", 15, OLV_LOG_PATTERN, OLV_LOG_PATTERN},
-    {"ptn_unlearn", 16, OLV_LOG_PATTERN, OLV_LOG_PATTERN},
-};
-static_assert(std::size(severities) == static_cast<std::size_t>(severity::entry_removed) + 1);
-
-constexpr const severity_row &row(severity kind)
-{
-    return severities[static_cast<std::size_t>(kind)];
-}
 
 /** Prints a text, which is not empty, less its trailing newline, then one newline. */
 void print_line(const char *text)
@@ -60,40 +34,9 @@ uint32_t report_arguments(const log_context &log, log_site site, uint32_t status
 
 } // namespace
 
-const char *file_name(log_site site)
-{
-    return printed_name(site.source());
-}
-
-log_context::log_context(const olv_module_handle &module, const olv_system_handle *system)
-    : record_(&module),
-      flags_(&module.log_flags),
-      name_(module.log_name),
-      module_id_(module.module_id),
-      system_(system)
-{}
-
-log_context::log_context(const olv_system_handle &system)
-    : record_(&system),
-      flags_(&system.log_flags),
-      name_(system.log_name),
-      module_id_(system.module_id),
-      system_(&system)
-{}
-
-bool log_context::shows(severity kind) const
-{
-    const severity_row &limits = row(kind);
-    // Read without the lock, while olv_twamp_sys_log() may be writing under it.
-    const auto passes = [&limits](const uint32_t *flags) {
-        return (__atomic_load_n(flags, __ATOMIC_RELAXED) & limits.mask) >= limits.threshold;
-    };
-    return passes(flags_) || (system_ != nullptr && passes(&system_->log_flags));
-}
-
 void log_context::print_name(severity kind) const
 {
-    std::printf("[%s_log: %s]", name_, row(kind).keyword);
+    std::printf("[%s_log: %s]", record_->log_name, row(kind).keyword);
 }
 
 void log_context::print_prefix(log_site site) const
@@ -109,13 +52,6 @@ bool log_context::begin_line(log_site site) const
         print_prefix(site);
     }
     return shown;
-}
-
-olv_lttng_trace_fn log_context::trace_function(log_site site) const
-{
-    olv_lttng_trace_fn trace = nullptr;
-    olv_lttng_fn_ptr_get(module_id_, row(site.kind()).trace_level, &trace);
-    return trace;
 }
 
 void log_as_it_stands(const log_context &log, log_site site, const char *text)
@@ -210,16 +146,13 @@ void print_counter(const char *format, uint32_t value)
     }
 }
 
-void log_function(const log_context &log, log_site site, const char *operation)
+void print_function(const log_context &log, log_site site, const char *operation)
 {
-    if (log.shows(site.kind())) {
-        hyx_time now = {};
-        hyx_gettime(&now);
-        log.print_prefix(site);
-        std::printf("[%08lu:%08lu] %s %s\n", now.seconds, now.microseconds,
-                    site.kind() == severity::entry ? "Entering" : "Exiting", operation);
-    }
-    trace_message(log, site, nullptr, operation);
+    hyx_time now = {};
+    hyx_gettime(&now);
+    log.print_prefix(site);
+    std::printf("[%08lu:%08lu] %s %s\n", now.seconds, now.microseconds,
+                site.kind() == severity::entry ? "Entering" : "Exiting", operation);
 }
 
 void log_state_dump(const log_context &log, log_site site, uint32_t namespace_id, uint32_t index,

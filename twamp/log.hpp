@@ -6,14 +6,22 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <string_view>
 
 #include "olv.h"
 #include "olv_twamp.h"
 
+/** Marks functions on the path of every call: inlined where speed counts, one copy of each where size does. */
+#ifdef __OPTIMIZE_SIZE__
+#define TWAMP_HOT [[gnu::noinline, gnu::noclone]] inline
+#else
+#define TWAMP_HOT inline
+#endif
+
 namespace twamp {
 
-/** Index into the severity table in log.cpp. */
+/** Index into the table of severities. */
 enum class severity : uint8_t { fatal, error, info, entry, exit, state_dump, entry_learnt, entry_removed };
 
 /** Index into the printed file names. */
@@ -55,7 +63,10 @@ class log_site {
 };
 
 /** Printed name of the file that a message comes from. */
-const char *file_name(log_site site);
+TWAMP_HOT const char *file_name(log_site site)
+{
+    return printed_name(site.source());
+}
 
 /** Whether a printed file name such as "twamp.c" stands for the source file at this path. */
 consteval bool names_source_file(std::string_view printed, std::string_view path)
@@ -72,40 +83,97 @@ consteval bool names_source_file(std::string_view printed, std::string_view path
 /** This line, with a severity: TWAMP_HERE(error). */
 #define TWAMP_HERE(kind) (::twamp::log_site{log_file, __LINE__, ::twamp::severity::kind})
 
+/** What a severity is on the console and in the trace. Keywords stand in the table itself: no relocations. */
+struct severity_row {
+    char keyword[12];
+    uint8_t trace_level;
+    uint8_t mask;      ///< Bits of a log word that count.
+    uint8_t threshold; ///< Their least value at which the console shows the message.
+};
+
+inline constexpr severity_row severities[] = {
+    {"FATAL", 4, OLV_LOG_LEVEL_MASK, 1},
+    {"ERROR", 2, OLV_LOG_LEVEL_MASK, 3},
+    {"info", 0, OLV_LOG_LEVEL_MASK, 15},
+    {"function", 8, OLV_LOG_FUNCTION, OLV_LOG_FUNCTION},
+    {"function", 9, OLV_LOG_FUNCTION, OLV_LOG_FUNCTION},
+    {"se_write", 27, OLV_LOG_STATE, OLV_LOG_STATE},
+    {"ptn_learn", 15, OLV_LOG_PATTERN, OLV_LOG_PATTERN},
+    {"ptn_unlearn", 16, OLV_LOG_PATTERN, OLV_LOG_PATTERN},
+};
+static_assert(std::size(severities) == static_cast<std::size_t>(severity::entry_removed) + 1);
+
+constexpr const severity_row &row(severity kind)
+{
+    return severities[static_cast<std::size_t>(kind)];
+}
+
+/** Whether the console shows a severity under a log word. Read anew each time: a level change applies at once.
+ */
+inline bool passes(severity kind, const uint32_t &log_flags)
+{
+    // Read without the lock, while olv_twamp_sys_log() may be writing under it.
+    return (__atomic_load_n(&log_flags, __ATOMIC_RELAXED) & row(kind).mask) >= row(kind).threshold;
+}
+
+/** What module records and the system record begin with alike: all that a message needs to know of either. */
+struct [[gnu::may_alias]] record_head {
+    uint32_t magic;
+    uint32_t log_flags;
+    const char *log_name;
+    uint32_t reserved[2];
+    uint32_t module_id;
+};
+static_assert(offsetof(record_head, log_flags) == offsetof(olv_module_handle, log_flags));
+static_assert(offsetof(record_head, log_name) == offsetof(olv_module_handle, log_name));
+static_assert(offsetof(record_head, module_id) == offsetof(olv_module_handle, module_id));
+static_assert(offsetof(record_head, log_flags) == offsetof(olv_system_handle, log_flags));
+static_assert(offsetof(record_head, log_name) == offsetof(olv_system_handle, log_name));
+static_assert(offsetof(record_head, module_id) == offsetof(olv_system_handle, module_id));
+
 /** The records that a message is logged through. Refers to them: no longer-lived than they are. */
 class log_context {
   public:
     /** Messages of a module; @p system, which may be NULL, adds its level and is asked for status texts. */
-    log_context(const olv_module_handle &module, const olv_system_handle *system);
+    log_context(const olv_module_handle &module, const olv_system_handle *system)
+        : record_(reinterpret_cast<const record_head *>(&module)), system_(system)
+    {}
     /** Messages of the system record itself. */
-    explicit log_context(const olv_system_handle &system);
+    explicit log_context(const olv_system_handle &system)
+        : record_(reinterpret_cast<const record_head *>(&system)), system_(&system)
+    {}
 
     [[nodiscard]] const void *record() const { return record_; }
     [[nodiscard]] const char *status_text(uint32_t status) const { return olv_sys_status_get(system_, status); }
 
-    /** Whether the console shows this severity. The words are read anew: a level change applies at once. */
-    [[nodiscard]] bool shows(severity kind) const;
+    /** Whether the console shows this severity. */
+    [[nodiscard]] TWAMP_HOT bool shows(severity kind) const
+    {
+        return passes(kind, record_->log_flags) || (system_ != nullptr && passes(kind, system_->log_flags));
+    }
     /** Prints "[name_log: KEYWORD]", what begins every console line. */
     void print_name(severity kind) const;
     /** Prints the name, then " file:line ". */
     void print_prefix(log_site site) const;
     /** Prints the prefix where the console shows the severity. @return Whether it does. */
     [[nodiscard]] bool begin_line(log_site site) const;
-    /** The trace function of a message's severity; NULL where the framework has none. */
-    [[nodiscard]] olv_lttng_trace_fn trace_function(log_site site) const;
+    /** The trace function of a severity; NULL where the framework has none. */
+    [[nodiscard]] TWAMP_HOT olv_lttng_trace_fn trace_function(severity kind) const
+    {
+        olv_lttng_trace_fn trace = nullptr;
+        olv_lttng_fn_ptr_get(record_->module_id, row(kind).trace_level, &trace);
+        return trace;
+    }
 
   private:
-    const void *record_;
-    const uint32_t *flags_;
-    const char *name_;
-    uint32_t module_id_;
+    const record_head *record_;
     const olv_system_handle *system_;
 };
 
 template <typename... Arguments>
 void trace_message(const log_context &log, log_site site, const char *format, const Arguments &...arguments)
 {
-    if (const olv_lttng_trace_fn trace = log.trace_function(site)) {
+    if (const olv_lttng_trace_fn trace = log.trace_function(site.kind())) {
         trace(log.record(), site.line(), file_name(site), format, arguments...);
     }
 }
@@ -152,8 +220,17 @@ void log_unknown_as_it_stands(log_site site, const char *text);
 /** Print a counter unless it is zero. Counters from 2^31 on print negative, as the formats have it. */
 void print_counter(const char *format, uint32_t value);
 
+/** The console's line of log_function(). */
+void print_function(const log_context &log, log_site site, const char *operation);
+
 /** The entry or exit line of an operation. */
-void log_function(const log_context &log, log_site site, const char *operation);
+TWAMP_HOT void log_function(const log_context &log, log_site site, const char *operation)
+{
+    if (log.shows(site.kind())) {
+        print_function(log, site, operation);
+    }
+    trace_message(log, site, nullptr, operation);
+}
 
 /** The dump of bytes that are about to be written to the fast path. */
 void log_state_dump(const log_context &log, log_site site, uint32_t namespace_id, uint32_t index,

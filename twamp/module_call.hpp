@@ -3,6 +3,7 @@
 #ifndef TWAMP_MODULE_CALL_HPP
 #define TWAMP_MODULE_CALL_HPP
 
+#include "hyx.h"
 #include "log.hpp"
 #include "olv_twamp.h"
 #include "twamp_ctx.hpp"
@@ -21,7 +22,10 @@ inline bool is_module(const olv_module_handle *module)
 }
 
 /** Whether an operation can work on this handle. */
-bool is_initialised(const olv_module_handle *module);
+inline bool is_initialised(const olv_module_handle *module)
+{
+    return is_module(module) && has_context(*module);
+}
 
 /** A status of a callee, re-tagged as this module's. */
 constexpr uint32_t as_module_status(uint32_t status)
@@ -29,46 +33,59 @@ constexpr uint32_t as_module_status(uint32_t status)
     return (status & ~0xF0000u) | 0x30000u;
 }
 
-/** A call in progress: the module it works on, and what its messages are logged through. */
+/** Operation without entry and exit line. */
+inline constexpr const char *untraced = nullptr;
+
+/** A call in progress: the module it works on with its lock, and what its messages are logged through. */
 struct module_call : log_context {
+    /** @param system  Logged through beside the module; may be NULL. */
     module_call(olv_module_handle &called, const olv_system_handle *system)
-        : log_context(called, system), module(called)
+        : log_context(called, system), module(called), lock(called.lock)
     {}
 
     olv_module_handle &module;
+    const uint32_t lock;
 };
 
-/** What an operation does under the module lock. */
-class operation_work {
-  public:
-    operation_work(const operation_work &) = delete;
-    operation_work &operator=(const operation_work &) = delete;
+/** Entry line and lock. @return OLV_STATUS_OK with the lock held. */
+TWAMP_HOT uint32_t enter(const module_call &call, log_site site, const char *operation)
+{
+    if (operation != untraced) {
+        log_function(call, site.as(severity::entry), operation);
+    }
+    if (const uint32_t rte = call.lock != 0 ? olv_sys_sem_lock_wait(call.lock) : 0) {
+        return TWAMP_FAIL_RTE_AT(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
+                                 " Failed to acquire lock, RTE error code: %d. %s\n");
+    }
+    return OLV_STATUS_OK;
+}
 
-    uint32_t operator()(const module_call &call) const { return run_(*this, call); }
+/** Unlock and exit line. @return The work's status; that of a failed release takes its place. */
+TWAMP_HOT uint32_t leave(const module_call &call, log_site site, const char *operation, uint32_t status)
+{
+    if (const uint32_t rte = call.lock != 0 ? hyx_sem_post(call.lock) : 0) {
+        status = TWAMP_FAIL_RTE_AT(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
+                                   " Failed to release lock, RTE error code: %d. %s\n");
+    }
+    if (operation != untraced) {
+        log_function(call, site.as(severity::exit), operation);
+    }
+    return status;
+}
 
-  protected:
-    using run_function = uint32_t (*)(const operation_work &, const module_call &);
-
-    explicit operation_work(run_function run) : run_(run) {}
-    ~operation_work() = default;
-
-  private:
-    const run_function run_;
-};
-
-/** Work from a callable: the frame is then one function, not one for each operation. */
-template <typename Callable> class steps final : public operation_work {
-  public:
-    explicit steps(const Callable &callable)
-        : operation_work([](const operation_work &self, const module_call &call) -> uint32_t {
-              return static_cast<const steps &>(self).callable_(call);
-          }),
-          callable_(callable)
-    {}
-
-  private:
-    const Callable callable_;
-};
+/**
+ * Entry line, module lock, work, unlock, exit line. Without the lock there is neither work nor exit line.
+ * @param work       What the operation does under the lock: a status from its module_call.
+ * @param operation  Exported name, or `untraced`.
+ */
+template <typename Work>
+uint32_t run_locked(const Work &work, const module_call &call, log_site site, const char *operation)
+{
+    if (const uint32_t status = enter(call, site, operation)) {
+        return status;
+    }
+    return leave(call, site, operation, work(call));
+}
 
 inline constexpr const char *invalid_module = "Invalid TWAMP module handle 0x%08x\n";
 
@@ -80,21 +97,25 @@ inline constexpr const char *invalid_module = "Invalid TWAMP module handle 0x%08
 uint32_t reject_module(log_site site, const olv_module_handle *module, const char *failed,
                        const char *invalid = invalid_module);
 
-/** Operation without entry and exit line. */
-inline constexpr const char *untraced = nullptr;
-
-/**
- * Entry line, module lock, work, unlock, exit line. Without the lock there is neither work nor exit line; a
- * failed release takes the place of the work's status.
- * @param system     Logged through beside the module; may be NULL.
- * @param operation  Exported name, or `untraced`.
- */
-uint32_t run_locked(const operation_work &work, olv_module_handle &module, const olv_system_handle *system,
-                    log_site site, const char *operation);
+/** @return OLV_STATUS_OK for a module that an operation can work on; others are refused. */
+TWAMP_HOT uint32_t check_module(log_site site, const olv_module_handle *module, const char *failed)
+{
+    if (!is_initialised(module)) {
+        return reject_module(site, module, failed);
+    }
+    return OLV_STATUS_OK;
+}
 
 /** The whole frame: handle check, then the locked work. */
-uint32_t run(const operation_work &work, olv_module_handle *module, log_site site, const char *operation,
-             const char *failed);
+template <typename Work>
+uint32_t run(const Work &work, olv_module_handle *module, log_site site, const char *operation,
+             const char *failed)
+{
+    if (const uint32_t status = check_module(site, module, failed)) {
+        return status;
+    }
+    return run_locked(work, {*module, module->system}, site, operation);
+}
 
 } // namespace twamp
 

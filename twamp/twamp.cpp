@@ -243,13 +243,12 @@ uint32_t olv_twamp_shutdown(olv_module_handle *module)
     if (!is_module(module)) {
         return reject_module(site, module, failed, "Invalid TWAMP Module handle 0x%08x\n");
     }
-    return run(steps([](const module_call &call) { return shut_down(call); }), module, site, untraced, failed);
+    return run(shut_down, module, site, untraced, failed);
 }
 
 uint32_t olv_twamp_service_function_update(olv_module_handle *module)
 {
-    return run(steps([](const module_call &call) { return update_service_functions(call); }), module,
-               TWAMP_HERE(error), __func__, "Service function update failed");
+    return run(update_service_functions, module, TWAMP_HERE(error), __func__, "Service function update failed");
 }
 
 uint32_t olv_twamp_sys_log(olv_module_handle *module, uint32_t level)
@@ -259,14 +258,14 @@ uint32_t olv_twamp_sys_log(olv_module_handle *module, uint32_t level)
         TWAMP_LOG_UNKNOWN("Failed to set log-level 0x%x for TWAMP\n", level);
         return OLV_STATUS_INVALID_HANDLE;
     }
-    return run_locked(steps([=](const module_call &call) { return set_log_level(call, level); }), *module,
-                      module->system, TWAMP_HERE(error), __func__);
+    return run_locked([=](const module_call &call) { return set_log_level(call, level); },
+                      {*module, module->system}, TWAMP_HERE(error), __func__);
 }
 
 uint32_t olv_twamp_global_stats_get(olv_module_handle *module, olv_twamp_global_stats *stats)
 {
     // Deletion's words, as in the responder's getter.
-    return run(steps([=](const module_call &call) { return read_global_stats(call, stats); }), module,
+    return run([=](const module_call &call) { return read_global_stats(call, stats); }, module,
                TWAMP_HERE(error), __func__, "Failed to delete Responder Handle");
 }
 
@@ -292,6 +291,6 @@ uint32_t olv_twamp_tables_dump(olv_module_handle *module, uint32_t table_group)
         TWAMP_LOG_UNKNOWN("Invalid module handle 0x%08x\n", address_word(module));
         return TWAMP_STATUS_INVALID_MODULE;
     }
-    return run(steps([=](const module_call &call) { return dump_group(call, table_group); }), module,
+    return run([=](const module_call &call) { return dump_group(call, table_group); }, module,
                TWAMP_HERE(error), __func__, "failed to dump TWAMP tables");
 }

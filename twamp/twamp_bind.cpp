@@ -161,7 +161,8 @@ uint32_t log_outcome(const log_context &log, log_site site, uint32_t status, con
 }
 
 /** Frame of bind and unbind: the module is the request's source. */
-uint32_t run_on_source(const operation_work &work, const olv_system_handle *system, const olv_bind_info *info,
+template <typename Work>
+uint32_t run_on_source(const Work &work, const olv_system_handle *system, const olv_bind_info *info,
                        log_site site, const char *operation, const char *failed)
 {
     if (info == nullptr) {
@@ -174,27 +175,27 @@ uint32_t run_on_source(const operation_work &work, const olv_system_handle *syst
     if (!is_initialised(module) || system == nullptr) {
         return reject_module(site, module, failed);
     }
-    return run_locked(work, *module, system, site, operation);
+    return run_locked(work, {*module, system}, site, operation);
 }
 
 } // namespace
 
 uint32_t olv_twamp_custom_bind(olv_system_handle *system, const olv_bind_info *info)
 {
-    const steps change([=](const module_call &call) {
+    const auto change = [=](const module_call &call) {
         return log_outcome(call, TWAMP_HERE(info), apply({call, *info, bind_change::bind}),
                            "Custom Bind Successfully done.\n", "Failed to perform custom binding.\n");
-    });
+    };
     return run_on_source(change, system, info, TWAMP_HERE(error), __func__,
                          "Failed to create Custom bind entry \n");
 }
 
 uint32_t olv_twamp_custom_unbind(olv_system_handle *system, const olv_bind_info *info)
 {
-    const steps change([=](const module_call &call) {
+    const auto change = [=](const module_call &call) {
         return log_outcome(call, TWAMP_HERE(info), apply({call, *info, bind_change::unbind}),
                            "Custom Un Bind Successfully done.\n", "Failed to perform custom un binding.\n");
-    });
+    };
     return run_on_source(change, system, info, TWAMP_HERE(error), __func__,
                          "Failed to remove Custom bind entry \n");
 }

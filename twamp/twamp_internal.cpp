@@ -127,8 +127,8 @@ uint32_t olv_twamp_get_imc(olv_module_handle *module, const olv_bind_info *info,
         TWAMP_LOG_UNKNOWN(invalid_module, address_word(module));
         return OLV_STATUS_INVALID_HANDLE;
     }
-    return run(steps([=](const module_call &call) { return find_imc(call, info, imc); }), module,
-               TWAMP_HERE(error), untraced, "TWAMP module failed to get IMC function\n");
+    return run([=](const module_call &call) { return find_imc(call, info, imc); }, module, TWAMP_HERE(error),
+               untraced, "TWAMP module failed to get IMC function\n");
 }
 
 uint32_t olv_twamp_dump_tables(olv_module_handle *module, uint32_t table_group)

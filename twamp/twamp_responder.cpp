@@ -187,19 +187,20 @@ uint32_t read_stats(const module_call &call, uint32_t responder_id, olv_twamp_re
 }
 
 /** Frame of the operations on a responder. Both refusals use deletion's words, whatever was asked for. */
-uint32_t run_on_responder(const operation_work &work, olv_module_handle *module,
-                          const twamp_responder_handle *responder, log_site site, const char *operation)
+template <typename Work>
+uint32_t run_on_responder(const Work &work, olv_module_handle *module, const twamp_responder_handle *responder,
+                          log_site site, const char *operation)
 {
     constexpr const char *failed = "Failed to delete Responder Handle";
-    if (!is_initialised(module)) {
-        return reject_module(site, module, failed);
+    if (const uint32_t status = check_module(site, module, failed)) {
+        return status;
     }
     if (!is_responder(responder)) {
         TWAMP_LOG_UNKNOWN_AT(site, "Invalid TWAMP Responder handle 0x%08x\n", address_word(responder));
         log_unknown(site, failed);
         return OLV_STATUS_INVALID_HANDLE;
     }
-    return run_locked(work, *module, module->system, site, operation);
+    return run_locked(work, {*module, module->system}, site, operation);
 }
 
 } // namespace
@@ -207,14 +208,14 @@ uint32_t run_on_responder(const operation_work &work, olv_module_handle *module,
 uint32_t olv_twamp_responder_create(olv_module_handle *module, const olv_twamp_responder_info *info,
                                     twamp_responder_handle **slot)
 {
-    return run(steps([=](const module_call &call) { return create_responder(call, info, slot); }), module,
+    return run([=](const module_call &call) { return create_responder(call, info, slot); }, module,
                TWAMP_HERE(error), __func__, "Failed to create Responder Handle");
 }
 
 uint32_t olv_twamp_responder_delete(olv_module_handle *module, twamp_responder_handle *responder)
 {
     return run_on_responder(
-        steps([=](const module_call &call) { return delete_responder(call, responder->responder_id); }), module,
+        [=](const module_call &call) { return delete_responder(call, responder->responder_id); }, module,
         responder, TWAMP_HERE(error), __func__);
 }
 
@@ -222,8 +223,8 @@ uint32_t olv_twamp_responder_stats_get(olv_module_handle *module, twamp_responde
                                        olv_twamp_responder_stats *stats)
 {
     return run_on_responder(
-        steps([=](const module_call &call) { return read_stats(call, responder->responder_id, stats); }),
-        module, responder, TWAMP_HERE(error), __func__);
+        [=](const module_call &call) { return read_stats(call, responder->responder_id, stats); }, module,
+        responder, TWAMP_HERE(error), __func__);
 }
 
 uint32_t olv_twamp_responder_stats_print(olv_module_handle *module, twamp_responder_handle *responder)
