@@ -4,19 +4,36 @@
 
 namespace olv_bench {
 
-bed::bed(std::uint32_t responders)
-    : processor(olv_sim::classifier_program::twamp(responders)),
+bed::bed(std::uint32_t responders_at_most)
+    : processor(olv_sim::classifier_program::twamp(responders_at_most)),
       module(framework.create_module({.module_id = olv_sim::module_id_twamp, .processor = &processor})),
+      responders(responders_at_most),
       request(olv_sim::make_bind_info(module, framework.ipv4_module(), &bind_key))
 {
-    if (olv_twamp_init(module) != OLV_STATUS_OK) {
+    const std::uint32_t rte = module->rte_handle;
+    if (olv_twamp_init(module) != OLV_STATUS_OK ||
+        hyx_rsrc_find(rte, 0, "twamp_responder", &responder_ns) != 0 ||
+        hyx_ptn_symbol_get_id(rte, "olv_twamp.twamp_responder_lookup", &responder_tree) != 0 ||
+        hyx_ptn_symbol_get_id(rte, "olv_twamp.twamp_bind_to_next_module", &bind_tree) != 0 ||
+        hyx_ptn_symbol_get_id(rte, "olv_twamp.twamp_to_ip_direct_imc", &imc_tree) != 0) {
         throw std::runtime_error("the module cannot be initialised");
     }
 }
 
 bed::~bed()
 {
-    (void)olv_twamp_shutdown(module); // the records of the measured responders are freed with the process
+    free_records();
+    (void)olv_twamp_shutdown(module); // fails where nothing is left to be done about it
+}
+
+void bed::free_records()
+{
+    for (twamp_responder_handle *&responder : responders) {
+        if (responder != nullptr) {
+            hyx_nvm_free(responder);
+            responder = nullptr;
+        }
+    }
 }
 
 } // namespace olv_bench

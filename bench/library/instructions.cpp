@@ -24,7 +24,7 @@ void run_operations(olv_bench::bed &bed, bool dump)
             std::exit(EXIT_FAILURE);
         }
     }
-    hyx_nvm_free(bed.responder);
+    bed.free_records();
 }
 
 } // namespace
