@@ -83,7 +83,7 @@ class classifier_entry {
             print(site);
         }
     }
-    void print(log_site site) const;
+    [[gnu::cold]] void print(log_site site) const;
 
     const module_call &call_;
     const uint32_t tree_id_;

@@ -188,7 +188,7 @@ inline uint32_t address_word(const void *pointer)
 void log_as_it_stands(const log_context &log, log_site site, const char *text);
 
 /** The line with the framework's text of a status; OLV_STATUS_OK has none. @return The status. */
-uint32_t log_status(const log_context &log, log_site site, uint32_t status);
+[[gnu::cold]] uint32_t log_status(const log_context &log, log_site site, uint32_t status);
 
 // report(): a message, then from the same source line the text of the status that it leads to, which is
 // returned. A message that leads to none comes with OLV_STATUS_OK. Few lists of arguments serve all formats:
@@ -205,23 +205,24 @@ uint32_t report(const log_context &log, log_site site, uint32_t status, const ch
 
 /** As report(), of a call that the runtime environment refused: the format ends in its code and the text of
  *  that code. */
-uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format);
-uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format,
-                    uint32_t first);
-uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte, const char *format,
-                    const char *first);
+[[gnu::cold]] uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte,
+                                  const char *format);
+[[gnu::cold]] uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte,
+                                  const char *format, uint32_t first);
+[[gnu::cold]] uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint32_t rte,
+                                  const char *format, const char *first);
 
 /** A message without a usable handle: printed whatever the levels, traced as a forced error. */
-void log_unknown(log_site site, const char *text);
-void log_unknown(log_site site, const char *format, uint32_t argument);
+[[gnu::cold]] void log_unknown(log_site site, const char *text);
+[[gnu::cold]] void log_unknown(log_site site, const char *format, uint32_t argument);
 /** As log_as_it_stands(), without a usable handle. */
-void log_unknown_as_it_stands(log_site site, const char *text);
+[[gnu::cold]] void log_unknown_as_it_stands(log_site site, const char *text);
 
 /** Print a counter unless it is zero. Counters from 2^31 on print negative, as the formats have it. */
 void print_counter(const char *format, uint32_t value);
 
 /** The console's line of log_function(). */
-void print_function(const log_context &log, log_site site, const char *operation);
+[[gnu::cold]] void print_function(const log_context &log, log_site site, const char *operation);
 
 /** The entry or exit line of an operation. */
 TWAMP_HOT void log_function(const log_context &log, log_site site, const char *operation)

@@ -94,8 +94,8 @@ inline constexpr const char *invalid_module = "Invalid TWAMP module handle 0x%08
  * @param failed   What could not be done.
  * @param invalid  Format of the line with the handle's address.
  */
-uint32_t reject_module(log_site site, const olv_module_handle *module, const char *failed,
-                       const char *invalid = invalid_module);
+[[gnu::cold]] uint32_t reject_module(log_site site, const olv_module_handle *module, const char *failed,
+                                     const char *invalid = invalid_module);
 
 /** @return OLV_STATUS_OK for a module that an operation can work on; others are refused. */
 TWAMP_HOT uint32_t check_module(log_site site, const olv_module_handle *module, const char *failed)

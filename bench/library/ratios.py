@@ -15,9 +15,10 @@ LIMIT = 1.15
 
 
 def medians(report):
-    """Median in nanoseconds for one operation, by operation and side, in the order of the report."""
+    """Median in nanoseconds for one operation, by operation and side, in the order in which they were
+    registered: that of the report is the order of the repetitions."""
     runs = {}
-    for run in report["benchmarks"]:
+    for run in sorted(report["benchmarks"], key=lambda run: run["family_index"]):
         if run.get("error_occurred"):
             raise ValueError(f"{run['name']}: {run['error_message']} failed")
         if run["run_type"] == "iteration":
