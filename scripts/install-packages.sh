@@ -25,7 +25,7 @@ for set in "$@"; do
     package) packages+=(dpkg-dev file git) ;;
     cross) packages+=(g++-arm-linux-gnueabihf g++-powerpc-linux-gnu googletest qemu-user) ;;
     coverage) packages+=(gcovr) ;;
-    bench) packages+=(gnuplot-nox libbenchmark-dev valgrind) ;;
+    bench) packages+=(libbenchmark-dev python3-matplotlib valgrind) ;;
     *)
       echo "install-packages: unknown set '$set'; there are test, docs, lint, fuzz, package, cross, coverage, bench" >&2
       exit 2

@@ -21,12 +21,13 @@ constexpr std::uint32_t populations[] = {1, 1000, 1'000'000, 16'000'000};
 constexpr std::pair<const char *, visiting_order> orders[] = {{"in_turn", visiting_order::in_turn},
                                                               {"at_random", visiting_order::at_random}};
 
-/** The modules that were asked for so far, by their responders. */
+/** The modules that were asked for so far. Those visited at random are others: who is deleted and created at
+ *  random has no neighbour any more. */
 class module_park {
   public:
-    populated_module &with(std::uint32_t responders)
+    populated_module &with(std::uint32_t responders, visiting_order order)
     {
-        std::unique_ptr<populated_module> &module = modules_[responders];
+        std::unique_ptr<populated_module> &module = modules_[{responders, order}];
         if (module == nullptr) {
             module = std::make_unique<populated_module>(responders);
         }
@@ -34,7 +35,7 @@ class module_park {
     }
 
   private:
-    std::map<std::uint32_t, std::unique_ptr<populated_module>> modules_;
+    std::map<std::pair<std::uint32_t, visiting_order>, std::unique_ptr<populated_module>> modules_;
 };
 
 /** An operation on a group of responders; what is done before and after it is not timed. */
@@ -87,7 +88,7 @@ void register_all(module_park &modules)
                     std::string(operation.name) + "/" + order_name + "/" + std::to_string(responders);
                 benchmark::RegisterBenchmark(name.c_str(), [&operation, &modules, order = order,
                                                             responders](benchmark::State &state) {
-                    measure(state, modules.with(responders), operation, order);
+                    measure(state, modules.with(responders, order), operation, order);
                 })->UseManualTime();
             }
         }
