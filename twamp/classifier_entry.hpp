@@ -26,7 +26,7 @@ class classifier_entry {
           tree_(tree),
           action_{{tree == module_tree::responder ? action_responder : action_bound, entry_point, 0}}
     {}
-    ~classifier_entry()
+    TWAMP_HOT ~classifier_entry()
     {
         if (has_pattern_) {
             olv_ptn_free(pattern_);

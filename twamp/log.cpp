@@ -8,14 +8,6 @@ namespace twamp {
 
 namespace {
 
-/** Prints a text, which is not empty, less its trailing newline, then one newline. */
-void print_line(const char *text)
-{
-    const std::size_t length = std::strlen(text);
-    const bool terminated = text[length - 1] == '\n';
-    std::printf("%.*s\n", static_cast<int>(terminated ? length - 1 : length), text);
-}
-
 void print_unknown_prefix(log_site site)
 {
     std::printf("[olv_unknown_log: ERROR] %s:%d ", file_name(site), static_cast<int>(site.line()));
@@ -45,13 +37,11 @@ void log_context::print_prefix(log_site site) const
     std::printf(" %s:%d ", file_name(site), static_cast<int>(site.line()));
 }
 
-bool log_context::begin_line(log_site site) const
+void print_line(const char *text)
 {
-    const bool shown = shows(site.kind());
-    if (shown) {
-        print_prefix(site);
-    }
-    return shown;
+    const std::size_t length = std::strlen(text);
+    const bool terminated = text[length - 1] == '\n';
+    std::printf("%.*s\n", static_cast<int>(terminated ? length - 1 : length), text);
 }
 
 void log_as_it_stands(const log_context &log, log_site site, const char *text)
@@ -76,10 +66,7 @@ uint32_t log_status(const log_context &log, log_site site, uint32_t status)
 
 uint32_t report(const log_context &log, log_site site, uint32_t status, const char *text)
 {
-    if (log.begin_line(site)) {
-        print_line(text);
-    }
-    trace_message(log, site, text);
+    log_text(log, site, text);
     return log_status(log, site, status);
 }
 

@@ -154,9 +154,16 @@ class log_context {
     /** Prints "[name_log: KEYWORD]", what begins every console line. */
     void print_name(severity kind) const;
     /** Prints the name, then " file:line ". */
-    void print_prefix(log_site site) const;
+    [[gnu::cold]] void print_prefix(log_site site) const;
     /** Prints the prefix where the console shows the severity. @return Whether it does. */
-    [[nodiscard]] bool begin_line(log_site site) const;
+    [[nodiscard]] TWAMP_HOT bool begin_line(log_site site) const
+    {
+        const bool shown = shows(site.kind());
+        if (shown) {
+            print_prefix(site);
+        }
+        return shown;
+    }
     /** The trace function of a severity; NULL where the framework has none. */
     [[nodiscard]] TWAMP_HOT olv_lttng_trace_fn trace_function(severity kind) const
     {
@@ -184,17 +191,30 @@ inline uint32_t address_word(const void *pointer)
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointer));
 }
 
+/** Prints a text, which is not empty, less its trailing newline, then one newline. */
+[[gnu::cold]] void print_line(const char *text);
+
+/** A message without status. A text is a line of its own: it ends in one newline, with or without one of its
+ * own. */
+TWAMP_HOT void log_text(const log_context &log, log_site site, const char *text)
+{
+    if (log.begin_line(site)) {
+        print_line(text);
+    }
+    trace_message(log, site, text);
+}
+
 /** A message whose text is printed as it stands: the few without a newline. */
 void log_as_it_stands(const log_context &log, log_site site, const char *text);
 
 /** The line with the framework's text of a status; OLV_STATUS_OK has none. @return The status. */
-[[gnu::cold]] uint32_t log_status(const log_context &log, log_site site, uint32_t status);
+uint32_t log_status(const log_context &log, log_site site, uint32_t status);
 
 // report(): a message, then from the same source line the text of the status that it leads to, which is
 // returned. A message that leads to none comes with OLV_STATUS_OK. Few lists of arguments serve all formats:
 // what a format does not ask for is passed as 0 or NULL, and neither printf() nor the tracer looks at it.
 
-/** A text is a line of its own: it ends in one newline, with or without one of its own. */
+/** As log_text(). */
 uint32_t report(const log_context &log, log_site site, uint32_t status, const char *text);
 uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, uint32_t first,
                 uint32_t second = 0, const char *third = nullptr);

@@ -47,13 +47,31 @@ struct module_call : log_context {
     const uint32_t lock;
 };
 
+/** @return RTE status; OLV_STATUS_OK where a module has no lock. */
+inline uint32_t acquire(uint32_t lock)
+{
+    if (lock == 0) [[unlikely]] {
+        return OLV_STATUS_OK;
+    }
+    return olv_sys_sem_lock_wait(lock);
+}
+
+/** As acquire(). */
+inline uint32_t release(uint32_t lock)
+{
+    if (lock == 0) [[unlikely]] {
+        return OLV_STATUS_OK;
+    }
+    return hyx_sem_post(lock);
+}
+
 /** Entry line and lock. @return OLV_STATUS_OK with the lock held. */
 TWAMP_HOT uint32_t enter(const module_call &call, log_site site, const char *operation)
 {
     if (operation != untraced) {
         log_function(call, site.as(severity::entry), operation);
     }
-    if (const uint32_t rte = call.lock != 0 ? olv_sys_sem_lock_wait(call.lock) : 0) {
+    if (const uint32_t rte = acquire(call.lock)) {
         return TWAMP_FAIL_RTE_AT(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
                                  " Failed to acquire lock, RTE error code: %d. %s\n");
     }
@@ -63,7 +81,7 @@ TWAMP_HOT uint32_t enter(const module_call &call, log_site site, const char *ope
 /** Unlock and exit line. @return The work's status; that of a failed release takes its place. */
 TWAMP_HOT uint32_t leave(const module_call &call, log_site site, const char *operation, uint32_t status)
 {
-    if (const uint32_t rte = call.lock != 0 ? hyx_sem_post(call.lock) : 0) {
+    if (const uint32_t rte = release(call.lock)) {
         status = TWAMP_FAIL_RTE_AT(call, site, TWAMP_STATUS_LOCK_FAILED, rte,
                                    " Failed to release lock, RTE error code: %d. %s\n");
     }

@@ -89,7 +89,7 @@ uint32_t pattern_refused(const bind_request &request, log_site site, uint32_t st
     if (request.change == bind_change::bind) {
         return report(request.call, site, status, text);
     }
-    (void)report(request.call, site, OLV_STATUS_OK, text);
+    log_text(request.call, site, text);
     return TWAMP_STATUS_NO_MEMORY;
 }
 
@@ -115,7 +115,7 @@ uint32_t unlearn(const module_call &call, classifier_entry &entry)
     return OLV_STATUS_OK;
 }
 
-uint32_t change_tree(const bind_request &request, uint32_t key, uint32_t entry_point)
+TWAMP_HOT uint32_t change_tree(const bind_request &request, uint32_t key, uint32_t entry_point)
 {
     classifier_entry entry(request.call, module_tree::bind, entry_point);
     if (entry.make_pattern() != 0) {
@@ -129,7 +129,7 @@ uint32_t change_tree(const bind_request &request, uint32_t key, uint32_t entry_p
     return request.change == bind_change::bind ? learn(request.call, entry) : unlearn(request.call, entry);
 }
 
-uint32_t apply(const bind_request &request)
+TWAMP_HOT uint32_t apply(const bind_request &request)
 {
     uint32_t entry_point = 0;
     uint32_t key = 0;
@@ -153,7 +153,7 @@ uint32_t log_outcome(const log_context &log, log_site site, uint32_t status, con
                      const char *failed)
 {
     if (status == OLV_STATUS_OK) {
-        (void)report(log, site, status, done);
+        log_text(log, site, done);
     } else {
         log_unknown(site, failed);
     }
