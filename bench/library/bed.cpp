@@ -23,7 +23,7 @@ bed::bed(std::uint32_t responders_at_most)
 bed::~bed()
 {
     free_records();
-    (void)olv_twamp_shutdown(module); // fails where nothing is left to be done about it
+    (void)olv_twamp_shutdown(module); // nothing can be done about a failure here
 }
 
 void bed::free_records()

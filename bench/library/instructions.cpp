@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <span>
 
 #include <valgrind/callgrind.h>
 
@@ -10,10 +11,16 @@
 
 namespace {
 
-/** Every operation in turn. @param dump  Have Callgrind write what each cost. */
-void run_operations(olv_bench::bed &bed, bool dump)
+/** Once round a module's life: what init makes is there before and after. */
+constexpr olv_bench::operation lifecycle[] = {
+    {"shutdown", [](olv_bench::bed &b) { return olv_twamp_shutdown(b.module); }},
+    {"init", [](olv_bench::bed &b) { return olv_twamp_init(b.module); }},
+};
+
+/** Operations in turn. @param dump  Have Callgrind write what each cost. */
+void run_operations(olv_bench::bed &bed, std::span<const olv_bench::operation> operations, bool dump)
 {
-    for (const olv_bench::operation &operation : olv_bench::operations) {
+    for (const olv_bench::operation &operation : operations) {
         CALLGRIND_ZERO_STATS;
         const std::uint32_t status = operation.run(bed);
         if (dump) {
@@ -24,7 +31,6 @@ void run_operations(olv_bench::bed &bed, bool dump)
             std::exit(EXIT_FAILURE);
         }
     }
-    bed.free_records();
 }
 
 } // namespace
@@ -33,8 +39,11 @@ int main()
 {
     try {
         olv_bench::bed bed(16);
-        run_operations(bed, false); // what happens the first time only is not counted
-        run_operations(bed, true);
+        for (const bool dump : {false, true}) { // what happens the first time only is not counted
+            run_operations(bed, olv_bench::operations, dump);
+            run_operations(bed, lifecycle, dump);
+            bed.free_records();
+        }
         return EXIT_SUCCESS;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "library_instructions: %s\n", error.what());
