@@ -108,8 +108,7 @@ constexpr const severity_row &row(severity kind)
     return severities[static_cast<std::size_t>(kind)];
 }
 
-/** Whether the console shows a severity under a log word. Read anew each time: a level change applies at once.
- */
+/** Whether a log word lets a severity through. Read anew each time: a level change applies at once. */
 inline bool passes(severity kind, const uint32_t &log_flags)
 {
     // Read without the lock, while olv_twamp_sys_log() may be writing under it.
@@ -194,8 +193,7 @@ inline uint32_t address_word(const void *pointer)
 /** Prints a text, which is not empty, less its trailing newline, then one newline. */
 [[gnu::cold]] void print_line(const char *text);
 
-/** A message without status. A text is a line of its own: it ends in one newline, with or without one of its
- * own. */
+/** A message without status. Its text is a line of its own, with or without a newline of its own. */
 TWAMP_HOT void log_text(const log_context &log, log_site site, const char *text)
 {
     if (log.begin_line(site)) {
@@ -214,7 +212,7 @@ uint32_t log_status(const log_context &log, log_site site, uint32_t status);
 // returned. A message that leads to none comes with OLV_STATUS_OK. Few lists of arguments serve all formats:
 // what a format does not ask for is passed as 0 or NULL, and neither printf() nor the tracer looks at it.
 
-/** As log_text(). */
+/** The text as in log_text(). */
 uint32_t report(const log_context &log, log_site site, uint32_t status, const char *text);
 uint32_t report(const log_context &log, log_site site, uint32_t status, const char *format, uint32_t first,
                 uint32_t second = 0, const char *third = nullptr);

@@ -59,8 +59,7 @@ struct operation {
     std::uint32_t (*run)(bed &); ///< @return Status.
 };
 
-/** The library's. Each finds what it needs left by those before: a responder before its deletion, a bind before
- * its removal. */
+/** The library's, in an order in which each finds what it needs: a responder, then its deletion. */
 inline constexpr operation operations[] = {
     {"create", [](bed &b) { return olv_twamp_responder_create(b.module, &b.info, b.slot); }},
     {"statistics", [](bed &b) { return olv_twamp_responder_stats_get(b.module, *b.slot, &b.stats); }},

@@ -32,8 +32,7 @@ double run_batch(olv_bench::bed &bed, const olv_bench::operation &operation)
     return status == 0 ? elapsed : -1;
 }
 
-/** Rounds of all operations of a side, the timed one among them: what it needs is there, what it leaves goes.
- */
+/** Rounds of all operations of a side: what the timed one needs is there, what it leaves goes. */
 void run_rounds(benchmark::State &state, std::span<const olv_bench::operation> side, std::size_t timed)
 {
     olv_bench::bed bed(batch);
