@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Times the library's operations on the software platform, with the console off, beside their floors: functions that
 # make the same platform calls and nothing else. Fails where an operation takes over 1.15 times as long as its floor.
-# The figures are the ratios, of processor time; the times are this machine's. Safe to run again;
-# builds below build/ only.
+# The figures are the ratios, of processor time; the times are this machine's. Many short runs take turns, so that what
+# else the machine does slows down both alike. Safe to run again; builds below build/ only.
 #   scripts/bench.sh                      half a minute
 #   scripts/bench.sh BENCHMARK_OPTION...  as Google Benchmark has them, such as --benchmark_repetitions=5
 set -euo pipefail
@@ -16,7 +16,7 @@ cmake --build --preset bench --target library_bench
 
 echo '== Timing'
 report=build/bench/library_bench.json
-build/bench/bench/library/library_bench --benchmark_enable_random_interleaving=true --benchmark_repetitions=15 \
-  --benchmark_min_time=0.01 --benchmark_display_aggregates_only=true --benchmark_out="$report" \
+build/bench/bench/library/library_bench --benchmark_enable_random_interleaving=true --benchmark_repetitions=51 \
+  --benchmark_min_time=0.003 --benchmark_display_aggregates_only=true --benchmark_out="$report" \
   --benchmark_out_format=json "$@" >build/bench/library_bench.txt
 python3 -B bench/library/ratios.py "$report"

@@ -69,7 +69,7 @@ state_entry new_state(bed &b)
     (void)gettimeofday(&now, nullptr);
     std::uint64_t timer = 0;
     (void)hyx_timer_get_timestamp(b.module->rte_handle, 0, &timer);
-    state.words[3] = hyx_htonl(static_cast<std::uint32_t>(now.tv_sec) + 2208988800);
+    state.words[3] = hyx_htonl(static_cast<std::uint32_t>(now.tv_sec) + 2208988800u);
     state.words[4] =
         hyx_htonl(static_cast<std::uint32_t>(static_cast<double>(now.tv_usec) * 1e-6 * 4294967295.0));
     state.words[5] = hyx_htonl(static_cast<std::uint32_t>(timer >> 32));
