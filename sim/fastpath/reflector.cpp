@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-
-#include "fastpath/state_entry.hpp"
+#include <optional>
 
 namespace olv_fastpath {
 
@@ -33,6 +32,12 @@ responder_creation creation_of(olv_sim::state_words responder)
                      read_word(responder, responder_word::ticks_low)};
 }
 
+/** A reading from before the creation counts as the creation. */
+std::uint64_t ticks_since(const responder_creation &creation, std::uint64_t ticks)
+{
+    return ticks <= creation.ticks ? 0 : ticks - creation.ticks;
+}
+
 std::uint64_t saturating_product(std::uint64_t left, std::uint64_t right)
 {
     return right != 0 && left > UINT64_MAX / right ? UINT64_MAX : left * right;
@@ -43,21 +48,6 @@ bool may_have_another_session(olv_sim::state_words responder)
     const std::uint32_t maximum =
         responder[responder_word::maximum_sessions].load(std::memory_order_relaxed); // host order as written
     return read_word(responder, responder_word::active_sessions) < maximum;
-}
-
-/** remainder / divisor in units of 2^-32, rounded down; remainder < divisor. */
-std::uint32_t binary_fraction(std::uint64_t remainder, std::uint64_t divisor)
-{
-    if (divisor <= UINT32_MAX) {
-        return static_cast<std::uint32_t>((remainder << 32) / divisor);
-    }
-    std::uint32_t fraction = 0;
-    for (int bit = 0; bit < 32; ++bit) {
-        const bool is_set = remainder >= divisor - remainder;
-        remainder = is_set ? remainder - (divisor - remainder) : remainder * 2;
-        fraction = fraction << 1 | (is_set ? 1u : 0u);
-    }
-    return fraction;
 }
 
 /** Copy the request's fields, its TTL and what there is room for of its padding; zero the rest. */
@@ -78,13 +68,6 @@ void copy_request(const received_packet &packet, std::span<std::uint8_t> reply)
 
 } // namespace
 
-ntp_time add_ticks(ntp_time start, std::uint64_t elapsed, std::uint64_t ticks_per_second)
-{
-    const auto seconds = static_cast<std::uint32_t>(elapsed / ticks_per_second);
-    const std::uint32_t fraction = binary_fraction(elapsed % ticks_per_second, ticks_per_second);
-    return ntp_time::from_units(start.units() + (std::uint64_t{seconds} << 32 | fraction));
-}
-
 reflector::reflector(olv_sim::processor &processor, const reflector_options &options)
     : processor_(processor),
       responders_(processor.tree("olv_twamp.twamp_responder_lookup")),
@@ -92,27 +75,38 @@ reflector::reflector(olv_sim::processor &processor, const reflector_options &opt
       global_(processor.state(olv_sim::global_statistics_id)),
       mode_(options.mode),
       minimum_request_(std::max(options.minimum_request, sender_packet::header_length)),
-      frequency_(std::max<std::uint64_t>(processor.timer_frequency(), 1)),
-      refwait_ticks_(saturating_product(options.refwait_seconds, frequency_)),
+      scale_(std::max<std::uint64_t>(processor.timer_frequency(), 1)),
+      refwait_ticks_(saturating_product(options.refwait_seconds, scale_.ticks_per_second())),
       sessions_(options.session_capacity)
-{}
+{
+    if (global_.size() < global_words) {
+        global_ = uncounted_;
+    }
+}
 
-olv_sim::state_words reflector::find_responder(std::uint32_t responder_id) const
+bool reflector::find_responder(std::uint32_t responder_id, responder_view &found)
 {
     if (responders_ == nullptr) {
-        return {};
+        return false;
     }
     const std::optional<olv_sim::tree_action> action = responders_->lookup(responder_id);
     if (!action || !says_defined(action->word[0])) {
-        return {};
+        return false;
     }
-    const olv_sim::state_words responder = processor_.state(responder_id);
+    if (last_responder_id_ != responder_id || last_responder_.empty()) {
+        last_responder_ = processor_.state(responder_id);
+        last_responder_id_ = responder_id;
+    }
+    const olv_sim::state_words words = last_responder_;
     // An entry without a key leads to IDs that nobody created, a deletion clears the state after the tree.
-    if (responder.size() < responder_words ||
-        (read_word(responder, responder_word::flags) & responder_written) == 0) {
-        return {};
+    if (words.size() < responder_words || (read_word(words, responder_word::flags) & responder_written) == 0) {
+        return false;
     }
-    return responder;
+    found = {.words = words,
+             .creation = creation_of(words),
+             .created = {read_word(words, responder_word::ntp_seconds),
+                         read_word(words, responder_word::ntp_fraction)}};
+    return true;
 }
 
 bool reflector::is_bound(std::uint32_t bind_key) const
@@ -123,104 +117,144 @@ bool reflector::is_bound(std::uint32_t bind_key) const
 verdict reflector::reflect(const received_packet &packet, const packet_path &path,
                            std::span<std::uint8_t> reply)
 {
-    const auto count_globally = [this](std::size_t word) {
-        if (global_.size() >= global_words) {
-            count(global_, word);
-        }
-    };
-
-    count_globally(global_word::total_rx);
+    count_arrival();
     end_idle_sessions(packet.arrival_ticks, idle_sessions_each_packet);
 
     const std::uint32_t responder_id = path.responder_id & id_mask;
-    const olv_sim::state_words responder = find_responder(responder_id);
-    if (responder.empty()) {
-        count_globally(global_word::drop_no_responder);
+    responder_view responder;
+    if (!find_responder(responder_id, responder)) {
+        count(global_, global_word::drop_no_responder);
         return {.result = outcome::drop_no_responder};
     }
     if (!is_bound(path.bind_key)) {
-        count_globally(global_word::drop_no_bind);
+        count(global_, global_word::drop_no_bind);
         return {.result = outcome::drop_no_bind};
     }
 
-    count(responder, responder_word::received);
+    count_received(responder.words);
     if (packet.payload.size() < minimum_request_ || reply.size() < reply_length(packet.payload.size())) {
-        count(responder, responder_word::drop_length_check);
-        count_globally(global_word::drop_length_check);
+        count(responder.words, responder_word::drop_length_check);
+        count(global_, global_word::drop_length_check);
         return {.result = outcome::drop_length};
     }
 
     session *entry = nullptr;
     const outcome entered = enter_session(packet, responder_id, responder, &entry);
     if (entry == nullptr) {
-        count(responder, responder_word::drop_max_sessions);
-        count_globally(global_word::drop_hash_error);
+        count(responder.words, responder_word::drop_max_sessions);
+        count(global_, global_word::drop_hash_error);
         return {.result = entered};
     }
 
     const std::size_t length = write_reply(packet, responder, *entry, reply);
-    count(responder, responder_word::transmitted);
-    count_globally(global_word::total_tx);
+    count_transmitted(responder.words);
     return {.result = outcome::reflected,
             .reply_length = length,
             .traffic_class = static_cast<std::uint8_t>(packet.traffic_class & dscp_mask)};
 }
 
-bool reflector::answers_a_reply(const received_packet &packet, const packet_path &path) const
+inline void reflector::count_arrival()
+{
+    if (sums_.used) {
+        ++sums_.total_rx;
+    } else {
+        count(global_, global_word::total_rx);
+    }
+}
+
+inline void reflector::count_received(olv_sim::state_words responder)
+{
+    if (!sums_.used) {
+        count(responder, responder_word::received);
+        return;
+    }
+    if (sums_.responder.data() != responder.data()) {
+        if (!sums_.responder.empty()) {
+            add_sums();
+        }
+        sums_.responder = responder;
+    }
+    ++sums_.received;
+}
+
+/** Of a packet that was counted as received. */
+inline void reflector::count_transmitted(olv_sim::state_words responder)
+{
+    if (sums_.used) {
+        ++sums_.transmitted;
+        ++sums_.total_tx;
+    } else {
+        count(responder, responder_word::transmitted);
+        count(global_, global_word::total_tx);
+    }
+}
+
+void reflector::add_sums()
+{
+    count(global_, global_word::total_rx, sums_.total_rx);
+    count(global_, global_word::total_tx, sums_.total_tx);
+    if (!sums_.responder.empty()) {
+        count(sums_.responder, responder_word::received, sums_.received);
+        count(sums_.responder, responder_word::transmitted, sums_.transmitted);
+    }
+    sums_ = {.used = sums_.used, .responder = {}};
+}
+
+bool reflector::answers_a_reply(const received_packet &packet, const packet_path &path)
 {
     // The error estimate tells apart nearly all other packets without looking anything up.
     if (packet.payload.size() < reflector_packet::header_length ||
         load_16(&packet.payload[reflector_packet::sender_error_estimate]) != own_error_estimate) {
         return false;
     }
-    const olv_sim::state_words responder = find_responder(path.responder_id & id_mask);
-    if (responder.empty()) {
+    responder_view responder;
+    if (!find_responder(path.responder_id & id_mask, responder)) {
         return false;
     }
     const ntp_time replied = load_ntp(&packet.payload[reflector_packet::sender_timestamp]);
-    const std::uint64_t age = time_at(responder, packet.arrival_ticks).units() - replied.units();
-    return age <= longest_round_trip << 32;
+    const ntp_time arrived =
+        scale_.after(responder.created, scale_.of(ticks_since(responder.creation, packet.arrival_ticks)));
+    return arrived.units() - replied.units() <= longest_round_trip << 32;
 }
 
 outcome reflector::enter_session(const received_packet &packet, std::uint32_t responder_id,
-                                 olv_sim::state_words responder, session **entry)
+                                 const responder_view &responder, session **entry)
 {
     const session_key key{.responder_id = responder_id,
                           .sender_address = packet.sender_address,
                           .sender_port = packet.sender_port};
-    const responder_creation creation = creation_of(responder);
     session *known = sessions_.find(key);
-    if (known != nullptr && (known->creation != creation || is_idle(*known, packet.arrival_ticks))) {
+    if (known != nullptr && (known->creation != responder.creation || is_idle(*known, packet.arrival_ticks))) {
         end_session(*known);
         known = nullptr;
     }
     if (known == nullptr) {
-        return begin_session(key, creation, packet.arrival_ticks, responder, entry);
+        return begin_session(key, packet.arrival_ticks, responder, entry);
     }
     sessions_.touch(*known, packet.arrival_ticks);
     *entry = known;
     return outcome::reflected;
 }
 
-outcome reflector::begin_session(const session_key &key, const responder_creation &creation,
-                                 std::uint64_t arrival, olv_sim::state_words responder, session **entry)
+outcome reflector::begin_session(const session_key &key, std::uint64_t arrival, const responder_view &responder,
+                                 session **entry)
 {
     forget_stale_sessions(slots_each_session);
-    if (!may_have_another_session(responder)) {
+    if (!may_have_another_session(responder.words)) {
         end_idle_sessions(arrival, sessions_.capacity());
-        if (!may_have_another_session(responder)) {
+        if (!may_have_another_session(responder.words)) {
             return outcome::drop_max_sessions;
         }
     }
-    session *begun = sessions_.insert(key, creation, arrival);
+    session *begun = sessions_.insert(key, responder.creation, arrival);
     if (begun == nullptr) {
         end_idle_sessions(arrival, sessions_.capacity());
-        begun = sessions_.insert(key, creation, arrival);
+        begun = sessions_.insert(key, responder.creation, arrival);
     }
     if (begun == nullptr) {
         return outcome::drop_table_full;
     }
-    count(responder, responder_word::active_sessions);
+    count(responder.words, responder_word::active_sessions);
     *entry = begun;
     return outcome::reflected;
 }
@@ -272,15 +306,7 @@ std::vector<session> reflector::sessions_at(std::uint64_t now) const
     return live;
 }
 
-ntp_time reflector::time_at(olv_sim::state_words responder, std::uint64_t ticks) const
-{
-    const ntp_time created{read_word(responder, responder_word::ntp_seconds),
-                           read_word(responder, responder_word::ntp_fraction)};
-    const std::uint64_t created_ticks = creation_of(responder).ticks;
-    return ticks <= created_ticks ? created : add_ticks(created, ticks - created_ticks, frequency_);
-}
-
-std::size_t reflector::write_reply(const received_packet &packet, olv_sim::state_words responder,
+std::size_t reflector::write_reply(const received_packet &packet, const responder_view &responder,
                                    session &entry, std::span<std::uint8_t> reply) const
 {
     const std::size_t length = reply_length(packet.payload.size());
@@ -290,9 +316,13 @@ std::size_t reflector::write_reply(const received_packet &packet, olv_sim::state
     store_32(&reply[reflector_packet::sequence_number],
              copies_number ? load_32(&packet.payload[sender_packet::sequence_number]) : own_sequence_number);
     store_16(&reply[reflector_packet::error_estimate], own_error_estimate);
-    store_ntp(&reply[reflector_packet::receive_timestamp], time_at(responder, packet.arrival_ticks));
-    const std::uint64_t now = std::max(processor_.timer_now(), packet.arrival_ticks); // the batch may be ahead
-    store_ntp(&reply[reflector_packet::timestamp], time_at(responder, now));
+    const std::uint64_t until_arrival = ticks_since(responder.creation, packet.arrival_ticks);
+    const tick_scale::duration arrived = scale_.of(until_arrival);
+    store_ntp(&reply[reflector_packet::receive_timestamp], scale_.after(responder.created, arrived));
+    const std::uint64_t until_now = ticks_since(responder.creation, processor_.timer_now());
+    const std::uint64_t taken = until_now > until_arrival ? until_now - until_arrival : 0; // may be ahead
+    store_ntp(&reply[reflector_packet::timestamp],
+              scale_.after(responder.created, scale_.longer(arrived, taken)));
     return length;
 }
 

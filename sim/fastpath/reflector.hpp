@@ -8,12 +8,16 @@
 #ifndef OLV_FASTPATH_REFLECTOR_HPP
 #define OLV_FASTPATH_REFLECTOR_HPP
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
 
 #include "fastpath/session_table.hpp"
+#include "fastpath/state_entry.hpp"
+#include "fastpath/tick_scale.hpp"
 #include "fastpath/twamp_wire.hpp"
 #include "olv_sim.hpp"
 
@@ -108,14 +112,34 @@ class reflector {
      * the reply is written.
      * @param reply  Room for the longer of 44 bytes and the payload; must not overlap the payload.
      */
-    verdict reflect(const received_packet &packet, const packet_path &path, std::span<std::uint8_t> reply);
+    [[gnu::flatten]] verdict reflect(const received_packet &packet, const packet_path &path,
+                                     std::span<std::uint8_t> reply);
+
+    /**
+     * While it lives, packets are counted as received and transmitted in sums, which it adds to the counters at
+     * its end, or before another responder's packet. Belongs to the thread that calls reflect(); one at a time.
+     */
+    class counting_together {
+      public:
+        explicit counting_together(reflector &counted) : counted_(counted) { counted_.sums_.used = true; }
+        ~counting_together()
+        {
+            counted_.add_sums();
+            counted_.sums_.used = false;
+        }
+        counting_together(const counting_together &) = delete;
+        counting_together &operator=(const counting_together &) = delete;
+
+      private:
+        reflector &counted_;
+    };
 
     /**
      * Whether a packet is another reflector's answer to a reply of this one: it carries a time stamp that the
      * path's responder wrote within the last seconds, where a reply carries the request's. Two reflectors
      * would go on answering each other for ever after one forged packet. Nothing is counted.
      */
-    [[nodiscard]] bool answers_a_reply(const received_packet &packet, const packet_path &path) const;
+    [[nodiscard]] bool answers_a_reply(const received_packet &packet, const packet_path &path);
 
     /** Sessions in the table, those that are over and not yet found to be included. */
     [[nodiscard]] std::uint32_t sessions() const { return sessions_.size(); }
@@ -124,32 +148,57 @@ class reflector {
     [[nodiscard]] const olv_sim::processor &processor() const { return processor_; }
 
   private:
-    [[nodiscard]] olv_sim::state_words find_responder(std::uint32_t responder_id) const;
+    /** What a responder's state entry says, read once for each packet. */
+    struct responder_view {
+        olv_sim::state_words words;
+        responder_creation creation;
+        ntp_time created; ///< The instant of creation.
+    };
+
+    /** Packets that no counter has yet. */
+    struct packet_sums {
+        bool used = false;
+        std::uint32_t total_rx = 0;
+        std::uint32_t total_tx = 0;
+        olv_sim::state_words responder; ///< Which these belong to.
+        std::uint32_t received = 0;
+        std::uint32_t transmitted = 0;
+    };
+
+    void count_arrival();
+    void count_received(olv_sim::state_words responder);
+    void count_transmitted(olv_sim::state_words responder);
+    [[gnu::noinline]] void add_sums();
+    /** @return false: there is none. */
+    [[nodiscard]] bool find_responder(std::uint32_t responder_id, responder_view &found);
     [[nodiscard]] bool is_bound(std::uint32_t bind_key) const;
     /** The packet's session, or why there is none. */
     outcome enter_session(const received_packet &packet, std::uint32_t responder_id,
-                          olv_sim::state_words responder, session **entry);
-    outcome begin_session(const session_key &key, const responder_creation &creation, std::uint64_t arrival,
-                          olv_sim::state_words responder, session **entry);
+                          const responder_view &responder, session **entry);
+    [[gnu::cold, gnu::noinline]] outcome begin_session(const session_key &key, std::uint64_t arrival,
+                                                       const responder_view &responder, session **entry);
     [[nodiscard]] bool is_idle(const session &entry, std::uint64_t now) const;
     /** Whether its responder has not been deleted or created anew. */
     [[nodiscard]] bool is_current(const session &entry) const;
-    void end_session(session &entry);
+    [[gnu::cold, gnu::noinline]] void end_session(session &entry);
     void end_idle_sessions(std::uint64_t now, std::uint32_t limit);
     void forget_stale_sessions(std::uint32_t slots);
-    [[nodiscard]] ntp_time time_at(olv_sim::state_words responder, std::uint64_t ticks) const;
-    std::size_t write_reply(const received_packet &packet, olv_sim::state_words responder, session &entry,
+    std::size_t write_reply(const received_packet &packet, const responder_view &responder, session &entry,
                             std::span<std::uint8_t> reply) const;
 
     olv_sim::processor &processor_;
     const olv_sim::classifier_tree *responders_;
     const olv_sim::classifier_tree *binds_;
+    std::array<std::atomic<std::uint32_t>, global_words> uncounted_{}; ///< Where there is no global block.
     olv_sim::state_words global_;
     stamp_mode mode_;
     std::size_t minimum_request_;
-    std::uint64_t frequency_;
+    tick_scale scale_;
     std::uint64_t refwait_ticks_;
     session_table sessions_;
+    std::uint32_t last_responder_id_ = 0; ///< Of the last packet whose responder was found.
+    packet_sums sums_;
+    olv_sim::state_words last_responder_; ///< Its words, which stay the same; empty before the first.
 };
 
 /** Length of the reply to a request of this length. */
@@ -157,9 +206,6 @@ class reflector {
 {
     return request_length < reflector_packet::header_length ? reflector_packet::header_length : request_length;
 }
-
-/** The instant @p elapsed ticks of a timer after another one. */
-[[nodiscard]] ntp_time add_ticks(ntp_time start, std::uint64_t elapsed, std::uint64_t ticks_per_second);
 
 } // namespace olv_fastpath
 

@@ -20,7 +20,11 @@ struct session_key {
     ip_address sender_address{};
     std::uint16_t sender_port = 0; ///< Host order.
 
-    friend bool operator==(const session_key &, const session_key &) = default;
+    friend bool operator==(const session_key &left, const session_key &right)
+    {
+        return std::memcmp(left.sender_address.data(), right.sender_address.data(), sizeof(ip_address)) == 0 &&
+               left.sender_port == right.sender_port && left.responder_id == right.responder_id;
+    }
 };
 
 /**

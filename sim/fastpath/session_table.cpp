@@ -32,27 +32,6 @@ session_table::session_table(std::uint32_t capacity)
     }
 }
 
-std::uint32_t session_table::bucket_of(const session_key &key) const
-{
-    return hash_(key) & static_cast<std::uint32_t>(buckets_.size() - 1);
-}
-
-std::uint32_t session_table::index_of(const session &entry) const
-{
-    // Sessions are handed out by find(), insert() and the like only: each is the first member of a slot.
-    return static_cast<std::uint32_t>(reinterpret_cast<const slot *>(&entry) - slots_.data());
-}
-
-session *session_table::find(const session_key &key)
-{
-    for (std::uint32_t index = buckets_[bucket_of(key)]; index != none; index = slots_[index].next_in_bucket) {
-        if (slots_[index].entry.key == key) {
-            return &slots_[index].entry;
-        }
-    }
-    return nullptr;
-}
-
 session *session_table::insert(const session_key &key, const responder_creation &creation,
                                std::uint64_t arrival)
 {
@@ -70,17 +49,6 @@ session *session_table::insert(const session_key &key, const responder_creation 
     append_youngest(index);
     ++size_;
     return &taken.entry;
-}
-
-void session_table::touch(session &entry, std::uint64_t arrival)
-{
-    const std::uint32_t index = index_of(entry);
-    entry.last_arrival = arrival;
-    if (index == youngest_) {
-        return;
-    }
-    unlink_age(index);
-    append_youngest(index);
 }
 
 void session_table::remove(session &entry)
@@ -108,11 +76,6 @@ std::vector<session> session_table::all() const
     return copies;
 }
 
-session *session_table::oldest()
-{
-    return oldest_ == none ? nullptr : &slots_[oldest_].entry;
-}
-
 session *session_table::next_slot()
 {
     if (slots_.empty()) {
@@ -121,22 +84,6 @@ session *session_table::next_slot()
     slot &visited = slots_[cursor_];
     cursor_ = cursor_ + 1 == capacity() ? 0 : cursor_ + 1;
     return visited.used ? &visited.entry : nullptr;
-}
-
-void session_table::append_youngest(std::uint32_t index)
-{
-    slots_[index].older = youngest_;
-    slots_[index].younger = none;
-    (youngest_ == none ? oldest_ : slots_[youngest_].younger) = index;
-    youngest_ = index;
-}
-
-void session_table::unlink_age(std::uint32_t index)
-{
-    const std::uint32_t older = slots_[index].older;
-    const std::uint32_t younger = slots_[index].younger;
-    (older == none ? oldest_ : slots_[older].younger) = younger;
-    (younger == none ? youngest_ : slots_[younger].older) = older;
 }
 
 } // namespace olv_fastpath

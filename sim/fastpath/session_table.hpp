@@ -85,6 +85,59 @@ class session_table {
     std::uint32_t size_ = 0;
 };
 
+inline std::uint32_t session_table::bucket_of(const session_key &key) const
+{
+    return hash_(key) & static_cast<std::uint32_t>(buckets_.size() - 1);
+}
+
+inline std::uint32_t session_table::index_of(const session &entry) const
+{
+    // Sessions are handed out by find(), insert() and the like only: each is the first member of a slot.
+    return static_cast<std::uint32_t>(reinterpret_cast<const slot *>(&entry) - slots_.data());
+}
+
+inline session *session_table::find(const session_key &key)
+{
+    for (std::uint32_t index = buckets_[bucket_of(key)]; index != none; index = slots_[index].next_in_bucket) {
+        if (slots_[index].entry.key == key) {
+            return &slots_[index].entry;
+        }
+    }
+    return nullptr;
+}
+
+inline void session_table::touch(session &entry, std::uint64_t arrival)
+{
+    const std::uint32_t index = index_of(entry);
+    entry.last_arrival = arrival;
+    if (index == youngest_) {
+        return;
+    }
+    unlink_age(index);
+    append_youngest(index);
+}
+
+inline session *session_table::oldest()
+{
+    return oldest_ == none ? nullptr : &slots_[oldest_].entry;
+}
+
+inline void session_table::append_youngest(std::uint32_t index)
+{
+    slots_[index].older = youngest_;
+    slots_[index].younger = none;
+    (youngest_ == none ? oldest_ : slots_[youngest_].younger) = index;
+    youngest_ = index;
+}
+
+inline void session_table::unlink_age(std::uint32_t index)
+{
+    const std::uint32_t older = slots_[index].older;
+    const std::uint32_t younger = slots_[index].younger;
+    (older == none ? oldest_ : slots_[older].younger) = younger;
+    (younger == none ? youngest_ : slots_[younger].older) = older;
+}
+
 } // namespace olv_fastpath
 
 #endif

@@ -6,10 +6,10 @@
 #define OLV_FASTPATH_STATE_ENTRY_HPP
 
 #include <atomic>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 
+#include "fastpath/twamp_wire.hpp"
 #include "olv_sim.hpp"
 
 namespace olv_fastpath {
@@ -45,26 +45,20 @@ inline constexpr std::size_t drop_no_bind = 5;
 
 inline constexpr std::size_t global_words = 6;
 
-/** Between the host's order and state memory's, either way. */
-[[nodiscard]] constexpr std::uint32_t big_endian(std::uint32_t value)
-{
-    if constexpr (std::endian::native == std::endian::big) {
-        return value;
-    } else {
-        return value << 24 | (value & 0xFF00u) << 8 | (value >> 8 & 0xFF00u) | value >> 24;
-    }
-}
-
 [[nodiscard]] inline std::uint32_t read_word(olv_sim::state_words words, std::size_t word)
 {
     return big_endian(words[word].load(std::memory_order_relaxed));
 }
 
-/** Add 1. The control side may clear the word meanwhile: a clear is never undone, hence no plain store. */
-inline void count(olv_sim::state_words words, std::size_t word)
+/** Add; words are big-endian. The control side may clear the word meanwhile: a clear is never undone, hence no
+ *  plain store. */
+inline void count(olv_sim::state_words words, std::size_t word, std::uint32_t added = 1)
 {
+    if (added == 0) {
+        return;
+    }
     std::uint32_t stored = words[word].load(std::memory_order_relaxed);
-    while (!words[word].compare_exchange_weak(stored, big_endian(big_endian(stored) + 1),
+    while (!words[word].compare_exchange_weak(stored, big_endian(big_endian(stored) + added),
                                               std::memory_order_relaxed)) {
     }
 }

@@ -8,6 +8,9 @@
 #ifndef OLV_FASTPATH_TWAMP_WIRE_HPP
 #define OLV_FASTPATH_TWAMP_WIRE_HPP
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 
@@ -59,26 +62,52 @@ struct error_estimate {
     }
 };
 
+/** Between the host's order and the packets', either way. */
+template <typename Unsigned> [[nodiscard]] constexpr Unsigned big_endian(Unsigned value)
+{
+    if constexpr (std::endian::native == std::endian::big) {
+        return value;
+    } else if constexpr (sizeof value == sizeof(std::uint64_t)) {
+        return __builtin_bswap64(value);
+    } else if constexpr (sizeof value == sizeof(std::uint32_t)) {
+        return __builtin_bswap32(value);
+    } else {
+        return __builtin_bswap16(value);
+    }
+}
+
+/** A number at bytes of any alignment. */
+template <typename Unsigned> [[nodiscard]] constexpr Unsigned load(const std::uint8_t *bytes)
+{
+    std::array<std::uint8_t, sizeof(Unsigned)> stored{};
+    std::copy_n(bytes, sizeof(Unsigned), stored.begin());
+    return big_endian(std::bit_cast<Unsigned>(stored));
+}
+
+template <typename Unsigned> constexpr void store(std::uint8_t *bytes, Unsigned value)
+{
+    const auto stored = std::bit_cast<std::array<std::uint8_t, sizeof(Unsigned)>>(big_endian(value));
+    std::copy_n(stored.begin(), sizeof(Unsigned), bytes);
+}
+
 [[nodiscard]] constexpr std::uint16_t load_16(const std::uint8_t *bytes)
 {
-    return static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
+    return load<std::uint16_t>(bytes);
 }
 
 [[nodiscard]] constexpr std::uint32_t load_32(const std::uint8_t *bytes)
 {
-    return std::uint32_t{load_16(bytes)} << 16 | load_16(bytes + 2);
+    return load<std::uint32_t>(bytes);
 }
 
 constexpr void store_16(std::uint8_t *bytes, std::uint16_t value)
 {
-    bytes[0] = static_cast<std::uint8_t>(value >> 8);
-    bytes[1] = static_cast<std::uint8_t>(value);
+    store(bytes, value);
 }
 
 constexpr void store_32(std::uint8_t *bytes, std::uint32_t value)
 {
-    store_16(bytes, static_cast<std::uint16_t>(value >> 16));
-    store_16(bytes + 2, static_cast<std::uint16_t>(value));
+    store(bytes, value);
 }
 
 /** Seconds between 1900 and 1970. */
@@ -120,13 +149,12 @@ struct ntp_time {
 
 [[nodiscard]] constexpr ntp_time load_ntp(const std::uint8_t *bytes)
 {
-    return {load_32(bytes), load_32(bytes + 4)};
+    return ntp_time::from_units(load<std::uint64_t>(bytes));
 }
 
 constexpr void store_ntp(std::uint8_t *bytes, ntp_time time)
 {
-    store_32(bytes, time.seconds);
-    store_32(bytes + 4, time.fraction);
+    store(bytes, time.units());
 }
 
 } // namespace olv_fastpath

@@ -54,15 +54,15 @@ void tree_table::cell::erase()
 
 std::optional<tree_action> tree_table::lookup(std::uint32_t key) const
 {
-    tree_action action{};
-    std::uint32_t pattern_word = 0;
     if (key < (1u << key_bits)) {
-        const cell *exact = find({key_bits, key});
-        if (exact != nullptr && exact->read(action, pattern_word)) {
-            return action;
+        const leaf *home = leaves_[key / cells_in_leaf].load(std::memory_order_acquire);
+        if (home != nullptr) {
+            if (const std::optional<tree_action> action = home->cells[key % cells_in_leaf].read_action()) {
+                return action;
+            }
         }
     }
-    return default_.read(action, pattern_word) ? std::optional{action} : std::nullopt;
+    return default_.read_action();
 }
 
 const tree_table::cell *tree_table::find(const tree_key &key) const

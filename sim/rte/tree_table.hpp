@@ -80,6 +80,23 @@ class tree_table final : public classifier_tree {
         std::atomic<std::uint32_t> word[4]{}; ///< The action's words, then the pattern's.
 
         [[nodiscard]] bool read(tree_action &action, std::uint32_t &pattern_word) const;
+        /** As packets need it: without the pattern's word. */
+        [[nodiscard]] std::optional<tree_action> read_action() const
+        {
+            for (;;) {
+                const std::uint32_t before = state.load(std::memory_order_acquire);
+                if ((before & (changing | present)) == 0) {
+                    return std::nullopt;
+                }
+                const tree_action action{{word[0].load(std::memory_order_acquire),
+                                          word[1].load(std::memory_order_acquire),
+                                          word[2].load(std::memory_order_acquire)}};
+                // Nothing changed meanwhile, and nothing was being changed: there is an entry then.
+                if (state.load(std::memory_order_relaxed) == before && (before & changing) == 0) {
+                    return action;
+                }
+            }
+        }
         [[nodiscard]] bool is_present() const;
         void write(const tree_entry &entry);
         void erase();

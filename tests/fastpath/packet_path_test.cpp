@@ -210,4 +210,40 @@ TEST_F(packet_path_test, cleared_session_count_does_not_fall_below_zero)
     EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
 }
 
+TEST_F(packet_path_test, counting_together_counts_at_its_end_or_with_another_responder)
+{
+    define_usual_path();
+    define_responder(8);
+    {
+        const reflector::counting_together counting{subject()};
+        for (int number = 0; number < 3; ++number)
+            EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+        EXPECT_EQ(reflect(request_of(13)).made.result, outcome::drop_length);
+        EXPECT_EQ(reflect(request_of(14), {9, bind_key}).made.result, outcome::drop_no_responder);
+        EXPECT_EQ(counters().received, 0u);
+        EXPECT_EQ(global().rx, 0u);
+        EXPECT_EQ(reflect(request_of(14), {8, bind_key}).made.result, outcome::reflected);
+        EXPECT_EQ(counters(), (responder_counters{.received = 4, .transmitted = 3, .active = 1, .length = 1}));
+        EXPECT_EQ(counters(8).received, 0u);
+    }
+    EXPECT_EQ(counters(), (responder_counters{.received = 4, .transmitted = 3, .active = 1, .length = 1}));
+    EXPECT_EQ(counters(8), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
+    EXPECT_EQ(global(), (global_counters{.rx = 6, .tx = 4, .no_responder = 1, .length = 1}));
+    EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+    EXPECT_EQ(counters().transmitted, 4u);
+    EXPECT_EQ(global().tx, 5u);
+}
+
+TEST_F(packet_path_test, counting_together_undoes_no_clear)
+{
+    define_usual_path();
+    EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+    {
+        const reflector::counting_together counting{subject()};
+        EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+        write_state(responder_id, {});
+    }
+    EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1}));
+}
+
 } // namespace

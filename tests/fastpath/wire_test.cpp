@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include "fastpath/reflector.hpp"
@@ -45,7 +47,7 @@ TEST(twamp_wire, measures_nanoseconds_in_both_directions_and_across_the_wrap)
     EXPECT_EQ(nanoseconds_between({0, 0}, {0x7FFFFFFF, 0}), 2147483647000000000);
 }
 
-TEST(twamp_wire, adds_ticks_of_any_timer_to_an_instant)
+TEST(tick_scale, adds_ticks_of_any_timer_to_an_instant)
 {
     struct row {
         const char *label;
@@ -71,8 +73,31 @@ TEST(twamp_wire, adds_ticks_of_any_timer_to_an_instant)
         {"beyond 63 bits", {0, 0}, 0xC000000000000000, 0xFFFFFFFFFFFFFFFF, {0, 0xC0000000}},
         {"all ticks there are", {0, 0}, 0xFFFFFFFFFFFFFFFF, 1000000000, {0x4B82FA09, 0xB5A52CB5}},
     };
-    for (const row &each : rows)
-        EXPECT_EQ(add_ticks(each.start, each.elapsed, each.frequency), each.expected) << each.label;
+    for (const row &each : rows) {
+        const tick_scale scale{each.frequency};
+        EXPECT_EQ(scale.after(each.start, scale.of(each.elapsed)), each.expected) << each.label;
+        // In two parts, however large they are.
+        for (const std::uint64_t part : {std::uint64_t{0}, std::uint64_t{1}, each.elapsed / 2, each.elapsed}) {
+            const tick_scale::duration first = scale.of(each.elapsed - std::min(part, each.elapsed));
+            EXPECT_EQ(scale.after(each.start, scale.longer(first, std::min(part, each.elapsed))), each.expected)
+                << each.label << ", the last " << part;
+        }
+    }
+}
+
+TEST(tick_scale, makes_durations_longer)
+{
+    const tick_scale scale{1000};
+    struct row {
+        std::uint64_t shorter, ticks, seconds, rest;
+    };
+    for (const row &each :
+         {row{0, 0, 0, 0}, row{1500, 499, 1, 999}, row{1500, 500, 2, 0}, row{1500, 501, 2, 1},
+          row{1999, 1, 2, 0}, row{1999, 3000, 4, 999}, row{1999, 3001, 5, 0}, row{0, 12345, 12, 345}}) {
+        const tick_scale::duration longer = scale.longer(scale.of(each.shorter), each.ticks);
+        EXPECT_EQ(longer.seconds, each.seconds) << each.shorter << " + " << each.ticks;
+        EXPECT_EQ(longer.rest, each.rest) << each.shorter << " + " << each.ticks;
+    }
 }
 
 TEST(twamp_wire, replies_are_never_shorter_than_their_header_or_the_request)

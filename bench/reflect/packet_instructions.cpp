@@ -1,0 +1,89 @@
+// packet_instructions: what callgrind counts for one packet of a known session. Only the calls of
+// olv_fastpath::reflector::reflect() are collected; scripts/packet-instructions.sh reads the counts.
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <valgrind/callgrind.h>
+
+#include "fastpath/reflector.hpp"
+#include "reflector_server.hpp"
+
+namespace {
+
+constexpr std::uint32_t sessions = 1000;
+constexpr std::uint32_t batches = 32;
+constexpr std::uint32_t batch_length = 32; ///< Packets that the server counts together.
+constexpr std::uint32_t packets = batches * batch_length;
+
+olv_fastpath::received_packet packet_of(std::uint32_t session, std::span<const std::uint8_t> request,
+                                        std::uint64_t now)
+{
+    olv_fastpath::received_packet packet;
+    packet.payload = request;
+    packet.arrival_ticks = now;
+    packet.ttl = 64;
+    packet.sender_address = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 10, 0, 0, 0};
+    packet.sender_address[14] = static_cast<std::uint8_t>(session >> 8);
+    packet.sender_address[15] = static_cast<std::uint8_t>(session);
+    packet.sender_port = 5000;
+    return packet;
+}
+
+class driver {
+  public:
+    /** @param length  Octets of a request. */
+    explicit driver(std::size_t length) : request_(length), reply_(olv_fastpath::reply_length(length)) {}
+
+    /** Reflect packets of all sessions, in batches. @return Packets that were not reflected. */
+    std::uint32_t reflect_batches()
+    {
+        std::uint32_t failures = 0;
+        for (std::uint32_t batch = 0; batch < batches; ++batch) {
+            const olv_fastpath::reflector::counting_together counting{reflector_};
+            for (std::uint32_t number = 0; number < batch_length; ++number) {
+                failures += reflect((batch * batch_length + number) * 7 % sessions) ? 0 : 1;
+            }
+        }
+        return failures;
+    }
+
+  private:
+    bool reflect(std::uint32_t session)
+    {
+        const olv_fastpath::received_packet packet =
+            packet_of(session, request_, site_.processor().timer_now());
+        const olv_fastpath::packet_path path = site_.path();
+        CALLGRIND_TOGGLE_COLLECT;
+        const olv_fastpath::verdict made = reflector_.reflect(packet, path, reply_);
+        CALLGRIND_TOGGLE_COLLECT;
+        return made.result == olv_fastpath::outcome::reflected;
+    }
+
+    std::vector<std::uint8_t> request_;
+    std::vector<std::uint8_t> reply_;
+    reflect_bench::responder_site site_{sessions};
+    olv_fastpath::reflector reflector_{site_.processor()};
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const std::size_t length = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 44;
+    driver measured{length};
+    std::uint32_t failures = measured.reflect_batches(); // begins the sessions
+    CALLGRIND_ZERO_STATS;
+    failures += measured.reflect_batches();
+    CALLGRIND_DUMP_STATS;
+    if (failures != 0) {
+        std::fprintf(stderr, "packet_instructions: %u packets were not reflected\n", failures);
+        return 1;
+    }
+    std::printf("%u packets of %zu octets\n", packets, length);
+    return 0;
+}

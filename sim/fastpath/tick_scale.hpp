@@ -1,0 +1,71 @@
+/**
+ * @file tick_scale.hpp
+ * From ticks of a timer to instants in NTP format.
+ */
+#ifndef OLV_FASTPATH_TICK_SCALE_HPP
+#define OLV_FASTPATH_TICK_SCALE_HPP
+
+#include <cstdint>
+
+#include "fastpath/twamp_wire.hpp"
+
+namespace olv_fastpath {
+
+/** A timer's frequency. All results are exact, rounded down to 2^-32 seconds. */
+class tick_scale {
+  public:
+    /** Ticks, in seconds and the rest. */
+    struct duration {
+        std::uint64_t seconds = 0;
+        std::uint64_t rest = 0; ///< Less than a second's.
+    };
+
+    /** @param ticks_per_second  Not 0. */
+    explicit tick_scale(std::uint64_t ticks_per_second) : frequency_(ticks_per_second) {}
+
+    [[nodiscard]] std::uint64_t ticks_per_second() const { return frequency_; }
+
+    [[nodiscard]] duration of(std::uint64_t ticks) const { return {ticks / frequency_, ticks % frequency_}; }
+
+    /** A duration that is so many ticks longer; few are added without a division. */
+    [[nodiscard]] duration longer(const duration &shorter, std::uint64_t ticks) const
+    {
+        if (ticks >= frequency_ - shorter.rest) {
+            const duration more = of(ticks);
+            const bool carries = more.rest >= frequency_ - shorter.rest;
+            return {shorter.seconds + more.seconds + (carries ? 1 : 0),
+                    carries ? more.rest - (frequency_ - shorter.rest) : shorter.rest + more.rest};
+        }
+        return {shorter.seconds, shorter.rest + ticks};
+    }
+
+    /** The instant so long after another one; seconds wrap. */
+    [[nodiscard]] ntp_time after(ntp_time start, const duration &elapsed) const
+    {
+        return ntp_time::from_units(start.units() + (elapsed.seconds << 32) + fraction_of(elapsed.rest));
+    }
+
+  private:
+    /** In units of 2^-32 seconds. */
+    [[nodiscard]] std::uint64_t fraction_of(std::uint64_t rest) const
+    {
+        return frequency_ <= UINT32_MAX ? (rest << 32) / frequency_ : divided_bit_by_bit(rest);
+    }
+
+    [[nodiscard]] std::uint64_t divided_bit_by_bit(std::uint64_t rest) const
+    {
+        std::uint64_t fraction = 0;
+        for (int bit = 0; bit < 32; ++bit) {
+            const bool is_set = rest >= frequency_ - rest;
+            rest = is_set ? rest - (frequency_ - rest) : rest * 2;
+            fraction = fraction << 1 | (is_set ? 1u : 0u);
+        }
+        return fraction;
+    }
+
+    std::uint64_t frequency_;
+};
+
+} // namespace olv_fastpath
+
+#endif
