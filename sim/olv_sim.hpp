@@ -473,6 +473,7 @@ class processor {
     [[nodiscard]] std::uint64_t timer_now() const;
     void set_timer(std::uint64_t ticks); ///< Stop timer 0 at a value.
     void run_timer();                    ///< Let timer 0 run by itself again.
+    [[nodiscard]] bool timer_runs() const; ///< Whether it runs by itself.
 
     /** Bytes that trees, namespaces and state memory take. */
     [[nodiscard]] std::size_t memory_bytes() const;

@@ -103,8 +103,7 @@ double case_figures::ratio(subject echo, double turn_figures::*figure) const
 
 case_figures measure(const traffic_case &traffic, const bench_options &options, const core_choice &cores)
 {
-    olv_fastpath::udp_server_options server_options;
-    auto measured = std::make_unique<reflector_server>(traffic.sessions, server_options);
+    auto measured = std::make_unique<reflector_server>(traffic.sessions, options.server);
     const reflector_server &module = *measured;
     const auto subjects = make_subjects(std::move(measured));
     std::optional<pinned> here;

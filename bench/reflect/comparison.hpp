@@ -71,6 +71,7 @@ struct bench_options {
     std::vector<std::size_t> lengths{44, 1400};
     unsigned rounds = 5;
     std::chrono::milliseconds turn{300};
+    olv_fastpath::udp_server_options server{}; ///< Of the reflector.
 };
 
 /** Where server and generator run. */

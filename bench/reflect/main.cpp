@@ -40,6 +40,12 @@ void add_options(CLI::App &program, settings &chosen, unsigned &turn_millisecond
         ->check(CLI::Range(41, 1472));
     program.add_option("--rounds", chosen.bench.rounds, "Turns of each server")->check(CLI::Range(1, 1000));
     program.add_option("--turn", turn_milliseconds, "Milliseconds of a turn")->check(CLI::Range(1, 60000));
+    program
+        .add_option("--busy-poll", chosen.bench.server.busy_poll_microseconds,
+                    "Microseconds for which the reflector looks for packets before it sleeps")
+        ->check(CLI::Range(0, 1000000));
+    program.add_flag("!--no-segments", chosen.bench.server.segments,
+                     "Have each reply leave as a datagram of its own");
     program.add_option("--json", chosen.json_file, "Write the figures to this file, too");
     program.add_flag("--quick", chosen.quick, "A round of 50 ms each: whether it works, no more");
     program.add_flag("--check", chosen.check, "Exit status 1 when a target is missed");

@@ -16,6 +16,9 @@ constexpr std::uint32_t idle_sessions_each_packet = 2;
 /** Slots looked at for sessions of responders that are gone, with each session that begins. */
 constexpr std::uint32_t slots_each_session = 4;
 
+/** Tables of so few sessions stay in the processor's caches. */
+constexpr std::uint32_t sessions_in_cache = 4096;
+
 /** Seconds within which an answer to a reply is known for one. */
 constexpr std::uint64_t longest_round_trip = 8;
 
@@ -27,15 +30,15 @@ bool says_defined(std::uint32_t return_value)
 
 responder_creation creation_of(olv_sim::state_words responder)
 {
-    return {.count = read_word(responder, responder_word::creation_count),
-            .ticks = std::uint64_t{read_word(responder, responder_word::ticks_high)} << 32 |
-                     read_word(responder, responder_word::ticks_low)};
+    return {read_word(responder, responder_word::creation_count),
+            std::uint64_t{read_word(responder, responder_word::ticks_high)} << 32 |
+                read_word(responder, responder_word::ticks_low)};
 }
 
 /** A reading from before the creation counts as the creation. */
 std::uint64_t ticks_since(const responder_creation &creation, std::uint64_t ticks)
 {
-    return ticks <= creation.ticks ? 0 : ticks - creation.ticks;
+    return ticks <= creation.ticks() ? 0 : ticks - creation.ticks();
 }
 
 std::uint64_t saturating_product(std::uint64_t left, std::uint64_t right)
@@ -198,6 +201,23 @@ void reflector::add_sums()
         count(sums_.responder, responder_word::transmitted, sums_.transmitted);
     }
     sums_ = {.used = sums_.used, .responder = {}};
+}
+
+void reflector::expect(std::span<const ip_endpoint> senders, const packet_path &path) const
+{
+    if (sessions_.size() < sessions_in_cache) {
+        return;
+    }
+    std::array<std::uint32_t, most_expected> buckets;
+    const std::size_t count = std::min(senders.size(), buckets.size());
+    for (std::size_t index = 0; index < count; ++index) {
+        buckets[index] = sessions_.fetch_bucket({.responder_id = path.responder_id & id_mask,
+                                                 .sender_address = senders[index].address,
+                                                 .sender_port = senders[index].port});
+    }
+    for (std::size_t index = 0; index < count; ++index) {
+        sessions_.fetch_slot(buckets[index]);
+    }
 }
 
 bool reflector::answers_a_reply(const received_packet &packet, const packet_path &path)

@@ -115,6 +115,11 @@ class reflector {
     [[gnu::flatten]] verdict reflect(const received_packet &packet, const packet_path &path,
                                      std::span<std::uint8_t> reply);
 
+    static constexpr std::size_t most_expected = 64;
+    /** Packets from these senders are going to be taken soon: fetch what is known of them from memory, of all
+     * at the same time. A hint, for most_expected senders. */
+    void expect(std::span<const ip_endpoint> senders, const packet_path &path) const;
+
     /**
      * While it lives, packets are counted as received and transmitted in sums, which it adds to the counters at
      * its end, or before another responder's packet. Belongs to the thread that calls reflect(); one at a time.

@@ -9,6 +9,7 @@
 #ifndef OLV_FASTPATH_SESSION_TABLE_HPP
 #define OLV_FASTPATH_SESSION_TABLE_HPP
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -17,11 +18,26 @@
 namespace olv_fastpath {
 
 /** What tells a responder from a later one that was given the same ID. */
-struct responder_creation {
-    std::uint32_t count = 0; ///< Creation count of the responder's module.
-    std::uint64_t ticks = 0; ///< Timer 0 at creation: counts start again with the module.
+class responder_creation {
+  public:
+    responder_creation() = default;
+    /** @param count  Creation count of the responder's module.
+     *  @param ticks  Timer 0 at creation: counts start again with the module. */
+    responder_creation(std::uint32_t count, std::uint64_t ticks)
+        : count_(count),
+          ticks_high_(static_cast<std::uint32_t>(ticks >> 32)),
+          ticks_low_(static_cast<std::uint32_t>(ticks))
+    {}
+
+    [[nodiscard]] std::uint64_t ticks() const { return std::uint64_t{ticks_high_} << 32 | ticks_low_; }
 
     friend bool operator==(const responder_creation &, const responder_creation &) = default;
+
+  private:
+    // Words, so that a session fits a cache line.
+    std::uint32_t count_ = 0;
+    std::uint32_t ticks_high_ = 0;
+    std::uint32_t ticks_low_ = 0;
 };
 
 struct session {
@@ -55,14 +71,32 @@ class session_table {
     /** Go round all slots, one a call. @return NULL where the slot is free. */
     [[nodiscard]] session *next_slot();
 
+    /** Fetch from memory, ahead of find(), what it is going to look at: first the bucket of a key, then, once
+     *  that may be there, its slot. Nothing changes. @return The bucket. */
+    [[nodiscard]] std::uint32_t fetch_bucket(const session_key &key) const
+    {
+        const std::uint32_t bucket = bucket_of(key);
+        __builtin_prefetch(&buckets_[bucket]);
+        return bucket;
+    }
+    void fetch_slot(std::uint32_t bucket) const
+    {
+        const std::uint32_t first = buckets_[bucket];
+        if (first != none) {
+            __builtin_prefetch(&slots_[first], 1);
+        }
+    }
+
     [[nodiscard]] std::uint32_t size() const { return size_; }
     [[nodiscard]] std::uint32_t capacity() const { return static_cast<std::uint32_t>(slots_.size()); }
 
   private:
     static constexpr std::uint32_t none = UINT32_MAX;
 
+    static constexpr std::size_t cache_line = 64;
+
     /** Links are indices of slots. A free slot uses `next_in_bucket` for the list of free slots. */
-    struct slot {
+    struct alignas(cache_line) slot {
         session entry;
         std::uint32_t next_in_bucket = none;
         std::uint32_t older = none;
@@ -83,6 +117,8 @@ class session_table {
     std::uint32_t youngest_ = none;
     std::uint32_t cursor_ = 0;
     std::uint32_t size_ = 0;
+
+    static_assert(sizeof(slot) == cache_line);
 };
 
 inline std::uint32_t session_table::bucket_of(const session_key &key) const

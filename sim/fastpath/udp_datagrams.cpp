@@ -1,9 +1,12 @@
 #include "fastpath/udp_datagrams.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
+#include <netinet/udp.h>
 #include <poll.h>
 
 namespace olv_fastpath {
@@ -16,6 +19,11 @@ constexpr int receive_buffer_bytes = 8 << 20;
  *  other sockets wait meanwhile. */
 constexpr int send_waits = 2;
 constexpr int send_wait_milliseconds = 1;
+/** Buffers that begin a cache line further each share no lines of the cache with each other. */
+constexpr std::size_t cache_line = 64;
+/** Replies that leave as one datagram: each has to fit the path, all together a datagram. */
+constexpr std::uint32_t most_segments = 64;
+constexpr std::size_t longest_segment = 1452; ///< Of IPv6 over Ethernet.
 
 template <typename Value> Value value_of(const cmsghdr *header)
 {
@@ -38,23 +46,32 @@ template <typename Visitor> void for_each_control(const msghdr &message, Visitor
     }
 }
 
-void read_control(const msghdr &message, received_packet &packet)
+constexpr std::uint64_t nanoseconds_per_second = 1000000000;
+
+void read_control(const msghdr &message, received_packet &packet, std::optional<std::uint64_t> &stamp)
 {
-    for_each_control(message, [&packet](const cmsghdr *header) {
+    stamp.reset();
+    for_each_control(message, [&](const cmsghdr *header) {
         if (is(header, IPPROTO_IP, IP_TTL) || is(header, IPPROTO_IPV6, IPV6_HOPLIMIT)) {
             packet.ttl = static_cast<std::uint8_t>(value_of<int>(header));
         } else if (is(header, IPPROTO_IP, IP_TOS)) {
             packet.traffic_class = value_of<std::uint8_t>(header);
         } else if (is(header, IPPROTO_IPV6, IPV6_TCLASS)) {
             packet.traffic_class = static_cast<std::uint8_t>(value_of<int>(header));
+        } else if (is(header, SOL_SOCKET, SCM_TIMESTAMPNS)) {
+            const auto time = value_of<std::timespec>(header);
+            stamp = static_cast<std::uint64_t>(time.tv_sec) * nanoseconds_per_second +
+                    static_cast<std::uint64_t>(time.tv_nsec);
         }
     });
 }
 
-/** Writes control data, one record after the other, into a zeroed buffer. */
+/** Writes control data, one record after the other. */
 class control_writer {
   public:
-    explicit control_writer(std::span<std::uint8_t> buffer) : buffer_(buffer) {}
+    explicit control_writer(std::span<std::uint8_t> buffer, std::size_t length = 0)
+        : buffer_(buffer), length_(length)
+    {}
 
     template <typename Value> void add(int level, int type, const Value &value)
     {
@@ -71,10 +88,11 @@ class control_writer {
 
   private:
     std::span<std::uint8_t> buffer_;
-    std::size_t length_ = 0;
+    std::size_t length_;
 };
 
-/** The request's destination becomes the reply's source, unless it is a group's. */
+/** The request's destination, where it is told, becomes the reply's source, unless it is a group's. Most
+ * replies need no control data at all, which the system takes in faster. */
 std::size_t write_control(const msghdr &request, int family, std::uint8_t traffic_class,
                           std::span<std::uint8_t> buffer)
 {
@@ -95,6 +113,9 @@ std::size_t write_control(const msghdr &request, int family, std::uint8_t traffi
             writer.add(IPPROTO_IPV6, IPV6_PKTINFO, source);
         }
     });
+    if (traffic_class == 0) { // as the socket has it
+        return writer.length();
+    }
     if (family == AF_INET6) {
         writer.add(IPPROTO_IPV6, IPV6_TCLASS, int{traffic_class});
     } else {
@@ -108,60 +129,121 @@ bool set_option(int socket, int level, int option, int value)
     return setsockopt(socket, level, option, &value, sizeof value) == 0;
 }
 
+/** The address that a request was sent to, where it is told; zeros elsewhere. */
+ip_address destination_of(const msghdr &request)
+{
+    ip_address destination{};
+    for_each_control(request, [&destination](const cmsghdr *header) {
+        if (is(header, IPPROTO_IP, IP_PKTINFO)) {
+            const in_pktinfo told = value_of<in_pktinfo>(header);
+            std::memcpy(destination.data(), &told.ipi_spec_dst, sizeof told.ipi_spec_dst);
+        } else if (is(header, IPPROTO_IPV6, IPV6_PKTINFO)) {
+            const in6_pktinfo told = value_of<in6_pktinfo>(header);
+            std::memcpy(destination.data(), &told.ipi6_addr, sizeof told.ipi6_addr);
+        }
+    });
+    return destination;
+}
+
+/** Whether the socket receives what is sent to several addresses. */
+bool has_several_addresses(const sockaddr_storage &address)
+{
+    const ip_endpoint endpoint = endpoint_of(address);
+    if (is_ipv4(endpoint.address)) {
+        const std::uint8_t first = endpoint.address[mapped_prefix.size()];
+        return first == 0 || first >= 224; // unspecified, or a group's
+    }
+    return endpoint.address == ip_address{} || endpoint.address[0] == 0xFF;
+}
+
+bool ask_for_ip_header(int socket, const sockaddr_storage &address)
+{
+    const bool several = has_several_addresses(address);
+    if (address.ss_family == AF_INET6) {
+        return set_option(socket, IPPROTO_IPV6, IPV6_V6ONLY, 1) &&
+               (!several || set_option(socket, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1)) &&
+               set_option(socket, IPPROTO_IPV6, IPV6_RECVHOPLIMIT, 1) &&
+               set_option(socket, IPPROTO_IPV6, IPV6_RECVTCLASS, 1) &&
+               set_option(socket, IPPROTO_IPV6, IPV6_UNICAST_HOPS, hop_limit);
+    }
+    return (!several || set_option(socket, IPPROTO_IP, IP_PKTINFO, 1)) &&
+           set_option(socket, IPPROTO_IP, IP_RECVTTL, 1) && set_option(socket, IPPROTO_IP, IP_RECVTOS, 1) &&
+           set_option(socket, IPPROTO_IP, IP_TTL, hop_limit);
+}
+
+/** Systems that do not know segments ignore the request for them in the control data. Emulators of big-endian
+ *  processors hand it on unconverted. */
+bool knows_segments(int socket)
+{
+    return std::endian::native == std::endian::little && set_option(socket, SOL_UDP, UDP_SEGMENT, 0);
+}
+
+/** Whether an attempt to send segments tells that no other will succeed. */
+bool refuses_segments(int error)
+{
+    return error == EIO || error == EINVAL || error == EOPNOTSUPP || error == ENOPROTOOPT;
+}
+
+bool is_passing(int error)
+{
+    return error == EAGAIN || error == EWOULDBLOCK || error == ENOBUFS || error == EINTR;
+}
+
 } // namespace
 
-bool prepare_socket(int socket, int family)
+std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storage &address)
 {
     // Beyond the system's limit where the process may, up to it otherwise. Smaller is no error.
     if (!set_option(socket, SOL_SOCKET, SO_RCVBUFFORCE, receive_buffer_bytes)) {
         (void)set_option(socket, SOL_SOCKET, SO_RCVBUF, receive_buffer_bytes);
     }
-    if (family == AF_INET6) {
-        return set_option(socket, IPPROTO_IPV6, IPV6_V6ONLY, 1) &&
-               set_option(socket, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1) &&
-               set_option(socket, IPPROTO_IPV6, IPV6_RECVHOPLIMIT, 1) &&
-               set_option(socket, IPPROTO_IPV6, IPV6_RECVTCLASS, 1) &&
-               set_option(socket, IPPROTO_IPV6, IPV6_UNICAST_HOPS, hop_limit);
+    (void)set_option(socket, SOL_SOCKET, SO_TIMESTAMPNS, 1); // the batch's time serves where there is none
+    if (!ask_for_ip_header(socket, address)) {
+        return std::nullopt;
     }
-    return set_option(socket, IPPROTO_IP, IP_PKTINFO, 1) && set_option(socket, IPPROTO_IP, IP_RECVTTL, 1) &&
-           set_option(socket, IPPROTO_IP, IP_RECVTOS, 1) && set_option(socket, IPPROTO_IP, IP_TTL, hop_limit);
+    return socket_abilities{.segments = knows_segments(socket)};
 }
 
 datagram_batch::datagram_batch(std::size_t longest)
     : buffer_length_(std::max(longest, stamp_length)),
-      request_bytes_(capacity * buffer_length_),
+      buffer_distance_((buffer_length_ + cache_line - 1) / cache_line * cache_line + cache_line),
+      request_bytes_(capacity * buffer_distance_),
       reply_bytes_(capacity * buffer_length_)
 {
     for (std::size_t index = 0; index < capacity; ++index) {
-        request_parts_[index] = {&request_bytes_[index * buffer_length_], buffer_length_};
-        reply_parts_[index] = {&reply_bytes_[index * buffer_length_], 0};
+        request_parts_[index] = {&request_bytes_[index * buffer_distance_], buffer_length_};
+        msghdr &message = requests_[index].msg_hdr;
+        message.msg_name = &sender_names_[index];
+        message.msg_iov = &request_parts_[index];
+        message.msg_iovlen = 1;
+        message.msg_control = request_control_[index].bytes.data();
     }
 }
 
 std::size_t datagram_batch::receive(int socket)
 {
-    for (std::size_t index = 0; index < capacity; ++index) {
+    for (std::size_t index = 0; index < used_requests_; ++index) {
         msghdr &message = requests_[index].msg_hdr;
-        message = {};
-        message.msg_name = &senders_[index];
-        message.msg_namelen = sizeof senders_[index];
-        message.msg_iov = &request_parts_[index];
-        message.msg_iovlen = 1;
-        message.msg_control = request_control_[index].bytes.data();
+        message.msg_namelen = sizeof sender_names_[index];
         message.msg_controllen = request_control_[index].bytes.size();
     }
-    reply_count_ = 0;
+    departure_count_ = 0;
+    reply_end_ = 0;
     const int received = recvmmsg(socket, requests_.data(), capacity, MSG_DONTWAIT, nullptr);
-    return received < 0 ? 0 : static_cast<std::size_t>(received);
+    used_requests_ = received < 0 ? 0 : static_cast<std::size_t>(received);
+    for (std::size_t index = 0; index < used_requests_; ++index) {
+        senders_[index] = endpoint_of(sender_names_[index]);
+    }
+    return used_requests_;
 }
 
-received_packet datagram_batch::packet(std::size_t index, const ip_endpoint &sender) const
+received_packet datagram_batch::packet(std::size_t index)
 {
     received_packet packet;
-    packet.sender_address = sender.address;
-    packet.sender_port = sender.port;
-    packet.payload = {&request_bytes_[index * buffer_length_], requests_[index].msg_len};
-    read_control(requests_[index].msg_hdr, packet);
+    packet.sender_address = senders_[index].address;
+    packet.sender_port = senders_[index].port;
+    packet.payload = {&request_bytes_[index * buffer_distance_], requests_[index].msg_len};
+    read_control(requests_[index].msg_hdr, packet, stamp_);
     return packet;
 }
 
@@ -172,24 +254,68 @@ bool datagram_batch::is_truncated(std::size_t index) const
 
 std::span<std::uint8_t> datagram_batch::reply_buffer()
 {
-    return {&reply_bytes_[reply_count_ * buffer_length_], buffer_length_};
+    return {&reply_bytes_[reply_end_], buffer_length_};
 }
 
-void datagram_batch::add_reply(std::size_t index, const verdict &made)
+void datagram_batch::add_reply(std::size_t index, const verdict &made, bool may_segment)
 {
-    std::span<std::uint8_t> control = reply_control_[reply_count_].bytes;
-    std::fill(control.begin(), control.end(), std::uint8_t{0});
-    reply_parts_[reply_count_].iov_len = made.reply_length;
+    departure *last = departure_count_ == 0 ? nullptr : &departures_[departure_count_ - 1];
+    if (may_segment && last != nullptr && may_join(*last, index, made)) {
+        join(*last, made.reply_length);
+    } else {
+        begin_departure(index, made);
+    }
+    reply_end_ += made.reply_length;
+}
+
+bool datagram_batch::may_join(const departure &last, std::size_t index, const verdict &made) const
+{
     const msghdr &request = requests_[index].msg_hdr;
-    msghdr &message = replies_[reply_count_].msg_hdr;
+    const msghdr &first = requests_[last.sender].msg_hdr;
+    // A shorter one ends the segments.
+    return last.last_length == last.length && made.reply_length <= last.length &&
+           last.length <= longest_segment && last.replies < most_segments &&
+           last.length * (last.replies + 1) <= maximum_payload_ipv4 &&
+           made.traffic_class == last.traffic_class && request.msg_namelen == first.msg_namelen &&
+           std::memcmp(request.msg_name, first.msg_name, request.msg_namelen) == 0 &&
+           destination_of(request) == destination_of(first);
+}
+
+void datagram_batch::join(departure &last, std::size_t length)
+{
+    const std::size_t place = departure_count_ - 1;
+    if (last.replies == 1) {
+        control_writer writer{reply_control_[place].bytes, last.plain_control};
+        writer.add(SOL_UDP, UDP_SEGMENT, static_cast<std::uint16_t>(last.length));
+        replies_[place].msg_hdr.msg_control = reply_control_[place].bytes.data();
+        replies_[place].msg_hdr.msg_controllen = writer.length();
+    }
+    ++last.replies;
+    last.last_length = length;
+    reply_parts_[place].iov_len += length;
+}
+
+void datagram_batch::begin_departure(std::size_t index, const verdict &made)
+{
+    const std::size_t place = departure_count_++;
+    reply_parts_[place] = {&reply_bytes_[reply_end_], made.reply_length};
+    const msghdr &request = requests_[index].msg_hdr;
+    const std::size_t control =
+        write_control(request, sender_names_[index].ss_family, made.traffic_class, reply_control_[place].bytes);
+    msghdr &message = replies_[place].msg_hdr;
     message = {};
-    message.msg_name = &senders_[index];
+    message.msg_name = &sender_names_[index];
     message.msg_namelen = request.msg_namelen;
-    message.msg_iov = &reply_parts_[reply_count_];
+    message.msg_iov = &reply_parts_[place];
     message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = write_control(request, senders_[index].ss_family, made.traffic_class, control);
-    ++reply_count_;
+    message.msg_control = control == 0 ? nullptr : reply_control_[place].bytes.data();
+    message.msg_controllen = control;
+    departures_[place] = {.sender = index,
+                          .replies = 1,
+                          .length = made.reply_length,
+                          .last_length = made.reply_length,
+                          .plain_control = control,
+                          .traffic_class = made.traffic_class};
 }
 
 send_result datagram_batch::send(int socket)
@@ -197,26 +323,49 @@ send_result datagram_batch::send(int socket)
     send_result result;
     std::size_t done = 0;
     int waits = 0;
-    while (done < reply_count_) {
-        const int taken = sendmmsg(socket, &replies_[done], static_cast<unsigned>(reply_count_ - done),
+    while (done < departure_count_) {
+        const int taken = sendmmsg(socket, &replies_[done], static_cast<unsigned>(departure_count_ - done),
                                    MSG_DONTWAIT | MSG_NOSIGNAL);
         if (taken > 0) {
-            done += static_cast<std::size_t>(taken);
-            result.sent += static_cast<std::uint32_t>(taken);
-        } else if (errno == EAGAIN || errno == EWOULDBLOCK || errno == ENOBUFS || errno == EINTR) {
+            for (int number = 0; number < taken; ++number) {
+                result.sent += departures_[done++].replies;
+            }
+        } else if (is_passing(errno)) {
             if (++waits > send_waits) {
                 break;
             }
             pollfd writable{.fd = socket, .events = POLLOUT, .revents = 0};
             (void)poll(&writable, 1, send_wait_milliseconds); // the next attempt finds out
+        } else if (departures_[done].replies > 1) {
+            result.segments_refused = result.segments_refused || refuses_segments(errno);
+            send_singly(socket, done++, result);
         } else {
             ++done; // only this one cannot be sent
             ++result.failed;
         }
     }
-    result.failed += static_cast<std::uint32_t>(reply_count_ - done);
-    reply_count_ = 0;
+    for (; done < departure_count_; ++done) {
+        result.failed += departures_[done].replies;
+    }
+    departure_count_ = 0;
+    reply_end_ = 0;
     return result;
+}
+
+void datagram_batch::send_singly(int socket, std::size_t which, send_result &result)
+{
+    const departure &together = departures_[which];
+    auto *const first = static_cast<std::uint8_t *>(reply_parts_[which].iov_base);
+    msghdr message = replies_[which].msg_hdr;
+    message.msg_control = together.plain_control == 0 ? nullptr : message.msg_control;
+    message.msg_controllen = together.plain_control;
+    for (std::uint32_t number = 0; number < together.replies; ++number) {
+        const bool is_last = number + 1 == together.replies;
+        iovec part{first + number * together.length, is_last ? together.last_length : together.length};
+        message.msg_iov = &part;
+        const bool sent = sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
+        ++(sent ? result.sent : result.failed);
+    }
 }
 
 } // namespace olv_fastpath

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -22,6 +23,7 @@ namespace olv_fastpath {
 struct send_result {
     std::uint32_t sent = 0;
     std::uint32_t failed = 0;
+    bool segments_refused = false; ///< The system sends no segmented datagrams from this socket.
 };
 
 /** Buffers for one batch in either direction, taken once. Belongs to one thread. */
@@ -36,18 +38,23 @@ class datagram_batch {
 
     /** Receive what waits in a socket. @return Datagrams received, 0 when there are none. */
     std::size_t receive(int socket);
-    /** Who sent the datagram received at @p index. */
-    [[nodiscard]] ip_endpoint sender(std::size_t index) const { return endpoint_of(senders_[index]); }
+    /** Who sent the datagrams received, in their order. */
+    [[nodiscard]] std::span<const ip_endpoint> senders() const { return {senders_.data(), used_requests_}; }
     /** Whether it was longer than the buffers. */
     [[nodiscard]] bool is_truncated(std::size_t index) const;
-    /** The datagram itself, as far as there was room, without its arrival time.
-     *  @param sender  As sender() returned it. */
-    [[nodiscard]] received_packet packet(std::size_t index, const ip_endpoint &sender) const;
+    /** The datagram itself, as far as there was room, without its arrival time. */
+    [[nodiscard]] received_packet packet(std::size_t index);
+    /** Nanoseconds since 1970 at which the system received the datagram whose packet() was asked for last;
+     *  nothing: it did not tell. */
+    [[nodiscard]] std::optional<std::uint64_t> stamp() const { return stamp_; }
 
     /** Room for the next reply. */
     [[nodiscard]] std::span<std::uint8_t> reply_buffer();
-    /** Queue what was written to the reply buffer, for the sender of the datagram at @p index. */
-    void add_reply(std::size_t index, const verdict &made);
+    /** Queue what was written to the reply buffer, for the sender of the datagram at @p index, whose packet()
+     *  was asked for last.
+     *  @param may_segment  Replies to one sender that follow each other may leave as one segmented datagram:
+     *                      the receiver sees no difference, the system passes it on at once. */
+    void add_reply(std::size_t index, const verdict &made, bool may_segment = false);
     /** Send the queued replies. Waits for room in the socket, but not for long. */
     send_result send(int socket);
 
@@ -55,24 +62,52 @@ class datagram_batch {
     struct control_buffer {
         alignas(cmsghdr) std::array<std::uint8_t, 256> bytes;
     };
+    /** Replies that leave together. */
+    struct departure {
+        std::size_t sender = 0; ///< Index of the request.
+        std::uint32_t replies = 0;
+        std::size_t length = 0; ///< Of each; the last may be shorter.
+        std::size_t last_length = 0;
+        std::size_t plain_control = 0; ///< Octets of control data without the segments' length.
+        std::uint8_t traffic_class = 0;
+    };
     using message_list = std::array<mmsghdr, capacity>;
 
+    [[nodiscard]] bool may_join(const departure &last, std::size_t index, const verdict &made) const;
+    void join(departure &last, std::size_t length);
+    void begin_departure(std::size_t index, const verdict &made);
+    /** Send the replies of a departure one by one. */
+    void send_singly(int socket, std::size_t which, send_result &result);
+
     std::size_t buffer_length_;
+    std::size_t buffer_distance_; ///< From a request's buffer to the next one's.
     std::vector<std::uint8_t> request_bytes_;
-    std::vector<std::uint8_t> reply_bytes_;
-    std::array<sockaddr_storage, capacity> senders_{};
+    std::vector<std::uint8_t> reply_bytes_; ///< One reply behind the other.
+    std::size_t reply_end_ = 0;
+    std::array<sockaddr_storage, capacity> sender_names_{};
+    std::array<ip_endpoint, capacity> senders_{};
     std::array<iovec, capacity> request_parts_{};
     std::array<iovec, capacity> reply_parts_{};
     std::array<control_buffer, capacity> request_control_{};
     std::array<control_buffer, capacity> reply_control_{};
     message_list requests_{};
+    std::size_t used_requests_ = capacity; ///< Whose headers the system has written to.
+    std::optional<std::uint64_t> stamp_;
     message_list replies_{};
-    std::size_t reply_count_ = 0;
+    std::array<departure, capacity> departures_{};
+    std::size_t departure_count_ = 0;
 };
 
-/** Ask for the IP header's fields and the address that a datagram was sent to; hop limit 255 for replies.
- *  @return false with errno set. */
-[[nodiscard]] bool prepare_socket(int socket, int family);
+/** What a socket can do. */
+struct socket_abilities {
+    bool segments = false; ///< Segmented datagrams.
+};
+
+/** Ask for the IP header's fields, the time of arrival and, where the socket listens at several addresses, the
+ *  one that a datagram was sent to; hop limit 255 for replies.
+ *  @param address  That the socket is going to listen at.
+ *  @return Nothing with errno set. */
+[[nodiscard]] std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storage &address);
 
 } // namespace olv_fastpath
 

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -20,6 +22,9 @@ namespace {
 /** Batches taken from one socket before the others get their turn. */
 constexpr int batches_each_turn = 4;
 constexpr int events_each_turn = 16;
+/** Looks at the busy sockets before the others get their turn. */
+constexpr int looks_each_turn = 8;
+constexpr std::size_t most_busy_sockets = 8;
 /** What epoll says of the descriptor that wakes the thread; no index of a socket. */
 constexpr std::uint64_t wake_event = UINT64_MAX;
 
@@ -35,6 +40,13 @@ bool watch(int epoll, int descriptor, std::uint64_t data)
     event.events = EPOLLIN;
     event.data.u64 = data;
     return epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+/** Nobody could send while the only core looks for packets. */
+std::chrono::nanoseconds patience_of(const udp_server_options &options)
+{
+    const bool alone = std::thread::hardware_concurrency() == 1;
+    return std::chrono::microseconds{alone ? 0 : options.busy_poll_microseconds};
 }
 
 } // namespace
@@ -104,9 +116,12 @@ udp_server::endpoint udp_server::open_endpoint(const listen_address &address, co
     endpoint opened;
     opened.path = path;
     opened.socket = descriptor{socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
-    if (!opened.socket.is_open() || !prepare_socket(opened.socket.number(), address.family()) ||
-        bind(opened.socket.number(), reinterpret_cast<const sockaddr *>(&address.address), address.length) !=
-            0) {
+    std::optional<socket_abilities> abilities;
+    if (opened.socket.is_open()) {
+        abilities = prepare_socket(opened.socket.number(), address.address);
+    }
+    if (!abilities || bind(opened.socket.number(), reinterpret_cast<const sockaddr *>(&address.address),
+                           address.length) != 0) {
         fail(what, errno);
     }
     opened.local.length = sizeof opened.local.address;
@@ -114,6 +129,7 @@ udp_server::endpoint udp_server::open_endpoint(const listen_address &address, co
                     &opened.local.length) != 0) {
         fail(what, errno);
     }
+    opened.segments = abilities->segments;
     return opened;
 }
 
@@ -123,6 +139,8 @@ std::size_t udp_server::add(const listen_address &address, const packet_path &pa
     const std::string what = "cannot listen on " + address.text();
     const std::lock_guard lock{mutex_};
     opened.bucket = bucket_of(path.responder_id);
+    opened.segments = opened.segments && options_.segments;
+    opened.wait = idle_wait{patience_of(options_)};
     endpoints_.reserve(endpoints_.size() + 1);
     if (!watch(epoll_.number(), opened.socket.number(), endpoints_.size())) {
         fail(what, errno);
@@ -242,43 +260,112 @@ void udp_server::run()
 {
     while (!stopping_) {
         epoll_event events[events_each_turn];
-        const int ready = epoll_wait(epoll_.number(), events, events_each_turn, -1);
-        const std::lock_guard lock{mutex_};
+        const int ready = epoll_wait(epoll_.number(), events, events_each_turn, busy_.empty() ? -1 : 0);
         for (int index = 0; index < ready; ++index) {
-            const std::uint64_t data = events[index].data.u64;
-            if (data == wake_event) {
-                continue;
-            }
-            endpoint &from = endpoints_[static_cast<std::size_t>(data)];
-            if (from.socket.is_open()) { // it may have been removed since
-                serve(from);
-            }
+            serve_woken(events[index].data.u64);
+        }
+        for (int look = 0; look < looks_each_turn && !busy_.empty() && !stopping_; ++look) {
+            serve_busy();
+        }
+    }
+    const std::lock_guard lock{mutex_};
+    for (std::size_t place = busy_.size(); place-- > 0;) {
+        watch_again(place); // for the next thread
+    }
+}
+
+void udp_server::serve_woken(std::uint64_t data)
+{
+    if (data == wake_event) {
+        return;
+    }
+    const std::lock_guard lock{mutex_};
+    const auto index = static_cast<std::size_t>(data);
+    endpoint &from = endpoints_[index];
+    if (from.socket.is_open() && serve(from) && busy_.size() < most_busy_sockets &&
+        epoll_ctl(epoll_.number(), EPOLL_CTL_DEL, from.socket.number(), nullptr) == 0) {
+        busy_.push_back(index);
+    }
+}
+
+void udp_server::serve_busy()
+{
+    const std::lock_guard lock{mutex_};
+    for (std::size_t place = busy_.size(); place-- > 0;) {
+        endpoint &from = endpoints_[busy_[place]];
+        if (!from.socket.is_open() || !serve(from)) {
+            watch_again(place);
         }
     }
 }
 
-void udp_server::serve(endpoint &from)
+void udp_server::watch_again(std::size_t place)
 {
+    const std::size_t index = busy_[place];
+    const descriptor &socket = endpoints_[index].socket;
+    // It may have been removed. What came meanwhile epoll tells at once. A system that has no memory left for
+    // it leaves the socket busy.
+    if (!socket.is_open() || watch(epoll_.number(), socket.number(), index)) {
+        busy_.erase(busy_.begin() + static_cast<std::ptrdiff_t>(place));
+    }
+}
+
+bool udp_server::serve(endpoint &from)
+{
+    const std::size_t received = serve_batches(from);
+    if (!from.wait.ever_looks()) {
+        return false;
+    }
+    const idle_wait::clock::time_point now = idle_wait::clock::now();
+    if (received > 0) {
+        from.wait.note_packets(now);
+    }
+    return from.wait.may_look(now);
+}
+
+std::size_t udp_server::serve_batches(endpoint &from)
+{
+    std::size_t all = 0;
     for (int turn = 0; turn < batches_each_turn; ++turn) {
         const std::size_t received = batch_->receive(from.socket.number());
-        const std::uint64_t arrival = reflector_.processor().timer_now();
-        for (std::size_t index = 0; index < received; ++index) {
-            take(from, index, arrival);
+        if (received == 0) {
+            break;
+        }
+        all += received;
+        {
+            const reflector::counting_together counting{reflector_};
+            const arrival_clock clock = read_clocks();
+            reflector_.expect(batch_->senders(), from.path);
+            for (std::size_t index = 0; index < received; ++index) {
+                take(from, index, clock);
+            }
         }
         const send_result result = batch_->send(from.socket.number());
         from.counters.sent += result.sent;
         from.counters.send_failures += result.failed;
+        from.segments = from.segments && !result.segments_refused;
         if (received < datagram_batch::capacity) {
-            return;
+            break;
         }
     }
+    return all;
 }
 
-void udp_server::take(endpoint &from, std::size_t index, std::uint64_t arrival)
+arrival_clock udp_server::read_clocks() const
+{
+    const olv_sim::processor &processor = reflector_.processor();
+    if (!processor.timer_runs()) {
+        return {processor.timer_now(), std::nullopt, ticks_per_second_};
+    }
+    const auto wall = std::chrono::system_clock::now().time_since_epoch();
+    const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(wall).count();
+    return {processor.timer_now(), static_cast<std::uint64_t>(nanoseconds), ticks_per_second_};
+}
+
+void udp_server::take(endpoint &from, std::size_t index, const arrival_clock &clock)
 {
     udp_statistics &counters = from.counters;
-    const ip_endpoint sender = batch_->sender(index);
-    if (std::uint64_t *reason = reason_against(sender, arrival, counters)) {
+    if (std::uint64_t *reason = reason_against(batch_->senders()[index], clock.timer(), counters)) {
         ++*reason;
         return;
     }
@@ -286,24 +373,25 @@ void udp_server::take(endpoint &from, std::size_t index, std::uint64_t arrival)
         ++counters.truncated;
         return;
     }
-    received_packet packet = batch_->packet(index, sender);
-    packet.arrival_ticks = arrival;
+    received_packet packet = batch_->packet(index);
+    packet.arrival_ticks = clock.timer();
     if (reflector_.answers_a_reply(packet, from.path)) {
         ++counters.answers;
         return;
     }
-    if (from.bucket != nullptr && !from.bucket->take(arrival)) {
+    if (from.bucket != nullptr && !from.bucket->take(clock.timer())) {
         ++counters.rate_limited;
         return;
     }
     ++counters.received;
+    packet.arrival_ticks = clock.arrival(batch_->stamp());
     const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer());
     if (made.result == outcome::reflected) {
-        batch_->add_reply(index, made);
+        batch_->add_reply(index, made, from.segments);
     }
 }
 
-std::uint64_t *udp_server::reason_against(const ip_endpoint &sender, std::uint64_t arrival,
+std::uint64_t *udp_server::reason_against(const ip_endpoint &sender, std::uint64_t now,
                                           udp_statistics &counters)
 {
     if (!options_.allowed_sources.empty() && !options_.allowed_sources.contains(sender.address)) {
@@ -312,7 +400,7 @@ std::uint64_t *udp_server::reason_against(const ip_endpoint &sender, std::uint64
     if (sender.port < options_.lowest_source_port) {
         return &counters.source_port;
     }
-    if (own_.contains(sender, arrival / ticks_per_second_)) {
+    if (own_.contains(sender, now / ticks_per_second_)) {
         return &counters.own_source;
     }
     return nullptr;

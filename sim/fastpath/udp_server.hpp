@@ -11,6 +11,7 @@
 #define OLV_FASTPATH_UDP_SERVER_HPP
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -19,6 +20,8 @@
 #include <vector>
 
 #include "fastpath/address_prefix.hpp"
+#include "fastpath/arrival_clock.hpp"
+#include "fastpath/idle_wait.hpp"
 #include "fastpath/listen_address.hpp"
 #include "fastpath/own_endpoints.hpp"
 #include "fastpath/reflector.hpp"
@@ -34,6 +37,12 @@ struct udp_server_options {
     std::uint16_t lowest_source_port = 1; ///< Well-known services, reflectors among them, answer at low ports.
     std::uint32_t packets_per_second = 0; ///< Of each responder, on all its sockets together; 0: no limit.
     std::size_t longest_datagram = 65535; ///< Octets, 44 at least; no UDP payload is longer.
+    /** How long the thread goes on looking for packets before it sleeps, while they come as often; 0: it never
+     *  does. Waking it takes about as long as this, so that looking never costs much more than sleeping would.
+     *  Packets that come less often find it asleep: a quiet reflector uses no processor time. On a system with
+     *  one core it always sleeps. */
+    std::uint32_t busy_poll_microseconds = 20;
+    bool segments = true; ///< Replies to one sender may leave as one segmented datagram.
 };
 
 /** Counters of a socket, or of all sockets of a server, since it was opened. Each datagram that was taken from
@@ -56,9 +65,10 @@ struct udp_statistics {
  * Sockets and the thread that serves them.
  *
  * A reply leaves by the socket, and with the address, that the request was sent to; its TTL or hop limit is
- * 255, its DSCP the reflector's. Packets are received in batches. The arrival time of a packet is the
- * processor's timer read right after the call that received its batch, so that packets that waited in the
- * socket together arrive together.
+ * 255, its DSCP the reflector's. Packets are received in batches, and counted by the module before the replies
+ * of the batch leave. The arrival time of a packet is when the system received it, in ticks of the processor's
+ * timer, so that packets that waited in the socket together have their own; where the system does not tell, or
+ * the timer has been set by hand, it is the timer read right after the call that received the batch.
  *
  * A hostile network: datagrams are dropped, by their source first, before the reflector sees and counts them,
  * in the order of udp_statistics; that a request is too short is the reflector's to say. Always dropped is what
@@ -143,6 +153,8 @@ class udp_server {
         packet_path path;
         std::shared_ptr<token_bucket> bucket; ///< The responder's; NULL where there is no limit.
         udp_statistics counters;
+        bool segments = false; ///< Its replies may leave in segments.
+        idle_wait wait{std::chrono::nanoseconds::zero()};
     };
 
     [[nodiscard]] static endpoint open_endpoint(const listen_address &address, const packet_path &path);
@@ -150,11 +162,20 @@ class udp_server {
     [[nodiscard]] std::shared_ptr<token_bucket> bucket_of(std::uint32_t responder_id) const;
     void note_own_endpoints();
     void run();
-    void serve(endpoint &from);
+    /** Serve a socket that epoll told of. */
+    void serve_woken(std::uint64_t data);
+    /** Serve the busy sockets, and let epoll watch those that are busy no more. */
+    void serve_busy();
+    /** Let epoll watch the socket at a place of the busy ones. */
+    void watch_again(std::size_t place);
+    /** @return Whether to look at the socket again soon. */
+    bool serve(endpoint &from);
+    std::size_t serve_batches(endpoint &from);
+    [[nodiscard]] arrival_clock read_clocks() const;
     /** Hand a datagram of the batch to the reflector, or drop it. */
-    void take(endpoint &from, std::size_t index, std::uint64_t arrival);
+    void take(endpoint &from, std::size_t index, const arrival_clock &clock);
     /** The counter of the reason to answer nothing to a sender; NULL: there is none. */
-    [[nodiscard]] std::uint64_t *reason_against(const ip_endpoint &sender, std::uint64_t arrival,
+    [[nodiscard]] std::uint64_t *reason_against(const ip_endpoint &sender, std::uint64_t now,
                                                 udp_statistics &counters);
 
     reflector &reflector_;
@@ -165,6 +186,9 @@ class udp_server {
     own_endpoints own_;
     descriptor epoll_;
     descriptor wake_;
+    /** Sockets that packets come to so fast that the thread looks by itself. Epoll does not watch them: telling
+     *  it of each packet received and of each one sent would cost both sides more than looking. */
+    std::vector<std::size_t> busy_;
     std::unique_ptr<datagram_batch> batch_;
     std::thread worker_;
     std::atomic<bool> stopping_{false};

@@ -208,6 +208,11 @@ void processor::run_timer()
     implementation_->timer_stands.store(false, std::memory_order_release);
 }
 
+bool processor::timer_runs() const
+{
+    return !implementation_->timer_stands.load(std::memory_order_acquire);
+}
+
 std::size_t processor::memory_bytes() const
 {
     std::size_t bytes = sizeof(implementation);

@@ -14,7 +14,7 @@ session_key key_of(std::uint16_t port)
 TEST(session_table, finds_what_was_inserted_and_nothing_else)
 {
     session_table table{4};
-    session *inserted = table.insert(key_of(1), {.count = 3, .ticks = 9}, 100);
+    session *inserted = table.insert(key_of(1), {3, 9}, 100);
     ASSERT_NE(inserted, nullptr);
     EXPECT_EQ(table.find(key_of(1)), inserted);
     EXPECT_EQ(table.find(key_of(2)), nullptr);

@@ -23,13 +23,16 @@ TEST_F(time_sources, timer_runs)
 TEST_F(time_sources, timer_stands_where_it_is_set)
 {
     std::uint64_t ticks = 0;
+    EXPECT_TRUE(processor.timer_runs());
     processor.set_timer(0x123456789ABCDEF0);
+    EXPECT_FALSE(processor.timer_runs());
     EXPECT_EQ(hyx_timer_get_timestamp(rte, 0, &ticks), 0u);
     EXPECT_EQ(ticks, 0x123456789ABCDEF0u);
     EXPECT_EQ(processor.timer_now(), 0x123456789ABCDEF0u);
     processor.set_timer(UINT64_MAX);
     EXPECT_EQ(processor.timer_now(), UINT64_MAX);
     processor.run_timer();
+    EXPECT_TRUE(processor.timer_runs());
     EXPECT_NE(processor.timer_now(), UINT64_MAX);
 }
 

@@ -1,0 +1,46 @@
+/**
+ * @file idle_wait.hpp
+ * Whether to look again for packets before sleeping.
+ */
+#ifndef OLV_FASTPATH_IDLE_WAIT_HPP
+#define OLV_FASTPATH_IDLE_WAIT_HPP
+
+#include <chrono>
+
+namespace olv_fastpath {
+
+/**
+ * Looking pays while packets come sooner after each other than the patience is long. Whether they do is known
+ * from the last ones: a pause that was longer ends it, one that was shorter begins it again.
+ */
+class idle_wait {
+  public:
+    using clock = std::chrono::steady_clock;
+
+    /** @param patience  Zero: always sleep. */
+    explicit idle_wait(std::chrono::nanoseconds patience) : patience_(patience) {}
+
+    [[nodiscard]] bool ever_looks() const { return patience_ > std::chrono::nanoseconds::zero(); }
+
+    /** Packets came. */
+    void note_packets(clock::time_point now)
+    {
+        looks_ = now - last_packets_ <= patience_;
+        last_packets_ = now;
+    }
+
+    /** @return Whether to look again now rather than to sleep. */
+    [[nodiscard]] bool may_look(clock::time_point now) const
+    {
+        return looks_ && now - last_packets_ < patience_;
+    }
+
+  private:
+    std::chrono::nanoseconds patience_;
+    clock::time_point last_packets_{};
+    bool looks_ = false;
+};
+
+} // namespace olv_fastpath
+
+#endif

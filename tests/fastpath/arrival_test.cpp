@@ -1,0 +1,124 @@
+// When packets arrived, from the system's time stamps.
+
+#include "fastpath/arrival_clock.hpp"
+
+#include "udp_fixture.hpp"
+
+namespace {
+
+using namespace olv_fastpath_test;
+
+constexpr std::uint64_t second = 1000000000;
+constexpr std::uint64_t wall = 1700000000 * second;
+
+TEST(arrival_clock, arrival_is_the_timer_less_the_wait)
+{
+    struct row {
+        const char *label;
+        std::uint64_t timer;
+        std::optional<std::uint64_t> stamp;
+        std::uint64_t ticks_per_second, expected;
+    };
+    const row rows[] = {
+        {"now", 5000, wall, second, 5000},
+        {"a microsecond ago", 5000, wall - 1000, second, 4000},
+        {"a second ago, slow timer", 5000, wall - second, 1000, 4000},
+        {"a second and a half ago, slow timer", 5000, wall - second * 3 / 2, 1000, 3500},
+        {"a quarter of a second ago, fast timer", 5000000000, wall - second / 4, 4000000000, 4000000000},
+        {"a minute ago", 90 * second, wall - 60 * second, second, 30 * second},
+        {"longer ago: the wall clock was set", 90 * second, wall - 60 * second - 1, second, 90 * second},
+        {"later than now", 5000, wall + 1, second, 5000},
+        {"before the timer began", 5000, wall - second, second, 0},
+        {"no stamp", 5000, std::nullopt, second, 5000},
+    };
+    for (const row &each : rows)
+        EXPECT_EQ(arrival_clock(each.timer, wall, each.ticks_per_second).arrival(each.stamp), each.expected)
+            << each.label;
+    EXPECT_EQ(arrival_clock(5000, std::nullopt, second).arrival(wall - 1000), 5000u);
+    EXPECT_EQ(arrival_clock(5000, wall, second).timer(), 5000u);
+}
+
+/** Arrival and departure of a reply. */
+struct reply_times {
+    ntp_time arrival, departure;
+};
+
+class arrival_test : public fastpath_test {
+  protected:
+    arrival_test() { define_usual_path({.maximum_sessions = 1000}); }
+
+    static reply_times times_of(const client::reply &reply)
+    {
+        if (reply.payload.size() < 41) {
+            ADD_FAILURE() << "no reply";
+            return {};
+        }
+        return {load_ntp(&reply.payload[16]), load_ntp(&reply.payload[4])};
+    }
+
+    /** Emulators tell no times of arrival. */
+    static bool system_stamps()
+    {
+        const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const int on = 1;
+        const bool stamps = setsockopt(probe, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on) == 0;
+        close(probe);
+        return stamps;
+    }
+
+    reflector reflector_{processor_};
+    udp_server server_{reflector_};
+};
+
+TEST_F(arrival_test, packets_that_waited_together_have_their_own_times)
+{
+    if (!system_stamps())
+        GTEST_SKIP() << "the system tells no times of arrival";
+    processor_.run_timer();
+    const std::size_t index = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    const client sender{AF_INET};
+    sender.send(server_.local_address(index), request_of(41));
+    std::this_thread::sleep_for(40ms);
+    sender.send(server_.local_address(index), request_of(41));
+    std::this_thread::sleep_for(40ms);
+    server_.start();
+    const reply_times first = times_of(sender.receive());
+    const reply_times second_reply = times_of(sender.receive());
+    EXPECT_GE(nanoseconds_between(first.arrival, first.departure), 79000000);
+    EXPECT_GE(nanoseconds_between(second_reply.arrival, second_reply.departure), 39000000);
+    EXPECT_GE(nanoseconds_between(first.arrival, second_reply.arrival), 39000000);
+    EXPECT_LT(nanoseconds_between(first.arrival, first.departure), 30000000000);
+}
+
+TEST_F(arrival_test, no_reply_leaves_before_its_request_came)
+{
+    processor_.run_timer();
+    const std::size_t index = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    server_.start();
+    const client sender{AF_INET};
+    ntp_time last{};
+    for (int number = 0; number < 500; ++number) {
+        sender.send(server_.local_address(index), request_of(41));
+        const reply_times times = times_of(sender.receive());
+        ASSERT_GE(nanoseconds_between(times.arrival, times.departure), 0) << number;
+        if (number > 0) {
+            ASSERT_GT(nanoseconds_between(last, times.arrival), 0) << number;
+        }
+        last = times.departure;
+    }
+}
+
+TEST_F(arrival_test, timer_that_stands_is_the_time_of_all_packets)
+{
+    const std::size_t index = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    const client sender{AF_INET};
+    sender.send(server_.local_address(index), request_of(41));
+    std::this_thread::sleep_for(20ms);
+    processor_.set_timer(start_ticks + ticks_of(3, 1));
+    server_.start();
+    const reply_times times = times_of(sender.receive());
+    EXPECT_EQ(times.arrival, (ntp_time{0x103, 0xC0000000}));
+    EXPECT_EQ(times.departure, (ntp_time{0x103, 0xC0000000}));
+}
+
+} // namespace
