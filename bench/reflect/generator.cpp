@@ -32,6 +32,9 @@ generator::generator(const traffic_options &options)
         options.length > longest) {
         throw std::runtime_error("no traffic of this kind can be made");
     }
+    // Requests that may not be split cost the system less to send.
+    const int whole = IP_PMTUDISC_DO;
+    (void)setsockopt(socket_.number(), IPPROTO_IP, IP_MTU_DISCOVER, &whole, sizeof whole);
     prepare_messages();
 }
 

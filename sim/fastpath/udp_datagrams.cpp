@@ -168,7 +168,10 @@ bool ask_for_ip_header(int socket, const sockaddr_storage &address)
     }
     return (!several || set_option(socket, IPPROTO_IP, IP_PKTINFO, 1)) &&
            set_option(socket, IPPROTO_IP, IP_RECVTTL, 1) && set_option(socket, IPPROTO_IP, IP_RECVTOS, 1) &&
-           set_option(socket, IPPROTO_IP, IP_TTL, hop_limit);
+           set_option(socket, IPPROTO_IP, IP_TTL, hop_limit) &&
+           // Datagrams that the system is never to split need no identification, whose numbers all processors
+           // share; what is too long for its path is sent again.
+           set_option(socket, IPPROTO_IP, IP_MTU_DISCOVER, IP_PMTUDISC_DO);
 }
 
 /** Systems that do not know segments ignore the request for them in the control data. Emulators of big-endian
@@ -336,9 +339,11 @@ send_result datagram_batch::send(int socket)
             }
             pollfd writable{.fd = socket, .events = POLLOUT, .revents = 0};
             (void)poll(&writable, 1, send_wait_milliseconds); // the next attempt finds out
+        } else if (errno == EMSGSIZE) {
+            send_in_fragments(socket, done++, result);
         } else if (departures_[done].replies > 1) {
             result.segments_refused = result.segments_refused || refuses_segments(errno);
-            send_singly(socket, done++, result);
+            send_in_fragments(socket, done++, result); // where it has to be
         } else {
             ++done; // only this one cannot be sent
             ++result.failed;
@@ -350,6 +355,15 @@ send_result datagram_batch::send(int socket)
     departure_count_ = 0;
     reply_end_ = 0;
     return result;
+}
+
+void datagram_batch::send_in_fragments(int socket, std::size_t which, send_result &result)
+{
+    const bool ipv4 = sender_names_[departures_[which].sender].ss_family == AF_INET;
+    // Both options are the system's since long; where they fail, so does sending.
+    (void)(ipv4 && set_option(socket, IPPROTO_IP, IP_MTU_DISCOVER, IP_PMTUDISC_WANT));
+    send_singly(socket, which, result);
+    (void)(ipv4 && set_option(socket, IPPROTO_IP, IP_MTU_DISCOVER, IP_PMTUDISC_DO));
 }
 
 void datagram_batch::send_singly(int socket, std::size_t which, send_result &result)

@@ -78,6 +78,8 @@ class datagram_batch {
     void begin_departure(std::size_t index, const verdict &made);
     /** Send the replies of a departure one by one. */
     void send_singly(int socket, std::size_t which, send_result &result);
+    /** The same for one that is longer than its path takes whole. */
+    void send_in_fragments(int socket, std::size_t which, send_result &result);
 
     std::size_t buffer_length_;
     std::size_t buffer_distance_; ///< From a request's buffer to the next one's.
