@@ -57,14 +57,16 @@ bool may_have_another_session(olv_sim::state_words responder)
 void copy_request(const received_packet &packet, std::span<std::uint8_t> reply)
 {
     const std::span<const std::uint8_t> request = packet.payload;
-    std::memcpy(&reply[reflector_packet::sender_sequence_number], request.data(), sender_packet::header_length);
+    std::array<std::uint8_t, sender_packet::header_length> fields; // the reply may begin where they are
+    std::copy_n(request.data(), fields.size(), fields.begin());
+    std::copy_n(fields.begin(), fields.size(), &reply[reflector_packet::sender_sequence_number]);
     store_16(&reply[reflector_packet::zero_14], 0);
     store_16(&reply[reflector_packet::zero_38], 0);
     reply[reflector_packet::sender_ttl] = packet.ttl;
     const std::span<std::uint8_t> rest = reply.subspan(reflector_packet::header_length);
     if (request.size() == stamp_length) {
         std::fill(rest.begin(), rest.end(), std::uint8_t{0});
-    } else if (!rest.empty()) {
+    } else if (!rest.empty() && rest.data() != &request[sender_packet::padding]) {
         std::memcpy(rest.data(), &request[sender_packet::padding], rest.size());
     }
 }
@@ -334,7 +336,7 @@ std::size_t reflector::write_reply(const received_packet &packet, const responde
     const std::uint32_t own_sequence_number = entry.next_sequence_number++;
     const bool copies_number = mode_ == stamp_mode::stateless && packet.payload.size() == stamp_length;
     store_32(&reply[reflector_packet::sequence_number],
-             copies_number ? load_32(&packet.payload[sender_packet::sequence_number]) : own_sequence_number);
+             copies_number ? load_32(&reply[reflector_packet::sender_sequence_number]) : own_sequence_number);
     store_16(&reply[reflector_packet::error_estimate], own_error_estimate);
     const std::uint64_t until_arrival = ticks_since(responder.creation, packet.arrival_ticks);
     const tick_scale::duration arrived = scale_.of(until_arrival);

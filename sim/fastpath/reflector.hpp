@@ -110,7 +110,8 @@ class reflector {
      * Take a packet.
      * A reply is as long as its request, but at least 41 bytes; 44 bytes are taken as STAMP. Every byte of
      * the reply is written.
-     * @param reply  Room for the longer of 44 bytes and the payload; must not overlap the payload.
+     * @param reply  Room for the longer of 41 bytes and the payload. It must not overlap the payload, except
+     *               that it may begin 27 bytes before it: the padding is then where the reply has it.
      */
     [[gnu::flatten]] verdict reflect(const received_packet &packet, const packet_path &path,
                                      std::span<std::uint8_t> reply);

@@ -19,8 +19,6 @@ constexpr int receive_buffer_bytes = 8 << 20;
  *  other sockets wait meanwhile. */
 constexpr int send_waits = 2;
 constexpr int send_wait_milliseconds = 1;
-/** Buffers that begin a cache line further each share no lines of the cache with each other. */
-constexpr std::size_t cache_line = 64;
 /** Replies that leave as one datagram: each has to fit the path, all together a datagram. */
 constexpr std::uint32_t most_segments = 64;
 constexpr std::size_t longest_segment = 1452; ///< Of IPv6 over Ethernet.
@@ -209,18 +207,24 @@ std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storag
 
 datagram_batch::datagram_batch(std::size_t longest)
     : buffer_length_(std::max(longest, stamp_length)),
-      buffer_distance_((buffer_length_ + cache_line - 1) / cache_line * cache_line + cache_line),
-      request_bytes_(capacity * buffer_distance_),
-      reply_bytes_(capacity * buffer_length_)
+      // A line in front, which a reply in place begins in. One line more than needed, as buffers at a distance
+      // of a power of two would share few lines of the processor's caches.
+      buffer_distance_((buffer_length_ + cache_line - 1) / cache_line + 2),
+      request_bytes_(capacity * buffer_distance_)
 {
     for (std::size_t index = 0; index < capacity; ++index) {
-        request_parts_[index] = {&request_bytes_[index * buffer_distance_], buffer_length_};
+        request_parts_[index] = {request(index), buffer_length_};
         msghdr &message = requests_[index].msg_hdr;
         message.msg_name = &sender_names_[index];
         message.msg_iov = &request_parts_[index];
         message.msg_iovlen = 1;
         message.msg_control = request_control_[index].bytes.data();
     }
+}
+
+std::uint8_t *datagram_batch::request(std::size_t index)
+{
+    return request_bytes_[index * buffer_distance_ + 1].bytes.data();
 }
 
 std::size_t datagram_batch::receive(int socket)
@@ -231,6 +235,7 @@ std::size_t datagram_batch::receive(int socket)
         message.msg_controllen = request_control_[index].bytes.size();
     }
     departure_count_ = 0;
+    part_count_ = 0;
     reply_end_ = 0;
     const int received = recvmmsg(socket, requests_.data(), capacity, MSG_DONTWAIT, nullptr);
     used_requests_ = received < 0 ? 0 : static_cast<std::size_t>(received);
@@ -245,7 +250,7 @@ received_packet datagram_batch::packet(std::size_t index)
     received_packet packet;
     packet.sender_address = senders_[index].address;
     packet.sender_port = senders_[index].port;
-    packet.payload = {&request_bytes_[index * buffer_distance_], requests_[index].msg_len};
+    packet.payload = {request(index), requests_[index].msg_len};
     read_control(requests_[index].msg_hdr, packet, stamp_);
     return packet;
 }
@@ -255,20 +260,26 @@ bool datagram_batch::is_truncated(std::size_t index) const
     return (requests_[index].msg_hdr.msg_flags & MSG_TRUNC) != 0;
 }
 
-std::span<std::uint8_t> datagram_batch::reply_buffer()
+std::span<std::uint8_t> datagram_batch::reply_buffer(std::size_t index)
 {
-    return {&reply_bytes_[reply_end_], buffer_length_};
+    const std::size_t length = requests_[index].msg_len;
+    if (length <= longest_copied) {
+        return std::span{reply_bytes_}.subspan(reply_end_, longest_copied);
+    }
+    return {request(index) - padding_cut, length};
 }
 
 void datagram_batch::add_reply(std::size_t index, const verdict &made, bool may_segment)
 {
+    const std::span<std::uint8_t> buffer = reply_buffer(index);
+    const std::span<std::uint8_t> reply = buffer.first(made.reply_length);
     departure *last = departure_count_ == 0 ? nullptr : &departures_[departure_count_ - 1];
     if (may_segment && last != nullptr && may_join(*last, index, made)) {
-        join(*last, made.reply_length);
+        join(*last, reply);
     } else {
-        begin_departure(index, made);
+        begin_departure(index, made, reply);
     }
-    reply_end_ += made.reply_length;
+    reply_end_ += requests_[index].msg_len <= longest_copied ? made.reply_length : 0;
 }
 
 bool datagram_batch::may_join(const departure &last, std::size_t index, const verdict &made) const
@@ -284,41 +295,49 @@ bool datagram_batch::may_join(const departure &last, std::size_t index, const ve
            destination_of(request) == destination_of(first);
 }
 
-void datagram_batch::join(departure &last, std::size_t length)
+void datagram_batch::join(departure &last, std::span<std::uint8_t> reply)
 {
     const std::size_t place = departure_count_ - 1;
+    msghdr &message = replies_[place].msg_hdr;
     if (last.replies == 1) {
         control_writer writer{reply_control_[place].bytes, last.plain_control};
         writer.add(SOL_UDP, UDP_SEGMENT, static_cast<std::uint16_t>(last.length));
-        replies_[place].msg_hdr.msg_control = reply_control_[place].bytes.data();
-        replies_[place].msg_hdr.msg_controllen = writer.length();
+        message.msg_control = reply_control_[place].bytes.data();
+        message.msg_controllen = writer.length();
     }
     ++last.replies;
-    last.last_length = length;
-    reply_parts_[place].iov_len += length;
+    last.last_length = reply.size();
+    iovec &part = reply_parts_[part_count_ - 1];
+    if (static_cast<std::uint8_t *>(part.iov_base) + part.iov_len == reply.data()) {
+        part.iov_len += reply.size();
+    } else {
+        reply_parts_[part_count_++] = {reply.data(), reply.size()};
+        ++message.msg_iovlen;
+    }
 }
 
-void datagram_batch::begin_departure(std::size_t index, const verdict &made)
+void datagram_batch::begin_departure(std::size_t index, const verdict &made, std::span<std::uint8_t> reply)
 {
     const std::size_t place = departure_count_++;
-    reply_parts_[place] = {&reply_bytes_[reply_end_], made.reply_length};
     const msghdr &request = requests_[index].msg_hdr;
     const std::size_t control =
         write_control(request, sender_names_[index].ss_family, made.traffic_class, reply_control_[place].bytes);
+    departures_[place] = {.sender = index,
+                          .first_part = part_count_,
+                          .replies = 1,
+                          .length = reply.size(),
+                          .last_length = reply.size(),
+                          .plain_control = control,
+                          .traffic_class = made.traffic_class};
+    reply_parts_[part_count_] = {reply.data(), reply.size()};
     msghdr &message = replies_[place].msg_hdr;
     message = {};
     message.msg_name = &sender_names_[index];
     message.msg_namelen = request.msg_namelen;
-    message.msg_iov = &reply_parts_[place];
+    message.msg_iov = &reply_parts_[part_count_++];
     message.msg_iovlen = 1;
     message.msg_control = control == 0 ? nullptr : reply_control_[place].bytes.data();
     message.msg_controllen = control;
-    departures_[place] = {.sender = index,
-                          .replies = 1,
-                          .length = made.reply_length,
-                          .last_length = made.reply_length,
-                          .plain_control = control,
-                          .traffic_class = made.traffic_class};
 }
 
 send_result datagram_batch::send(int socket)
@@ -353,6 +372,7 @@ send_result datagram_batch::send(int socket)
         result.failed += departures_[done].replies;
     }
     departure_count_ = 0;
+    part_count_ = 0;
     reply_end_ = 0;
     return result;
 }
@@ -369,16 +389,24 @@ void datagram_batch::send_in_fragments(int socket, std::size_t which, send_resul
 void datagram_batch::send_singly(int socket, std::size_t which, send_result &result)
 {
     const departure &together = departures_[which];
-    auto *const first = static_cast<std::uint8_t *>(reply_parts_[which].iov_base);
     msghdr message = replies_[which].msg_hdr;
     message.msg_control = together.plain_control == 0 ? nullptr : message.msg_control;
     message.msg_controllen = together.plain_control;
+    std::size_t place = together.first_part;
+    std::size_t before = 0; // octets of this piece of memory that were sent
     for (std::uint32_t number = 0; number < together.replies; ++number) {
         const bool is_last = number + 1 == together.replies;
-        iovec part{first + number * together.length, is_last ? together.last_length : together.length};
+        const std::size_t length = is_last ? together.last_length : together.length;
+        iovec part{static_cast<std::uint8_t *>(reply_parts_[place].iov_base) + before, length};
         message.msg_iov = &part;
+        message.msg_iovlen = 1;
         const bool sent = sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
         ++(sent ? result.sent : result.failed);
+        before += length;
+        if (before == reply_parts_[place].iov_len) {
+            ++place;
+            before = 0;
+        }
     }
 }
 

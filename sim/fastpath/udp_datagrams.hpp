@@ -48,10 +48,10 @@ class datagram_batch {
      *  nothing: it did not tell. */
     [[nodiscard]] std::optional<std::uint64_t> stamp() const { return stamp_; }
 
-    /** Room for the next reply. */
-    [[nodiscard]] std::span<std::uint8_t> reply_buffer();
-    /** Queue what was written to the reply buffer, for the sender of the datagram at @p index, whose packet()
-     *  was asked for last.
+    /** Room for the reply to the datagram at @p index: behind the last reply, where short ones leave as one
+     * piece of memory, or in place of the request, whose padding then need not be copied. */
+    [[nodiscard]] std::span<std::uint8_t> reply_buffer(std::size_t index);
+    /** Queue what was written to the reply buffer, for the sender of the datagram at @p index.
      *  @param may_segment  Replies to one sender that follow each other may leave as one segmented datagram:
      *                      the receiver sees no difference, the system passes it on at once. */
     void add_reply(std::size_t index, const verdict &made, bool may_segment = false);
@@ -59,12 +59,20 @@ class datagram_batch {
     send_result send(int socket);
 
   private:
+    static constexpr std::size_t cache_line = 64;
+    /** Octets of the longest request whose reply is written behind the last one. */
+    static constexpr std::size_t longest_copied = 256;
+
+    struct alignas(cache_line) memory_line {
+        std::array<std::uint8_t, cache_line> bytes;
+    };
     struct control_buffer {
         alignas(cmsghdr) std::array<std::uint8_t, 256> bytes;
     };
     /** Replies that leave together. */
     struct departure {
-        std::size_t sender = 0; ///< Index of the request.
+        std::size_t sender = 0;     ///< Index of the request.
+        std::size_t first_part = 0; ///< Of the pieces of memory.
         std::uint32_t replies = 0;
         std::size_t length = 0; ///< Of each; the last may be shorter.
         std::size_t last_length = 0;
@@ -73,18 +81,19 @@ class datagram_batch {
     };
     using message_list = std::array<mmsghdr, capacity>;
 
+    [[nodiscard]] std::uint8_t *request(std::size_t index);
     [[nodiscard]] bool may_join(const departure &last, std::size_t index, const verdict &made) const;
-    void join(departure &last, std::size_t length);
-    void begin_departure(std::size_t index, const verdict &made);
+    void join(departure &last, std::span<std::uint8_t> reply);
+    void begin_departure(std::size_t index, const verdict &made, std::span<std::uint8_t> reply);
     /** Send the replies of a departure one by one. */
     void send_singly(int socket, std::size_t which, send_result &result);
     /** The same for one that is longer than its path takes whole. */
     void send_in_fragments(int socket, std::size_t which, send_result &result);
 
     std::size_t buffer_length_;
-    std::size_t buffer_distance_; ///< From a request's buffer to the next one's.
-    std::vector<std::uint8_t> request_bytes_;
-    std::vector<std::uint8_t> reply_bytes_; ///< One reply behind the other.
+    std::size_t buffer_distance_;            ///< From a request's buffer to the next one's, in lines.
+    std::vector<memory_line> request_bytes_; ///< Each request has room for its reply's header before it.
+    std::array<std::uint8_t, capacity * longest_copied> reply_bytes_{}; ///< One short reply behind the other.
     std::size_t reply_end_ = 0;
     std::array<sockaddr_storage, capacity> sender_names_{};
     std::array<ip_endpoint, capacity> senders_{};
@@ -98,6 +107,7 @@ class datagram_batch {
     message_list replies_{};
     std::array<departure, capacity> departures_{};
     std::size_t departure_count_ = 0;
+    std::size_t part_count_ = 0;
 };
 
 /** What a socket can do. */

@@ -385,7 +385,7 @@ void udp_server::take(endpoint &from, std::size_t index, const arrival_clock &cl
     }
     ++counters.received;
     packet.arrival_ticks = clock.arrival(batch_->stamp());
-    const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer());
+    const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer(index));
     if (made.result == outcome::reflected) {
         batch_->add_reply(index, made, from.segments);
     }

@@ -257,6 +257,30 @@ TEST_F(reply_test, time_stamps_follow_from_creation_and_ticks)
     }
 }
 
+TEST_F(reply_test, reply_in_place_of_its_request_is_the_same)
+{
+    define_usual_path();
+    for (const stamp_mode mode : {stamp_mode::stateful, stamp_mode::stateless}) {
+        reflector apart{processor_, {.mode = mode}};
+        reflector in_place{processor_, {.mode = mode}};
+        for (const std::size_t length : {14u, 27u, 28u, 40u, 41u, 42u, 44u, 60u, 1400u, 65507u}) {
+            const bytes request = request_of(length);
+            bytes copied(std::max<std::size_t>(length, 44), 0xAA);
+            const verdict made = apart.reflect(packet_of(request), usual_path, copied);
+            copied.resize(made.reply_length);
+
+            bytes buffer(27 + std::max<std::size_t>(length, 14), 0xAA);
+            std::copy(request.begin(), request.end(), buffer.begin() + 27);
+            const std::span<const std::uint8_t> payload{&buffer[27], length};
+            received_packet packet = packet_of(request);
+            packet.payload = payload;
+            const verdict second = in_place.reflect(packet, usual_path, buffer);
+            buffer.resize(second.reply_length);
+            EXPECT_EQ(buffer, copied) << length;
+        }
+    }
+}
+
 TEST_F(reply_test, arrival_before_creation_is_taken_as_creation)
 {
     define_usual_path();

@@ -60,7 +60,8 @@ class segments_test : public testing::Test {
         for (std::size_t index = 0; index < lengths.size(); ++index) {
             const received_packet packet = batch_.packet(index);
             EXPECT_EQ(packet.payload.size(), lengths[index]);
-            std::fill_n(batch_.reply_buffer().begin(), lengths[index], static_cast<std::uint8_t>(index + 1));
+            std::fill_n(batch_.reply_buffer(index).begin(), lengths[index],
+                        static_cast<std::uint8_t>(index + 1));
             batch_.add_reply(
                 index,
                 {.result = outcome::reflected, .reply_length = lengths[index], .traffic_class = traffic_class},
