@@ -1,5 +1,5 @@
 // packet_instructions: what callgrind counts for one packet of a known session. Only the calls of
-// olv_fastpath::reflector::reflect() are collected; scripts/packet-instructions.sh reads the counts.
+// olv_fastpath::reflector::reflect() are collected; packet_instructions.py reads the counts.
 #include <array>
 #include <cstdint>
 #include <cstdio>

@@ -17,6 +17,7 @@ import tempfile
 LENGTHS = (41, 44, 1400)
 LIMIT = 450
 COPYING = re.compile(r"mem(cpy|move|set)")
+DRIVER = re.compile(r"\bdriver::")  # what the program itself does between two packets
 
 
 def counts_of(text):
@@ -48,9 +49,10 @@ def packets_of(output):
 
 
 def split(counts, packets):
-    """Instructions of a packet: all but copying, and copying."""
-    copying = sum(count for name, count in counts.items() if COPYING.search(name))
-    return (sum(counts.values()) - copying) / packets, copying / packets
+    """Instructions of a packet: the fast path's but copying, and copying."""
+    measured = {name: count for name, count in counts.items() if not DRIVER.search(name)}
+    copying = sum(count for name, count in measured.items() if COPYING.search(name))
+    return (sum(measured.values()) - copying) / packets, copying / packets
 
 
 def measure(program, length):
@@ -77,8 +79,9 @@ def main():
         own, copying = split(counts, packets)
         within = within and own <= chosen.limit
         print(f"{length:5} octets: {own:6.1f} instructions, and {copying:.1f} to copy; limit {chosen.limit}")
-        for name, count in counts.most_common() if chosen.functions else ():
-            print(f"    {count / packets:8.1f}  {name}")
+        if chosen.functions:
+            for name, count in counts.most_common():
+                print(f"    {count / packets:8.1f}  {name}")
     return 0 if within else 1
 
 

@@ -31,8 +31,7 @@ bool says_defined(std::uint32_t return_value)
 responder_creation creation_of(olv_sim::state_words responder)
 {
     return {read_word(responder, responder_word::creation_count),
-            std::uint64_t{read_word(responder, responder_word::ticks_high)} << 32 |
-                read_word(responder, responder_word::ticks_low)};
+            read_double_word(responder, responder_word::ticks_high)};
 }
 
 /** A reading from before the creation counts as the creation. */
@@ -89,29 +88,27 @@ reflector::reflector(olv_sim::processor &processor, const reflector_options &opt
     }
 }
 
-bool reflector::find_responder(std::uint32_t responder_id, responder_view &found)
+reflector::responder_view reflector::find_responder(std::uint32_t responder_id)
 {
     if (responders_ == nullptr) {
-        return false;
+        return {};
     }
     const std::optional<olv_sim::tree_action> action = responders_->lookup(responder_id);
     if (!action || !says_defined(action->word[0])) {
-        return false;
+        return {};
     }
-    if (last_responder_id_ != responder_id || last_responder_.empty()) {
+    if (last_responder_id_ != responder_id) {
         last_responder_ = processor_.state(responder_id);
         last_responder_id_ = responder_id;
     }
     const olv_sim::state_words words = last_responder_;
     // An entry without a key leads to IDs that nobody created, a deletion clears the state after the tree.
     if (words.size() < responder_words || (read_word(words, responder_word::flags) & responder_written) == 0) {
-        return false;
+        return {};
     }
-    found = {.words = words,
-             .creation = creation_of(words),
-             .created = {read_word(words, responder_word::ntp_seconds),
-                         read_word(words, responder_word::ntp_fraction)}};
-    return true;
+    return {.words = words,
+            .creation = creation_of(words),
+            .created = read_double_word(words, responder_word::ntp_seconds)};
 }
 
 bool reflector::is_bound(std::uint32_t bind_key) const
@@ -126,8 +123,8 @@ verdict reflector::reflect(const received_packet &packet, const packet_path &pat
     end_idle_sessions(packet.arrival_ticks, idle_sessions_each_packet);
 
     const std::uint32_t responder_id = path.responder_id & id_mask;
-    responder_view responder;
-    if (!find_responder(responder_id, responder)) {
+    const responder_view responder = find_responder(responder_id);
+    if (!responder.exists()) {
         count(global_, global_word::drop_no_responder);
         return {.result = outcome::drop_no_responder};
     }
@@ -229,14 +226,14 @@ bool reflector::answers_a_reply(const received_packet &packet, const packet_path
         load_16(&packet.payload[reflector_packet::sender_error_estimate]) != own_error_estimate) {
         return false;
     }
-    responder_view responder;
-    if (!find_responder(path.responder_id & id_mask, responder)) {
+    const responder_view responder = find_responder(path.responder_id & id_mask);
+    if (!responder.exists()) {
         return false;
     }
     const ntp_time replied = load_ntp(&packet.payload[reflector_packet::sender_timestamp]);
-    const ntp_time arrived =
+    const std::uint64_t arrived =
         scale_.after(responder.created, scale_.of(ticks_since(responder.creation, packet.arrival_ticks)));
-    return arrived.units() - replied.units() <= longest_round_trip << 32;
+    return arrived - replied.units() <= longest_round_trip << 32;
 }
 
 outcome reflector::enter_session(const received_packet &packet, std::uint32_t responder_id,
@@ -340,11 +337,10 @@ std::size_t reflector::write_reply(const received_packet &packet, const responde
     store_16(&reply[reflector_packet::error_estimate], own_error_estimate);
     const std::uint64_t until_arrival = ticks_since(responder.creation, packet.arrival_ticks);
     const tick_scale::duration arrived = scale_.of(until_arrival);
-    store_ntp(&reply[reflector_packet::receive_timestamp], scale_.after(responder.created, arrived));
+    store(&reply[reflector_packet::receive_timestamp], scale_.after(responder.created, arrived));
     const std::uint64_t until_now = ticks_since(responder.creation, processor_.timer_now());
     const std::uint64_t taken = until_now > until_arrival ? until_now - until_arrival : 0; // may be ahead
-    store_ntp(&reply[reflector_packet::timestamp],
-              scale_.after(responder.created, scale_.longer(arrived, taken)));
+    store(&reply[reflector_packet::timestamp], scale_.after(responder.created, scale_.longer(arrived, taken)));
     return length;
 }
 

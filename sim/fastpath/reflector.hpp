@@ -158,7 +158,9 @@ class reflector {
     struct responder_view {
         olv_sim::state_words words;
         responder_creation creation;
-        ntp_time created; ///< The instant of creation.
+        std::uint64_t created = 0; ///< The instant of creation, in units of ntp_time.
+
+        [[nodiscard]] bool exists() const { return !words.empty(); }
     };
 
     /** Packets that no counter has yet. */
@@ -175,8 +177,7 @@ class reflector {
     void count_received(olv_sim::state_words responder);
     void count_transmitted(olv_sim::state_words responder);
     [[gnu::noinline]] void add_sums();
-    /** @return false: there is none. */
-    [[nodiscard]] bool find_responder(std::uint32_t responder_id, responder_view &found);
+    [[nodiscard]] responder_view find_responder(std::uint32_t responder_id);
     [[nodiscard]] bool is_bound(std::uint32_t bind_key) const;
     /** The packet's session, or why there is none. */
     outcome enter_session(const received_packet &packet, std::uint32_t responder_id,
@@ -202,9 +203,9 @@ class reflector {
     tick_scale scale_;
     std::uint64_t refwait_ticks_;
     session_table sessions_;
-    std::uint32_t last_responder_id_ = 0; ///< Of the last packet whose responder was found.
+    std::uint32_t last_responder_id_ = UINT32_MAX; ///< Of the last packet that had one.
     packet_sums sums_;
-    olv_sim::state_words last_responder_; ///< Its words, which stay the same; empty before the first.
+    olv_sim::state_words last_responder_; ///< Its words, which stay the same.
 };
 
 /** Length of the reply to a request of this length. */

@@ -24,6 +24,7 @@ session_hash random_hash()
 session_table::session_table(std::uint32_t capacity)
     : slots_(std::min(capacity, maximum_capacity)),
       buckets_(std::bit_ceil(std::max(this->capacity(), 1u)), none),
+      bucket_mask_(static_cast<std::uint32_t>(buckets_.size() - 1)),
       hash_(random_hash())
 {
     for (std::uint32_t index = this->capacity(); index-- > 0;) {

@@ -9,6 +9,8 @@
 #ifndef OLV_FASTPATH_SESSION_TABLE_HPP
 #define OLV_FASTPATH_SESSION_TABLE_HPP
 
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -24,20 +26,19 @@ class responder_creation {
     /** @param count  Creation count of the responder's module.
      *  @param ticks  Timer 0 at creation: counts start again with the module. */
     responder_creation(std::uint32_t count, std::uint64_t ticks)
-        : count_(count),
-          ticks_high_(static_cast<std::uint32_t>(ticks >> 32)),
-          ticks_low_(static_cast<std::uint32_t>(ticks))
+        : count_(count), ticks_(std::bit_cast<std::array<std::uint32_t, 2>>(ticks))
     {}
 
-    [[nodiscard]] std::uint64_t ticks() const { return std::uint64_t{ticks_high_} << 32 | ticks_low_; }
+    [[nodiscard]] std::uint64_t ticks() const { return std::bit_cast<std::uint64_t>(ticks_); }
 
-    friend bool operator==(const responder_creation &, const responder_creation &) = default;
+    friend bool operator==(const responder_creation &left, const responder_creation &right)
+    {
+        return left.ticks() == right.ticks() && left.count_ == right.count_;
+    }
 
   private:
-    // Words, so that a session fits a cache line.
     std::uint32_t count_ = 0;
-    std::uint32_t ticks_high_ = 0;
-    std::uint32_t ticks_low_ = 0;
+    std::array<std::uint32_t, 2> ticks_{}; ///< Words, so that a session fits a cache line.
 };
 
 struct session {
@@ -111,6 +112,7 @@ class session_table {
 
     std::vector<slot> slots_;
     std::vector<std::uint32_t> buckets_; ///< First slot of each bucket; a power of two of them.
+    std::uint32_t bucket_mask_;
     session_hash hash_;
     std::uint32_t first_free_ = none;
     std::uint32_t oldest_ = none;
@@ -123,7 +125,7 @@ class session_table {
 
 inline std::uint32_t session_table::bucket_of(const session_key &key) const
 {
-    return hash_(key) & static_cast<std::uint32_t>(buckets_.size() - 1);
+    return hash_(key) & bucket_mask_;
 }
 
 inline std::uint32_t session_table::index_of(const session &entry) const

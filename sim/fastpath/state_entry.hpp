@@ -50,6 +50,12 @@ inline constexpr std::size_t global_words = 6;
     return big_endian(words[word].load(std::memory_order_relaxed));
 }
 
+/** Two words, the upper one first. */
+[[nodiscard]] inline std::uint64_t read_double_word(olv_sim::state_words words, std::size_t word)
+{
+    return std::uint64_t{read_word(words, word)} << 32 | read_word(words, word + 1);
+}
+
 /** Add; words are big-endian. The control side may clear the word meanwhile: a clear is never undone, hence no
  *  plain store. */
 inline void count(olv_sim::state_words words, std::size_t word, std::uint32_t added = 1)

@@ -7,8 +7,6 @@
 
 #include <cstdint>
 
-#include "fastpath/twamp_wire.hpp"
-
 namespace olv_fastpath {
 
 /** A timer's frequency. All results are exact, rounded down to 2^-32 seconds. */
@@ -39,10 +37,10 @@ class tick_scale {
         return {shorter.seconds, shorter.rest + ticks};
     }
 
-    /** The instant so long after another one; seconds wrap. */
-    [[nodiscard]] ntp_time after(ntp_time start, const duration &elapsed) const
+    /** The instant so long after another one, both in units of ntp_time; seconds wrap. */
+    [[nodiscard]] std::uint64_t after(std::uint64_t start, const duration &elapsed) const
     {
-        return ntp_time::from_units(start.units() + (elapsed.seconds << 32) + fraction_of(elapsed.rest));
+        return start + (elapsed.seconds << 32) + fraction_of(elapsed.rest);
     }
 
   private:

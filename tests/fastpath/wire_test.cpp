@@ -75,11 +75,13 @@ TEST(tick_scale, adds_ticks_of_any_timer_to_an_instant)
     };
     for (const row &each : rows) {
         const tick_scale scale{each.frequency};
-        EXPECT_EQ(scale.after(each.start, scale.of(each.elapsed)), each.expected) << each.label;
+        EXPECT_EQ(ntp_time::from_units(scale.after(each.start.units(), scale.of(each.elapsed))), each.expected)
+            << each.label;
         // In two parts, however large they are.
         for (const std::uint64_t part : {std::uint64_t{0}, std::uint64_t{1}, each.elapsed / 2, each.elapsed}) {
             const tick_scale::duration first = scale.of(each.elapsed - std::min(part, each.elapsed));
-            EXPECT_EQ(scale.after(each.start, scale.longer(first, std::min(part, each.elapsed))), each.expected)
+            const tick_scale::duration both = scale.longer(first, std::min(part, each.elapsed));
+            EXPECT_EQ(ntp_time::from_units(scale.after(each.start.units(), both)), each.expected)
                 << each.label << ", the last " << part;
         }
     }
