@@ -46,24 +46,6 @@ template <typename Visitor> void for_each_control(const msghdr &message, Visitor
 
 constexpr std::uint64_t nanoseconds_per_second = 1000000000;
 
-void read_control(const msghdr &message, received_packet &packet, std::optional<std::uint64_t> &stamp)
-{
-    stamp.reset();
-    for_each_control(message, [&](const cmsghdr *header) {
-        if (is(header, IPPROTO_IP, IP_TTL) || is(header, IPPROTO_IPV6, IPV6_HOPLIMIT)) {
-            packet.ttl = static_cast<std::uint8_t>(value_of<int>(header));
-        } else if (is(header, IPPROTO_IP, IP_TOS)) {
-            packet.traffic_class = value_of<std::uint8_t>(header);
-        } else if (is(header, IPPROTO_IPV6, IPV6_TCLASS)) {
-            packet.traffic_class = static_cast<std::uint8_t>(value_of<int>(header));
-        } else if (is(header, SOL_SOCKET, SCM_TIMESTAMPNS)) {
-            const auto time = value_of<std::timespec>(header);
-            stamp = static_cast<std::uint64_t>(time.tv_sec) * nanoseconds_per_second +
-                    static_cast<std::uint64_t>(time.tv_nsec);
-        }
-    });
-}
-
 /** Writes control data, one record after the other. */
 class control_writer {
   public:
@@ -205,6 +187,14 @@ std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storag
     return socket_abilities{.segments = knows_segments(socket)};
 }
 
+void receive_together(int socket)
+{
+    // The length of each is told in the host's order, which emulators of other processors do not know of.
+    if (std::endian::native == std::endian::little) {
+        (void)set_option(socket, SOL_UDP, UDP_GRO, 1); // where it fails, datagrams come one by one
+    }
+}
+
 datagram_batch::datagram_batch(std::size_t longest)
     : buffer_length_(std::max(longest, stamp_length)),
       // A line in front, which a reply in place begins in. One line more than needed, as buffers at a distance
@@ -224,7 +214,8 @@ datagram_batch::datagram_batch(std::size_t longest)
 
 std::uint8_t *datagram_batch::request(std::size_t index)
 {
-    return request_bytes_[index * buffer_distance_ + 1].bytes.data();
+    return reinterpret_cast<std::uint8_t *>(request_bytes_.data()) +
+           (index * buffer_distance_ + 1) * cache_line;
 }
 
 std::size_t datagram_batch::receive(int socket)
@@ -245,54 +236,107 @@ std::size_t datagram_batch::receive(int socket)
     return used_requests_;
 }
 
-received_packet datagram_batch::packet(std::size_t index)
-{
-    received_packet packet;
-    packet.sender_address = senders_[index].address;
-    packet.sender_port = senders_[index].port;
-    packet.payload = {request(index), requests_[index].msg_len};
-    read_control(requests_[index].msg_hdr, packet, stamp_);
-    return packet;
-}
-
 bool datagram_batch::is_truncated(std::size_t index) const
 {
     return (requests_[index].msg_hdr.msg_flags & MSG_TRUNC) != 0;
 }
 
-std::span<std::uint8_t> datagram_batch::reply_buffer(std::size_t index)
+std::size_t datagram_batch::open(std::size_t index)
 {
     const std::size_t length = requests_[index].msg_len;
-    if (length <= longest_copied) {
+    message_ = {.index = index, .datagram_length = length, .stamp = {}};
+    read_control();
+    const std::size_t each = message_.datagram_length;
+    return each == 0 ? 1 : (length + each - 1) / each;
+}
+
+void datagram_batch::read_control()
+{
+    for_each_control(requests_[message_.index].msg_hdr, [this](const cmsghdr *header) {
+        if (is(header, IPPROTO_IP, IP_TTL) || is(header, IPPROTO_IPV6, IPV6_HOPLIMIT)) {
+            message_.ttl = static_cast<std::uint8_t>(value_of<int>(header));
+        } else if (is(header, IPPROTO_IP, IP_TOS)) {
+            message_.traffic_class = value_of<std::uint8_t>(header);
+        } else if (is(header, IPPROTO_IPV6, IPV6_TCLASS)) {
+            message_.traffic_class = static_cast<std::uint8_t>(value_of<int>(header));
+        } else if (is(header, SOL_SOCKET, SCM_TIMESTAMPNS)) {
+            const auto time = value_of<std::timespec>(header);
+            message_.stamp = static_cast<std::uint64_t>(time.tv_sec) * nanoseconds_per_second +
+                             static_cast<std::uint64_t>(time.tv_nsec);
+        } else if (is(header, SOL_UDP, UDP_GRO)) {
+            const int each = value_of<int>(header);
+            if (each > 0) {
+                message_.datagram_length = std::min(message_.datagram_length, static_cast<std::size_t>(each));
+            }
+        }
+    });
+}
+
+std::span<std::uint8_t> datagram_batch::datagram(std::size_t number)
+{
+    const std::size_t begin = number * message_.datagram_length;
+    const std::size_t length = requests_[message_.index].msg_len - begin;
+    return {request(message_.index) + begin, std::min(length, message_.datagram_length)};
+}
+
+received_packet datagram_batch::packet(std::size_t datagram_number)
+{
+    const ip_endpoint &sender = senders_[message_.index];
+    received_packet packet;
+    packet.payload = datagram(datagram_number);
+    packet.ttl = message_.ttl;
+    packet.traffic_class = message_.traffic_class;
+    packet.sender_address = sender.address;
+    packet.sender_port = sender.port;
+    return packet;
+}
+
+bool datagram_batch::is_full() const
+{
+    return part_count_ == capacity || reply_end_ + longest_copied > reply_bytes_.size();
+}
+
+/** Short replies that are longer than their requests would cover those behind them. */
+bool datagram_batch::is_copied(std::size_t length) const
+{
+    const bool alone = requests_[message_.index].msg_len == message_.datagram_length;
+    return length < reflector_packet::header_length || (alone && length <= longest_copied);
+}
+
+std::span<std::uint8_t> datagram_batch::reply_buffer(std::size_t datagram_number)
+{
+    const std::span<std::uint8_t> request = datagram(datagram_number);
+    if (is_copied(request.size())) {
         return std::span{reply_bytes_}.subspan(reply_end_, longest_copied);
     }
-    return {request(index) - padding_cut, length};
+    return {request.data() - padding_cut, request.size()};
 }
 
-void datagram_batch::add_reply(std::size_t index, const verdict &made, bool may_segment)
+void datagram_batch::add_reply(std::size_t datagram_number, const verdict &made, bool may_segment)
 {
-    const std::span<std::uint8_t> buffer = reply_buffer(index);
-    const std::span<std::uint8_t> reply = buffer.first(made.reply_length);
+    const std::span<std::uint8_t> reply = reply_buffer(datagram_number).first(made.reply_length);
     departure *last = departure_count_ == 0 ? nullptr : &departures_[departure_count_ - 1];
-    if (may_segment && last != nullptr && may_join(*last, index, made)) {
+    if (may_segment && last != nullptr && may_join(*last, made)) {
         join(*last, reply);
     } else {
-        begin_departure(index, made, reply);
+        begin_departure(made, reply);
     }
-    reply_end_ += requests_[index].msg_len <= longest_copied ? made.reply_length : 0;
+    reply_end_ += is_copied(datagram(datagram_number).size()) ? made.reply_length : 0;
 }
 
-bool datagram_batch::may_join(const departure &last, std::size_t index, const verdict &made) const
+bool datagram_batch::may_join(const departure &last, const verdict &made) const
 {
-    const msghdr &request = requests_[index].msg_hdr;
+    const msghdr &request = requests_[message_.index].msg_hdr;
     const msghdr &first = requests_[last.sender].msg_hdr;
     // A shorter one ends the segments.
     return last.last_length == last.length && made.reply_length <= last.length &&
            last.length <= longest_segment && last.replies < most_segments &&
            last.length * (last.replies + 1) <= maximum_payload_ipv4 &&
-           made.traffic_class == last.traffic_class && request.msg_namelen == first.msg_namelen &&
-           std::memcmp(request.msg_name, first.msg_name, request.msg_namelen) == 0 &&
-           destination_of(request) == destination_of(first);
+           made.traffic_class == last.traffic_class &&
+           (last.sender == message_.index ||
+            (request.msg_namelen == first.msg_namelen &&
+             std::memcmp(request.msg_name, first.msg_name, request.msg_namelen) == 0 &&
+             destination_of(request) == destination_of(first)));
 }
 
 void datagram_batch::join(departure &last, std::span<std::uint8_t> reply)
@@ -316,8 +360,9 @@ void datagram_batch::join(departure &last, std::span<std::uint8_t> reply)
     }
 }
 
-void datagram_batch::begin_departure(std::size_t index, const verdict &made, std::span<std::uint8_t> reply)
+void datagram_batch::begin_departure(const verdict &made, std::span<std::uint8_t> reply)
 {
+    const std::size_t index = message_.index;
     const std::size_t place = departure_count_++;
     const msghdr &request = requests_[index].msg_hdr;
     const std::size_t control =

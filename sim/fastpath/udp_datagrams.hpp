@@ -36,25 +36,30 @@ class datagram_batch {
     datagram_batch(const datagram_batch &) = delete;
     datagram_batch &operator=(const datagram_batch &) = delete;
 
-    /** Receive what waits in a socket. @return Datagrams received, 0 when there are none. */
+    /** Receive what waits in a socket. @return Messages received, 0 when there are none. Each is a datagram, or
+     *  several of one sender, one behind the other, that the system has received as one. */
     std::size_t receive(int socket);
-    /** Who sent the datagrams received, in their order. */
+    /** Who sent the messages received, in their order. */
     [[nodiscard]] std::span<const ip_endpoint> senders() const { return {senders_.data(), used_requests_}; }
-    /** Whether it was longer than the buffers. */
+    /** Whether a message was longer than the buffers. */
     [[nodiscard]] bool is_truncated(std::size_t index) const;
-    /** The datagram itself, as far as there was room, without its arrival time. */
-    [[nodiscard]] received_packet packet(std::size_t index);
-    /** Nanoseconds since 1970 at which the system received the datagram whose packet() was asked for last;
-     *  nothing: it did not tell. */
-    [[nodiscard]] std::optional<std::uint64_t> stamp() const { return stamp_; }
 
-    /** Room for the reply to the datagram at @p index: behind the last reply, where short ones leave as one
-     * piece of memory, or in place of the request, whose padding then need not be copied. */
-    [[nodiscard]] std::span<std::uint8_t> reply_buffer(std::size_t index);
-    /** Queue what was written to the reply buffer, for the sender of the datagram at @p index.
+    /** Turn to the message at @p index; the calls below are about it. @return Datagrams in it. */
+    std::size_t open(std::size_t index);
+    /** A datagram of the message, as far as there was room, without its arrival time. */
+    [[nodiscard]] received_packet packet(std::size_t datagram);
+    /** Nanoseconds since 1970 at which the system received the message; nothing: it did not tell. */
+    [[nodiscard]] const std::optional<std::uint64_t> &stamp() const { return message_.stamp; }
+    /** Whether the queued replies have to be sent before another one is added. */
+    [[nodiscard]] bool is_full() const;
+    /** Room for the reply to a datagram of the message: behind the last reply, where short ones leave as one
+     * piece of memory, or in place of the request, whose padding then need not be copied. In a message of
+     * several the replies of datagrams of 41 octets and more follow each other like these. */
+    [[nodiscard]] std::span<std::uint8_t> reply_buffer(std::size_t datagram);
+    /** Queue what was written to the reply buffer, for the sender of the message.
      *  @param may_segment  Replies to one sender that follow each other may leave as one segmented datagram:
      *                      the receiver sees no difference, the system passes it on at once. */
-    void add_reply(std::size_t index, const verdict &made, bool may_segment = false);
+    void add_reply(std::size_t datagram, const verdict &made, bool may_segment = false);
     /** Send the queued replies. Waits for room in the socket, but not for long. */
     send_result send(int socket);
 
@@ -69,6 +74,14 @@ class datagram_batch {
     struct control_buffer {
         alignas(cmsghdr) std::array<std::uint8_t, 256> bytes;
     };
+    /** What the system tells of a message. */
+    struct message_facts {
+        std::size_t index = 0;
+        std::size_t datagram_length = 0; ///< Of all but the last of several.
+        std::uint8_t ttl = 0;
+        std::uint8_t traffic_class = 0;
+        std::optional<std::uint64_t> stamp;
+    };
     /** Replies that leave together. */
     struct departure {
         std::size_t sender = 0;     ///< Index of the request.
@@ -81,10 +94,13 @@ class datagram_batch {
     };
     using message_list = std::array<mmsghdr, capacity>;
 
+    void read_control();
     [[nodiscard]] std::uint8_t *request(std::size_t index);
-    [[nodiscard]] bool may_join(const departure &last, std::size_t index, const verdict &made) const;
+    [[nodiscard]] std::span<std::uint8_t> datagram(std::size_t number);
+    [[nodiscard]] bool is_copied(std::size_t length) const;
+    [[nodiscard]] bool may_join(const departure &last, const verdict &made) const;
     void join(departure &last, std::span<std::uint8_t> reply);
-    void begin_departure(std::size_t index, const verdict &made, std::span<std::uint8_t> reply);
+    void begin_departure(const verdict &made, std::span<std::uint8_t> reply);
     /** Send the replies of a departure one by one. */
     void send_singly(int socket, std::size_t which, send_result &result);
     /** The same for one that is longer than its path takes whole. */
@@ -103,7 +119,7 @@ class datagram_batch {
     std::array<control_buffer, capacity> reply_control_{};
     message_list requests_{};
     std::size_t used_requests_ = capacity; ///< Whose headers the system has written to.
-    std::optional<std::uint64_t> stamp_;
+    message_facts message_;
     message_list replies_{};
     std::array<departure, capacity> departures_{};
     std::size_t departure_count_ = 0;
@@ -112,8 +128,12 @@ class datagram_batch {
 
 /** What a socket can do. */
 struct socket_abilities {
-    bool segments = false; ///< Segmented datagrams.
+    bool segments = false; ///< Send segmented datagrams.
 };
+
+/** Have the socket receive datagrams of one sender that the system has together as one message; a buffer has to
+ *  have room for the longest there can be. Nothing changes where the system cannot. */
+void receive_together(int socket);
 
 /** Ask for the IP header's fields, the time of arrival and, where the socket listens at several addresses, the
  *  one that a datagram was sent to; hop limit 255 for replies.

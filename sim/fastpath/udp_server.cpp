@@ -25,6 +25,8 @@ constexpr int events_each_turn = 16;
 /** Looks at the busy sockets before the others get their turn. */
 constexpr int looks_each_turn = 8;
 constexpr std::size_t most_busy_sockets = 8;
+/** Octets of the longest message of several datagrams. */
+constexpr std::size_t longest_message = 65535;
 /** What epoll says of the descriptor that wakes the thread; no index of a socket. */
 constexpr std::uint64_t wake_event = UINT64_MAX;
 
@@ -110,7 +112,7 @@ udp_server::~udp_server()
     stop();
 }
 
-udp_server::endpoint udp_server::open_endpoint(const listen_address &address, const packet_path &path)
+udp_server::endpoint udp_server::open_endpoint(const listen_address &address, const packet_path &path) const
 {
     const std::string what = "cannot listen on " + address.text();
     endpoint opened;
@@ -129,7 +131,11 @@ udp_server::endpoint udp_server::open_endpoint(const listen_address &address, co
                     &opened.local.length) != 0) {
         fail(what, errno);
     }
-    opened.segments = abilities->segments;
+    opened.segments = abilities->segments && options_.segments;
+    opened.wait = idle_wait{patience_of(options_)};
+    if (options_.together && options_.longest_datagram >= longest_message) {
+        receive_together(opened.socket.number());
+    }
     return opened;
 }
 
@@ -139,8 +145,6 @@ std::size_t udp_server::add(const listen_address &address, const packet_path &pa
     const std::string what = "cannot listen on " + address.text();
     const std::lock_guard lock{mutex_};
     opened.bucket = bucket_of(path.responder_id);
-    opened.segments = opened.segments && options_.segments;
-    opened.wait = idle_wait{patience_of(options_)};
     endpoints_.reserve(endpoints_.size() + 1);
     if (!watch(epoll_.number(), opened.socket.number(), endpoints_.size())) {
         fail(what, errno);
@@ -340,10 +344,7 @@ std::size_t udp_server::serve_batches(endpoint &from)
                 take(from, index, clock);
             }
         }
-        const send_result result = batch_->send(from.socket.number());
-        from.counters.sent += result.sent;
-        from.counters.send_failures += result.failed;
-        from.segments = from.segments && !result.segments_refused;
+        send(from);
         if (received < datagram_batch::capacity) {
             break;
         }
@@ -365,15 +366,24 @@ arrival_clock udp_server::read_clocks() const
 void udp_server::take(endpoint &from, std::size_t index, const arrival_clock &clock)
 {
     udp_statistics &counters = from.counters;
+    const std::size_t datagrams = batch_->open(index);
     if (std::uint64_t *reason = reason_against(batch_->senders()[index], clock.timer(), counters)) {
-        ++*reason;
+        *reason += datagrams;
         return;
     }
     if (batch_->is_truncated(index)) {
         ++counters.truncated;
         return;
     }
-    received_packet packet = batch_->packet(index);
+    for (std::size_t datagram = 0; datagram < datagrams; ++datagram) {
+        take_datagram(from, datagram, clock);
+    }
+}
+
+void udp_server::take_datagram(endpoint &from, std::size_t datagram, const arrival_clock &clock)
+{
+    udp_statistics &counters = from.counters;
+    received_packet packet = batch_->packet(datagram);
     packet.arrival_ticks = clock.timer();
     if (reflector_.answers_a_reply(packet, from.path)) {
         ++counters.answers;
@@ -384,11 +394,22 @@ void udp_server::take(endpoint &from, std::size_t index, const arrival_clock &cl
         return;
     }
     ++counters.received;
-    packet.arrival_ticks = clock.arrival(batch_->stamp());
-    const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer(index));
-    if (made.result == outcome::reflected) {
-        batch_->add_reply(index, made, from.segments);
+    if (batch_->is_full()) {
+        send(from);
     }
+    packet.arrival_ticks = clock.arrival(batch_->stamp());
+    const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer(datagram));
+    if (made.result == outcome::reflected) {
+        batch_->add_reply(datagram, made, from.segments);
+    }
+}
+
+void udp_server::send(endpoint &from)
+{
+    const send_result result = batch_->send(from.socket.number());
+    from.counters.sent += result.sent;
+    from.counters.send_failures += result.failed;
+    from.segments = from.segments && !result.segments_refused;
 }
 
 std::uint64_t *udp_server::reason_against(const ip_endpoint &sender, std::uint64_t now,

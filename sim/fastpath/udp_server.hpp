@@ -43,6 +43,9 @@ struct udp_server_options {
      *  one core it always sleeps. */
     std::uint32_t busy_poll_microseconds = 20;
     bool segments = true; ///< Replies to one sender may leave as one segmented datagram.
+    /** Requests of one sender that the system has together are received as one message; with the full
+     *  longest_datagram only. */
+    bool together = true;
 };
 
 /** Counters of a socket, or of all sockets of a server, since it was opened. Each datagram that was taken from
@@ -157,7 +160,7 @@ class udp_server {
         idle_wait wait{std::chrono::nanoseconds::zero()};
     };
 
-    [[nodiscard]] static endpoint open_endpoint(const listen_address &address, const packet_path &path);
+    [[nodiscard]] endpoint open_endpoint(const listen_address &address, const packet_path &path) const;
     [[nodiscard]] const endpoint &open_at(std::size_t index) const;
     [[nodiscard]] std::shared_ptr<token_bucket> bucket_of(std::uint32_t responder_id) const;
     void note_own_endpoints();
@@ -172,8 +175,10 @@ class udp_server {
     bool serve(endpoint &from);
     std::size_t serve_batches(endpoint &from);
     [[nodiscard]] arrival_clock read_clocks() const;
-    /** Hand a datagram of the batch to the reflector, or drop it. */
+    /** Hand the datagrams of a message of the batch to the reflector, or drop them. */
     void take(endpoint &from, std::size_t index, const arrival_clock &clock);
+    void take_datagram(endpoint &from, std::size_t datagram, const arrival_clock &clock);
+    void send(endpoint &from);
     /** The counter of the reason to answer nothing to a sender; NULL: there is none. */
     [[nodiscard]] std::uint64_t *reason_against(const ip_endpoint &sender, std::uint64_t now,
                                                 udp_statistics &counters);

@@ -173,8 +173,10 @@ TEST(datagram_batch, full_socket_holds_up_for_a_moment_only)
     const std::size_t received = batch.receive(receiving);
     close(receiving);
     ASSERT_EQ(received, 5u);
-    for (std::size_t index = 0; index < received; ++index)
-        batch.add_reply(index, {.result = outcome::reflected, .reply_length = 41});
+    for (std::size_t index = 0; index < received; ++index) {
+        EXPECT_EQ(batch.open(index), 1u);
+        batch.add_reply(0, {.result = outcome::reflected, .reply_length = 41});
+    }
     const full_stream full;
     const auto start = steady_clock::now();
     const send_result result = batch.send(full.number());

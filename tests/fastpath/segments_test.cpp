@@ -58,12 +58,12 @@ class segments_test : public testing::Test {
     void add_replies(const std::vector<std::size_t> &lengths, std::uint8_t traffic_class = 0)
     {
         for (std::size_t index = 0; index < lengths.size(); ++index) {
-            const received_packet packet = batch_.packet(index);
+            EXPECT_EQ(batch_.open(index), 1u);
+            const received_packet packet = batch_.packet(0);
             EXPECT_EQ(packet.payload.size(), lengths[index]);
-            std::fill_n(batch_.reply_buffer(index).begin(), lengths[index],
-                        static_cast<std::uint8_t>(index + 1));
+            std::fill_n(batch_.reply_buffer(0).begin(), lengths[index], static_cast<std::uint8_t>(index + 1));
             batch_.add_reply(
-                index,
+                0,
                 {.result = outcome::reflected, .reply_length = lengths[index], .traffic_class = traffic_class},
                 true);
         }
@@ -165,9 +165,11 @@ TEST_F(segments_test, replies_of_another_traffic_class_leave_for_themselves)
     take_together(sender_);
     receive_requests(sender_, {44, 44, 44});
     const std::uint8_t classes[] = {0xB8, 0xB8, 0};
-    for (std::size_t index = 0; index < 3; ++index)
-        batch_.add_reply(
-            index, {.result = outcome::reflected, .reply_length = 44, .traffic_class = classes[index]}, true);
+    for (std::size_t index = 0; index < 3; ++index) {
+        EXPECT_EQ(batch_.open(index), 1u);
+        batch_.add_reply(0, {.result = outcome::reflected, .reply_length = 44, .traffic_class = classes[index]},
+                         true);
+    }
     EXPECT_EQ(batch_.send(socket_.number()).sent, 3u);
     EXPECT_EQ(departures(sender_, 2), (std::vector<std::size_t>{88, 44}));
 }
@@ -226,6 +228,101 @@ class server_segments_test : public fastpath_test {
 
     static constexpr std::size_t requests = 100;
 };
+
+/** Requests that leave their sender as one segmented datagram reach a server that takes such as one message. */
+class together_test : public fastpath_test {
+  protected:
+    together_test() { define_usual_path({.maximum_sessions = 1000}); }
+
+    void SetUp() override
+    {
+        const prepared_socket probe{"127.0.0.1:0"};
+        if (!probe.segments())
+            GTEST_SKIP() << "the system knows no segmented datagrams";
+    }
+
+    /** The replies to requests of this length and one more of another, sent as one or one by one. */
+    std::vector<bytes> replies_of(std::size_t length, std::size_t count, std::size_t last, bool together,
+                                  const udp_server_options &options = {})
+    {
+        reflector reflecting{processor_};
+        udp_server server{reflecting, options};
+        const std::size_t index = server.add(parse_listen_address("127.0.0.1:0"), usual_path);
+        const client sender{AF_INET};
+        bytes all;
+        for (std::size_t number = 0; number <= count; ++number) {
+            bytes request = request_of(number < count ? length : last);
+            request[0] = static_cast<std::uint8_t>(number);
+            all.insert(all.end(), request.begin(), request.end());
+            if (!together)
+                sender.send(server.local_address(index), request);
+        }
+        if (together) {
+            sender.set_option(SOL_UDP, UDP_SEGMENT, static_cast<int>(length));
+            sender.send(server.local_address(index), all);
+        }
+        server.start();
+        std::vector<bytes> replies;
+        for (std::size_t number = 0; number <= count; ++number)
+            replies.push_back(sender.receive().payload);
+        EXPECT_TRUE(sender.is_empty());
+        EXPECT_TRUE(eventually([&] { return server.statistics().sent == count + 1; }));
+        EXPECT_EQ(server.statistics().received, count + 1);
+        EXPECT_EQ(server.statistics().truncated, 0u);
+        return replies;
+    }
+};
+
+TEST_F(together_test, each_request_is_answered_as_if_it_had_come_alone)
+{
+    struct row {
+        std::size_t length, count, last;
+    };
+    std::uint32_t requests = 0;
+    for (const row &each :
+         {row{14, 63, 14}, row{27, 40, 14}, row{40, 63, 40}, row{41, 63, 41}, row{42, 10, 41}, row{44, 63, 44},
+          row{44, 20, 14}, row{100, 63, 27}, row{257, 30, 40}, row{1400, 44, 1400}, row{1400, 30, 14}}) {
+        const std::vector<bytes> together = replies_of(each.length, each.count, each.last, true);
+        EXPECT_EQ(together, replies_of(each.length, each.count, each.last, false)) << each.length;
+        EXPECT_EQ(together, replies_of(each.length, each.count, each.last, true, {.segments = false}))
+            << each.length;
+        EXPECT_EQ(together[each.count].size(), std::max<std::size_t>(each.last, 41));
+        EXPECT_EQ(together[each.count][24], each.count);
+        EXPECT_EQ(load_32(&together[each.count][0]), each.count);
+        requests += 3 * static_cast<std::uint32_t>(each.count + 1);
+    }
+    EXPECT_EQ(global(), (global_counters{.rx = requests, .tx = requests}));
+}
+
+TEST_F(together_test, requests_that_are_dropped_count_one_by_one)
+{
+    udp_server_options options;
+    options.allowed_sources.add(parse_address_prefix("127.0.0.2"));
+    reflector reflecting{processor_, {.minimum_request = 41}};
+    udp_server open_server{reflecting};
+    udp_server closed_server{reflecting, options};
+    const listen_address open =
+        open_server.local_address(open_server.add(parse_listen_address("127.0.0.1:0"), usual_path));
+    const listen_address closed =
+        closed_server.local_address(closed_server.add(parse_listen_address("127.0.0.1:0"), usual_path));
+    const client sender{AF_INET};
+    sender.set_option(SOL_UDP, UDP_SEGMENT, 30);
+    sender.send(closed, bytes(95, 0x5A));
+    sender.send(open, bytes(95, 0x5A));
+    closed_server.start();
+    EXPECT_TRUE(eventually([&] { return closed_server.statistics().source_not_allowed == 4; }));
+    closed_server.stop();
+    open_server.start();
+    EXPECT_TRUE(eventually([&] { return open_server.statistics().received == 4; }));
+    EXPECT_EQ(global(), (global_counters{.rx = 4, .length = 4}));
+    EXPECT_TRUE(sender.is_empty());
+}
+
+TEST_F(together_test, short_buffers_take_requests_one_by_one)
+{
+    const std::vector<bytes> together = replies_of(44, 50, 44, true, {.longest_datagram = 100});
+    EXPECT_EQ(together, replies_of(44, 50, 44, false, {.longest_datagram = 100}));
+}
 
 TEST_F(server_segments_test, same_replies_and_counters)
 {
