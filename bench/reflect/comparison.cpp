@@ -113,6 +113,7 @@ case_figures measure(const traffic_case &traffic, const bench_options &options, 
     generator source{{.window = traffic.window,
                       .sessions = traffic.sessions,
                       .length = traffic.length,
+                      .segments = options.segmented_requests,
                       .spins = cores.apart()}};
     case_figures figures{.traffic = traffic, .subjects = {}};
     for (unsigned round = 0; round < options.rounds; ++round) {

@@ -72,6 +72,7 @@ struct bench_options {
     unsigned rounds = 5;
     std::chrono::milliseconds turn{300};
     olv_fastpath::udp_server_options server{}; ///< Of the reflector.
+    bool segmented_requests = false;           ///< Of one session.
 };
 
 /** Where server and generator run. */

@@ -6,7 +6,10 @@
 #include <cstring>
 #include <stdexcept>
 
+#include <netinet/udp.h>
 #include <poll.h>
+
+#include "fastpath/twamp_wire.hpp"
 
 namespace reflect_bench {
 namespace {
@@ -121,8 +124,7 @@ void generator::fill_window(std::uint64_t most)
         for (std::uint32_t place = 0; place < batch; ++place) {
             write_request(place, next_number_ + place, now);
         }
-        const int taken = sendmmsg(socket_.number(), request_messages_.data(), batch, 0);
-        const std::uint32_t sent = taken > 0 ? static_cast<std::uint32_t>(taken) : 0;
+        const std::uint32_t sent = send_batch(batch);
         for (std::uint32_t place = sent; place < batch; ++place) {
             requests_[(next_number_ + place) % requests_.size()].waits = false;
         }
@@ -134,6 +136,37 @@ void generator::fill_window(std::uint64_t most)
         figures_.sent += sent;
         missing -= sent;
     }
+}
+
+std::uint32_t generator::send_batch(std::uint32_t requests)
+{
+    if (options_.segments && options_.sessions == 1 && requests > 1) {
+        return send_segments(requests);
+    }
+    const int taken = sendmmsg(socket_.number(), request_messages_.data(), requests, 0);
+    return taken > 0 ? static_cast<std::uint32_t>(taken) : 0;
+}
+
+std::uint32_t generator::send_segments(std::uint32_t requests)
+{
+    const auto together =
+        std::min(requests, static_cast<std::uint32_t>(olv_fastpath::maximum_payload_ipv4 / options_.length));
+    struct {
+        alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(std::uint16_t))> bytes{};
+    } control;
+    cmsghdr header{};
+    header.cmsg_level = SOL_UDP;
+    header.cmsg_type = UDP_SEGMENT;
+    header.cmsg_len = CMSG_LEN(sizeof(std::uint16_t));
+    const auto length = static_cast<std::uint16_t>(options_.length);
+    std::memcpy(control.bytes.data(), &header, sizeof header);
+    std::memcpy(&control.bytes[CMSG_LEN(0)], &length, sizeof length);
+    msghdr message{};
+    message.msg_iov = request_parts_.data();
+    message.msg_iovlen = together;
+    message.msg_control = control.bytes.data();
+    message.msg_controllen = control.bytes.size();
+    return sendmsg(socket_.number(), &message, 0) < 0 ? 0 : together;
 }
 
 void generator::write_request(std::size_t place, std::uint32_t number, clock::time_point now)

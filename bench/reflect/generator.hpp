@@ -23,6 +23,7 @@ struct traffic_options {
     std::uint32_t window = 1;   ///< Requests on their way at the same time.
     std::uint32_t sessions = 1; ///< Source addresses, used in turn; one session is a connected socket.
     std::size_t length = 44;    ///< Octets of a request; 4 to 1472.
+    bool segments = false;      ///< Requests of one session leave as segmented datagrams.
     bool spins = true;          ///< Look for replies without sleeping; needs a core of its own.
 };
 
@@ -75,6 +76,9 @@ class generator {
 
     void prepare_messages();
     void fill_window(std::uint64_t most);
+    /** @return How many were sent. */
+    [[nodiscard]] std::uint32_t send_batch(std::uint32_t requests);
+    [[nodiscard]] std::uint32_t send_segments(std::uint32_t requests);
     void write_request(std::size_t place, std::uint32_t number, clock::time_point now);
     std::size_t take_replies();
     void take_reply(std::size_t place, clock::time_point now);

@@ -46,6 +46,10 @@ void add_options(CLI::App &program, settings &chosen, unsigned &turn_millisecond
         ->check(CLI::Range(0, 1000000));
     program.add_flag("!--no-segments", chosen.bench.server.segments,
                      "Have each reply leave as a datagram of its own");
+    program.add_flag("!--no-together", chosen.bench.server.together,
+                     "Have the reflector receive each request as a message of its own");
+    program.add_flag("--segmented-requests", chosen.bench.segmented_requests,
+                     "Send the requests of one session as segmented datagrams");
     program.add_option("--json", chosen.json_file, "Write the figures to this file, too");
     program.add_flag("--quick", chosen.quick, "A round of 50 ms each: whether it works, no more");
     program.add_flag("--check", chosen.check, "Exit status 1 when a target is missed");

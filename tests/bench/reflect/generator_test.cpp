@@ -154,6 +154,18 @@ TEST(generator, sessions_are_addresses_in_turn)
     EXPECT_EQ(server.senders().count("127.1.1.44"), 0u);
 }
 
+TEST(generator, segmented_requests_are_requests)
+{
+    lossy_echo server{5};
+    generator source{{.window = 100, .length = 1400, .segments = true, .spins = false}};
+    source.aim(server.address(), 0);
+    const traffic_figures seen = source.run(300ms);
+    server.stop();
+    EXPECT_GT(seen.received, 100u);
+    EXPECT_EQ(seen.sent, server.received());
+    EXPECT_EQ(seen.lost, server.dropped());
+}
+
 TEST(generator, refuses_traffic_that_cannot_be)
 {
     EXPECT_THROW(generator({.window = 0}), std::runtime_error);
