@@ -22,22 +22,22 @@ class idle_wait {
 
     [[nodiscard]] bool ever_looks() const { return patience_ > std::chrono::nanoseconds::zero(); }
 
-    /** Packets came. */
-    void note_packets(clock::time_point now)
+    /** @param looked  When packets were found. @param served  When they had been dealt with. */
+    void note_packets(clock::time_point looked, clock::time_point served)
     {
-        looks_ = now - last_packets_ <= patience_;
-        last_packets_ = now;
+        looks_ = looked - last_served_ <= patience_;
+        last_served_ = served;
     }
 
     /** @return Whether to look again now rather than to sleep. */
     [[nodiscard]] bool may_look(clock::time_point now) const
     {
-        return looks_ && now - last_packets_ < patience_;
+        return looks_ && now - last_served_ < patience_;
     }
 
   private:
     std::chrono::nanoseconds patience_;
-    clock::time_point last_packets_{};
+    clock::time_point last_served_{};
     bool looks_ = false;
 };
 

@@ -316,15 +316,17 @@ void udp_server::watch_again(std::size_t place)
 
 bool udp_server::serve(endpoint &from)
 {
-    const std::size_t received = serve_batches(from);
     if (!from.wait.ever_looks()) {
+        (void)serve_batches(from);
         return false;
     }
-    const idle_wait::clock::time_point now = idle_wait::clock::now();
-    if (received > 0) {
-        from.wait.note_packets(now);
+    const idle_wait::clock::time_point looked = idle_wait::clock::now();
+    const std::size_t received = serve_batches(from);
+    if (received == 0) {
+        return from.wait.may_look(looked);
     }
-    return from.wait.may_look(now);
+    from.wait.note_packets(looked, idle_wait::clock::now());
+    return from.wait.may_look(looked);
 }
 
 std::size_t udp_server::serve_batches(endpoint &from)

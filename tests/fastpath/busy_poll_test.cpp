@@ -20,24 +20,34 @@ TEST(idle_wait, looks_while_packets_come_within_its_patience)
     idle_wait wait{20us};
     EXPECT_TRUE(wait.ever_looks());
     EXPECT_FALSE(wait.may_look(at(0)));
-    wait.note_packets(at(0)); // the first after long
+    wait.note_packets(at(0), at(0)); // the first after long
     EXPECT_FALSE(wait.may_look(at(1)));
-    wait.note_packets(at(20));
+    wait.note_packets(at(20), at(20));
     EXPECT_TRUE(wait.may_look(at(20)));
     EXPECT_TRUE(wait.may_look(at(39)));
     EXPECT_FALSE(wait.may_look(at(40)));
-    wait.note_packets(at(41)); // came too late: the looking was for nothing
+    wait.note_packets(at(41), at(41)); // came too late: the looking was for nothing
     EXPECT_FALSE(wait.may_look(at(42)));
-    wait.note_packets(at(50));
+    wait.note_packets(at(50), at(51));
     EXPECT_TRUE(wait.may_look(at(51)));
+}
+
+TEST(idle_wait, time_that_packets_take_is_no_pause)
+{
+    idle_wait wait{20us};
+    wait.note_packets(at(0), at(300));
+    wait.note_packets(at(301), at(900));
+    EXPECT_TRUE(wait.may_look(at(900)));
+    EXPECT_TRUE(wait.may_look(at(919)));
+    EXPECT_FALSE(wait.may_look(at(920)));
 }
 
 TEST(idle_wait, never_looks_without_patience)
 {
     idle_wait wait{0us};
     EXPECT_FALSE(wait.ever_looks());
-    wait.note_packets(at(1));
-    wait.note_packets(at(1));
+    wait.note_packets(at(1), at(1));
+    wait.note_packets(at(1), at(1));
     EXPECT_FALSE(wait.may_look(at(1)));
 }
 
