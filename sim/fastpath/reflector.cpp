@@ -45,11 +45,12 @@ std::uint64_t saturating_product(std::uint64_t left, std::uint64_t right)
     return right != 0 && left > UINT64_MAX / right ? UINT64_MAX : left * right;
 }
 
-bool may_have_another_session(olv_sim::state_words responder)
+/** Count another active session, unless the responder has as many as it may have. */
+bool count_session(olv_sim::state_words responder)
 {
     const std::uint32_t maximum =
         responder[responder_word::maximum_sessions].load(std::memory_order_relaxed); // host order as written
-    return read_word(responder, responder_word::active_sessions) < maximum;
+    return count_below(responder, responder_word::active_sessions, maximum);
 }
 
 /** Copy the request's fields, its TTL and what there is room for of its padding; zero the rest. */
@@ -259,9 +260,9 @@ outcome reflector::begin_session(const session_key &key, std::uint64_t arrival, 
                                  session **entry)
 {
     forget_stale_sessions(slots_each_session);
-    if (!may_have_another_session(responder.words)) {
+    if (!count_session(responder.words)) {
         end_idle_sessions(arrival, sessions_.capacity());
-        if (!may_have_another_session(responder.words)) {
+        if (!count_session(responder.words)) {
             return outcome::drop_max_sessions;
         }
     }
@@ -271,9 +272,9 @@ outcome reflector::begin_session(const session_key &key, std::uint64_t arrival, 
         begun = sessions_.insert(key, responder.creation, arrival);
     }
     if (begun == nullptr) {
+        count_down(responder.words, responder_word::active_sessions);
         return outcome::drop_table_full;
     }
-    count(responder.words, responder_word::active_sessions);
     *entry = begun;
     return outcome::reflected;
 }

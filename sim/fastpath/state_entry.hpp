@@ -69,6 +69,19 @@ inline void count(olv_sim::state_words words, std::size_t word, std::uint32_t ad
     }
 }
 
+/** Add 1 to a word below a limit. @return Whether it was. */
+[[nodiscard]] inline bool count_below(olv_sim::state_words words, std::size_t word, std::uint32_t limit)
+{
+    std::uint32_t stored = words[word].load(std::memory_order_relaxed);
+    while (big_endian(stored) < limit) {
+        if (words[word].compare_exchange_weak(stored, big_endian(big_endian(stored) + 1),
+                                              std::memory_order_relaxed)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /** Subtract 1, except from 0, to which the control side may have cleared the word. */
 inline void count_down(olv_sim::state_words words, std::size_t word)
 {

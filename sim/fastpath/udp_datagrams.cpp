@@ -187,6 +187,11 @@ std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storag
     return socket_abilities{.segments = knows_segments(socket)};
 }
 
+bool share_address(int socket)
+{
+    return set_option(socket, SOL_SOCKET, SO_REUSEPORT, 1);
+}
+
 void receive_together(int socket)
 {
     // The length of each is told in the host's order, which emulators of other processors do not know of.

@@ -131,6 +131,9 @@ struct socket_abilities {
     bool segments = false; ///< Send segmented datagrams.
 };
 
+/** Have several sockets listen at the address. @return false with errno set. */
+[[nodiscard]] bool share_address(int socket);
+
 /** Have the socket receive datagrams of one sender that the system has together as one message; a buffer has to
  *  have room for the longest there can be. Nothing changes where the system cannot. */
 void receive_together(int socket);

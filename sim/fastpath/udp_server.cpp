@@ -22,8 +22,9 @@ namespace {
 /** Batches taken from one socket before the others get their turn. */
 constexpr int batches_each_turn = 4;
 constexpr int events_each_turn = 16;
-/** Looks at the busy sockets before the others get their turn. */
+/** Looks at the busy sockets before the others get their turn, or messages taken from them. */
 constexpr int looks_each_turn = 8;
+constexpr std::size_t messages_each_turn = batches_each_turn * datagram_batch::capacity;
 constexpr std::size_t most_busy_sockets = 8;
 /** Octets of the longest message of several datagrams. */
 constexpr std::size_t longest_message = 65535;
@@ -122,8 +123,9 @@ udp_server::endpoint udp_server::open_endpoint(const listen_address &address, co
     if (opened.socket.is_open()) {
         abilities = prepare_socket(opened.socket.number(), address.address);
     }
-    if (!abilities || bind(opened.socket.number(), reinterpret_cast<const sockaddr *>(&address.address),
-                           address.length) != 0) {
+    if (!abilities || (options_.shares_addresses && !share_address(opened.socket.number())) ||
+        bind(opened.socket.number(), reinterpret_cast<const sockaddr *>(&address.address), address.length) !=
+            0) {
         fail(what, errno);
     }
     opened.local.length = sizeof opened.local.address;
@@ -268,8 +270,9 @@ void udp_server::run()
         for (int index = 0; index < ready; ++index) {
             serve_woken(events[index].data.u64);
         }
-        for (int look = 0; look < looks_each_turn && !busy_.empty() && !stopping_; ++look) {
-            serve_busy();
+        std::size_t messages = 0;
+        for (int look = 0; look < looks_each_turn && messages < messages_each_turn && !busy_.empty(); ++look) {
+            messages += serve_busy();
         }
     }
     const std::lock_guard lock{mutex_};
@@ -286,21 +289,25 @@ void udp_server::serve_woken(std::uint64_t data)
     const std::lock_guard lock{mutex_};
     const auto index = static_cast<std::size_t>(data);
     endpoint &from = endpoints_[index];
-    if (from.socket.is_open() && serve(from) && busy_.size() < most_busy_sockets &&
+    if (from.socket.is_open() && serve(from).is_busy && busy_.size() < most_busy_sockets &&
         epoll_ctl(epoll_.number(), EPOLL_CTL_DEL, from.socket.number(), nullptr) == 0) {
         busy_.push_back(index);
     }
 }
 
-void udp_server::serve_busy()
+std::size_t udp_server::serve_busy()
 {
     const std::lock_guard lock{mutex_};
+    std::size_t messages = 0;
     for (std::size_t place = busy_.size(); place-- > 0;) {
         endpoint &from = endpoints_[busy_[place]];
-        if (!from.socket.is_open() || !serve(from)) {
+        const served done = from.socket.is_open() ? serve(from) : served{};
+        messages += done.messages;
+        if (!done.is_busy) {
             watch_again(place);
         }
     }
+    return messages;
 }
 
 void udp_server::watch_again(std::size_t place)
@@ -314,19 +321,17 @@ void udp_server::watch_again(std::size_t place)
     }
 }
 
-bool udp_server::serve(endpoint &from)
+udp_server::served udp_server::serve(endpoint &from)
 {
     if (!from.wait.ever_looks()) {
-        (void)serve_batches(from);
-        return false;
+        return {.messages = serve_batches(from)};
     }
     const idle_wait::clock::time_point looked = idle_wait::clock::now();
-    const std::size_t received = serve_batches(from);
-    if (received == 0) {
-        return from.wait.may_look(looked);
+    const std::size_t messages = serve_batches(from);
+    if (messages > 0) {
+        from.wait.note_packets(looked, idle_wait::clock::now());
     }
-    from.wait.note_packets(looked, idle_wait::clock::now());
-    return from.wait.may_look(looked);
+    return {.messages = messages, .is_busy = from.wait.may_look(looked)};
 }
 
 std::size_t udp_server::serve_batches(endpoint &from)

@@ -46,6 +46,9 @@ struct udp_server_options {
     /** Requests of one sender that the system has together are received as one message; with the full
      *  longest_datagram only. */
     bool together = true;
+    /** Other servers of this user may listen at the same addresses, each with a reflector and a thread of its
+     * own: the system hands all packets of a sender to one of them. The limit of packets is each server's. */
+    bool shares_addresses = false;
 };
 
 /** Counters of a socket, or of all sockets of a server, since it was opened. Each datagram that was taken from
@@ -167,12 +170,15 @@ class udp_server {
     void run();
     /** Serve a socket that epoll told of. */
     void serve_woken(std::uint64_t data);
-    /** Serve the busy sockets, and let epoll watch those that are busy no more. */
-    void serve_busy();
+    /** Serve the busy sockets, and let epoll watch those that are busy no more. @return Messages received. */
+    std::size_t serve_busy();
     /** Let epoll watch the socket at a place of the busy ones. */
     void watch_again(std::size_t place);
-    /** @return Whether to look at the socket again soon. */
-    bool serve(endpoint &from);
+    struct served {
+        std::size_t messages = 0;
+        bool is_busy = false; ///< Look at the socket again soon.
+    };
+    served serve(endpoint &from);
     std::size_t serve_batches(endpoint &from);
     [[nodiscard]] arrival_clock read_clocks() const;
     /** Hand the datagrams of a message of the batch to the reflector, or drop them. */
