@@ -35,12 +35,20 @@ bool is(const cmsghdr *header, int level, int type)
     return header->cmsg_level == level && header->cmsg_type == type;
 }
 
-/** Go through a message's control data; the C library's macro takes no constant message. */
+/** Go through a message's control data. */
 template <typename Visitor> void for_each_control(const msghdr &message, Visitor visit)
 {
-    msghdr copy = message;
-    for (cmsghdr *header = CMSG_FIRSTHDR(&copy); header != nullptr; header = CMSG_NXTHDR(&copy, header)) {
+    const auto *place = static_cast<const std::uint8_t *>(message.msg_control);
+    std::size_t left = message.msg_controllen;
+    while (left >= sizeof(cmsghdr)) {
+        const auto *header = reinterpret_cast<const cmsghdr *>(place);
+        if (header->cmsg_len < sizeof(cmsghdr) || header->cmsg_len > left) {
+            return;
+        }
         visit(header);
+        const std::size_t step = std::min<std::size_t>(CMSG_ALIGN(header->cmsg_len), left);
+        place += step;
+        left -= step;
     }
 }
 
@@ -71,58 +79,9 @@ class control_writer {
     std::size_t length_;
 };
 
-/** The request's destination, where it is told, becomes the reply's source, unless it is a group's. Most
- * replies need no control data at all, which the system takes in faster. */
-std::size_t write_control(const msghdr &request, int family, std::uint8_t traffic_class,
-                          std::span<std::uint8_t> buffer)
-{
-    control_writer writer{buffer};
-    for_each_control(request, [&writer](const cmsghdr *header) {
-        if (is(header, IPPROTO_IP, IP_PKTINFO)) {
-            in_pktinfo source{};
-            source.ipi_spec_dst = value_of<in_pktinfo>(header).ipi_spec_dst;
-            writer.add(IPPROTO_IP, IP_PKTINFO, source);
-        } else if (is(header, IPPROTO_IPV6, IPV6_PKTINFO)) {
-            in6_pktinfo source = value_of<in6_pktinfo>(header);
-            if (IN6_IS_ADDR_MULTICAST(&source.ipi6_addr)) {
-                return;
-            }
-            if (!IN6_IS_ADDR_LINKLOCAL(&source.ipi6_addr)) {
-                source.ipi6_ifindex = 0; // routing may choose another interface than the request's
-            }
-            writer.add(IPPROTO_IPV6, IPV6_PKTINFO, source);
-        }
-    });
-    if (traffic_class == 0) { // as the socket has it
-        return writer.length();
-    }
-    if (family == AF_INET6) {
-        writer.add(IPPROTO_IPV6, IPV6_TCLASS, int{traffic_class});
-    } else {
-        writer.add(IPPROTO_IP, IP_TOS, traffic_class);
-    }
-    return writer.length();
-}
-
 bool set_option(int socket, int level, int option, int value)
 {
     return setsockopt(socket, level, option, &value, sizeof value) == 0;
-}
-
-/** The address that a request was sent to, where it is told; zeros elsewhere. */
-ip_address destination_of(const msghdr &request)
-{
-    ip_address destination{};
-    for_each_control(request, [&destination](const cmsghdr *header) {
-        if (is(header, IPPROTO_IP, IP_PKTINFO)) {
-            const in_pktinfo told = value_of<in_pktinfo>(header);
-            std::memcpy(destination.data(), &told.ipi_spec_dst, sizeof told.ipi_spec_dst);
-        } else if (is(header, IPPROTO_IPV6, IPV6_PKTINFO)) {
-            const in6_pktinfo told = value_of<in6_pktinfo>(header);
-            std::memcpy(destination.data(), &told.ipi6_addr, sizeof told.ipi6_addr);
-        }
-    });
-    return destination;
 }
 
 /** Whether the socket receives what is sent to several addresses. */
@@ -217,6 +176,18 @@ datagram_batch::datagram_batch(std::size_t longest)
     }
 }
 
+/** The request's destination becomes the reply's source, unless it is a group's. */
+datagram_batch::reply_source datagram_batch::reply_source_of(const in6_pktinfo &destination)
+{
+    reply_source source;
+    if (!IN6_IS_ADDR_MULTICAST(&destination.ipi6_addr)) {
+        std::memcpy(source.address.data(), &destination.ipi6_addr, source.address.size());
+        // Elsewhere routing may choose another interface than the request's.
+        source.interface = IN6_IS_ADDR_LINKLOCAL(&destination.ipi6_addr) ? destination.ipi6_ifindex : 0;
+    }
+    return source;
+}
+
 std::uint8_t *datagram_batch::request(std::size_t index)
 {
     return reinterpret_cast<std::uint8_t *>(request_bytes_.data()) +
@@ -249,7 +220,7 @@ bool datagram_batch::is_truncated(std::size_t index) const
 std::size_t datagram_batch::open(std::size_t index)
 {
     const std::size_t length = requests_[index].msg_len;
-    message_ = {.index = index, .datagram_length = length, .stamp = {}};
+    message_ = {.index = index, .datagram_length = length, .stamp = {}, .source = {}};
     read_control();
     const std::size_t each = message_.datagram_length;
     return each == 0 ? 1 : (length + each - 1) / each;
@@ -268,6 +239,11 @@ void datagram_batch::read_control()
             const auto time = value_of<std::timespec>(header);
             message_.stamp = static_cast<std::uint64_t>(time.tv_sec) * nanoseconds_per_second +
                              static_cast<std::uint64_t>(time.tv_nsec);
+        } else if (is(header, IPPROTO_IP, IP_PKTINFO)) {
+            const in_addr source = value_of<in_pktinfo>(header).ipi_spec_dst;
+            std::memcpy(message_.source.address.data(), &source, sizeof source);
+        } else if (is(header, IPPROTO_IPV6, IPV6_PKTINFO)) {
+            message_.source = reply_source_of(value_of<in6_pktinfo>(header));
         } else if (is(header, SOL_UDP, UDP_GRO)) {
             const int each = value_of<int>(header);
             if (each > 0) {
@@ -341,7 +317,7 @@ bool datagram_batch::may_join(const departure &last, const verdict &made) const
            (last.sender == message_.index ||
             (request.msg_namelen == first.msg_namelen &&
              std::memcmp(request.msg_name, first.msg_name, request.msg_namelen) == 0 &&
-             destination_of(request) == destination_of(first)));
+             message_.source == last.source));
 }
 
 void datagram_batch::join(departure &last, std::span<std::uint8_t> reply)
@@ -365,20 +341,49 @@ void datagram_batch::join(departure &last, std::span<std::uint8_t> reply)
     }
 }
 
+/** Most replies need no control data at all, which the system takes in faster. */
+std::size_t datagram_batch::write_control(int family, std::uint8_t traffic_class,
+                                          std::span<std::uint8_t> buffer) const
+{
+    control_writer writer{buffer};
+    const reply_source &from = message_.source;
+    if (from != reply_source{}) {
+        if (family == AF_INET6) {
+            in6_pktinfo source{};
+            std::memcpy(&source.ipi6_addr, from.address.data(), sizeof source.ipi6_addr);
+            source.ipi6_ifindex = from.interface;
+            writer.add(IPPROTO_IPV6, IPV6_PKTINFO, source);
+        } else {
+            in_pktinfo source{};
+            std::memcpy(&source.ipi_spec_dst, from.address.data(), sizeof source.ipi_spec_dst);
+            writer.add(IPPROTO_IP, IP_PKTINFO, source);
+        }
+    }
+    if (traffic_class != 0) { // as the socket has it otherwise
+        if (family == AF_INET6) {
+            writer.add(IPPROTO_IPV6, IPV6_TCLASS, int{traffic_class});
+        } else {
+            writer.add(IPPROTO_IP, IP_TOS, traffic_class);
+        }
+    }
+    return writer.length();
+}
+
 void datagram_batch::begin_departure(const verdict &made, std::span<std::uint8_t> reply)
 {
     const std::size_t index = message_.index;
     const std::size_t place = departure_count_++;
     const msghdr &request = requests_[index].msg_hdr;
     const std::size_t control =
-        write_control(request, sender_names_[index].ss_family, made.traffic_class, reply_control_[place].bytes);
+        write_control(sender_names_[index].ss_family, made.traffic_class, reply_control_[place].bytes);
     departures_[place] = {.sender = index,
                           .first_part = part_count_,
                           .replies = 1,
                           .length = reply.size(),
                           .last_length = reply.size(),
                           .plain_control = control,
-                          .traffic_class = made.traffic_class};
+                          .traffic_class = made.traffic_class,
+                          .source = message_.source};
     reply_parts_[part_count_] = {reply.data(), reply.size()};
     msghdr &message = replies_[place].msg_hdr;
     message = {};

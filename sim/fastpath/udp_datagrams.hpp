@@ -74,6 +74,13 @@ class datagram_batch {
     struct control_buffer {
         alignas(cmsghdr) std::array<std::uint8_t, 256> bytes;
     };
+    /** The address that a reply leaves from, where the socket has several. */
+    struct reply_source {
+        ip_address address{}; ///< Zeros: the system chooses.
+        unsigned interface = 0;
+
+        friend bool operator==(const reply_source &, const reply_source &) = default;
+    };
     /** What the system tells of a message. */
     struct message_facts {
         std::size_t index = 0;
@@ -81,6 +88,7 @@ class datagram_batch {
         std::uint8_t ttl = 0;
         std::uint8_t traffic_class = 0;
         std::optional<std::uint64_t> stamp;
+        reply_source source;
     };
     /** Replies that leave together. */
     struct departure {
@@ -91,10 +99,13 @@ class datagram_batch {
         std::size_t last_length = 0;
         std::size_t plain_control = 0; ///< Octets of control data without the segments' length.
         std::uint8_t traffic_class = 0;
+        reply_source source;
     };
     using message_list = std::array<mmsghdr, capacity>;
 
+    [[nodiscard]] static reply_source reply_source_of(const in6_pktinfo &destination);
     void read_control();
+    std::size_t write_control(int family, std::uint8_t traffic_class, std::span<std::uint8_t> buffer) const;
     [[nodiscard]] std::uint8_t *request(std::size_t index);
     [[nodiscard]] std::span<std::uint8_t> datagram(std::size_t number);
     [[nodiscard]] bool is_copied(std::size_t length) const;
