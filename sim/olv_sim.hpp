@@ -429,7 +429,13 @@ class classifier_tree {
     virtual ~classifier_tree() = default;
 
     /** The entry with this key, or else the entry without a key. */
-    [[nodiscard]] virtual std::optional<tree_action> lookup(std::uint32_t key) const = 0;
+    [[nodiscard]] std::optional<tree_action> lookup(std::uint32_t key) const
+    {
+        tree_action action{};
+        return find(key, action) ? std::optional{action} : std::nullopt;
+    }
+    /** The same, for each packet. @return false: there is none, @p action may have changed. */
+    [[nodiscard]] virtual bool find(std::uint32_t key, tree_action &action) const = 0;
     [[nodiscard]] virtual std::size_t size() const = 0;        ///< Entries, one without a key included.
     [[nodiscard]] virtual std::uint32_t id() const = 0;        ///< The tree function's ID.
     [[nodiscard]] virtual const std::string &name() const = 0; ///< The tree function's name.
@@ -471,8 +477,8 @@ class processor {
     [[nodiscard]] std::uint64_t timer_frequency() const;
     /** Timer 0 now. Runs by itself, or stands at the value that was set. */
     [[nodiscard]] std::uint64_t timer_now() const;
-    void set_timer(std::uint64_t ticks); ///< Stop timer 0 at a value.
-    void run_timer();                    ///< Let timer 0 run by itself again.
+    void set_timer(std::uint64_t ticks);   ///< Stop timer 0 at a value.
+    void run_timer();                      ///< Let timer 0 run by itself again.
     [[nodiscard]] bool timer_runs() const; ///< Whether it runs by itself.
 
     /** Bytes that trees, namespaces and state memory take. */

@@ -34,7 +34,11 @@ struct ip_endpoint {
     ip_address address{};
     std::uint16_t port = 0; ///< Host order.
 
-    friend bool operator==(const ip_endpoint &, const ip_endpoint &) = default;
+    friend bool operator==(const ip_endpoint &left, const ip_endpoint &right)
+    {
+        return std::memcmp(left.address.data(), right.address.data(), sizeof(ip_address)) == 0 &&
+               left.port == right.port;
+    }
     friend bool operator<(const ip_endpoint &left, const ip_endpoint &right)
     {
         return std::tie(left.address, left.port) < std::tie(right.address, right.port);

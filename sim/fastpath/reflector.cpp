@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
 
 namespace olv_fastpath {
 
@@ -57,9 +56,14 @@ bool count_session(olv_sim::state_words responder)
 void copy_request(const received_packet &packet, std::span<std::uint8_t> reply)
 {
     const std::span<const std::uint8_t> request = packet.payload;
-    std::array<std::uint8_t, sender_packet::header_length> fields; // the reply may begin where they are
-    std::copy_n(request.data(), fields.size(), fields.begin());
-    std::copy_n(fields.begin(), fields.size(), &reply[reflector_packet::sender_sequence_number]);
+    // In two parts, which overlap, by way of registers: the reply may begin where they are.
+    constexpr std::size_t second_part = sender_packet::header_length - sizeof(std::uint64_t);
+    std::uint64_t first = 0;
+    std::uint64_t second = 0;
+    std::memcpy(&first, request.data(), sizeof first);
+    std::memcpy(&second, &request[second_part], sizeof second);
+    std::memcpy(&reply[reflector_packet::sender_sequence_number], &first, sizeof first);
+    std::memcpy(&reply[reflector_packet::sender_sequence_number + second_part], &second, sizeof second);
     store_16(&reply[reflector_packet::zero_14], 0);
     store_16(&reply[reflector_packet::zero_38], 0);
     reply[reflector_packet::sender_ttl] = packet.ttl;
@@ -94,8 +98,8 @@ reflector::responder_view reflector::find_responder(std::uint32_t responder_id)
     if (responders_ == nullptr) {
         return {};
     }
-    const std::optional<olv_sim::tree_action> action = responders_->lookup(responder_id);
-    if (!action || !says_defined(action->word[0])) {
+    olv_sim::tree_action action;
+    if (!responders_->find(responder_id, action) || !says_defined(action.word[0])) {
         return {};
     }
     if (last_responder_id_ != responder_id) {
@@ -114,7 +118,8 @@ reflector::responder_view reflector::find_responder(std::uint32_t responder_id)
 
 bool reflector::is_bound(std::uint32_t bind_key) const
 {
-    return binds_ != nullptr && binds_->lookup(bind_key & id_mask).has_value();
+    olv_sim::tree_action action;
+    return binds_ != nullptr && binds_->find(bind_key & id_mask, action);
 }
 
 verdict reflector::reflect(const received_packet &packet, const packet_path &path,

@@ -9,6 +9,9 @@ namespace olv_fastpath {
 
 namespace {
 
+/** Few buckets hold two sessions then, the second of which nothing fetches ahead. */
+constexpr std::size_t buckets_each_session = 2;
+
 session_hash random_hash()
 {
     std::random_device device;
@@ -23,7 +26,7 @@ session_hash random_hash()
 
 session_table::session_table(std::uint32_t capacity)
     : slots_(std::min(capacity, maximum_capacity)),
-      buckets_(std::bit_ceil(std::max(this->capacity(), 1u)), none),
+      buckets_(std::bit_ceil(std::max(this->capacity(), 1u)) * buckets_each_session, none),
       bucket_mask_(static_cast<std::uint32_t>(buckets_.size() - 1)),
       hash_(random_hash())
 {

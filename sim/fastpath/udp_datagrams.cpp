@@ -220,10 +220,15 @@ bool datagram_batch::is_truncated(std::size_t index) const
 std::size_t datagram_batch::open(std::size_t index)
 {
     const std::size_t length = requests_[index].msg_len;
-    message_ = {.index = index, .datagram_length = length, .stamp = {}, .source = {}};
+    message_.index = index;
+    message_.datagram_length = length;
+    message_.ttl = 0;
+    message_.traffic_class = 0;
+    message_.stamp.reset();
+    message_.source = {};
     read_control();
     const std::size_t each = message_.datagram_length;
-    return each == 0 ? 1 : (length + each - 1) / each;
+    return each == length ? 1 : (length + each - 1) / each;
 }
 
 void datagram_batch::read_control()
@@ -315,7 +320,7 @@ bool datagram_batch::may_join(const departure &last, const verdict &made) const
            last.length * (last.replies + 1) <= maximum_payload_ipv4 &&
            made.traffic_class == last.traffic_class &&
            (last.sender == message_.index ||
-            (request.msg_namelen == first.msg_namelen &&
+            (senders_[last.sender] == senders_[message_.index] && request.msg_namelen == first.msg_namelen &&
              std::memcmp(request.msg_name, first.msg_name, request.msg_namelen) == 0 &&
              message_.source == last.source));
 }

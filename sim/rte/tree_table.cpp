@@ -52,20 +52,18 @@ void tree_table::cell::erase()
     state.store((before + one_change) & ~present, std::memory_order_release);
 }
 
-std::optional<tree_action> tree_table::lookup(std::uint32_t key) const
+bool tree_table::find(std::uint32_t key, tree_action &action) const
 {
     if (key < (1u << key_bits)) {
         const leaf *home = leaves_[key / cells_in_leaf].load(std::memory_order_acquire);
-        if (home != nullptr) {
-            if (const std::optional<tree_action> action = home->cells[key % cells_in_leaf].read_action()) {
-                return action;
-            }
+        if (home != nullptr && home->cells[key % cells_in_leaf].read_action(action)) {
+            return true;
         }
     }
-    return default_.read_action();
+    return default_.read_action(action);
 }
 
-const tree_table::cell *tree_table::find(const tree_key &key) const
+const tree_table::cell *tree_table::cell_of(const tree_key &key) const
 {
     if (key.bits == 0) {
         return &default_;
@@ -114,7 +112,7 @@ std::uint32_t tree_table::unlearn(const tree_key &key)
             return rte_no_such_entry;
         }
     } else {
-        const cell *home = find(key);
+        const cell *home = cell_of(key);
         if (home == nullptr || !home->is_present()) {
             return rte_no_such_entry;
         }
@@ -148,7 +146,7 @@ std::optional<tree_entry> tree_table::next_in_table(cursor &walk) const
 {
     while (walk.position <= (1u << key_bits)) {
         const auto value = static_cast<std::uint32_t>(walk.position - 1);
-        const cell *home = find({key_bits, value});
+        const cell *home = cell_of({key_bits, value});
         if (home == nullptr) {
             walk.position += cells_in_leaf - value % cells_in_leaf;
             continue;

@@ -41,7 +41,7 @@ class tree_table final : public classifier_tree {
     explicit tree_table(const classifier_program::tree_function &description);
     ~tree_table() override;
 
-    [[nodiscard]] std::optional<tree_action> lookup(std::uint32_t key) const override;
+    [[nodiscard]] bool find(std::uint32_t key, tree_action &action) const override;
     [[nodiscard]] std::size_t size() const override { return size_.load(std::memory_order_relaxed); }
     [[nodiscard]] std::uint32_t id() const override { return id_; }
     [[nodiscard]] const std::string &name() const override { return name_; }
@@ -81,19 +81,19 @@ class tree_table final : public classifier_tree {
 
         [[nodiscard]] bool read(tree_action &action, std::uint32_t &pattern_word) const;
         /** As packets need it: without the pattern's word. */
-        [[nodiscard]] std::optional<tree_action> read_action() const
+        [[nodiscard]] bool read_action(tree_action &action) const
         {
             for (;;) {
                 const std::uint32_t before = state.load(std::memory_order_acquire);
                 if ((before & (changing | present)) == 0) {
-                    return std::nullopt;
+                    return false;
                 }
-                const tree_action action{{word[0].load(std::memory_order_acquire),
-                                          word[1].load(std::memory_order_acquire),
-                                          word[2].load(std::memory_order_acquire)}};
+                action.word[0] = word[0].load(std::memory_order_acquire);
+                action.word[1] = word[1].load(std::memory_order_acquire);
+                action.word[2] = word[2].load(std::memory_order_acquire);
                 // Nothing changed meanwhile, and nothing was being changed: there is an entry then.
                 if (state.load(std::memory_order_relaxed) == before && (before & changing) == 0) {
-                    return action;
+                    return true;
                 }
             }
         }
@@ -106,7 +106,7 @@ class tree_table final : public classifier_tree {
     };
 
     /** NULL where no leaf is; key widths 0 and key_bits only. */
-    [[nodiscard]] const cell *find(const tree_key &key) const;
+    [[nodiscard]] const cell *cell_of(const tree_key &key) const;
     cell &place(const tree_key &key);
     [[nodiscard]] std::optional<tree_entry> next_in_table(cursor &walk) const;
     [[nodiscard]] std::optional<tree_entry> next_in_list(cursor &walk) const;
