@@ -139,7 +139,7 @@ verdict reflector::reflect(const received_packet &packet, const packet_path &pat
         return {.result = outcome::drop_no_bind};
     }
 
-    count_received(responder.words);
+    count_received(responder);
     if (packet.payload.size() < minimum_request_ || reply.size() < reply_length(packet.payload.size())) {
         count(responder.words, responder_word::drop_length_check);
         count(global_, global_word::drop_length_check);
@@ -170,17 +170,18 @@ inline void reflector::count_arrival()
     }
 }
 
-inline void reflector::count_received(olv_sim::state_words responder)
+inline void reflector::count_received(const responder_view &responder)
 {
     if (!sums_.used) {
-        count(responder, responder_word::received);
+        count(responder.words, responder_word::received);
         return;
     }
-    if (sums_.responder.data() != responder.data()) {
+    if (sums_.responder.data() != responder.words.data() || sums_.creation != responder.creation) {
         if (!sums_.responder.empty()) {
             add_sums();
         }
-        sums_.responder = responder;
+        sums_.responder = responder.words;
+        sums_.creation = responder.creation;
     }
     ++sums_.received;
 }
@@ -201,11 +202,11 @@ void reflector::add_sums()
 {
     count(global_, global_word::total_rx, sums_.total_rx);
     count(global_, global_word::total_tx, sums_.total_tx);
-    if (!sums_.responder.empty()) {
+    if (!sums_.responder.empty() && creation_of(sums_.responder) == sums_.creation) {
         count(sums_.responder, responder_word::received, sums_.received);
         count(sums_.responder, responder_word::transmitted, sums_.transmitted);
     }
-    sums_ = {.used = sums_.used, .responder = {}};
+    sums_ = {.used = sums_.used, .responder = {}, .creation = {}};
 }
 
 void reflector::expect(std::span<const ip_endpoint> senders, const packet_path &path) const

@@ -128,7 +128,8 @@ class reflector {
 
     /**
      * While it lives, packets are counted as received and transmitted in sums, which it adds to the counters at
-     * its end, or before another responder's packet. Belongs to the thread that calls reflect(); one at a time.
+     * its end, or before another responder's packet; not to those of a responder that is gone by then. Belongs
+     * to the thread that calls reflect(); one at a time.
      */
     class counting_together {
       public:
@@ -173,13 +174,14 @@ class reflector {
         bool used = false;
         std::uint32_t total_rx = 0;
         std::uint32_t total_tx = 0;
-        olv_sim::state_words responder; ///< Which these belong to.
+        olv_sim::state_words responder; ///< Which these belong to, as long as its creation is this:
+        responder_creation creation;
         std::uint32_t received = 0;
         std::uint32_t transmitted = 0;
     };
 
     void count_arrival();
-    void count_received(olv_sim::state_words responder);
+    void count_received(const responder_view &responder);
     void count_transmitted(olv_sim::state_words responder);
     [[gnu::noinline]] void add_sums();
     [[nodiscard]] responder_view find_responder(std::uint32_t responder_id);

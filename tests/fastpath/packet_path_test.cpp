@@ -246,4 +246,25 @@ TEST_F(packet_path_test, counting_together_undoes_no_clear)
     EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1}));
 }
 
+TEST_F(packet_path_test, counting_together_adds_nothing_to_a_later_responder)
+{
+    define_usual_path({.creation_count = 1});
+    {
+        const reflector::counting_together counting{subject()};
+        EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+        delete_responder(responder_id);
+    }
+    EXPECT_EQ(counters(), responder_counters{});
+    EXPECT_EQ(global().tx, 1u);
+    {
+        const reflector::counting_together counting{subject()};
+        define_responder(responder_id, {.creation_count = 2});
+        EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+        write_state(responder_id, {.creation_count = 3});
+        EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+    }
+    EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
+    EXPECT_EQ(global().tx, 3u);
+}
+
 } // namespace
