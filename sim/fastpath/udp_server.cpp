@@ -26,6 +26,9 @@ constexpr int events_each_turn = 16;
 constexpr int looks_each_turn = 8;
 constexpr std::size_t messages_each_turn = batches_each_turn * datagram_batch::capacity;
 constexpr std::size_t most_busy_sockets = 8;
+/** Fewer requests that were received together get a datagram each. What captures on this machine see of
+ * segments is one long datagram, which would be wrong of a few probes and saves little. */
+constexpr std::size_t fewest_in_segments = 8;
 /** Octets of the longest message of several datagrams. */
 constexpr std::size_t longest_message = 65535;
 /** What epoll says of the descriptor that wakes the thread; no index of a socket. */
@@ -382,12 +385,14 @@ void udp_server::take(endpoint &from, std::size_t index, const arrival_clock &cl
         ++counters.truncated;
         return;
     }
+    const bool many = std::max(batch_->senders().size(), datagrams) >= fewest_in_segments;
     for (std::size_t datagram = 0; datagram < datagrams; ++datagram) {
-        take_datagram(from, datagram, clock);
+        take_datagram(from, datagram, clock, many && from.segments);
     }
 }
 
-void udp_server::take_datagram(endpoint &from, std::size_t datagram, const arrival_clock &clock)
+void udp_server::take_datagram(endpoint &from, std::size_t datagram, const arrival_clock &clock,
+                               bool may_segment)
 {
     udp_statistics &counters = from.counters;
     received_packet packet = batch_->packet(datagram);
@@ -407,7 +412,7 @@ void udp_server::take_datagram(endpoint &from, std::size_t datagram, const arriv
     packet.arrival_ticks = clock.arrival(batch_->stamp());
     const verdict made = reflector_.reflect(packet, from.path, batch_->reply_buffer(datagram));
     if (made.result == outcome::reflected) {
-        batch_->add_reply(datagram, made, from.segments);
+        batch_->add_reply(datagram, made, may_segment);
     }
 }
 

@@ -42,7 +42,7 @@ struct udp_server_options {
      *  Packets that come less often find it asleep: a quiet reflector uses no processor time. On a system with
      *  one core it always sleeps. */
     std::uint32_t busy_poll_microseconds = 20;
-    bool segments = true; ///< Replies to one sender may leave as one segmented datagram.
+    bool segments = true; ///< Replies to one sender may leave as one segmented datagram where there are many.
     /** Requests of one sender that the system has together are received as one message; with the full
      *  longest_datagram only. */
     bool together = true;
@@ -183,7 +183,7 @@ class udp_server {
     [[nodiscard]] arrival_clock read_clocks() const;
     /** Hand the datagrams of a message of the batch to the reflector, or drop them. */
     void take(endpoint &from, std::size_t index, const arrival_clock &clock);
-    void take_datagram(endpoint &from, std::size_t datagram, const arrival_clock &clock);
+    void take_datagram(endpoint &from, std::size_t datagram, const arrival_clock &clock, bool may_segment);
     void send(endpoint &from);
     /** The counter of the reason to answer nothing to a sender; NULL: there is none. */
     [[nodiscard]] std::uint64_t *reason_against(const ip_endpoint &sender, std::uint64_t now,

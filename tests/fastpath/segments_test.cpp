@@ -273,6 +273,24 @@ class together_test : public fastpath_test {
     }
 };
 
+TEST_F(together_test, few_replies_leave_one_by_one)
+{
+    reflector reflecting{processor_};
+    udp_server server{reflecting};
+    const std::size_t index = server.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    for (const std::size_t count : {1, 7, 8, 20}) {
+        const client sender{AF_INET};
+        sender.set_option(SOL_UDP, UDP_GRO, 1);
+        for (std::size_t number = 0; number < count; ++number)
+            sender.send(server.local_address(index), request_of(44));
+        server.start();
+        for (std::size_t number = 0; number < (count < 8 ? count : 1); ++number)
+            EXPECT_EQ(sender.receive().payload.size(), count < 8 ? 44 : 44 * count) << count;
+        EXPECT_TRUE(sender.is_empty());
+        server.stop();
+    }
+}
+
 TEST_F(together_test, each_request_is_answered_as_if_it_had_come_alone)
 {
     struct row {
