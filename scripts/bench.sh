@@ -19,4 +19,4 @@ report=build/bench/library_bench.json
 build/bench/bench/library/library_bench --benchmark_enable_random_interleaving=true --benchmark_repetitions=51 \
   --benchmark_min_time=0.003 --benchmark_display_aggregates_only=true --benchmark_out="$report" \
   --benchmark_out_format=json "$@" >build/bench/library_bench.txt
-python3 -B bench/library/ratios.py "$report"
+python3 -B bench/library_report.py "$report"

@@ -1,34 +1,43 @@
 #!/usr/bin/env bash
-# Counts the instructions that each operation of the library executes, with the console off, and compares them with
-# bench/baseline.json: fails where an operation takes over 3 % more, or less, than there, or more than its limit. The
-# counts are the same in every run. Safe to run again; builds below build/ only.
-#   scripts/instructions.sh             compare
-#   scripts/instructions.sh --update    make what is counted the baseline
+# Counts the instructions that each operation of the library executes, with the console off, and those that the
+# reflector's pure part takes for a packet. Compares them with bench/baseline.json: fails where something takes over 3 %
+# more, or less, than there, or more than its limit. The counts are the same in every run. Safe to run again; builds
+# below build/ only.
+#   scripts/instructions.sh                compare
+#   scripts/instructions.sh --update       make what is counted the baseline
+#   scripts/instructions.sh --functions    show what each function takes, too
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 case "$*" in
-  '' | --update) ;;
+  '' | --update | --functions) ;;
   *)
-    echo 'usage: scripts/instructions.sh [--update]' >&2
+    echo 'usage: scripts/instructions.sh [--update | --functions]' >&2
     exit 2
     ;;
 esac
+
+dumps=build/bench/instructions
+
+count() { # PROGRAM VALGRIND-OPTION...; a dump for each thing that the program has counted
+  local program=$1 name
+  name=$(basename "$program")
+  shift
+  # --skip-plt=no: calls by way of a linkage table are told apart.
+  valgrind --tool=callgrind --quiet --skip-plt=no --compress-strings=no --compress-pos=no "$@" \
+    --callgrind-out-file="$dumps/$name" "$program" 2>"$dumps/$name.log" || { cat "$dumps/$name.log" >&2; exit 1; }
+}
 
 ./scripts/install-packages.sh bench
 
 echo '== Configuring and building'
 cmake --preset bench
-cmake --build --preset bench --target library_instructions
+cmake --build --preset bench --target library_instructions packet_instructions
 
 echo '== Counting'
-dumps=build/bench/instructions
 rm -rf "$dumps"
 mkdir "$dumps"
-valgrind --tool=callgrind --quiet --skip-plt=no --compress-strings=no --compress-pos=no \
-  --callgrind-out-file="$dumps/dump" build/bench/bench/library/library_instructions 2>"$dumps/valgrind.log" || {
-  cat "$dumps/valgrind.log" >&2
-  exit 1
-}
-# Without a number: what came after the last operation.
-exec python3 -B bench/library/instructions.py "$@" bench/baseline.json "$dumps"/dump.*
+count build/bench/bench/library/library_instructions
+count build/bench/bench/reflect/packet_instructions --collect-atstart=no
+# Without a number: what came after the last dump.
+exec python3 -B bench/instructions.py "$@" bench/baseline.json "$dumps"/*.[0-9]*

@@ -1,9 +1,11 @@
 // packet_instructions: what callgrind counts for one packet of a known session. Only the calls of
-// olv_fastpath::reflector::reflect() are collected; packet_instructions.py reads the counts.
+// olv_fastpath::reflector::reflect() are collected, in a dump for each length of requests. See
+// scripts/instructions.sh.
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,6 +21,7 @@ constexpr std::uint32_t sessions = 1000;
 constexpr std::uint32_t batches = 32;
 constexpr std::uint32_t batch_length = 32; ///< Packets that the server counts together.
 constexpr std::uint32_t packets = batches * batch_length;
+constexpr std::size_t lengths[] = {41, 44, 1400};
 
 olv_fastpath::received_packet packet_of(std::uint32_t session, std::span<const std::uint8_t> request,
                                         std::uint64_t now)
@@ -39,8 +42,9 @@ class driver {
     /** @param length  Octets of a request. */
     explicit driver(std::size_t length) : request_(length), reply_(olv_fastpath::reply_length(length)) {}
 
-    /** Reflect packets of all sessions, in batches. @return Packets that were not reflected. */
-    std::uint32_t reflect_batches()
+    /** Reflect packets of all sessions, in batches. Not inlined: its own instructions are left out by its name.
+     *  @return Packets that were not reflected. */
+    [[gnu::noinline]] std::uint32_t reflect_batches()
     {
         std::uint32_t failures = 0;
         for (std::uint32_t batch = 0; batch < batches; ++batch) {
@@ -70,20 +74,34 @@ class driver {
     olv_fastpath::reflector reflector_{site_.processor()};
 };
 
-} // namespace
-
-int main(int argc, char **argv)
+/** @param length  Octets of a request. @return Packets that were not reflected. */
+std::uint32_t measure(std::size_t length)
 {
-    const std::size_t length = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 44;
     driver measured{length};
     std::uint32_t failures = measured.reflect_batches(); // begins the sessions
     CALLGRIND_ZERO_STATS;
     failures += measured.reflect_batches();
-    CALLGRIND_DUMP_STATS;
-    if (failures != 0) {
-        std::fprintf(stderr, "packet_instructions: %u packets were not reflected\n", failures);
-        return 1;
+    const std::string name = std::to_string(packets) + " packets of " + std::to_string(length) + " octets";
+    CALLGRIND_DUMP_STATS_AT(name.c_str());
+    return failures;
+}
+
+} // namespace
+
+int main()
+{
+    try {
+        for (const std::size_t length : lengths) {
+            const std::uint32_t failures = measure(length);
+            if (failures != 0) {
+                std::fprintf(stderr, "packet_instructions: %u packets of %zu octets were not reflected\n",
+                             failures, length);
+                return EXIT_FAILURE;
+            }
+        }
+        return EXIT_SUCCESS;
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "packet_instructions: %s\n", error.what());
+        return EXIT_FAILURE;
     }
-    std::printf("%u packets of %zu octets\n", packets, length);
-    return 0;
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints what the library's operations cost beside their floors, and fails where one costs too much.
 
-    python3 bench/library/ratios.py REPORT
+    python3 bench/library_report.py REPORT
 
 REPORT is Google Benchmark's, as JSON, of repeated runs named OPERATION/library and OPERATION/floor. The figure of an
 operation is the ratio of the two medians.
@@ -53,7 +53,7 @@ def failures(times):
 
 def main():
     if len(sys.argv) != 2:
-        print("usage: ratios.py REPORT", file=sys.stderr)
+        print("usage: library_report.py REPORT", file=sys.stderr)
         return 2
     times = medians(json.loads(Path(sys.argv[1]).read_text(encoding="utf-8")))
     print(table(times))

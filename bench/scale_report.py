@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints what operations cost beside more and more responders, and fails where they cost too much there.
 
-    python3 bench/scale/scale.py REPORT
+    python3 bench/scale_report.py REPORT
 
 REPORT is Google Benchmark's, as JSON, of repeated runs named OPERATION/ORDER/RESPONDERS. Figures are ratios of medians
 to those with 1,000 responders.
@@ -64,7 +64,7 @@ def failures(found, library_bytes, platform_bytes):
 
 def main():
     if len(sys.argv) != 2:
-        print("usage: scale.py REPORT", file=sys.stderr)
+        print("usage: scale_report.py REPORT", file=sys.stderr)
         return 2
     report = json.loads(Path(sys.argv[1]).read_text(encoding="utf-8"))
     found = ratios(medians(report))

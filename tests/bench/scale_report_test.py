@@ -2,7 +2,7 @@
 
 import unittest
 
-import scale
+import scale_report as scale
 
 
 def run(name, per_second, **memory):

@@ -1,10 +1,10 @@
 """What is read from the report of the library's benchmarks, and which ratios are refused.
 
-    PYTHONPATH=bench/library python3 tests/bench/ratios_test.py
+    PYTHONPATH=bench python3 tests/bench/library_report_test.py
 """
 import unittest
 
-from ratios import failures, medians, table
+from library_report import failures, medians, table
 
 
 FAMILIES = ["create/library", "lookup/library", "create/floor", "lookup/floor"]
