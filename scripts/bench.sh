@@ -1,22 +1,109 @@
 #!/usr/bin/env bash
-# Times the library's operations on the software platform, with the console off, beside their floors: functions that
-# make the same platform calls and nothing else. Fails where an operation takes over 1.15 times as long as its floor.
-# The figures are the ratios, of processor time; the times are this machine's. Many short runs take turns, so that what
-# else the machine does slows down both alike. Safe to run again; builds below build/ only.
-#   scripts/bench.sh                      half a minute
-#   scripts/bench.sh BENCHMARK_OPTION...  as Google Benchmark has them, such as --benchmark_repetitions=5
+# Measures what the parts of the project cost, and lists which limits the figures meet and which not. Figures are
+# ratios of one run; the times are this machine's. Fails where a limit is missed, after all parts have run. Leaves
+# build/bench/*.json, for scripts/plots.sh. Safe to run again; builds below build/ only.
+#   scripts/bench.sh [--quick] [--clock-seconds SECONDS] [PART]...    all parts if none is named
+#     library   the library's operations beside their floors, functions that make the same platform calls only
+#     scale     the same with 1, 1,000, 1,000,000 and 16,000,000 responders: time and memory
+#     reflect   the fast path over loopback beside echo servers
+#     clock     the reflector's time stamps beside the wall clock, for 300 seconds
+#   --quick           small sizes and short runs, half a minute in all: shows that every part works, nothing is lost and
+#                     no responder takes too much memory; ratios of times say nothing then and are not judged
+#   --clock-seconds   how long the clock is looked at
+# Instructions are counted by scripts/instructions.sh. A whole run takes eight minutes and 6 GB of memory, and the
+# machine should have nothing else to do.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+explain() { sed -n '2,/^set /{/^set /d;s/^# \{0,1\}//;p}' "$0"; }
+
+usage() {
+  explain >&2
+  exit 2
+}
+
+quick=no
+clock_seconds=300
+parts=()
+while (($# > 0)); do
+  case $1 in
+    --help | -h)
+      explain
+      exit 0
+      ;;
+    --quick) quick=yes ;;
+    --clock-seconds)
+      [[ ${2:-} =~ ^[1-9][0-9]*$ ]] || usage
+      clock_seconds=$2
+      shift
+      ;;
+    library | scale | reflect | clock) parts+=("$1") ;;
+    *) usage ;;
+  esac
+  shift
+done
+((${#parts[@]} > 0)) || parts=(library scale reflect clock)
+
+programs=build/bench/bench
+results=build/bench
+
+# Many short runs take turns, so that what else the machine does slows down all alike.
+run_in_turns() { # PROGRAM REPORT REPETITIONS SECONDS OPTION...
+  local text=${2%.json}.txt
+  local options=(--benchmark_enable_random_interleaving=true --benchmark_repetitions="$3" --benchmark_min_time="$4"
+    --benchmark_display_aggregates_only=true --benchmark_out="$2" --benchmark_out_format=json)
+  [[ $quick == no ]] || options+=(--benchmark_context=quick=true)
+  "$1" "${options[@]}" "${@:5}" >"$text" 2>&1 || { tail -n 20 "$text" >&2; return 1; }
+}
+
+# What each part runs, and with --quick.
+measure() { # PART REPORT
+  case $quick-$1 in
+    no-library) run_in_turns "$programs/library/library_bench" "$2" 51 0.003 ;;
+    yes-library) run_in_turns "$programs/library/library_bench" "$2" 3 0.001 ;;
+    no-scale) run_in_turns "$programs/scale/scale_bench" "$2" 11 0.02 --responders 1,1000,1000000,16000000 ;;
+    yes-scale) run_in_turns "$programs/scale/scale_bench" "$2" 3 0.003 --responders 1,1000,100000 ;;
+    no-reflect) "$programs/reflect/reflect_bench" --json "$2" ;;
+    yes-reflect) "$programs/reflect/reflect_bench" --quick --json "$2" ;;
+    no-clock) "$programs/reflect/clock_error" --seconds "$clock_seconds" --json "$2" ;;
+    yes-clock) "$programs/reflect/clock_error" --quick --json "$2" ;;
+  esac
+}
+
+# Of what does not print its own.
+print_table() { # PART REPORT
+  case $1 in
+    library | scale) python3 -B "bench/$1_report.py" "$2" ;;
+  esac
+}
+
+declare -A titles=(
+  [library]="The library's operations beside their floors"
+  [scale]='Operations beside those with 1,000 responders'
+  [reflect]='The fast path beside echo servers'
+  [clock]='Time stamps beside the wall clock'
+)
+declare -A reports=([library]=library_bench [scale]=scale_bench [reflect]=reflect_bench [clock]=clock_error)
 
 ./scripts/install-packages.sh bench
 
 echo '== Configuring and building'
 cmake --preset bench
-cmake --build --preset bench --target library_bench
+cmake --build --preset bench --target library_bench scale_bench reflect_bench clock_error
 
-echo '== Timing'
-report=build/bench/library_bench.json
-build/bench/bench/library/library_bench --benchmark_enable_random_interleaving=true --benchmark_repetitions=51 \
-  --benchmark_min_time=0.003 --benchmark_display_aggregates_only=true --benchmark_out="$report" \
-  --benchmark_out_format=json "$@" >build/bench/library_bench.txt
-python3 -B bench/library_report.py "$report"
+failed=()
+for part in "${parts[@]}"; do
+  printf '\n== %s: %s\n' "$part" "${titles[$part]}"
+  report=$results/${reports[$part]}.json
+  rm -f "$report"
+  { measure "$part" "$report" && print_table "$part" "$report"; } || failed+=("$part")
+done
+
+printf '\n== Limits\n'
+status=0
+python3 -B bench/limits.py "$results" "${parts[@]}" || status=1
+if ((${#failed[@]} != 0)); then
+  echo "bench: failed: ${failed[*]}, see above" >&2
+  status=1
+fi
+exit "$status"

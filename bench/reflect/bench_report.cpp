@@ -91,8 +91,10 @@ void write_case(std::ostream &out, const case_figures &figures)
 void write_json(std::ostream &out, const std::vector<case_figures> &cases, const bench_options &options,
                 const core_choice &cores)
 {
-    nlohmann::ordered_json json{
-        {"rounds", options.rounds}, {"turn_ms", options.turn.count()}, {"cores_apart", cores.apart()}};
+    nlohmann::ordered_json json{{"quick", options.quick},
+                                {"rounds", options.rounds},
+                                {"turn_ms", options.turn.count()},
+                                {"cores_apart", cores.apart()}};
     for (const case_figures &each : cases) {
         json["cases"].push_back(json_of(each));
     }

@@ -73,6 +73,7 @@ struct bench_options {
     std::chrono::milliseconds turn{300};
     olv_fastpath::udp_server_options server{}; ///< Of the reflector.
     bool segmented_requests = false;           ///< Of one session.
+    bool quick = false;                        ///< Whether it works, no more: the figures say nothing.
 };
 
 /** Where server and generator run. */

@@ -23,7 +23,6 @@ constexpr int status_of_failure = 2;
 struct settings {
     bench_options bench;
     std::string json_file;
-    bool quick = false;
     bool check = false;
 };
 
@@ -51,7 +50,8 @@ void add_options(CLI::App &program, settings &chosen, unsigned &turn_millisecond
     program.add_flag("--segmented-requests", chosen.bench.segmented_requests,
                      "Send the requests of one session as segmented datagrams");
     program.add_option("--json", chosen.json_file, "Write the figures to this file, too");
-    program.add_flag("--quick", chosen.quick, "A round of 20 ms each, few sessions: whether it works, no more");
+    program.add_flag("--quick", chosen.bench.quick,
+                     "A round of 20 ms each, few sessions: whether it works, no more");
     program.add_flag("--check", chosen.check, "Exit status 1 when a target is missed");
 }
 
@@ -112,7 +112,7 @@ int main(int argc, char **argv)
     add_options(program, chosen, turn_milliseconds);
     CLI11_PARSE(program, argc, argv);
     chosen.bench.turn = std::chrono::milliseconds{turn_milliseconds};
-    if (chosen.quick) {
+    if (chosen.bench.quick) {
         chosen.bench.rounds = 1;
         chosen.bench.turn = std::chrono::milliseconds{20};
         chosen.bench.sessions = {1, 1000};

@@ -1,10 +1,12 @@
-// What an operation costs with one responder, and with sixteen million of them.
+// What an operation costs with one responder, and with sixteen million of them. See scripts/bench.sh.
 #include <chrono>
 #include <map>
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include <CLI/CLI.hpp>
 #include <benchmark/benchmark.h>
 
 #include "populated_module.hpp"
@@ -16,7 +18,7 @@ using clock_type = std::chrono::steady_clock;
 using olv_bench::visiting_order;
 using step = void (populated_module::*)();
 
-constexpr std::uint32_t populations[] = {1, 1000, 1'000'000, 16'000'000};
+constexpr std::uint32_t most_responders = 16'000'000;
 
 constexpr std::pair<const char *, visiting_order> orders[] = {{"in_turn", visiting_order::in_turn},
                                                               {"at_random", visiting_order::at_random}};
@@ -79,7 +81,7 @@ void measure(benchmark::State &state, populated_module &module, const timed_oper
     state.counters["platform_bytes"] = static_cast<double>(module.memory().platform_bytes) / count;
 }
 
-void register_all(module_park &modules)
+void register_all(module_park &modules, const std::vector<std::uint32_t> &populations)
 {
     for (const timed_operation &operation : operations) {
         for (const auto &[order_name, order] : orders) {
@@ -99,12 +101,27 @@ void register_all(module_park &modules)
 
 int main(int argc, char **argv)
 {
-    module_park modules;
-    register_all(modules);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
+    std::vector<std::uint32_t> populations{1, 1000, 1'000'000, most_responders};
+    CLI::App program{"What the library's operations cost beside more and more responders."};
+    program.add_option("--responders", populations, "Numbers of responders")
+        ->delimiter(',')
+        ->check(CLI::Range(std::uint32_t{1}, most_responders));
+    program.allow_extras()->footer("Further options are Google Benchmark's, such as --benchmark_out=FILE.");
+    CLI11_PARSE(program, argc, argv);
+
+    std::vector<std::string> others = program.remaining();
+    std::vector<char *> arguments{argv[0]};
+    for (std::string &each : others) {
+        arguments.push_back(each.data());
     }
+    int count = static_cast<int>(arguments.size());
+    arguments.push_back(nullptr);
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
+        return 2;
+    }
+    module_park modules;
+    register_all(modules, populations);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

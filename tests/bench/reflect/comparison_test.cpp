@@ -140,6 +140,7 @@ TEST(report, json_has_medians_turns_ratios_and_targets)
     std::ostringstream out;
     write_json(out, {figures_of(32)}, {}, choose_cores({0, 1}));
     const nlohmann::json json = nlohmann::json::parse(out.str());
+    EXPECT_EQ(json["quick"], false);
     EXPECT_EQ(json["rounds"], 5);
     EXPECT_EQ(json["turn_ms"], 300);
     EXPECT_EQ(json["cores_apart"], true);
@@ -157,6 +158,13 @@ TEST(report, json_has_medians_turns_ratios_and_targets)
     EXPECT_EQ(one["p50_by_plain_echo"], 1.04);
     EXPECT_EQ(one["module_transmitted"], 3000);
     EXPECT_EQ(one["targets"][0]["met"], true);
+}
+
+TEST(report, is_marked_where_it_is_of_a_quick_run)
+{
+    std::ostringstream out;
+    write_json(out, {}, {.quick = true}, {});
+    EXPECT_EQ(nlohmann::json::parse(out.str())["quick"], true);
 }
 
 } // namespace
