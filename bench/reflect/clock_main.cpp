@@ -140,23 +140,23 @@ int run(const settings &chosen)
 
 int main(int argc, char **argv)
 {
-    settings chosen;
-    CLI::App program{"How far the reflector's time stamps are from the wall clock of this machine."};
-    program.add_option("--seconds", chosen.seconds, "How long to compare")->check(CLI::Range(0.1, 86400.0));
-    program.add_option("--row", chosen.seconds_in_row, "Seconds in a row of the table")
-        ->check(CLI::Range(0.1, 86400.0));
-    program.add_option("--interval", chosen.interval_milliseconds, "Milliseconds between requests")
-        ->check(CLI::Range(1, 60000));
-    program.add_option("--json", chosen.json_file, "Write the figures to this file, too");
-    program.add_flag("--quick", chosen.quick, "Five seconds: whether it works, no more");
-    program.add_flag("--check", chosen.check,
-                     "Exit status 1 when the largest error is 20 us or more, or a T3 before its T2");
-    CLI11_PARSE(program, argc, argv);
-    if (chosen.quick) {
-        chosen.seconds = 5;
-        chosen.seconds_in_row = 1;
-    }
     try {
+        settings chosen;
+        CLI::App program{"How far the reflector's time stamps are from the wall clock of this machine."};
+        program.add_option("--seconds", chosen.seconds, "How long to compare")->check(CLI::Range(0.1, 86400.0));
+        program.add_option("--row", chosen.seconds_in_row, "Seconds in a row of the table")
+            ->check(CLI::Range(0.1, 86400.0));
+        program.add_option("--interval", chosen.interval_milliseconds, "Milliseconds between requests")
+            ->check(CLI::Range(1, 60000));
+        program.add_option("--json", chosen.json_file, "Write the figures to this file, too");
+        program.add_flag("--quick", chosen.quick, "Five seconds: whether it works, no more");
+        program.add_flag("--check", chosen.check,
+                         "Exit status 1 when the largest error is 20 us or more, or a T3 before its T2");
+        CLI11_PARSE(program, argc, argv);
+        if (chosen.quick) {
+            chosen.seconds = 5;
+            chosen.seconds_in_row = 1;
+        }
         return run(chosen);
     } catch (const std::exception &failure) {
         std::fprintf(stderr, "clock_error: %s\n", failure.what());

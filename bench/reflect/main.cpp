@@ -106,18 +106,19 @@ int run(const settings &chosen)
 
 int main(int argc, char **argv)
 {
-    settings chosen;
-    unsigned turn_milliseconds = 300;
-    CLI::App program{"Replies per second and round trips of the fast path over loopback, beside echo servers."};
-    add_options(program, chosen, turn_milliseconds);
-    CLI11_PARSE(program, argc, argv);
-    chosen.bench.turn = std::chrono::milliseconds{turn_milliseconds};
-    if (chosen.bench.quick) {
-        chosen.bench.rounds = 1;
-        chosen.bench.turn = std::chrono::milliseconds{20};
-        chosen.bench.sessions = {1, 1000};
-    }
     try {
+        settings chosen;
+        unsigned turn_milliseconds = 300;
+        CLI::App program{
+            "Replies per second and round trips of the fast path over loopback, beside echo servers."};
+        add_options(program, chosen, turn_milliseconds);
+        CLI11_PARSE(program, argc, argv);
+        chosen.bench.turn = std::chrono::milliseconds{turn_milliseconds};
+        if (chosen.bench.quick) {
+            chosen.bench.rounds = 1;
+            chosen.bench.turn = std::chrono::milliseconds{20};
+            chosen.bench.sessions = {1, 1000};
+        }
         return run(chosen);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "reflect_bench: %s\n", error.what());

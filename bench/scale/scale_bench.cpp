@@ -1,5 +1,7 @@
 // What an operation costs with one responder, and with sixteen million of them. See scripts/bench.sh.
 #include <chrono>
+#include <cstdio>
+#include <exception>
 #include <map>
 #include <memory>
 #include <string>
@@ -97,9 +99,7 @@ void register_all(module_park &modules, const std::vector<std::uint32_t> &popula
     }
 }
 
-} // namespace
-
-int main(int argc, char **argv)
+int run_all(int argc, char **argv)
 {
     std::vector<std::uint32_t> populations{1, 1000, 1'000'000, most_responders};
     CLI::App program{"What the library's operations cost beside more and more responders."};
@@ -125,4 +125,16 @@ int main(int argc, char **argv)
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return run_all(argc, argv);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "scale_bench: %s\n", error.what());
+        return 2;
+    }
 }
