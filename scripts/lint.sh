@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-./scripts/install-packages.sh lint
+./scripts/install-packages.sh bench lint
 
 mapfile -t sources < <(git ls-files '*.c' '*.cpp' '*.h' '*.hpp')
 echo "== clang-format: ${#sources[@]} files"
@@ -21,11 +21,11 @@ fi
 echo "== Clang build"
 # For its warnings alone: what it makes is not run.
 cmake --preset dev -B build/clang -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
-  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O0
+  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O0 -DOLV_TWAMP_BENCH=ON
 cmake --build build/clang
 
 echo "== clang-tidy"
-run-clang-tidy-14 -quiet -p build/clang "^$PWD/(twamp|sim|apps)/.*\.cpp\$" >build/clang-tidy.log 2>&1 || {
+run-clang-tidy-14 -quiet -p build/clang "^$PWD/(twamp|sim|apps|bench)/.*\.cpp\$" >build/clang-tidy.log 2>&1 || {
   grep -E 'warning:|error:' build/clang-tidy.log | sort -u
   echo "clang-tidy: see build/clang-tidy.log" >&2
   exit 1
