@@ -3,34 +3,32 @@
 
     python3 bench/plots.py REPORTS FOLDER
 
-REPORTS is the folder of the benchmarks' JSON; a plot whose report is not there is left as it is.
+REPORTS is the folder of the benchmarks' JSON. A plot whose report is not there, or not whole, is left as it is, and so
+is one whose report is of a quick run: its figures say nothing. Exit status 1: there is such a one, or nothing to draw.
 """
-import json
-import statistics
 import sys
 from pathlib import Path
 
-import matplotlib
-
-matplotlib.use("svg")
-matplotlib.rcParams["svg.hashsalt"] = "olv-twamp"  # the same figures give the same bytes
-from matplotlib import pyplot  # pylint: disable=wrong-import-position
+import library_report
+import scale_report
+from reports import FILES, is_quick, load, medians
 
 WIDTH, HEIGHT = 7.5, 4.0
 
 
-def medians(report, parts):
-    """Median nanoseconds for one operation, by the parts of a run's name, which are as many as this."""
-    runs = {}
-    for run in report["benchmarks"]:
-        if run["run_type"] == "iteration":
-            name = tuple(run["run_name"].split("/")[:parts])
-            runs.setdefault(name, []).append(1e9 / run["items_per_second"])
-    return {name: statistics.median(times) for name, times in runs.items()}
+def pyplot():
+    """What draws; only here, since reports can be read without it."""
+    import matplotlib  # pylint: disable=import-outside-toplevel
+
+    matplotlib.use("svg")
+    matplotlib.rcParams["svg.hashsalt"] = "olv-twamp"  # the same figures give the same bytes
+    from matplotlib import pyplot as drawer  # pylint: disable=import-outside-toplevel
+
+    return drawer
 
 
 def figure(title, ylabel):
-    drawn, axes = pyplot.subplots(figsize=(WIDTH, HEIGHT), layout="constrained")
+    drawn, axes = pyplot().subplots(figsize=(WIDTH, HEIGHT), layout="constrained")
     axes.set_title(title)
     axes.set_ylabel(ylabel)
     axes.grid(axis="y", alpha=0.3)
@@ -51,32 +49,30 @@ def limit(axes, value, text):
     axes.axhline(value, color="black", linewidth=1, linestyle="--", label=text)
 
 
-def library(report):
+def library_bars(report):
+    """Operations; how many times its floor each takes."""
     times = medians(report, 2)
-    operations = list(dict.fromkeys(operation for operation, _ in times))
+    names = library_report.operations(times)
+    return names, {"library": [library_report.ratio(times, name) for name in names]}
+
+
+def library(report):
     drawn, axes = figure("The library beside its platform calls alone", "times the floor")
-    ratios = [times[name, "library"] / times[name, "floor"] for name in operations]
-    bars(axes, operations, {"library": ratios})
-    limit(axes, 1.15, "limit 1.15")
+    bars(axes, *library_bars(report))
+    limit(axes, library_report.LIMIT, f"limit {library_report.LIMIT}")
     return drawn, axes
 
 
 def scale(report):
-    times = medians(report, 3)
     drawn, axes = figure("Cost of an operation beside that with 1,000 responders", "times")
-    for order, style in (("in_turn", "-"), ("at_random", ":")):
+    found = scale_report.ratios(report)
+    for order, style in zip(scale_report.ORDERS, ("-", ":")):
         axes.set_prop_cycle(None)
-        for operation in dict.fromkeys(operation for operation, _, _ in times):
-            counts = sorted(int(count) for name, way, count in times if (name, way) == (operation, order))
-            base = times[operation, order, "1000"]
-            axes.plot(
-                counts,
-                [times[operation, order, str(count)] / base for count in counts],
-                style,
-                marker="o",
-                label=operation if order == "in_turn" else None,
-            )
-    limit(axes, 1.5, "limit 1.5, in turn (dotted: at random)")
+        for operation in (operation for operation, way in found if way == order):
+            by_count = sorted(found[operation, order].items())
+            label = operation if style == "-" else None
+            axes.plot(*zip(*by_count), style, marker="o", label=label)
+    limit(axes, scale_report.LIMIT, f"limit {scale_report.LIMIT}, in turn (dotted: at random)")
     axes.set_xscale("log")
     axes.set_yscale("log")
     axes.set_xlabel("responders")
@@ -90,20 +86,19 @@ def reflect_groups(report):
     return [f"{case['window']}\n{short(case['sessions'])}\n{case['octets']}" for case in report["cases"]]
 
 
+def reflect_bars(report, figure_name, echo):
+    """A figure of each server by that of an echo server, in each case."""
+    return {
+        server: [
+            case["servers"][server][figure_name] / case["servers"][echo][figure_name] for case in report["cases"]
+        ]
+        for server in report["cases"][0]["servers"]
+    }
+
+
 def replies(report):
     drawn, axes = figure("Replies per second beside the batched echo", "times the batched echo")
-    bars(
-        axes,
-        reflect_groups(report),
-        {
-            server: [
-                case["servers"][server]["replies_per_second"]
-                / case["servers"]["batched echo"]["replies_per_second"]
-                for case in report["cases"]
-            ]
-            for server in report["cases"][0]["servers"]
-        },
-    )
+    bars(axes, reflect_groups(report), reflect_bars(report, "replies_per_second", "batched echo"))
     limit(axes, 0.95, "target 0.95")
     axes.set_xlabel("window, sessions, octets")
     return drawn, axes
@@ -111,17 +106,7 @@ def replies(report):
 
 def round_trips(report):
     drawn, axes = figure("Round trip, median, beside the plain echo", "times the plain echo")
-    bars(
-        axes,
-        reflect_groups(report),
-        {
-            server: [
-                case["servers"][server]["round_trip_p50_ns"] / case["servers"]["plain echo"]["round_trip_p50_ns"]
-                for case in report["cases"]
-            ]
-            for server in report["cases"][0]["servers"]
-        },
-    )
+    bars(axes, reflect_groups(report), reflect_bars(report, "round_trip_p50_ns", "plain echo"))
     limit(axes, 1.05, "target 1.05 at window 1")
     axes.set_xlabel("window, sessions, octets")
     return drawn, axes
@@ -146,13 +131,32 @@ def clock(report):
     return drawn, axes
 
 
+# By part of scripts/bench.sh.
 PLOTS = {
-    "library": ("library_bench.json", library),
-    "scale": ("scale_bench.json", scale),
-    "replies": ("reflect_bench.json", replies),
-    "round_trips": ("reflect_bench.json", round_trips),
-    "clock": ("clock_error.json", clock),
+    "library": {"library": library},
+    "scale": {"scale": scale},
+    "reflect": {"replies": replies, "round_trips": round_trips},
+    "clock": {"clock": clock},
 }
+
+
+def obstacle(reports, part):
+    """Why a part cannot be drawn; nothing: it can."""
+    try:
+        quick = is_quick(load(reports, part))
+    except FileNotFoundError:
+        return f"no {reports / FILES[part]}"
+    except ValueError:
+        return f"{reports / FILES[part]} is not whole"
+    return f"{reports / FILES[part]} is of a quick run, whose figures say nothing" if quick else None
+
+
+def save(name, draw, report, folder):
+    drawn, axes = draw(report)
+    axes.legend(fontsize="small")
+    drawn.savefig(folder / f"{name}.svg", metadata={"Date": None})
+    pyplot().close(drawn)
+    print(f"plots: {folder / name}.svg")
 
 
 def main():
@@ -160,17 +164,18 @@ def main():
         print("usage: plots.py REPORTS FOLDER", file=sys.stderr)
         return 2
     reports, folder = Path(sys.argv[1]), Path(sys.argv[2])
-    folder.mkdir(parents=True, exist_ok=True)
-    for name, (file, draw) in PLOTS.items():
-        if not (reports / file).exists():
-            print(f"plots: no {reports / file}, {name}.svg is left as it is")
-            continue
-        drawn, axes = draw(json.loads((reports / file).read_text(encoding="utf-8")))
-        axes.legend(fontsize="small")
-        drawn.savefig(folder / f"{name}.svg", metadata={"Date": None})
-        pyplot.close(drawn)
-        print(f"plots: {folder / name}.svg")
-    return 0
+    obstacles = {part: obstacle(reports, part) for part in PLOTS}
+    for part, why in obstacles.items():
+        if why is None:
+            folder.mkdir(parents=True, exist_ok=True)
+            for name, draw in PLOTS[part].items():
+                save(name, draw, load(reports, part), folder)
+    left = {part: why for part, why in obstacles.items() if why is not None}
+    for part, why in left.items():
+        names = " and ".join(f"{name}.svg" for name in PLOTS[part])
+        print(f"plots: {why}: {names} as before; 'scripts/bench.sh {part}' measures", file=sys.stderr)
+    refused = any(not why.startswith("no ") for why in left.values())
+    return 1 if refused or left.keys() == PLOTS.keys() else 0
 
 
 if __name__ == "__main__":
