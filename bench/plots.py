@@ -11,7 +11,7 @@ from pathlib import Path
 
 import library_report
 import scale_report
-from reports import FILES, is_quick, load, medians
+from reports import load, medians, obstacle
 
 WIDTH, HEIGHT = 7.5, 4.0
 
@@ -138,17 +138,6 @@ PLOTS = {
     "reflect": {"replies": replies, "round_trips": round_trips},
     "clock": {"clock": clock},
 }
-
-
-def obstacle(reports, part):
-    """Why a part cannot be drawn; nothing: it can."""
-    try:
-        quick = is_quick(load(reports, part))
-    except FileNotFoundError:
-        return f"no {reports / FILES[part]}"
-    except ValueError:
-        return f"{reports / FILES[part]} is not whole"
-    return f"{reports / FILES[part]} is of a quick run, whose figures say nothing" if quick else None
 
 
 def save(name, draw, report, folder):

@@ -33,6 +33,17 @@ def is_quick(report):
     return report.get("quick", False) or report.get("context", {}).get("quick") == "true"
 
 
+def obstacle(reports, part):
+    """Why a part says nothing that may be shown; nothing: it does."""
+    try:
+        quick = is_quick(load(reports, part))
+    except FileNotFoundError:
+        return f"no {reports / FILES[part]}"
+    except ValueError:
+        return f"{reports / FILES[part]} is not whole"
+    return f"{reports / FILES[part]} is of a quick run, whose figures say nothing" if quick else None
+
+
 def medians(report, parts):
     """Median nanoseconds for one operation, by the parts of a run's name, which are as many as this; from a report of
     Google Benchmark. In the order in which the runs were registered: that of the report is the order in which they
