@@ -100,7 +100,7 @@ struct verdict {
  *
  * Several reflectors can work for one processor, a thread each, as long as all packets of a sender come to the
  * same one: counters and the maximum of sessions are exact for all of them together, and nothing else is
- * shared.
+ * shared. Idle sessions of another reflector are for it to end, if need be by end_idle_sessions().
  */
 class reflector {
   public:
@@ -152,6 +152,10 @@ class reflector {
      * would go on answering each other for ever after one forged packet. Nothing is counted.
      */
     [[nodiscard]] bool answers_a_reply(const received_packet &packet, const packet_path &path);
+
+    /** End the sessions that are idle at this instant, though no packet has come. Belongs to the thread that
+     * calls reflect(). */
+    void end_idle_sessions(std::uint64_t now) { end_idle_sessions(now, sessions_.capacity()); }
 
     /** Sessions in the table, those that are over and not yet found to be included. */
     [[nodiscard]] std::uint32_t sessions() const { return sessions_.size(); }

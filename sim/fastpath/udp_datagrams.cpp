@@ -9,12 +9,12 @@
 #include <netinet/udp.h>
 #include <poll.h>
 
+#include "fastpath/socket_options.hpp"
+
 namespace olv_fastpath {
 
 namespace {
 
-constexpr int hop_limit = 255; ///< What receivers of replies count the hops from.
-constexpr int receive_buffer_bytes = 8 << 20;
 /** A full socket is waited for as often, and as long each time, before the rest of a batch is given up: the
  *  other sockets wait meanwhile. */
 constexpr int send_waits = 2;
@@ -79,47 +79,6 @@ class control_writer {
     std::size_t length_;
 };
 
-bool set_option(int socket, int level, int option, int value)
-{
-    return setsockopt(socket, level, option, &value, sizeof value) == 0;
-}
-
-/** Whether the socket receives what is sent to several addresses. */
-bool has_several_addresses(const sockaddr_storage &address)
-{
-    const ip_endpoint endpoint = endpoint_of(address);
-    if (is_ipv4(endpoint.address)) {
-        const std::uint8_t first = endpoint.address[mapped_prefix.size()];
-        return first == 0 || first >= 224; // unspecified, or a group's
-    }
-    return endpoint.address == ip_address{} || endpoint.address[0] == 0xFF;
-}
-
-bool ask_for_ip_header(int socket, const sockaddr_storage &address)
-{
-    const bool several = has_several_addresses(address);
-    if (address.ss_family == AF_INET6) {
-        return set_option(socket, IPPROTO_IPV6, IPV6_V6ONLY, 1) &&
-               (!several || set_option(socket, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1)) &&
-               set_option(socket, IPPROTO_IPV6, IPV6_RECVHOPLIMIT, 1) &&
-               set_option(socket, IPPROTO_IPV6, IPV6_RECVTCLASS, 1) &&
-               set_option(socket, IPPROTO_IPV6, IPV6_UNICAST_HOPS, hop_limit);
-    }
-    return (!several || set_option(socket, IPPROTO_IP, IP_PKTINFO, 1)) &&
-           set_option(socket, IPPROTO_IP, IP_RECVTTL, 1) && set_option(socket, IPPROTO_IP, IP_RECVTOS, 1) &&
-           set_option(socket, IPPROTO_IP, IP_TTL, hop_limit) &&
-           // Datagrams that the system is never to split need no identification, whose numbers all processors
-           // share; what is too long for its path is sent again.
-           set_option(socket, IPPROTO_IP, IP_MTU_DISCOVER, IP_PMTUDISC_DO);
-}
-
-/** Systems that do not know segments ignore the request for them in the control data. Emulators of big-endian
- *  processors hand it on unconverted. */
-bool knows_segments(int socket)
-{
-    return std::endian::native == std::endian::little && set_option(socket, SOL_UDP, UDP_SEGMENT, 0);
-}
-
 /** Whether an attempt to send segments tells that no other will succeed. */
 bool refuses_segments(int error)
 {
@@ -132,32 +91,6 @@ bool is_passing(int error)
 }
 
 } // namespace
-
-std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storage &address)
-{
-    // Beyond the system's limit where the process may, up to it otherwise. Smaller is no error.
-    if (!set_option(socket, SOL_SOCKET, SO_RCVBUFFORCE, receive_buffer_bytes)) {
-        (void)set_option(socket, SOL_SOCKET, SO_RCVBUF, receive_buffer_bytes);
-    }
-    (void)set_option(socket, SOL_SOCKET, SO_TIMESTAMPNS, 1); // the batch's time serves where there is none
-    if (!ask_for_ip_header(socket, address)) {
-        return std::nullopt;
-    }
-    return socket_abilities{.segments = knows_segments(socket)};
-}
-
-bool share_address(int socket)
-{
-    return set_option(socket, SOL_SOCKET, SO_REUSEPORT, 1);
-}
-
-void receive_together(int socket)
-{
-    // The length of each is told in the host's order, which emulators of other processors do not know of.
-    if (std::endian::native == std::endian::little) {
-        (void)set_option(socket, SOL_UDP, UDP_GRO, 1); // where it fails, datagrams come one by one
-    }
-}
 
 datagram_batch::datagram_batch(std::size_t longest)
     : buffer_length_(std::max(longest, stamp_length)),

@@ -137,24 +137,6 @@ class datagram_batch {
     std::size_t part_count_ = 0;
 };
 
-/** What a socket can do. */
-struct socket_abilities {
-    bool segments = false; ///< Send segmented datagrams.
-};
-
-/** Have several sockets listen at the address. @return false with errno set. */
-[[nodiscard]] bool share_address(int socket);
-
-/** Have the socket receive datagrams of one sender that the system has together as one message; a buffer has to
- *  have room for the longest there can be. Nothing changes where the system cannot. */
-void receive_together(int socket);
-
-/** Ask for the IP header's fields, the time of arrival and, where the socket listens at several addresses, the
- *  one that a datagram was sent to; hop limit 255 for replies.
- *  @param address  That the socket is going to listen at.
- *  @return Nothing with errno set. */
-[[nodiscard]] std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storage &address);
-
 } // namespace olv_fastpath
 
 #endif

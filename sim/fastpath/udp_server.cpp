@@ -29,6 +29,8 @@ constexpr std::size_t most_busy_sockets = 8;
 /** Fewer requests that were received together get a datagram each. What captures on this machine see of
  * segments is one long datagram, which would be wrong of a few probes and saves little. */
 constexpr std::size_t fewest_in_segments = 8;
+/** How often sessions that other servers' may take the place of are looked at while no packet comes. */
+constexpr int idle_check_milliseconds = 500;
 /** Octets of the longest message of several datagrams. */
 constexpr std::size_t longest_message = 65535;
 /** What epoll says of the descriptor that wakes the thread; no index of a socket. */
@@ -57,31 +59,6 @@ std::chrono::nanoseconds patience_of(const udp_server_options &options)
 
 } // namespace
 
-udp_server::descriptor::~descriptor()
-{
-    if (is_open()) {
-        close(number_);
-    }
-}
-
-udp_server::descriptor &udp_server::descriptor::operator=(descriptor &&other) noexcept
-{
-    if (this != &other) {
-        if (is_open()) {
-            close(number_);
-        }
-        number_ = other.release();
-    }
-    return *this;
-}
-
-int udp_server::descriptor::release()
-{
-    const int number = number_;
-    number_ = -1;
-    return number;
-}
-
 udp_statistics &udp_statistics::operator+=(const udp_statistics &other)
 {
     received += other.received;
@@ -96,10 +73,14 @@ udp_statistics &udp_statistics::operator+=(const udp_statistics &other)
     return *this;
 }
 
-udp_server::udp_server(reflector &reflector, const udp_server_options &options)
+udp_server::udp_server(reflector &reflector, const udp_server_options &options,
+                       std::shared_ptr<responder_limits> limits)
     : reflector_(reflector),
       options_(options),
       ticks_per_second_(std::max<std::uint64_t>(reflector.processor().timer_frequency(), 1)),
+      limits_(limits != nullptr
+                  ? std::move(limits)
+                  : std::make_shared<responder_limits>(options.packets_per_second, ticks_per_second_)),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       batch_(std::make_unique<datagram_batch>(options.longest_datagram))
@@ -116,45 +97,26 @@ udp_server::~udp_server()
     stop();
 }
 
-udp_server::endpoint udp_server::open_endpoint(const listen_address &address, const packet_path &path) const
+std::size_t udp_server::add(listening_socket socket, const packet_path &path)
 {
-    const std::string what = "cannot listen on " + address.text();
-    endpoint opened;
-    opened.path = path;
-    opened.socket = descriptor{socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)};
-    std::optional<socket_abilities> abilities;
-    if (opened.socket.is_open()) {
-        abilities = prepare_socket(opened.socket.number(), address.address);
-    }
-    if (!abilities || (options_.shares_addresses && !share_address(opened.socket.number())) ||
-        bind(opened.socket.number(), reinterpret_cast<const sockaddr *>(&address.address), address.length) !=
-            0) {
-        fail(what, errno);
-    }
-    opened.local.length = sizeof opened.local.address;
-    if (getsockname(opened.socket.number(), reinterpret_cast<sockaddr *>(&opened.local.address),
-                    &opened.local.length) != 0) {
-        fail(what, errno);
-    }
-    opened.segments = abilities->segments && options_.segments;
-    opened.wait = idle_wait{patience_of(options_)};
+    const int number = socket.number();
+    const std::string what = "cannot listen on " + socket.local().text();
+    const bool segments = socket.abilities().segments && options_.segments;
     if (options_.together && options_.longest_datagram >= longest_message) {
-        receive_together(opened.socket.number());
+        receive_together(number);
     }
-    return opened;
-}
-
-std::size_t udp_server::add(const listen_address &address, const packet_path &path)
-{
-    endpoint opened = open_endpoint(address, path);
-    const std::string what = "cannot listen on " + address.text();
+    socket.let_in();
     const std::lock_guard lock{mutex_};
-    opened.bucket = bucket_of(path.responder_id);
     endpoints_.reserve(endpoints_.size() + 1);
-    if (!watch(epoll_.number(), opened.socket.number(), endpoints_.size())) {
+    if (!watch(epoll_.number(), number, endpoints_.size())) {
         fail(what, errno);
     }
-    endpoints_.push_back(std::move(opened));
+    endpoints_.push_back({.socket = std::move(socket),
+                          .path = path,
+                          .bucket = limits_->bucket_of(path.responder_id),
+                          .counters = {},
+                          .segments = segments,
+                          .wait = idle_wait{patience_of(options_)}});
     note_own_endpoints();
     return endpoints_.size() - 1;
 }
@@ -167,45 +129,33 @@ const udp_server::endpoint &udp_server::open_at(std::size_t index) const
     return endpoints_[index];
 }
 
-std::shared_ptr<token_bucket> udp_server::bucket_of(std::uint32_t responder_id) const
-{
-    if (options_.packets_per_second == 0) {
-        return nullptr;
-    }
-    constexpr std::uint32_t id_mask = (1u << olv_sim::key_bits) - 1;
-    for (const endpoint &each : endpoints_) {
-        if (each.bucket != nullptr && ((each.path.responder_id ^ responder_id) & id_mask) == 0) {
-            return each.bucket;
-        }
-    }
-    return std::make_shared<token_bucket>(options_.packets_per_second, ticks_per_second_);
-}
-
 void udp_server::note_own_endpoints()
 {
     std::vector<ip_endpoint> listening;
     for (const endpoint &each : endpoints_) {
         if (each.socket.is_open()) {
-            listening.push_back(endpoint_of(each.local.address));
+            listening.push_back(endpoint_of(each.socket.local().address));
         }
     }
     own_.set(listening);
 }
 
-void udp_server::remove(std::size_t index)
+listening_socket udp_server::release(std::size_t index)
 {
     const std::lock_guard lock{mutex_};
     (void)open_at(index); // only checks
-    endpoints_[index].socket = descriptor{};
+    listening_socket released = std::move(endpoints_[index].socket);
+    (void)epoll_ctl(epoll_.number(), EPOLL_CTL_DEL, released.number(), nullptr); // a busy one is not watched
     endpoints_[index].bucket.reset();
     note_own_endpoints();
+    return released;
 }
 
 void udp_server::set_path(std::size_t index, const packet_path &path)
 {
     const std::lock_guard lock{mutex_};
     (void)open_at(index); // only checks
-    endpoints_[index].bucket = bucket_of(path.responder_id);
+    endpoints_[index].bucket = limits_->bucket_of(path.responder_id);
     endpoints_[index].path = path;
 }
 
@@ -218,7 +168,7 @@ packet_path udp_server::path(std::size_t index) const
 listen_address udp_server::local_address(std::size_t index) const
 {
     const std::lock_guard lock{mutex_};
-    return open_at(index).local;
+    return open_at(index).socket.local();
 }
 
 void udp_server::start()
@@ -269,7 +219,10 @@ void udp_server::run()
 {
     while (!stopping_) {
         epoll_event events[events_each_turn];
-        const int ready = epoll_wait(epoll_.number(), events, events_each_turn, busy_.empty() ? -1 : 0);
+        const int ready = epoll_wait(epoll_.number(), events, events_each_turn, longest_wait());
+        if (ready == 0 && busy_.empty()) {
+            end_idle_sessions();
+        }
         for (int index = 0; index < ready; ++index) {
             serve_woken(events[index].data.u64);
         }
@@ -282,6 +235,20 @@ void udp_server::run()
     for (std::size_t place = busy_.size(); place-- > 0;) {
         watch_again(place); // for the next thread
     }
+}
+
+int udp_server::longest_wait() const
+{
+    if (!busy_.empty()) {
+        return 0;
+    }
+    return options_.shares_responders && reflector_.sessions() > 0 ? idle_check_milliseconds : -1;
+}
+
+void udp_server::end_idle_sessions()
+{
+    const std::lock_guard lock{mutex_};
+    reflector_.end_idle_sessions(reflector_.processor().timer_now());
 }
 
 void udp_server::serve_woken(std::uint64_t data)
@@ -316,7 +283,7 @@ std::size_t udp_server::serve_busy()
 void udp_server::watch_again(std::size_t place)
 {
     const std::size_t index = busy_[place];
-    const descriptor &socket = endpoints_[index].socket;
+    const listening_socket &socket = endpoints_[index].socket;
     // It may have been removed. What came meanwhile epoll tells at once. A system that has no memory left for
     // it leaves the socket busy.
     if (!socket.is_open() || watch(epoll_.number(), socket.number(), index)) {

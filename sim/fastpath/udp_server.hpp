@@ -21,11 +21,13 @@
 
 #include "fastpath/address_prefix.hpp"
 #include "fastpath/arrival_clock.hpp"
+#include "fastpath/descriptor.hpp"
 #include "fastpath/idle_wait.hpp"
 #include "fastpath/listen_address.hpp"
+#include "fastpath/listening_socket.hpp"
 #include "fastpath/own_endpoints.hpp"
 #include "fastpath/reflector.hpp"
-#include "fastpath/token_bucket.hpp"
+#include "fastpath/responder_limits.hpp"
 
 namespace olv_fastpath {
 
@@ -46,9 +48,9 @@ struct udp_server_options {
     /** Requests of one sender that the system has together are received as one message; with the full
      *  longest_datagram only. */
     bool together = true;
-    /** Other servers of this user may listen at the same addresses, each with a reflector and a thread of its
-     * own: the system hands all packets of a sender to one of them. The limit of packets is each server's. */
-    bool shares_addresses = false;
+    /** Other servers' reflectors have sessions of the same responders: those that are idle here end within a
+     *  second even though no packet comes, so that others may begin there. */
+    bool shares_responders = false;
 };
 
 /** Counters of a socket, or of all sockets of a server, since it was opened. Each datagram that was taken from
@@ -89,8 +91,10 @@ struct udp_statistics {
  */
 class udp_server {
   public:
-    /** @throw std::runtime_error  The system has no descriptors left. */
-    explicit udp_server(reflector &reflector, const udp_server_options &options = {});
+    /** @param limits  That it shares with other servers; NULL: its own, by the options.
+     *  @throw std::runtime_error  The system has no descriptors left. */
+    explicit udp_server(reflector &reflector, const udp_server_options &options = {},
+                        std::shared_ptr<responder_limits> limits = nullptr);
     /** Stops and closes. */
     ~udp_server();
     udp_server(const udp_server &) = delete;
@@ -101,9 +105,16 @@ class udp_server {
      * @return Its index; indices of removed sockets are not used again.
      * @throw std::runtime_error  One line: the address, and why it cannot be listened on. Nothing is left open.
      */
-    std::size_t add(const listen_address &address, const packet_path &path);
+    std::size_t add(const listen_address &address, const packet_path &path)
+    {
+        return add(listening_socket{address}, path);
+    }
+    /** The same with a socket that is open, and let in to here. */
+    std::size_t add(listening_socket socket, const packet_path &path);
     /** Close a socket. @throw std::out_of_range  No socket has this index, here and below. */
-    void remove(std::size_t index);
+    void remove(std::size_t index) { (void)release(index); /* closes it */ }
+    /** Serve a socket no more, without closing it. */
+    listening_socket release(std::size_t index);
     void set_path(std::size_t index, const packet_path &path);
     [[nodiscard]] packet_path path(std::size_t index) const;
     /** The address with the port that the socket really has. */
@@ -138,24 +149,8 @@ class udp_server {
         std::mutex mutex_;
     };
 
-    /** A descriptor that closes itself. */
-    class descriptor {
-      public:
-        explicit descriptor(int number = -1) : number_(number) {}
-        ~descriptor();
-        descriptor(descriptor &&other) noexcept : number_(other.release()) {}
-        descriptor &operator=(descriptor &&other) noexcept;
-        [[nodiscard]] int number() const { return number_; }
-        [[nodiscard]] bool is_open() const { return number_ >= 0; }
-        int release();
-
-      private:
-        int number_;
-    };
-
     struct endpoint {
-        descriptor socket;
-        listen_address local;
+        listening_socket socket;
         packet_path path;
         std::shared_ptr<token_bucket> bucket; ///< The responder's; NULL where there is no limit.
         udp_statistics counters;
@@ -163,11 +158,12 @@ class udp_server {
         idle_wait wait{std::chrono::nanoseconds::zero()};
     };
 
-    [[nodiscard]] endpoint open_endpoint(const listen_address &address, const packet_path &path) const;
     [[nodiscard]] const endpoint &open_at(std::size_t index) const;
-    [[nodiscard]] std::shared_ptr<token_bucket> bucket_of(std::uint32_t responder_id) const;
     void note_own_endpoints();
     void run();
+    /** How long to wait for packets, in milliseconds as epoll takes them. */
+    [[nodiscard]] int longest_wait() const;
+    void end_idle_sessions();
     /** Serve a socket that epoll told of. */
     void serve_woken(std::uint64_t data);
     /** Serve the busy sockets, and let epoll watch those that are busy no more. @return Messages received. */
@@ -192,6 +188,7 @@ class udp_server {
     reflector &reflector_;
     udp_server_options options_;
     std::uint64_t ticks_per_second_;
+    std::shared_ptr<responder_limits> limits_;
     mutable fair_mutex mutex_; ///< Guards the endpoints; the thread holds it while it serves packets.
     std::vector<endpoint> endpoints_;
     own_endpoints own_;

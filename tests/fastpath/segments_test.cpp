@@ -2,47 +2,20 @@
 
 #include "fastpath/udp_datagrams.hpp"
 
-#include <optional>
-
 #include <netinet/udp.h>
 
+#include "fastpath/listening_socket.hpp"
 #include "udp_fixture.hpp"
 
 namespace {
 
 using namespace olv_fastpath_test;
 
-/** A socket of ours that is prepared as a server's. */
-class prepared_socket {
-  public:
-    explicit prepared_socket(const char *address) : number_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
-    {
-        const listen_address wanted = parse_listen_address(address);
-        abilities_ = prepare_socket(number_, wanted.address);
-        EXPECT_TRUE(abilities_.has_value());
-        EXPECT_EQ(bind(number_, reinterpret_cast<const sockaddr *>(&wanted.address), wanted.length), 0);
-        local_.length = sizeof local_.address;
-        EXPECT_EQ(getsockname(number_, reinterpret_cast<sockaddr *>(&local_.address), &local_.length), 0);
-    }
-    ~prepared_socket() { close(number_); }
-    prepared_socket(const prepared_socket &) = delete;
-    prepared_socket &operator=(const prepared_socket &) = delete;
-
-    [[nodiscard]] int number() const { return number_; }
-    [[nodiscard]] bool segments() const { return abilities_ && abilities_->segments; }
-    [[nodiscard]] const listen_address &address() const { return local_; }
-
-  private:
-    int number_;
-    std::optional<socket_abilities> abilities_;
-    listen_address local_;
-};
-
 class segments_test : public testing::Test {
   protected:
     void SetUp() override
     {
-        if (!socket_.segments())
+        if (!socket_.abilities().segments)
             GTEST_SKIP() << "the system knows no segmented datagrams";
     }
 
@@ -50,7 +23,7 @@ class segments_test : public testing::Test {
     void receive_requests(const client &sender, const std::vector<std::size_t> &lengths)
     {
         for (const std::size_t length : lengths)
-            sender.send(socket_.address(), request_of(length));
+            sender.send(socket_.local(), request_of(length));
         ASSERT_EQ(batch_.receive(socket_.number()), lengths.size());
     }
 
@@ -75,7 +48,7 @@ class segments_test : public testing::Test {
         for (std::size_t index = 0; index < lengths.size(); ++index) {
             const client::reply reply = sender.receive();
             EXPECT_EQ(reply.payload, bytes(lengths[index], static_cast<std::uint8_t>(index + 1))) << index;
-            EXPECT_EQ(reply.from, socket_.address().text()) << index;
+            EXPECT_EQ(reply.from, socket_.local().text()) << index;
             EXPECT_EQ(reply.traffic_class, traffic_class) << index;
         }
         EXPECT_TRUE(sender.is_empty());
@@ -93,7 +66,7 @@ class segments_test : public testing::Test {
 
     static void take_together(const client &sender) { sender.set_option(SOL_UDP, UDP_GRO, 1); }
 
-    prepared_socket socket_{"127.0.0.1:0"};
+    listening_socket socket_{parse_listen_address("127.0.0.1:0")};
     datagram_batch batch_{65535};
     client sender_{AF_INET};
 };
@@ -152,7 +125,7 @@ TEST_F(segments_test, replies_to_another_sender_leave_for_themselves)
     take_together(other);
     const client *const order[] = {&sender_, &sender_, &other, &other, &sender_};
     for (const client *each : order)
-        each->send(socket_.address(), request_of(44));
+        each->send(socket_.local(), request_of(44));
     ASSERT_EQ(batch_.receive(socket_.number()), 5u);
     add_replies({44, 44, 44, 44, 44});
     EXPECT_EQ(batch_.send(socket_.number()).sent, 5u);
@@ -176,13 +149,13 @@ TEST_F(segments_test, replies_of_another_traffic_class_leave_for_themselves)
 
 TEST_F(segments_test, replies_from_another_address_leave_for_themselves)
 {
-    const prepared_socket everywhere{"0.0.0.0:0"};
+    const listening_socket everywhere{parse_listen_address("0.0.0.0:0")};
     for (const char *host : {"127.0.0.1:", "127.0.0.2:", "127.0.0.2:"})
-        sender_.send(parse_listen_address(host + std::to_string(everywhere.address().port())), request_of(44));
+        sender_.send(parse_listen_address(host + std::to_string(everywhere.local().port())), request_of(44));
     ASSERT_EQ(batch_.receive(everywhere.number()), 3u);
     add_replies({44, 44, 44});
     EXPECT_EQ(batch_.send(everywhere.number()).sent, 3u);
-    const std::string port = std::to_string(everywhere.address().port());
+    const std::string port = std::to_string(everywhere.local().port());
     EXPECT_EQ(sender_.receive().from, "127.0.0.1:" + port);
     EXPECT_EQ(sender_.receive().from, "127.0.0.2:" + port);
     EXPECT_EQ(sender_.receive().from, "127.0.0.2:" + port);
@@ -236,8 +209,8 @@ class together_test : public fastpath_test {
 
     void SetUp() override
     {
-        const prepared_socket probe{"127.0.0.1:0"};
-        if (!probe.segments())
+        const listening_socket probe{parse_listen_address("127.0.0.1:0")};
+        if (!probe.abilities().segments)
             GTEST_SKIP() << "the system knows no segmented datagrams";
     }
 

@@ -1,5 +1,9 @@
 #include "fastpath/token_bucket.hpp"
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -71,6 +75,79 @@ TEST(token_bucket, limit_and_clock_that_are_too_large_together_still_let_packets
     token_bucket bucket{UINT32_MAX, 1ull << 60};
     EXPECT_EQ(passing(bucket, 20, 0), 7);
     EXPECT_EQ(passing(bucket, 20, 1ull << 60), 7);
+}
+
+TEST(token_bucket, clock_that_is_a_little_behind_earns_nothing_twice)
+{
+    token_bucket bucket{5, second};
+    EXPECT_EQ(passing(bucket, 20, 10'000), 5);
+    EXPECT_EQ(passing(bucket, 20, 10'400), 2);
+    EXPECT_EQ(passing(bucket, 20, 10'000), 0);
+    EXPECT_EQ(passing(bucket, 20, 10'599), 0);
+    EXPECT_EQ(passing(bucket, 20, 10'600), 1);
+}
+
+/** Threads that take what they get, until they are told to end. */
+class takers {
+  public:
+    takers(token_bucket &bucket, int count) : refused_(static_cast<std::size_t>(count))
+    {
+        for (std::size_t number = 0; number < refused_.size(); ++number)
+            threads_.emplace_back([this, &bucket, number] { take_from(bucket, refused_[number]); });
+    }
+    ~takers()
+    {
+        stopping_ = true;
+        for (std::thread &each : threads_)
+            each.join();
+    }
+    takers(const takers &) = delete;
+    takers &operator=(const takers &) = delete;
+
+    /** Let all of them see this time, and come away with nothing. */
+    void wait_until(std::uint32_t now)
+    {
+        now_ = now;
+        for (std::atomic<std::uint32_t> &each : refused_)
+            while (each != now)
+                std::this_thread::yield();
+    }
+
+    [[nodiscard]] std::uint32_t passed() const { return passed_; }
+
+  private:
+    void take_from(token_bucket &bucket, std::atomic<std::uint32_t> &refused_at)
+    {
+        while (!stopping_) {
+            const std::uint32_t now = now_;
+            if (bucket.take(now)) {
+                ++passed_;
+            } else {
+                refused_at = now;
+                std::this_thread::yield();
+            }
+        }
+    }
+
+    std::atomic<std::uint32_t> now_{0};
+    std::atomic<bool> stopping_{false};
+    std::atomic<std::uint32_t> passed_{0};
+    std::vector<std::atomic<std::uint32_t>> refused_;
+    std::vector<std::thread> threads_;
+};
+
+TEST(token_bucket, threads_together_get_what_one_would)
+{
+    token_bucket bucket{100, second};
+    takers four{bucket, 4};
+    four.wait_until(1);
+    EXPECT_EQ(four.passed(), 100u);
+    for (std::uint32_t now = 2; now <= 10 * second; now += 7)
+        four.wait_until(now);
+    four.wait_until(10 * second);
+    EXPECT_EQ(four.passed(), 1100u);
+    four.wait_until(20 * second);
+    EXPECT_EQ(four.passed(), 1200u);
 }
 
 } // namespace

@@ -46,6 +46,15 @@ class client {
         EXPECT_EQ(setsockopt(socket_, level, option, &value, sizeof value), 0);
     }
 
+    [[nodiscard]] int number() const { return socket_; }
+
+    /** Join a group at an interface, and send to it from there. @return Whether there is one. */
+    [[nodiscard]] bool join(const ip_mreqn &group) const
+    {
+        return setsockopt(socket_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group) == 0 &&
+               setsockopt(socket_, IPPROTO_IP, IP_MULTICAST_IF, &group, sizeof group) == 0;
+    }
+
     /** @throw std::runtime_error  It cannot. */
     void bind_to(const listen_address &address) const
     {
