@@ -28,8 +28,7 @@ site_options options_for(const run_options &options)
 {
     return {.name = "main",
             .program = olv_sim::classifier_program::twamp(options.capacity),
-            .reflector = options.reflector,
-            .server = options.server};
+            .workers = options.workers};
 }
 
 void print_listener(const std::string &address, const olv_fastpath::udp_statistics &counted)

@@ -111,8 +111,9 @@ bool make_room_for_sessions(run_options &options)
                      olv_fastpath::session_table::maximum_capacity);
         return false;
     }
-    std::uint32_t &capacity = options.reflector.session_capacity;
-    capacity = std::max(capacity, static_cast<std::uint32_t>(reached * each));
+    // The system may hand all senders to one of the workers.
+    std::uint32_t &capacity = options.workers.reflector.session_capacity;
+    capacity = std::max(capacity, static_cast<std::uint32_t>(reached * each) * options.workers.count);
     return true;
 }
 
@@ -122,7 +123,7 @@ void take_addresses(const raw_options &raw, run_options &options)
     for (const std::string &text : raw.addresses) {
         options.addresses.push_back(olv_fastpath::parse_listen_address(text));
     }
-    raw.traffic.apply(options.reflector, options.server);
+    raw.traffic.apply(options.workers);
     if (raw.metrics) {
         options.metrics = olv_fastpath::parse_listen_address(*raw.metrics);
     }

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fastpath/udp_server.hpp"
+#include "fastpath/udp_workers.hpp"
 #include "output_format.hpp"
 #include "program.hpp"
 #include "step.hpp"
@@ -39,8 +39,7 @@ struct run_options {
     output_format format = output_format::text;          ///< Of the figures at the end.
     std::string trace_file;                              ///< Empty: no trace; "-": standard error.
     std::optional<std::uint32_t> sessions; ///< Of each responder; nothing: what the module writes.
-    olv_fastpath::reflector_options reflector;
-    olv_fastpath::udp_server_options server;
+    olv_fastpath::udp_workers_options workers;
 };
 
 /** Add what a run takes to a command that explains and completes it. */

@@ -61,8 +61,7 @@ site::site(const site_options &options)
                                         .locked = options.locked,
                                         .system = options.system,
                                         .default_entry_point = options.default_entry_point})),
-      reflector_(processor_, options.reflector),
-      server_(reflector_, options.server)
+      workers_(processor_, options.workers)
 {}
 
 site::~site()
@@ -235,8 +234,8 @@ std::uint32_t site::imc(const bind_request &request, bool direct)
 std::string site::listen(const olv_fastpath::listen_address &address, const olv_fastpath::packet_path &path)
 {
     const std::lock_guard lock{mutex_};
-    const std::size_t index = server_.add(address, path);
-    listeners_.push_back({index, server_.local_address(index).text()});
+    const std::size_t index = workers_.add(address, path);
+    listeners_.push_back({index, workers_.local_address(index).text()});
     return listeners_.back().address;
 }
 
@@ -258,7 +257,7 @@ void site::unlisten(const std::string &address)
 {
     const std::lock_guard lock{mutex_};
     const std::size_t index = listener_at(address).index;
-    server_.remove(index);
+    workers_.remove(index);
     listeners_.erase(std::remove_if(listeners_.begin(), listeners_.end(),
                                     [index](const listener &each) { return each.index == index; }),
                      listeners_.end());
@@ -267,7 +266,7 @@ void site::unlisten(const std::string &address)
 void site::redirect(const std::string &address, const olv_fastpath::packet_path &path)
 {
     const std::lock_guard lock{mutex_};
-    server_.set_path(listener_at(address).index, path);
+    workers_.set_path(listener_at(address).index, path);
 }
 
 std::vector<std::string> site::listeners() const
@@ -283,18 +282,18 @@ std::vector<std::string> site::listeners() const
 olv_fastpath::udp_statistics site::counters_of(const std::string &address) const
 {
     const std::lock_guard lock{mutex_};
-    return server_.statistics(listener_at(address).index);
+    return workers_.statistics(listener_at(address).index);
 }
 
 void site::start()
 {
-    server_.start();
+    workers_.start();
 }
 
 void site::stop()
 {
-    if (server_.running()) {
-        server_.stop();
+    if (workers_.running()) {
+        workers_.stop();
         say("packets no longer answered");
     }
 }
@@ -339,17 +338,17 @@ void site::collect_responders(figures &into)
 void site::collect_listeners(figures &into) const
 {
     for (const listener &each : listeners_) {
-        const olv_fastpath::packet_path path = server_.path(each.index);
+        const olv_fastpath::packet_path path = workers_.path(each.index);
         into.listeners.push_back({.address = each.address,
                                   .responder = responder_with(path.responder_id),
                                   .bind_key = path.bind_key,
-                                  .counters = server_.statistics(each.index)});
+                                  .counters = workers_.statistics(each.index)});
     }
 }
 
 void site::collect_sessions(figures &into) const
 {
-    const std::vector<olv_fastpath::session> sessions = server_.sessions();
+    const std::vector<olv_fastpath::session> sessions = workers_.sessions();
     const std::uint64_t now = processor_.timer_now();
     const auto frequency = static_cast<double>(processor_.timer_frequency());
     for (const olv_fastpath::session &each : sessions) {

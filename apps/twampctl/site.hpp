@@ -16,7 +16,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "fastpath/udp_server.hpp"
+#include "fastpath/udp_workers.hpp"
 #include "figures.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
@@ -44,8 +44,7 @@ struct site_options {
     bool locked = true;
     bool system = true;
     std::uint16_t default_entry_point = 0;
-    olv_fastpath::reflector_options reflector;
-    olv_fastpath::udp_server_options server;
+    olv_fastpath::udp_workers_options workers;
 };
 
 /** The modules that packets can leave by. */
@@ -95,7 +94,6 @@ class site {
     [[nodiscard]] olv_sim::processor &processor() { return processor_; }
     [[nodiscard]] olv_sim::framework &framework() { return framework_; }
     [[nodiscard]] olv_module_handle *module() const { return module_; }
-    [[nodiscard]] olv_fastpath::udp_server &server() { return server_; }
 
     // The module.
     [[nodiscard]] bool is_up() const;
@@ -165,8 +163,7 @@ class site {
     olv_sim::processor processor_;
     olv_sim::framework framework_;
     olv_module_handle *module_;
-    olv_fastpath::reflector reflector_;
-    olv_fastpath::udp_server server_;
+    olv_fastpath::udp_workers workers_;
     mutable std::recursive_mutex mutex_; ///< Guards the lists below and the life of their responders.
     std::vector<named_responder> responders_;
     std::unordered_set<std::string> names_; ///< Of the responders: there may be very many.

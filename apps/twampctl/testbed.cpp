@@ -19,10 +19,8 @@ testbed::~testbed()
 site &testbed::current()
 {
     if (current_ == nullptr) {
-        return add({.name = "main",
-                    .program = olv_sim::classifier_program::twamp(usual_capacity),
-                    .reflector = {},
-                    .server = {}});
+        return add(
+            {.name = "main", .program = olv_sim::classifier_program::twamp(usual_capacity), .workers = {}});
     }
     return *current_;
 }

@@ -10,7 +10,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "fastpath/udp_server.hpp"
+#include "fastpath/udp_workers.hpp"
 
 namespace twampctl {
 
@@ -18,12 +18,10 @@ namespace twampctl {
 struct traffic_options {
     std::vector<std::string> allowed;
     std::string stamp_mode = "stateful";
-    olv_fastpath::reflector_options reflector;
-    olv_fastpath::udp_server_options server;
+    olv_fastpath::udp_workers_options workers;
 
     /** @throw std::invalid_argument  Something that is not a prefix is to be allowed. */
-    void apply(olv_fastpath::reflector_options &to_reflector,
-               olv_fastpath::udp_server_options &to_server) const;
+    void apply(olv_fastpath::udp_workers_options &to) const;
 };
 
 void add_traffic_options(CLI::App &command, traffic_options &options);

@@ -46,6 +46,12 @@ TEST(Config, SaysWhatTheCommandLineSays)
                             "1.5", "--sessions", "7", "--trace", "", "--log-level", "15"));
 }
 
+TEST(Config, SaysHowManyWorkersThereAre)
+{
+    EXPECT_THAT(words_of(R"({"workers": 64, "busy-poll": 0})"),
+                ElementsAre("--workers", "64", "--busy-poll", "0"));
+}
+
 TEST(Config, TakesTextsAsTheyAre)
 {
     EXPECT_THAT(words_of(R"({"trace": "--tables"})"), ElementsAre("--trace", "--tables"));
@@ -162,6 +168,9 @@ INSTANTIATE_TEST_SUITE_P(
         error_row{"PortRange",
                   "{\"min-source-port\": 65536}",
                   {"1: min-source-port: Value 65536 not in range 1 to 65535"}},
+        error_row{"Workers", "{\"workers\": 65}", {"1: workers: Value 65 not in range 1 to 64"}},
+        error_row{
+            "BusyPoll", "{\"busy-poll\": 1000001}", {"1: busy-poll: Value 1000001 not in range 0 to 1000000"}},
         error_row{"Duration", "{\"duration\": -0.5}", {"1: duration: Value -0.5 not in range 0 to 1e+09"}},
         error_row{"LogLevel", "{\"log-level\": 2}", {"1: log-level: '2' is none of 0, 1, 3, 7, 15"}},
         error_row{"Format", "{\"format\": \"xml\"}", {"1: format: 'xml' is none of json, prometheus, text"}},
@@ -171,6 +180,29 @@ INSTANTIATE_TEST_SUITE_P(
                    "3: rate: this key is there already, in line 1",
                    "3: tables: true or false is wanted, not 2"}}),
     [](const auto &row) { return std::string(row.param.label); });
+
+/** Room that a run with these options has for sessions. */
+std::uint32_t session_capacity(std::vector<std::string> words)
+{
+    std::vector<char *> arguments;
+    for (std::string &word : words) {
+        arguments.push_back(word.data());
+    }
+    twampctl::run_options options;
+    EXPECT_FALSE(twampctl::read_options(static_cast<int>(arguments.size()), arguments.data(), options));
+    return options.workers.reflector.session_capacity;
+}
+
+TEST(RunOptions, EachWorkerHasRoomForAllSessions)
+{
+    EXPECT_EQ(session_capacity({"twampctl", "run", "--listen", "127.0.0.1:0"}), 65536u);
+    EXPECT_EQ(session_capacity({"twampctl", "run", "--listen", "127.0.0.1:0", "--workers", "64"}), 65536u);
+    EXPECT_EQ(session_capacity({"twampctl", "run", "--listen", "127.0.0.1:0", "--sessions", "100000"}),
+              100000u);
+    EXPECT_EQ(session_capacity({"twampctl", "run", "--listen", "127.0.0.1:0", "--listen", "127.0.0.1:0",
+                                "--sessions", "100000", "--workers", "4"}),
+              800000u);
+}
 
 } // namespace
 } // namespace apps_tests

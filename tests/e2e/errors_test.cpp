@@ -74,6 +74,10 @@ INSTANTIATE_TEST_SUITE_P(
                   {"run", "--listen", "127.0.0.1:0", "--min-source-port", "65536"},
                   "--min-source-port"},
         usage_row{"Rate", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--rate", "0"}, "--rate"},
+        usage_row{"NoWorkers", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--workers", "0"}, "--workers"},
+        usage_row{"Workers", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--workers", "65"}, "--workers"},
+        usage_row{
+            "BusyPoll", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--busy-poll", "1000001"}, "--busy-poll"},
         usage_row{"Sessions", TWAMPCTL, {"run", "--listen", "127.0.0.1:0", "--sessions", "0"}, "--sessions"},
         usage_row{
             "AllSessions",

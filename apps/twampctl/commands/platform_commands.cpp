@@ -53,9 +53,8 @@ void create_processor(testbed &bed, const processor_options &options)
                         .locked = !options.unlocked,
                         .system = !options.no_system,
                         .default_entry_point = options.default_entry_point,
-                        .reflector = {},
-                        .server = {}};
-    options.traffic.apply(wanted.reflector, wanted.server);
+                        .workers = {}};
+    options.traffic.apply(wanted.workers);
     for (const std::string &each : options.without) {
         change_program(wanted.program, each, "");
     }
