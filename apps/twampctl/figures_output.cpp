@@ -36,7 +36,8 @@ std::vector<drop_reason> drops_of(const olv_twamp_responder_stats &counters)
 
 std::vector<drop_reason> drops_of(const olv_fastpath::udp_statistics &counters)
 {
-    return {{"source_not_allowed", "source not allowed", counters.source_not_allowed},
+    return {{"socket_full", "socket buffer full", counters.socket_full},
+            {"source_not_allowed", "source not allowed", counters.source_not_allowed},
             {"source_port", "source port too low", counters.source_port},
             {"own_source", "own address as source", counters.own_source},
             {"too_long", "length above the longest", counters.truncated},

@@ -83,6 +83,12 @@ void listening_socket::let_in()
     if (kept_ && !keep(*kept_)) {
         fail(local_, errno);
     }
+    dropped_before_ = dropped_packets(number());
+}
+
+std::uint32_t listening_socket::dropped() const
+{
+    return dropped_packets(number()) - dropped_before_;
 }
 
 } // namespace olv_fastpath

@@ -41,6 +41,10 @@ class listening_socket {
     /** The address with the port that the socket really has. */
     [[nodiscard]] const listen_address &local() const { return local_; }
     [[nodiscard]] const socket_abilities &abilities() const { return abilities_; }
+    /** Packets that the system dropped here since it was let in, as there was no room; 0 where it does not
+     * tell. Of several sockets at all addresses, all but the first one drop the copies of what is sent to a
+     * group, too. */
+    [[nodiscard]] std::uint32_t dropped() const;
 
   private:
     /** Whom it has the address with. */
@@ -55,6 +59,7 @@ class listening_socket {
     listen_address local_;
     socket_abilities abilities_;
     std::optional<kept_packets> kept_; ///< By a socket of several, once they are let in.
+    std::uint32_t dropped_before_ = 0; ///< They are let in.
 };
 
 } // namespace olv_fastpath

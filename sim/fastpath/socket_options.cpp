@@ -7,6 +7,7 @@
 
 #include <linux/filter.h>
 #include <linux/if_packet.h>
+#include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <netinet/udp.h>
 
@@ -128,6 +129,15 @@ void receive_together(int socket)
     if (std::endian::native == std::endian::little) {
         (void)set_option(socket, SOL_UDP, UDP_GRO, 1); // where it fails, datagrams come one by one
     }
+}
+
+std::uint32_t dropped_packets(int socket)
+{
+    std::array<std::uint32_t, SK_MEMINFO_VARS> figures{};
+    socklen_t length = sizeof figures;
+    // Where it fails nothing is written.
+    (void)getsockopt(socket, SOL_SOCKET, SO_MEMINFO, figures.data(), &length);
+    return figures[SK_MEMINFO_DROPS];
 }
 
 } // namespace olv_fastpath

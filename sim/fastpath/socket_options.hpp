@@ -42,6 +42,10 @@ enum class kept_packets : std::uint8_t {
  *  have room for the longest there can be. Nothing changes where the system cannot. */
 void receive_together(int socket);
 
+/** Packets that the system dropped at the socket so far: the socket's buffer was full, or packets are not kept.
+ * 0 where it does not tell. */
+[[nodiscard]] std::uint32_t dropped_packets(int socket);
+
 } // namespace olv_fastpath
 
 #endif

@@ -61,6 +61,7 @@ std::chrono::nanoseconds patience_of(const udp_server_options &options)
 
 udp_statistics &udp_statistics::operator+=(const udp_statistics &other)
 {
+    socket_full += other.socket_full;
     received += other.received;
     source_not_allowed += other.source_not_allowed;
     source_port += other.source_port;
@@ -144,6 +145,7 @@ listening_socket udp_server::release(std::size_t index)
 {
     const std::lock_guard lock{mutex_};
     (void)open_at(index); // only checks
+    endpoints_[index].counters = counters_of(endpoints_[index]);
     listening_socket released = std::move(endpoints_[index].socket);
     (void)epoll_ctl(epoll_.number(), EPOLL_CTL_DEL, released.number(), nullptr); // a busy one is not watched
     endpoints_[index].bucket.reset();
@@ -198,7 +200,7 @@ udp_statistics udp_server::statistics() const
     const std::lock_guard lock{mutex_};
     udp_statistics all;
     for (const endpoint &each : endpoints_) {
-        all += each.counters;
+        all += counters_of(each);
     }
     return all;
 }
@@ -206,7 +208,14 @@ udp_statistics udp_server::statistics() const
 udp_statistics udp_server::statistics(std::size_t index) const
 {
     const std::lock_guard lock{mutex_};
-    return open_at(index).counters;
+    return counters_of(open_at(index));
+}
+
+udp_statistics udp_server::counters_of(const endpoint &which)
+{
+    udp_statistics counters = which.counters;
+    counters.socket_full += which.socket.is_open() ? which.socket.dropped() : 0;
+    return counters;
 }
 
 std::vector<session> udp_server::sessions() const

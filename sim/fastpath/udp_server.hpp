@@ -56,6 +56,7 @@ struct udp_server_options {
 /** Counters of a socket, or of all sockets of a server, since it was opened. Each datagram that was taken from
  *  a socket is counted in exactly one of `received` and the six reasons to drop it before. */
 struct udp_statistics {
+    std::uint64_t socket_full = 0;        ///< Never taken: the system dropped them, as the socket had no room.
     std::uint64_t received = 0;           ///< Handed to the reflector, which counts them from there.
     std::uint64_t source_not_allowed = 0; ///< From none of the allowed prefixes.
     std::uint64_t source_port = 0;        ///< From a port below the lowest.
@@ -159,6 +160,8 @@ class udp_server {
     };
 
     [[nodiscard]] const endpoint &open_at(std::size_t index) const;
+    /** With what only its socket knows. */
+    [[nodiscard]] static udp_statistics counters_of(const endpoint &which);
     void note_own_endpoints();
     void run();
     /** How long to wait for packets, in milliseconds as epoll takes them. */

@@ -48,6 +48,7 @@ TEST(FiguresJson, HasEveryField)
       "bind_key": 6,
       "received_packets": 31,
       "dropped_packets": {
+        "socket_full": 30,
         "source_not_allowed": 32,
         "source_port": 33,
         "own_source": 34,

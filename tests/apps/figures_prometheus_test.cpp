@@ -53,6 +53,7 @@ olv_twamp_listener_info{listener="[::1]:8620",responder="edge",bind_key="6"} 1
 olv_twamp_listener_received_packets_total{listener="[::1]:8620"} 31
 # HELP olv_twamp_listener_dropped_packets_total Datagrams that the listener dropped before the reflector saw them, by reason.
 # TYPE olv_twamp_listener_dropped_packets_total counter
+olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="socket_full"} 30
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="source_not_allowed"} 32
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="source_port"} 33
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="own_source"} 34

@@ -45,6 +45,7 @@ Listener [::1]:8620
   responder                                        edge
   bind key                                            6
   received packets                                   31
+  dropped: socket buffer full                        30
   dropped: source not allowed                        32
   dropped: source port too low                       33
   dropped: own address as source                     34

@@ -468,6 +468,24 @@ TEST_F(rate_test, no_limit_limits_nothing)
 // Counting
 // ---------------------------------------------------------------------------------------------------------
 
+TEST_F(hostile_network_test, datagrams_that_find_no_room_in_the_socket_are_counted)
+{
+    serve({});
+    const std::size_t index = add("127.0.0.1:0");
+    const client sender{AF_INET};
+    constexpr std::uint64_t requests = 20'000;
+    for (std::uint64_t number = 0; number < requests; ++number)
+        sender.send(server_->local_address(index), request_of(1400));
+    const std::uint64_t dropped = server_->statistics(index).socket_full;
+    if (dropped == 0)
+        GTEST_SKIP() << "the system does not tell, or its buffers have no limit";
+    EXPECT_LT(dropped, requests);
+    server_->start();
+    EXPECT_TRUE(eventually([&] { return server_->statistics(index).received == requests - dropped; }));
+    server_->remove(index);
+    EXPECT_EQ(server_->statistics().socket_full, dropped); // stays when the socket is closed
+}
+
 TEST_F(hostile_network_test, every_datagram_of_a_mixture_counts_once)
 {
     udp_server_options options = allowing({"127.0.0.2"});
