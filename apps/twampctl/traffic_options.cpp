@@ -38,6 +38,8 @@ void add_traffic_options(CLI::App &command, traffic_options &options)
         .add_option("--busy-poll", options.workers.server.busy_poll_microseconds,
                     "Microseconds to look for the next packet before sleeping; 0: never look (20)")
         ->check(CLI::Range(0u, 1'000'000u));
+    command.add_flag("--separate-replies", options.separate_replies,
+                     "Send each reply by itself, as captures on this machine then show them");
 }
 
 void traffic_options::apply(olv_fastpath::udp_workers_options &to) const
@@ -47,6 +49,7 @@ void traffic_options::apply(olv_fastpath::udp_workers_options &to) const
     to.reflector.session_capacity = session_capacity;
     to.reflector.mode =
         stamp_mode == "stateless" ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
+    to.server.segments = !separate_replies;
     for (const std::string &each : allowed) {
         to.server.allowed_sources.add(olv_fastpath::parse_address_prefix(each));
     }

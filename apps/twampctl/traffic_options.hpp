@@ -18,6 +18,7 @@ namespace twampctl {
 struct traffic_options {
     std::vector<std::string> allowed;
     std::string stamp_mode = "stateful";
+    bool separate_replies = false;
     olv_fastpath::udp_workers_options workers;
 
     /** @throw std::invalid_argument  Something that is not a prefix is to be allowed. */

@@ -52,6 +52,12 @@ TEST(Config, SaysHowManyWorkersThereAre)
                 ElementsAre("--workers", "64", "--busy-poll", "0"));
 }
 
+TEST(Config, SaysWhetherRepliesLeaveTogether)
+{
+    EXPECT_THAT(words_of(R"({"separate-replies": true})"), ElementsAre("--separate-replies"));
+    EXPECT_THAT(words_of(R"({"separate-replies": false})"), ElementsAre());
+}
+
 TEST(Config, TakesTextsAsTheyAre)
 {
     EXPECT_THAT(words_of(R"({"trace": "--tables"})"), ElementsAre("--trace", "--tables"));
@@ -181,8 +187,8 @@ INSTANTIATE_TEST_SUITE_P(
                    "3: tables: true or false is wanted, not 2"}}),
     [](const auto &row) { return std::string(row.param.label); });
 
-/** Room that a run with these options has for sessions. */
-std::uint32_t session_capacity(std::vector<std::string> words)
+/** What a run is told about its workers. */
+olv_fastpath::udp_workers_options workers_of(std::vector<std::string> words)
 {
     std::vector<char *> arguments;
     for (std::string &word : words) {
@@ -190,7 +196,20 @@ std::uint32_t session_capacity(std::vector<std::string> words)
     }
     twampctl::run_options options;
     EXPECT_FALSE(twampctl::read_options(static_cast<int>(arguments.size()), arguments.data(), options));
-    return options.workers.reflector.session_capacity;
+    return options.workers;
+}
+
+/** Room that a run with these options has for sessions. */
+std::uint32_t session_capacity(const std::vector<std::string> &words)
+{
+    return workers_of(words).reflector.session_capacity;
+}
+
+TEST(RunOptions, RepliesLeaveTogetherUnlessToldNotTo)
+{
+    EXPECT_TRUE(workers_of({"twampctl", "run", "--listen", "127.0.0.1:0"}).server.segments);
+    EXPECT_FALSE(
+        workers_of({"twampctl", "run", "--listen", "127.0.0.1:0", "--separate-replies"}).server.segments);
 }
 
 TEST(RunOptions, EachWorkerHasRoomForAllSessions)

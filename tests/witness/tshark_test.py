@@ -94,7 +94,7 @@ class Dissection(unittest.TestCase):
     def setUpClass(cls):
         cls.began = time.time()
         with tempfile.TemporaryDirectory() as folder:
-            control = ControlProgram()
+            control = ControlProgram("--separate-replies")
             cls.addClassCleanup(control.close)
             taken = capture.begin(os.path.join(folder, "capture.pcap"), control.ports, PACKETS)
             cls.addClassCleanup(taken.close)
