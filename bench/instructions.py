@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Counts the instructions of the library's operations and of the reflector's packets, and compares both with a baseline.
+"""Counts instructions, of the library's operations and the reflector's packets, and compares them with a baseline.
 
     python3 bench/instructions.py [--update] [--functions] BASELINE DUMP...
 

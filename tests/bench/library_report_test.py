@@ -77,7 +77,8 @@ class LibraryReport(unittest.TestCase):
 
     def test_a_report_of_every_operation_is_whole(self):
         names = ["create", "statistics", "delete", "bind", "lookup", "unbind"]
-        runs = [run("create/floor", 100) | {"run_name": f"{name}/{side}"} for name in names for side in ("library", "floor")]
+        sides = ("library", "floor")
+        runs = [run("create/floor", 100) | {"run_name": f"{name}/{side}"} for name in names for side in sides]
         self.assertEqual(
             limits({"benchmarks": runs})[0], Limit("every operation and its floor are there", "none missing", True)
         )
