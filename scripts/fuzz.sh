@@ -2,9 +2,11 @@
 # Builds the fuzz targets, replays their corpora and fuzzes: the library against its model, the reflector, and what
 # the programs read. Fails when an input crashes a target or shows a difference; the input is kept, and the command
 # that replays it is printed. Safe to run again; builds below build/ only.
-#   scripts/fuzz.sh [--keep] [--afl] SECONDS [TARGET...]     SECONDS for each target, all if none is named
+#   scripts/fuzz.sh [--keep] [--afl] SECONDS [TARGET...]     SECONDS for each target, all if none is named; as many at
+#                                                            the same time as there are processors
 #   --keep   add what was found to tests/fuzz/corpus/, as few inputs as reach the same
 #   --afl    fuzz with AFL++ instead of libFuzzer
+#   --built  only fuzz, the one TARGET that is named: it was built just now
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -15,12 +17,16 @@ usage() {
 
 keep=no
 preset=fuzz
+built=no
+passed_on=()
 while [[ ${1:-} == --* ]]; do
   case $1 in
     --keep) keep=yes ;;
     --afl) preset=fuzz-afl ;;
+    --built) built=yes ;;
     *) usage ;;
   esac
+  passed_on+=("$1")
   shift
 done
 [[ ${1:-} =~ ^[1-9][0-9]*$ ]] || usage
@@ -116,22 +122,35 @@ run_afl() { # TARGET
   ((${#crashes[@]} == 0)) || complain "$1" "${crashes[@]}"
 }
 
+fuzz() { # TARGET
+  echo "== $1"
+  replay "$1" || return 0
+  if [[ $preset == fuzz-afl ]]; then
+    run_afl "$1"
+  else
+    run_libfuzzer "$1"
+  fi
+  [[ $keep == no ]] || merge "$1"
+}
+
+if [[ $built == yes ]]; then
+  (($# == 1)) || usage
+  mkdir -p "$work/$1"
+  output=$work/$1/output
+  # Told at the end, since others run beside it.
+  exec 3>&1 >"$output" 2>&1
+  trap 'cat "$output" >&3' EXIT
+  fuzz "$1"
+  exit $((failures != 0))
+fi
+
 ./scripts/install-packages.sh fuzz
 echo '== Build'
 mkdir -p "$tree"
 build "$@" >"$tree/build.log" 2>&1 || { tail -n 40 "$tree/build.log" >&2; exit 1; }
-for target; do
-  echo "== $target"
-  mkdir -p "$work/$target"
-  replay "$target" || continue
-  if [[ $preset == fuzz-afl ]]; then
-    run_afl "$target"
-  else
-    run_libfuzzer "$target"
-  fi
-  [[ $keep == no ]] || merge "$target"
-done
-if ((failures != 0)); then
-  printf 'fuzz: %s failure(s), see above\n' "$failures" >&2
+# By xargs: an interrupt ends these processes, too.
+printf '%s\n' "$@" |
+  xargs --max-procs="$(nproc)" --max-args=1 ./scripts/fuzz.sh "${passed_on[@]}" --built "$seconds" || {
+  echo 'fuzz: failures, see above' >&2
   exit 1
-fi
+}
