@@ -61,7 +61,7 @@ measure() { # PART REPORT
   case $quick-$1 in
     no-library) run_in_turns "$programs/library/library_bench" "$2" 51 0.003 ;;
     yes-library) run_in_turns "$programs/library/library_bench" "$2" 3 0.001 ;;
-    no-scale) run_in_turns "$programs/scale/scale_bench" "$2" 11 0.02 --responders 1,1000,1000000,16000000 ;;
+    no-scale) run_in_turns "$programs/scale/scale_bench" "$2" 21 0.01 --responders 1,1000,1000000,16000000 ;;
     yes-scale) run_in_turns "$programs/scale/scale_bench" "$2" 3 0.003 --responders 1,1000,100000 ;;
     no-reflect) "$programs/reflect/reflect_bench" --json "$2" ;;
     yes-reflect) "$programs/reflect/reflect_bench" --quick --json "$2" ;;

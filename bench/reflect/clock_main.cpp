@@ -99,8 +99,8 @@ void print(const std::vector<clock_row> &rows, std::size_t reversed)
         std::printf("%10.0f %9zu %12.3f %12.3f %12.3f\n", each.begin_seconds, each.replies, each.offset,
                     each.uncertainty, each.outside);
     }
-    std::printf("largest error %.3f us, drift %.3f us in an hour, T3 before T2: %zu\n", worst_error(rows),
-                drift_per_hour(rows), reversed);
+    std::printf("largest error %.3f us, limit %.0f; drift %.3f us in an hour; T3 before T2: %zu, limit 0\n",
+                worst_error(rows), largest_error, drift_per_hour(rows), reversed);
 }
 
 void save(const settings &chosen, const std::vector<clock_row> &rows, std::size_t reversed)

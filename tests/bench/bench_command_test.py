@@ -37,7 +37,7 @@ FULL_CALLS = [
     "cmake --preset bench",
     "cmake --build --preset bench --target library_bench scale_bench reflect_bench clock_error",
     "library_bench " + IN_TURNS.format(51, 0.003, "library_bench"),
-    "scale_bench " + IN_TURNS.format(11, 0.02, "scale_bench") + " --responders 1,1000,1000000,16000000",
+    "scale_bench " + IN_TURNS.format(21, 0.01, "scale_bench") + " --responders 1,1000,1000000,16000000",
     "reflect_bench --json build/bench/reflect_bench.json",
     "clock_error --seconds 300 --json build/bench/clock_error.json",
 ]
