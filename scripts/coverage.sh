@@ -16,13 +16,20 @@ echo '== Testing'
 ctest --preset coverage
 
 # Branches that only an exception takes, of calls and of the compiler's own clean-up, are no decisions of the code.
+gcovr_options=(--root . --exclude-unreachable-branches --exclude-throw-branches)
+counts=build/coverage/counts.json
+
 report() { # FOLDER OPTION...
   local folder=$1
   shift
   echo "== Coverage of $folder"
-  gcovr --root . --object-directory build/coverage --filter "$folder" --exclude-unreachable-branches \
-    --exclude-throw-branches --print-summary --txt "build/coverage/${folder%/}.txt" "$@"
+  gcovr "${gcovr_options[@]}" --add-tracefile "$counts" --filter "$folder" --print-summary \
+    --txt "build/coverage/${folder%/}.txt" "$@"
 }
+
+echo '== Reading the counts'
+gcovr "${gcovr_options[@]}" --object-directory build/coverage --filter twamp/ --filter sim/ --filter apps/ \
+  -j "$(nproc)" --json "$counts"
 
 failed=()
 report twamp/ --fail-under-line 100 --fail-under-branch 100 || failed+=(twamp/)
