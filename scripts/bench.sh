@@ -7,11 +7,11 @@
 #     scale     the same with 1, 1,000, 1,000,000 and 16,000,000 responders: time and memory
 #     reflect   the fast path over loopback beside echo servers
 #     clock     the reflector's time stamps beside the wall clock, for 300 seconds
-#   --quick           small sizes and short runs, half a minute in all: shows that every part works, nothing is lost and
-#                     no responder takes too much memory; ratios of times say nothing then and are not judged
+#   --quick           small sizes and runs of seconds: shows that every part works, nothing is lost and no responder
+#                     takes too much memory; ratios of times say nothing then and are not judged
 #   --clock-seconds   how long the clock is looked at
-# Instructions are counted by scripts/instructions.sh. A whole run takes eight minutes and 6 GB of memory, and the
-# machine should have nothing else to do.
+# Instructions are counted by scripts/instructions.sh. A whole run takes some ten minutes and more than 5 GB of memory,
+# and the machine should have nothing else to do.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
