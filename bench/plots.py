@@ -96,20 +96,20 @@ def reflect_bars(report, figure_name, echo):
     }
 
 
-def replies(report):
-    drawn, axes = figure("Replies per second beside the batched echo", "times the batched echo")
-    bars(axes, reflect_groups(report), reflect_bars(report, "replies_per_second", "batched echo"))
-    limit(axes, 0.95, "target 0.95")
+def beside_echo(report, title, figure_name, echo, target, where=""):
+    drawn, axes = figure(f"{title}, beside the {echo}", f"times the {echo}")
+    bars(axes, reflect_groups(report), reflect_bars(report, figure_name, echo))
+    limit(axes, target, f"target {target}{where}")
     axes.set_xlabel("window, sessions, octets")
     return drawn, axes
+
+
+def replies(report):
+    return beside_echo(report, "Replies per second", "replies_per_second", "batched echo", 0.95)
 
 
 def round_trips(report):
-    drawn, axes = figure("Round trip, median, beside the plain echo", "times the plain echo")
-    bars(axes, reflect_groups(report), reflect_bars(report, "round_trip_p50_ns", "plain echo"))
-    limit(axes, 1.05, "target 1.05 at window 1")
-    axes.set_xlabel("window, sessions, octets")
-    return drawn, axes
+    return beside_echo(report, "Round trip, median", "round_trip_p50_ns", "plain echo", 1.05, " at window 1")
 
 
 def clock(report):
