@@ -33,11 +33,12 @@ struct udp_workers_options {
 /**
  * Workers, each a udp_server with a reflector and a thread of its own. What is said there holds here.
  *
- * One worker is one udp_server. Of several, each has a socket at each address; the system hands all packets of
- * a sender, that is of an address and port, to the same one, so that sessions are each a single worker's.
+ * One worker is one udp_server. Of several, each has a socket at each address; the system hands all packets
+ * that a sender's address and port sends to an address to the same one, whose reflector has the session. What
+ * it sends to another address of the same responder may be another worker's, and a session of its own then.
  * Packets to a group of hosts, or to all, are the first worker's. Workers share what the control side reads,
- * which they add to once for each batch of packets, and the limit of packets; they wait for no lock of each
- * other. All counters and maxima are exact for all together.
+ * where they count packets once for each batch, and the limit of packets; they wait for no lock of each other.
+ * All counters and maxima are exact for all together.
  *
  * While an address is added its packets are dropped by the system until all its sockets are open, while it is
  * removed until all are closed, and those that wait in them then: a session that one worker has is never begun
