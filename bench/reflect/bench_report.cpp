@@ -17,6 +17,22 @@ template <typename... Values> std::string formatted(const char *format, Values..
     return line;
 }
 
+nlohmann::ordered_json json_of(const std::vector<target> &targets)
+{
+    nlohmann::ordered_json json;
+    for (const target &each : targets) {
+        json.push_back({{"target", each.text}, {"value", each.value}, {"met", each.met}});
+    }
+    return json;
+}
+
+void write_targets(std::ostream &out, const std::vector<target> &targets)
+{
+    for (const target &each : targets) {
+        out << formatted("       %s: %.3f, %s\n", each.text.c_str(), each.value, each.met ? "met" : "MISSED");
+    }
+}
+
 nlohmann::ordered_json json_of(const turn_figures &turn)
 {
     return {{"replies_per_second", turn.replies_per_second},
@@ -52,10 +68,23 @@ nlohmann::ordered_json json_of(const case_figures &figures)
     json["p50_by_batched_echo"] = figures.ratio(batched, &turn_figures::p50);
     json["module_transmitted"] = figures.counted;
     json["module_sessions"] = figures.sessions;
-    for (const target &each : targets_of(figures)) {
-        json["targets"].push_back({{"target", each.text}, {"value", each.value}, {"met", each.met}});
-    }
+    json["targets"] = json_of(targets_of(figures));
     return json;
+}
+
+nlohmann::ordered_json json_of(const scaling_figures &figures, crew which)
+{
+    return {{"replies_per_second", figures.median_of(which, &backlog_figures::replies_per_second)},
+            {"server_ns_per_reply", figures.median_of(which, &backlog_figures::server_nanoseconds)},
+            {"least_share", figures.median_of(which, &backlog_figures::least_share)}};
+}
+
+void write_crew(std::ostream &out, const scaling_figures &figures, crew which, unsigned workers)
+{
+    out << formatted("%8u %10.0f %9.0f %12.3f\n", workers,
+                     figures.median_of(which, &backlog_figures::replies_per_second),
+                     figures.median_of(which, &backlog_figures::server_nanoseconds),
+                     figures.median_of(which, &backlog_figures::least_share));
 }
 
 } // namespace
@@ -83,9 +112,7 @@ void write_case(std::ostream &out, const case_figures &figures)
                          static_cast<unsigned long long>(total.lost),
                          static_cast<unsigned long long>(total.kernel_drops));
     }
-    for (const target &each : targets_of(figures)) {
-        out << formatted("       %s: %.3f, %s\n", each.text.c_str(), each.value, each.met ? "met" : "MISSED");
-    }
+    write_targets(out, targets_of(figures));
 }
 
 void write_json(std::ostream &out, const std::vector<case_figures> &cases, const bench_options &options,
@@ -98,6 +125,37 @@ void write_json(std::ostream &out, const std::vector<case_figures> &cases, const
     for (const case_figures &each : cases) {
         json["cases"].push_back(json_of(each));
     }
+    out << json.dump(2) << '\n';
+}
+
+void write_scaling(std::ostream &out, const scaling_figures &figures, std::size_t cores)
+{
+    out << formatted("%zu cores; medians of %zu rounds of %zu senders, %u requests each, that wait when the "
+                     "workers start\n",
+                     cores, figures.rounds[one_worker].size(), figures.options.senders,
+                     figures.options.requests_each);
+    out << formatted("%8s %10s %9s %12s\n", "workers", "replies/s", "busy ns", "least share");
+    write_crew(out, figures, one_worker, 1);
+    write_crew(out, figures, all_workers, figures.options.workers);
+    out << formatted("       replies per second by one worker's: %.3f\n",
+                     figures.ratio(&backlog_figures::replies_per_second));
+    write_targets(out, targets_of(figures));
+}
+
+void write_scaling_json(std::ostream &out, const scaling_figures &figures, std::size_t cores)
+{
+    const nlohmann::ordered_json json{
+        {"cores", cores},
+        {"workers", figures.options.workers},
+        {"rounds", figures.rounds[one_worker].size()},
+        {"senders", figures.options.senders},
+        {"requests_each", figures.options.requests_each},
+        {"one_worker", json_of(figures, one_worker)},
+        {"all_workers", json_of(figures, all_workers)},
+        {"replies_by_one_worker", figures.ratio(&backlog_figures::replies_per_second)},
+        {"server_ns_by_one_worker", figures.ratio(&backlog_figures::server_nanoseconds)},
+        {"lost", figures.lost()},
+        {"targets", json_of(targets_of(figures))}};
     out << json.dump(2) << '\n';
 }
 

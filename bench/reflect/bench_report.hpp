@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "comparison.hpp"
+#include "scaling.hpp"
 
 namespace reflect_bench {
 
@@ -17,6 +18,10 @@ void write_heading(std::ostream &out, const bench_options &options, const core_c
 void write_case(std::ostream &out, const case_figures &figures);
 void write_json(std::ostream &out, const std::vector<case_figures> &cases, const bench_options &options,
                 const core_choice &cores);
+
+/** A line for each crew, the ratios, the targets. */
+void write_scaling(std::ostream &out, const scaling_figures &figures, std::size_t cores);
+void write_scaling_json(std::ostream &out, const scaling_figures &figures, std::size_t cores);
 
 } // namespace reflect_bench
 

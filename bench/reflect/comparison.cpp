@@ -1,12 +1,12 @@
 #include "comparison.hpp"
 
 #include <algorithm>
-#include <ctime>
 #include <memory>
 
 #include "echo_server.hpp"
 #include "percentiles.hpp"
 #include "pinning.hpp"
+#include "processor_time.hpp"
 #include "reflector_server.hpp"
 
 namespace reflect_bench {
@@ -17,19 +17,6 @@ constexpr double longest_round_trip = 1.05;
 constexpr std::uint32_t window_without_loss = 256;
 /** Each turn begins with so many requests that are not measured. */
 constexpr std::uint64_t requests_before = 2000;
-
-double processor_seconds(clockid_t clock)
-{
-    std::timespec now{};
-    (void)clock_gettime(clock, &now); // cannot fail: the clock exists
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-/** Processor time of all threads but this one: the server's, while nothing else runs. */
-double others_seconds()
-{
-    return processor_seconds(CLOCK_PROCESS_CPUTIME_ID) - processor_seconds(CLOCK_THREAD_CPUTIME_ID);
-}
 
 void start_on(server &subject, const std::optional<int> &core)
 {

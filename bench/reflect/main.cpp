@@ -1,7 +1,9 @@
 // reflect_bench: the fast path over loopback, beside echo servers in the same run.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -11,7 +13,9 @@
 
 #include "bench_report.hpp"
 #include "comparison.hpp"
+#include "fastpath/udp_workers.hpp"
 #include "pinning.hpp"
+#include "scaling.hpp"
 
 namespace {
 
@@ -22,6 +26,7 @@ constexpr int status_of_failure = 2;
 
 struct settings {
     bench_options bench;
+    scaling_options scaling{.workers = 1};
     std::string json_file;
     bool check = false;
 };
@@ -49,6 +54,10 @@ void add_options(CLI::App &program, settings &chosen, unsigned &turn_millisecond
                      "Have the reflector receive each request as a message of its own");
     program.add_flag("--segmented-requests", chosen.bench.segmented_requests,
                      "Send the requests of one session as segmented datagrams");
+    program
+        .add_option("--workers", chosen.scaling.workers,
+                    "Instead of all this, measure so many workers beside one")
+        ->check(CLI::Range(2u, olv_fastpath::udp_workers_options::most_workers));
     program.add_option("--json", chosen.json_file, "Write the figures to this file, too");
     program.add_flag("--quick", chosen.bench.quick,
                      "A round of 20 ms each, few sessions: whether it works, no more");
@@ -70,36 +79,49 @@ std::vector<case_figures> measure_all(const bench_options &options, const core_c
     return all;
 }
 
-void save(const settings &chosen, const std::vector<case_figures> &all, const core_choice &cores)
+void save(const std::string &name, const std::function<void(std::ostream &)> &write)
 {
-    std::ofstream file{chosen.json_file};
-    write_json(file, all, chosen.bench, cores);
+    if (name.empty()) {
+        return;
+    }
+    std::ofstream file{name};
+    write(file);
     file.close();
     if (!file) {
-        throw std::runtime_error("cannot write " + chosen.json_file);
+        throw std::runtime_error("cannot write " + name);
     }
 }
 
-bool all_met(const std::vector<case_figures> &all)
+bool all_met(const std::vector<target> &targets)
 {
-    bool met = true;
-    for (const case_figures &each : all) {
-        for (const target &one : targets_of(each)) {
-            met = met && one.met;
-        }
-    }
-    return met;
+    return std::all_of(targets.begin(), targets.end(), [](const target &each) { return each.met; });
 }
 
-int run(const settings &chosen)
+/** @return Whether all targets are met. */
+bool compare(const settings &chosen)
 {
     const core_choice cores = choose_cores(usable_cores());
     write_heading(std::cout, chosen.bench, cores);
     const std::vector<case_figures> all = measure_all(chosen.bench, cores);
-    if (!chosen.json_file.empty()) {
-        save(chosen, all, cores);
-    }
-    return chosen.check && !all_met(all) ? status_of_missed_target : 0;
+    save(chosen.json_file, [&](std::ostream &file) { write_json(file, all, chosen.bench, cores); });
+    return std::all_of(all.begin(), all.end(),
+                       [](const case_figures &each) { return all_met(targets_of(each)); });
+}
+
+/** @return Whether all targets are met. */
+bool scale(const settings &chosen)
+{
+    const std::size_t cores = usable_cores().size();
+    const scaling_figures figures = measure_scaling(chosen.scaling, chosen.bench.server);
+    write_scaling(std::cout, figures, cores);
+    save(chosen.json_file, [&](std::ostream &file) { write_scaling_json(file, figures, cores); });
+    return all_met(targets_of(figures));
+}
+
+int run(const settings &chosen)
+{
+    const bool met = chosen.scaling.workers > 1 ? scale(chosen) : compare(chosen);
+    return chosen.check && !met ? status_of_missed_target : 0;
 }
 
 } // namespace
@@ -118,6 +140,7 @@ int main(int argc, char **argv)
             chosen.bench.rounds = 1;
             chosen.bench.turn = std::chrono::milliseconds{20};
             chosen.bench.sessions = {1, 1000};
+            chosen.scaling.rounds = 3;
         }
         return run(chosen);
     } catch (const std::exception &error) {

@@ -53,22 +53,33 @@ olv_twamp_responder_stats responder_site::counters() const
     return stats;
 }
 
-reflector_server::reflector_server(std::uint32_t sessions, const olv_fastpath::udp_server_options &options)
+reflector_server::reflector_server(std::uint32_t sessions, const olv_fastpath::udp_server_options &options,
+                                   std::uint32_t workers)
     : site_(sessions),
-      reflector_(site_.processor(), {.session_capacity = sessions + sessions / 4}),
-      server_(reflector_, options)
+      // Each worker has room for all of them, and a quarter more.
+      workers_(site_.processor(), {.count = workers,
+                                   .reflector = {.session_capacity = (sessions + sessions / 4) * workers},
+                                   .server = options})
 {}
 
-void reflector_server::start()
+void reflector_server::open()
 {
-    listening_ = server_.add(olv_fastpath::parse_listen_address("127.0.0.1:0"), site_.path());
-    server_.start();
+    listening_ = workers_.add(olv_fastpath::parse_listen_address("127.0.0.1:0"), site_.path());
 }
 
 void reflector_server::stop()
 {
-    server_.stop();
-    server_.remove(listening_);
+    workers_.stop();
+    workers_.remove(listening_);
+}
+
+std::vector<std::uint64_t> reflector_server::replies_by_worker() const
+{
+    std::vector<std::uint64_t> replies;
+    for (const olv_fastpath::udp_statistics &each : workers_.statistics_by_worker()) {
+        replies.push_back(each.sent);
+    }
+    return replies;
 }
 
 } // namespace reflect_bench

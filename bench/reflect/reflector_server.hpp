@@ -7,8 +7,9 @@
 #define REFLECT_BENCH_REFLECTOR_SERVER_HPP
 
 #include <cstdint>
+#include <vector>
 
-#include "fastpath/udp_server.hpp"
+#include "fastpath/udp_workers.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
 #include "server.hpp"
@@ -40,14 +41,23 @@ class responder_site {
 
 class reflector_server final : public server {
   public:
-    explicit reflector_server(std::uint32_t sessions, const olv_fastpath::udp_server_options &options = {});
+    explicit reflector_server(std::uint32_t sessions, const olv_fastpath::udp_server_options &options = {},
+                              std::uint32_t workers = 1);
     ~reflector_server() override = default;
 
-    void start() override;
+    void start() override
+    {
+        open();
+        run();
+    }
     void stop() override;
+    /** The steps of start(): requests wait between them. */
+    void open();
+    void run() { workers_.start(); }
+
     [[nodiscard]] olv_fastpath::listen_address address() const override
     {
-        return server_.local_address(listening_);
+        return workers_.local_address(listening_);
     }
     [[nodiscard]] std::size_t number_position() const override
     {
@@ -55,11 +65,14 @@ class reflector_server final : public server {
     }
 
     [[nodiscard]] olv_twamp_responder_stats counters() const { return site_.counters(); }
+    /** Since it was made, by the module's counter. */
+    [[nodiscard]] std::uint64_t replies() const { return counters().transmitted; }
+    /** Since it was made, by the sockets' counters. */
+    [[nodiscard]] std::vector<std::uint64_t> replies_by_worker() const;
 
   private:
     responder_site site_;
-    olv_fastpath::reflector reflector_;
-    olv_fastpath::udp_server server_;
+    olv_fastpath::udp_workers workers_;
     std::size_t listening_ = 0;
 };
 

@@ -1,0 +1,44 @@
+#include "crowd.hpp"
+
+#include <array>
+
+#include <sys/socket.h>
+
+#include "fastpath/twamp_wire.hpp"
+
+namespace reflect_bench {
+
+crowd::crowd(std::size_t senders)
+{
+    while (senders_.size() < senders) {
+        senders_.emplace_back(olv_fastpath::parse_listen_address("127.0.0.1:0"));
+    }
+}
+
+std::uint64_t crowd::send(const olv_fastpath::listen_address &server, std::uint32_t requests_each) const
+{
+    const std::array<unsigned char, olv_fastpath::stamp_length> request{};
+    std::uint64_t sent = 0;
+    for (std::uint32_t round = 0; round < requests_each; ++round) {
+        for (const udp_socket &each : senders_) {
+            const ssize_t taken = sendto(each.number(), request.data(), request.size(), MSG_DONTWAIT,
+                                         reinterpret_cast<const sockaddr *>(&server.address), server.length);
+            sent += taken > 0 ? 1 : 0;
+        }
+    }
+    return sent;
+}
+
+std::uint64_t crowd::take_replies() const
+{
+    std::uint64_t taken = 0;
+    unsigned char octet = 0;
+    for (const udp_socket &each : senders_) {
+        while (recv(each.number(), &octet, sizeof octet, MSG_DONTWAIT) >= 0) {
+            ++taken;
+        }
+    }
+    return taken;
+}
+
+} // namespace reflect_bench

@@ -1,0 +1,34 @@
+/**
+ * @file crowd.hpp
+ * Many senders that do not wait for replies.
+ */
+#ifndef REFLECT_BENCH_CROWD_HPP
+#define REFLECT_BENCH_CROWD_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+
+#include "fastpath/listen_address.hpp"
+#include "udp_socket.hpp"
+
+namespace reflect_bench {
+
+/** Sockets at 127.0.0.1, each with a port of its own. */
+class crowd {
+  public:
+    explicit crowd(std::size_t senders);
+
+    [[nodiscard]] std::size_t size() const { return senders_.size(); }
+    /** Send requests of 44 octets, so many from each sender. @return Those that the system took. */
+    std::uint64_t send(const olv_fastpath::listen_address &server, std::uint32_t requests_each) const;
+    /** Take what waits. @return Datagrams. */
+    std::uint64_t take_replies() const;
+
+  private:
+    std::deque<udp_socket> senders_;
+};
+
+} // namespace reflect_bench
+
+#endif
