@@ -251,7 +251,7 @@ TEST_F(together_test, few_replies_leave_one_by_one)
     reflector reflecting{processor_};
     udp_server server{reflecting};
     const std::size_t index = server.add(parse_listen_address("127.0.0.1:0"), usual_path);
-    for (const std::size_t count : {1, 7, 8, 20}) {
+    for (const std::size_t count : {1u, 7u, 8u, 20u}) {
         const client sender{AF_INET};
         sender.set_option(SOL_UDP, UDP_GRO, 1);
         for (std::size_t number = 0; number < count; ++number)
