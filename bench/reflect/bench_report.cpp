@@ -79,12 +79,20 @@ nlohmann::ordered_json json_of(const scaling_figures &figures, crew which)
             {"least_share", figures.median_of(which, &backlog_figures::least_share)}};
 }
 
-void write_crew(std::ostream &out, const scaling_figures &figures, crew which, unsigned workers)
+void write_crew(std::ostream &out, const scaling_figures &figures, crew which)
 {
-    out << formatted("%8u %10.0f %9.0f %12.3f\n", workers,
+    out << formatted("%13s %10.0f %9.0f %12.3f\n", crew_names[which],
                      figures.median_of(which, &backlog_figures::replies_per_second),
                      figures.median_of(which, &backlog_figures::server_nanoseconds),
                      figures.median_of(which, &backlog_figures::least_share));
+}
+
+void write_ratios(std::ostream &out, const scaling_figures &figures, crew other)
+{
+    out << formatted(
+        "       beside %s: %.3f of the replies per second, %.3f of the processor time of a reply\n",
+        crew_names[other], figures.ratio(other, &backlog_figures::replies_per_second),
+        figures.ratio(other, &backlog_figures::server_nanoseconds));
 }
 
 } // namespace
@@ -130,15 +138,17 @@ void write_json(std::ostream &out, const std::vector<case_figures> &cases, const
 
 void write_scaling(std::ostream &out, const scaling_figures &figures, std::size_t cores)
 {
-    out << formatted("%zu cores; medians of %zu rounds of %zu senders, %u requests each, that wait when the "
-                     "workers start\n",
-                     cores, figures.rounds[one_worker].size(), figures.options.senders,
-                     figures.options.requests_each);
-    out << formatted("%8s %10s %9s %12s\n", "workers", "replies/s", "busy ns", "least share");
-    write_crew(out, figures, one_worker, 1);
-    write_crew(out, figures, all_workers, figures.options.workers);
-    out << formatted("       replies per second by one worker's: %.3f\n",
-                     figures.ratio(&backlog_figures::replies_per_second));
+    out << formatted(
+        "%u workers on %zu cores; medians of %zu rounds of %zu senders, %u requests each, that wait\n",
+        figures.options.workers, cores, figures.rounds[one_worker].size(), figures.options.senders,
+        figures.options.requests_each);
+    out << formatted("%13s %10s %9s %12s\n", "", "replies/s", "busy ns", "least share");
+    for (const crew each : {one_worker, all_workers, servers_apart}) {
+        write_crew(out, figures, each);
+    }
+    for (const crew each : {one_worker, servers_apart}) {
+        write_ratios(out, figures, each);
+    }
     write_targets(out, targets_of(figures));
 }
 
@@ -152,8 +162,11 @@ void write_scaling_json(std::ostream &out, const scaling_figures &figures, std::
         {"requests_each", figures.options.requests_each},
         {"one_worker", json_of(figures, one_worker)},
         {"all_workers", json_of(figures, all_workers)},
-        {"replies_by_one_worker", figures.ratio(&backlog_figures::replies_per_second)},
-        {"server_ns_by_one_worker", figures.ratio(&backlog_figures::server_nanoseconds)},
+        {"servers_apart", json_of(figures, servers_apart)},
+        {"replies_by_one_worker", figures.ratio(one_worker, &backlog_figures::replies_per_second)},
+        {"server_ns_by_one_worker", figures.ratio(one_worker, &backlog_figures::server_nanoseconds)},
+        {"replies_by_servers_apart", figures.ratio(servers_apart, &backlog_figures::replies_per_second)},
+        {"server_ns_by_servers_apart", figures.ratio(servers_apart, &backlog_figures::server_nanoseconds)},
         {"lost", figures.lost()},
         {"targets", json_of(targets_of(figures))}};
     out << json.dump(2) << '\n';

@@ -15,14 +15,17 @@ crowd::crowd(std::size_t senders)
     }
 }
 
-std::uint64_t crowd::send(const olv_fastpath::listen_address &server, std::uint32_t requests_each) const
+std::uint64_t crowd::send(std::span<const olv_fastpath::listen_address> servers,
+                          std::uint32_t requests_each) const
 {
     const std::array<unsigned char, olv_fastpath::stamp_length> request{};
     std::uint64_t sent = 0;
     for (std::uint32_t round = 0; round < requests_each; ++round) {
-        for (const udp_socket &each : senders_) {
-            const ssize_t taken = sendto(each.number(), request.data(), request.size(), MSG_DONTWAIT,
-                                         reinterpret_cast<const sockaddr *>(&server.address), server.length);
+        for (std::size_t number = 0; number < senders_.size(); ++number) {
+            const olv_fastpath::listen_address &server = servers[number % servers.size()];
+            const ssize_t taken =
+                sendto(senders_[number].number(), request.data(), request.size(), MSG_DONTWAIT,
+                       reinterpret_cast<const sockaddr *>(&server.address), server.length);
             sent += taken > 0 ? 1 : 0;
         }
     }

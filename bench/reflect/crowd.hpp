@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <span>
 
 #include "fastpath/listen_address.hpp"
 #include "udp_socket.hpp"
@@ -20,8 +21,10 @@ class crowd {
     explicit crowd(std::size_t senders);
 
     [[nodiscard]] std::size_t size() const { return senders_.size(); }
-    /** Send requests of 44 octets, so many from each sender. @return Those that the system took. */
-    std::uint64_t send(const olv_fastpath::listen_address &server, std::uint32_t requests_each) const;
+    /** Send requests of 44 octets, so many from each sender, who all send to one of the servers each; the
+     * servers have as many senders. @return Requests that the system took. */
+    std::uint64_t send(std::span<const olv_fastpath::listen_address> servers,
+                       std::uint32_t requests_each) const;
     /** Take what waits. @return Datagrams. */
     std::uint64_t take_replies() const;
 

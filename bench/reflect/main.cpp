@@ -56,7 +56,7 @@ void add_options(CLI::App &program, settings &chosen, unsigned &turn_millisecond
                      "Send the requests of one session as segmented datagrams");
     program
         .add_option("--workers", chosen.scaling.workers,
-                    "Instead of all this, measure so many workers beside one")
+                    "Instead of all this, measure so many workers beside one and beside servers apart")
         ->check(CLI::Range(2u, olv_fastpath::udp_workers_options::most_workers));
     program.add_option("--json", chosen.json_file, "Write the figures to this file, too");
     program.add_flag("--quick", chosen.bench.quick,
