@@ -3,7 +3,7 @@
 
     python3 bench/limits.py REPORTS PART...
 
-REPORTS is the folder of the benchmarks' JSON, PART is one of library, scale, reflect, clock. Ratios of times are not
+REPORTS is the folder of the benchmarks' JSON, PART is one of library, scale, reflect, workers, clock. Ratios of times are not
 judged where a report is of a quick run.
 """
 import sys
@@ -18,6 +18,7 @@ LIMITS = {
     "library": library_report.limits,
     "scale": scale_report.limits,
     "reflect": wire_reports.reflect_limits,
+    "workers": wire_reports.workers_limits,
     "clock": wire_reports.clock_limits,
 }
 

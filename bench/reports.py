@@ -10,6 +10,7 @@ FILES = {
     "library": "library_bench.json",
     "scale": "scale_bench.json",
     "reflect": "reflect_bench.json",
+    "workers": "workers_bench.json",
     "clock": "clock_error.json",
 }
 

@@ -82,6 +82,18 @@ def reflect(report):
     return markdown([*heading, "lost", "kernel drops"], rows)
 
 
+def workers(report):
+    rows = [
+        [
+            beside,
+            f"{report[f'replies_by_{key}']:.3f}",
+            f"{report[f'server_ns_by_{key}']:.3f}",
+        ]
+        for beside, key in (("one worker", "one_worker"), ("servers that share nothing", "servers_apart"))
+    ]
+    return markdown([f"{report['workers']} workers beside", "replies per second", "processor time of a reply"], rows)
+
+
 def clock(report):
     rows = report["rows"]
     seconds = rows[-1]["begin_seconds"] - rows[0]["begin_seconds"]
@@ -105,6 +117,7 @@ TABLES = {
     "scale": ("scale", scale),
     "memory": ("scale", memory),
     "reflect": ("reflect", reflect),
+    "workers": ("workers", workers),
     "clock": ("clock", clock),
 }
 

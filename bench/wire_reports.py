@@ -1,15 +1,13 @@
-"""What the reports of the fast path on the wire have to hold to: those of reflect_bench and of clock_error."""
+"""What the reports of the fast path on the wire have to hold to: those of reflect_bench, without and with workers, and of clock_error."""
 from reports import Limit
 
 FACTS = ("no request lost",)  # targets of reflect_bench that hold on a busy machine as well
+LEAST_GAIN = 1.2  # of two workers on two cores
 LARGEST_ERROR = 20  # microseconds
 
 
 def name_of(case):
-    parts = [f"window {case['window']}", f"{case['sessions']:,} session(s)", f"{case['octets']} octets"]
-    if "workers" in case:
-        parts.append(f"{case['workers']} worker(s)")
-    return ", ".join(parts)
+    return f"window {case['window']}, {case['sessions']:,} session(s), {case['octets']} octets"
 
 
 def silent_servers(case):
@@ -23,20 +21,30 @@ def all_cases(text, cases, wrong):
     return Limit(text, value, bool(cases) and not names)
 
 
+def of_target(target, prefix=""):
+    """What reflect_bench judged itself."""
+    timing = target["target"] not in FACTS
+    return Limit(prefix + target["target"], f"{target['value']:.3f}", target["met"], timing=timing)
+
+
 def reflect_limits(report):
     cases = report.get("cases") or []
     return [
         all_cases("every server replies", cases, silent_servers),
         all_cases("the module counts every session", cases, lambda case: case["module_sessions"] != case["sessions"]),
-        *(
-            Limit(
-                f"{name_of(case)}: {each['target']}",
-                f"{each['value']:.3f}",
-                each["met"],
-                timing=each["target"] not in FACTS,
-            )
-            for case in cases
-            for each in case["targets"]
+        *(of_target(each, f"{name_of(case)}: ") for case in cases for each in case["targets"]),
+    ]
+
+
+def workers_limits(report):
+    gain = report["replies_by_one_worker"]
+    return [
+        *(of_target(each) for each in report["targets"]),
+        Limit(
+            f"{report['workers']} workers on {report['cores']} cores: at least {LEAST_GAIN} of one worker's replies",
+            f"{gain:.3f}",
+            gain >= LEAST_GAIN,
+            timing=True,
         ),
     ]
 

@@ -6,6 +6,7 @@
 #     library   the library's operations beside their floors, functions that make the same platform calls only
 #     scale     the same with 1, 1,000, 1,000,000 and 16,000,000 responders: time and memory
 #     reflect   the fast path over loopback beside echo servers
+#     workers   two workers of the fast path beside one, and beside servers that share nothing
 #     clock     the reflector's time stamps beside the wall clock, for 300 seconds
 #   --quick           small sizes and runs of seconds: shows that every part works, nothing is lost and no responder
 #                     takes too much memory; ratios of times say nothing then and are not judged
@@ -37,12 +38,12 @@ while (($# > 0)); do
       clock_seconds=$2
       shift
       ;;
-    library | scale | reflect | clock) parts+=("$1") ;;
+    library | scale | reflect | workers | clock) parts+=("$1") ;;
     *) usage ;;
   esac
   shift
 done
-((${#parts[@]} > 0)) || parts=(library scale reflect clock)
+((${#parts[@]} > 0)) || parts=(library scale reflect workers clock)
 
 programs=build/bench/bench
 results=build/bench
@@ -65,6 +66,8 @@ measure() { # PART REPORT
     yes-scale) run_in_turns "$programs/scale/scale_bench" "$2" 3 0.003 --responders 1,1000,100000 ;;
     no-reflect) "$programs/reflect/reflect_bench" --json "$2" ;;
     yes-reflect) "$programs/reflect/reflect_bench" --quick --json "$2" ;;
+    no-workers) "$programs/reflect/reflect_bench" --workers 2 --json "$2" ;;
+    yes-workers) "$programs/reflect/reflect_bench" --workers 2 --quick --json "$2" ;;
     no-clock) "$programs/reflect/clock_error" --seconds "$clock_seconds" --json "$2" ;;
     yes-clock) "$programs/reflect/clock_error" --quick --json "$2" ;;
   esac
@@ -81,9 +84,11 @@ declare -A titles=(
   [library]="The library's operations beside their floors"
   [scale]='Operations beside those with 1,000 responders'
   [reflect]='The fast path beside echo servers'
+  [workers]='Two workers beside one'
   [clock]='Time stamps beside the wall clock'
 )
-declare -A reports=([library]=library_bench [scale]=scale_bench [reflect]=reflect_bench [clock]=clock_error)
+declare -A reports=([library]=library_bench [scale]=scale_bench [reflect]=reflect_bench [workers]=workers_bench
+  [clock]=clock_error)
 
 ./scripts/install-packages.sh bench
 

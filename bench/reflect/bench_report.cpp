@@ -155,6 +155,7 @@ void write_scaling(std::ostream &out, const scaling_figures &figures, std::size_
 void write_scaling_json(std::ostream &out, const scaling_figures &figures, std::size_t cores)
 {
     const nlohmann::ordered_json json{
+        {"quick", figures.options.quick},
         {"cores", cores},
         {"workers", figures.options.workers},
         {"rounds", figures.rounds[one_worker].size()},

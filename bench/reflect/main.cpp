@@ -141,6 +141,7 @@ int main(int argc, char **argv)
             chosen.bench.turn = std::chrono::milliseconds{20};
             chosen.bench.sessions = {1, 1000};
             chosen.scaling.rounds = 3;
+            chosen.scaling.quick = true;
         }
         return run(chosen);
     } catch (const std::exception &error) {

@@ -116,7 +116,7 @@ class Limits(unittest.TestCase):
         with contextlib.redirect_stderr(io.StringIO()) as errors:
             self.assertEqual(self.list_limits("clocks"), (2, []))
         self.assertEqual(
-            errors.getvalue(), "usage: limits.py REPORTS PART..., parts are library, scale, reflect, clock\n"
+            errors.getvalue(), "usage: limits.py REPORTS PART..., parts are library, scale, reflect, workers, clock\n"
         )
 
 

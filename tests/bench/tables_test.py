@@ -107,6 +107,25 @@ class Tables(unittest.TestCase):
             "| 32 | 100,000 | 44 | 0.951 | 1.250 | 0.500 | 1 | 2 |\n",
         )
 
+    def test_workers_beside_one_and_beside_servers_apart(self):
+        self.write(
+            "workers_bench.json",
+            {
+                "workers": 2,
+                "replies_by_one_worker": 1.4181,
+                "server_ns_by_one_worker": 1.28,
+                "replies_by_servers_apart": 0.962,
+                "server_ns_by_servers_apart": 1.0,
+            },
+        )
+        self.assertEqual(
+            self.filled("workers"),
+            "| 2 workers beside | replies per second | processor time of a reply |\n"
+            "| --- | ---: | ---: |\n"
+            "| one worker | 1.418 | 1.280 |\n"
+            "| servers that share nothing | 0.962 | 1.000 |\n",
+        )
+
     def test_time_stamps(self):
         row = {"begin_seconds": 0.0, "replies": 1500, "offset_us": 0.5, "outside_us": 1.0}
         last = {"begin_seconds": 90.0, "replies": 500, "offset_us": -1.25, "outside_us": 0.0}
@@ -136,7 +155,7 @@ class Tables(unittest.TestCase):
     def test_page_has_every_table(self):
         page = (PROJECT / "docs/performance.md").read_text(encoding="utf-8")
         names = [name for _, name, _ in tables.TABLE.findall(page)]
-        self.assertEqual(names, ["library", "instructions", "scale", "memory", "reflect", "clock"])
+        self.assertEqual(names, ["library", "instructions", "scale", "memory", "reflect", "workers", "clock"])
 
     def test_page_has_the_instructions_of_the_baseline(self):
         """Where this fails: scripts/plots.sh."""

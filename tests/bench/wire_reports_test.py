@@ -5,7 +5,7 @@
 import unittest
 
 from reports import Limit
-from wire_reports import clock_limits, reflect_limits
+from wire_reports import clock_limits, reflect_limits, workers_limits
 
 
 def case(**changes):
@@ -22,6 +22,18 @@ def case(**changes):
         "targets": [
             {"target": "replies per second at least 0.95 of the batched echo's", "value": 0.9, "met": False},
             {"target": "no request lost", "value": 3.0, "met": False},
+        ],
+    } | changes
+
+
+def workers(**changes):
+    return {
+        "workers": 2,
+        "cores": 2,
+        "replies_by_one_worker": 1.2,
+        "targets": [
+            {"target": "share of each worker at least 0.5 of its due", "value": 0.97, "met": True},
+            {"target": "no request lost", "value": 1.0, "met": False},
         ],
     } | changes
 
@@ -51,12 +63,6 @@ class Reflect(unittest.TestCase):
             ],
         )
 
-    def test_workers_are_told_where_there_are_any(self):
-        self.assertEqual(
-            reflect_limits({"cases": [case(workers=2)]})[3],
-            Limit("window 256, 1,000 session(s), 44 octets, 2 worker(s): no request lost", "3.000", False),
-        )
-
     def test_a_server_that_does_not_reply_and_a_session_not_counted_are_told(self):
         silent = case(window=1, servers={"plain echo": {"replies_per_second": 0.0}}, module_sessions=999, targets=[])
         self.assertEqual(
@@ -70,6 +76,19 @@ class Reflect(unittest.TestCase):
     def test_no_case_is_not_enough(self):
         for report in ({}, {"cases": None}, {"cases": []}):
             self.assertEqual([limit.met for limit in reflect_limits(report)], [False, False])
+
+
+class Workers(unittest.TestCase):
+    def test_several_have_to_be_worth_it_and_targets_are_those_of_the_report(self):
+        targets = [
+            Limit("share of each worker at least 0.5 of its due", "0.970", True, timing=True),
+            Limit("no request lost", "1.000", False),
+        ]
+        gain = "2 workers on 2 cores: at least 1.2 of one worker's replies"
+        self.assertEqual(workers_limits(workers()), [*targets, Limit(gain, "1.200", True, timing=True)])
+        self.assertEqual(
+            workers_limits(workers(replies_by_one_worker=1.1994)), [*targets, Limit(gain, "1.199", False, timing=True)]
+        )
 
 
 class Clock(unittest.TestCase):

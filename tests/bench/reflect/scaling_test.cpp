@@ -121,6 +121,7 @@ TEST(scaling, json_has_all_crews_ratios_and_targets)
     std::ostringstream out;
     write_scaling_json(out, example(), 2);
     const nlohmann::json json = nlohmann::json::parse(out.str());
+    EXPECT_EQ(json["quick"], false);
     EXPECT_EQ(json["cores"], 2);
     EXPECT_EQ(json["workers"], 2);
     EXPECT_EQ(json["rounds"], 3);
