@@ -10,6 +10,33 @@
 
 namespace olv_fastpath {
 
+/** What the timer said, and the wall clock just before it. */
+struct clock_reading {
+    std::uint64_t timer = 0;
+    std::uint64_t wall_nanoseconds = 0;
+};
+
+/** Read the wall clock between two readings of the timer, again where these are more than @p apart: a thread
+ * that loses its core in between would take its absence for a difference of the clocks. */
+template <typename Timer, typename Wall>
+clock_reading read_together(const Timer &timer, const Wall &wall_nanoseconds, std::uint64_t apart)
+{
+    constexpr int attempts = 5;
+    clock_reading best;
+    std::uint64_t least = UINT64_MAX;
+    std::uint64_t before = timer();
+    for (int attempt = 0; attempt < attempts && least > apart; ++attempt) {
+        const std::uint64_t wall = wall_nanoseconds();
+        const std::uint64_t after = timer();
+        if (after - before <= least) {
+            least = after - before;
+            best = {after, wall};
+        }
+        before = after;
+    }
+    return best;
+}
+
 /** Both clocks at one instant. */
 class arrival_clock {
   public:

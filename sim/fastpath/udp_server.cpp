@@ -26,6 +26,8 @@ constexpr int events_each_turn = 16;
 constexpr int looks_each_turn = 8;
 constexpr std::size_t messages_each_turn = batches_each_turn * datagram_batch::capacity;
 constexpr std::size_t most_busy_sockets = 8;
+/** The part of a second that reading both clocks takes at most: two microseconds. */
+constexpr std::uint64_t clocks_apart = 500'000;
 /** Fewer requests that were received together get a datagram each. What captures on this machine see of
  * segments is one long datagram, which would be wrong of a few probes and saves little. */
 constexpr std::size_t fewest_in_segments = 8;
@@ -48,6 +50,12 @@ bool watch(int epoll, int descriptor, std::uint64_t data)
     event.events = EPOLLIN;
     event.data.u64 = data;
     return epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+std::uint64_t wall_nanoseconds()
+{
+    const auto wall = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(wall).count());
 }
 
 /** Nobody could send while the only core looks for packets. */
@@ -344,9 +352,9 @@ arrival_clock udp_server::read_clocks() const
     if (!processor.timer_runs()) {
         return {processor.timer_now(), std::nullopt, ticks_per_second_};
     }
-    const auto wall = std::chrono::system_clock::now().time_since_epoch();
-    const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(wall).count();
-    return {processor.timer_now(), static_cast<std::uint64_t>(nanoseconds), ticks_per_second_};
+    const clock_reading now = read_together([&] { return processor.timer_now(); }, wall_nanoseconds,
+                                            ticks_per_second_ / clocks_apart);
+    return {now.timer, now.wall_nanoseconds, ticks_per_second_};
 }
 
 void udp_server::take(endpoint &from, std::size_t index, const arrival_clock &clock)

@@ -38,6 +38,48 @@ TEST(arrival_clock, arrival_is_the_timer_less_the_wait)
     EXPECT_EQ(arrival_clock(5000, wall, second).timer(), 5000u);
 }
 
+/** Values one after the other; how many were asked for. */
+class readings {
+  public:
+    explicit readings(std::vector<std::uint64_t> values) : values_(std::move(values)) {}
+    std::uint64_t operator()() const { return values_.at(taken_++); }
+    [[nodiscard]] std::size_t taken() const { return taken_; }
+
+  private:
+    std::vector<std::uint64_t> values_;
+    mutable std::size_t taken_ = 0;
+};
+
+TEST(arrival_clock, clocks_that_were_read_together_are_taken_at_once)
+{
+    const readings timer{{1000, 1080}};
+    const readings wall_clock{{wall}};
+    const clock_reading now = read_together(timer, wall_clock, 2000);
+    EXPECT_EQ(now.timer, 1080u);
+    EXPECT_EQ(now.wall_nanoseconds, wall);
+    EXPECT_EQ(timer.taken(), 2u);
+}
+
+TEST(arrival_clock, clocks_between_whose_readings_the_thread_slept_are_read_again)
+{
+    const readings timer{{1000, 20'001'000, 20'001'080}};
+    const readings wall_clock{{wall, wall + 20'000'040}};
+    const clock_reading now = read_together(timer, wall_clock, 2000);
+    EXPECT_EQ(now.timer, 20'001'080u);
+    EXPECT_EQ(now.wall_nanoseconds, wall + 20'000'040);
+    EXPECT_EQ(wall_clock.taken(), 2u);
+}
+
+TEST(arrival_clock, of_clocks_that_are_never_read_together_the_nearest_count)
+{
+    const readings timer{{0, 9000, 16'000, 22'000, 30'000, 37'000}};
+    const readings wall_clock{{1, 2, 3, 4, 5}};
+    const clock_reading now = read_together(timer, wall_clock, 2000);
+    EXPECT_EQ(now.timer, 22'000u);
+    EXPECT_EQ(now.wall_nanoseconds, 3u);
+    EXPECT_EQ(wall_clock.taken(), 5u);
+}
+
 /** Arrival and departure of a reply. */
 struct reply_times {
     ntp_time arrival, departure;
