@@ -39,7 +39,8 @@ case_figures figures_of(std::uint32_t window)
 
 TEST(comparison, totals_are_medians_and_sums)
 {
-    const turn_figures &total = figures_of(32).subjects[reflector].total;
+    const case_figures figures = figures_of(32);
+    const turn_figures &total = figures.subjects[reflector].total;
     EXPECT_EQ(total.replies_per_second, 480);
     EXPECT_EQ(total.p50, 22000);
     EXPECT_EQ(total.p99, 44000);
