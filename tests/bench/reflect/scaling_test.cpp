@@ -3,7 +3,9 @@
 #include "scaling.hpp"
 
 #include <array>
+#include <chrono>
 #include <sstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -89,8 +91,8 @@ TEST(scaling, requests_wait_until_the_workers_run)
     EXPECT_EQ(senders.send(std::array{server.address()}, 3), 60u);
     EXPECT_EQ(server.replies(), 0u);
     server.run();
-    while (server.replies() < 60) {
-    }
+    for (int waits = 0; waits < 5000 && server.replies() < 60; ++waits)
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
     server.stop();
     EXPECT_EQ(senders.take_replies(), 60u);
     const std::vector<std::uint64_t> shares = server.replies_by_worker();
