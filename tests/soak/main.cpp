@@ -3,11 +3,10 @@
 #include <cinttypes>
 #include <cstdio>
 #include <deque>
-#include <fstream>
 #include <thread>
-#include <unistd.h>
 
 #include "command_line.hpp"
+#include "resident_memory.hpp"
 #include "silence.hpp"
 #include "station.hpp"
 
@@ -22,19 +21,9 @@ struct soak_options {
     std::uint64_t seed = 1;
 };
 
-/** Bytes of this process in memory. */
-std::size_t resident_bytes()
-{
-    std::ifstream file{"/proc/self/statm"};
-    std::size_t all = 0;
-    std::size_t resident = 0;
-    file >> all >> resident;
-    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
-
 /** What may not grow. */
 struct memory_use {
-    std::size_t resident = resident_bytes();
+    std::size_t resident = olv_test::resident_bytes();
     std::size_t mapped_blocks = olv_sim::memory::in_use().mapped_bytes;
 
     [[nodiscard]] bool is_flat_since(const memory_use &before) const

@@ -1,7 +1,6 @@
 // A million responders: what they take, and a dump of them.
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <string_view>
 #include <thread>
 
@@ -9,6 +8,7 @@
 #include <unistd.h>
 
 #include "populated_module.hpp"
+#include "resident_memory.hpp"
 
 namespace {
 
@@ -16,16 +16,6 @@ using olv_bench::populated_module;
 using olv_bench::visiting_order;
 
 constexpr std::uint32_t million = 1'000'000;
-
-/** Bytes of memory that the process has. */
-std::size_t resident_bytes()
-{
-    std::ifstream file{"/proc/self/statm"};
-    std::size_t all = 0;
-    std::size_t resident = 0;
-    file >> all >> resident;
-    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-}
 
 /** Reads what is printed while it lives: responders' lines have to count IDs up from 1. */
 class dump_reader {
@@ -71,7 +61,7 @@ class dump_reader {
                           responders_ + 1);
             ++(std::string_view{line} == expected ? responders_ : other_lines_);
             if (responders_ % 10'000 == 0) {
-                most_bytes_ = std::max(most_bytes_, resident_bytes());
+                most_bytes_ = std::max(most_bytes_, olv_test::resident_bytes());
             }
         }
         std::fclose(printed);
@@ -97,7 +87,7 @@ TEST_F(many_responders, take_their_records_of_the_library_and_160_bytes_of_the_p
 
 TEST_F(many_responders, are_dumped_in_constant_memory)
 {
-    const std::size_t before = resident_bytes();
+    const std::size_t before = olv_test::resident_bytes();
     dump_reader reader;
     EXPECT_EQ(olv_twamp_tables_dump(&module_.module(), OLV_TWAMP_TABLE_GROUP_ALL), 0u);
     reader.finish();
