@@ -173,6 +173,23 @@ TEST_F(session_test, idle_session_ends_after_refwait)
     EXPECT_EQ(counters().active, 2u);
 }
 
+TEST_F(session_test, expecting_packets_of_many_sessions_changes_nothing)
+{
+    constexpr std::uint16_t many = 5000;
+    define_usual_path({.maximum_sessions = many});
+    for (std::uint16_t port = 0; port < many; ++port)
+        ASSERT_EQ(number_of_reply(port), 0u);
+    std::vector<ip_endpoint> senders;
+    for (std::uint16_t port = many - 40; port < many + 40; ++port) // some have no session
+        senders.push_back({first_sender, port});
+    subject().expect(senders, usual_path);
+    EXPECT_EQ(counters().active, many);
+    EXPECT_EQ(subject().sessions(), many);
+    for (std::uint16_t port = many - 40; port < many; ++port)
+        EXPECT_EQ(number_of_reply(port), 1u);
+    EXPECT_EQ(send(many).made.result, outcome::drop_max_sessions);
+}
+
 TEST_F(session_test, default_refwait_is_900_seconds)
 {
     define_usual_path();

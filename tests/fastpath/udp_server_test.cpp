@@ -90,6 +90,23 @@ TEST_F(udp_server_test, reply_comes_from_the_address_that_was_asked)
     EXPECT_EQ(sender.receive().from, at("127.0.0.3", index).text());
 }
 
+TEST_F(udp_server_test, reply_comes_from_the_ipv6_address_that_was_asked)
+{
+    std::size_t index = 0;
+    try {
+        index = add("[::]:0");
+    } catch (const std::runtime_error &error) {
+        GTEST_SKIP() << error.what();
+    }
+    server_.start();
+    const client sender{AF_INET6};
+    sender.set_option(IPPROTO_IPV6, IPV6_TCLASS, 0x28);
+    for (int packets = 0; packets < 2; ++packets) {
+        sender.send(at("[::1]", index), request_of(14));
+        EXPECT_EQ(sender.receive().from, at("[::1]", index).text());
+    }
+}
+
 TEST_F(udp_server_test, largest_datagram_is_reflected_whole)
 {
     const std::size_t index = add("127.0.0.1:0");
