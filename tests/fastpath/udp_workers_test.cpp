@@ -148,24 +148,24 @@ TEST_F(workers_test, idle_session_makes_room_at_other_workers)
 
 TEST_F(workers_test, own_source_is_known_to_all)
 {
-    define_usual_path({.maximum_sessions = 100});
-    udp_workers &workers = make({.count = 4});
-    index_ = workers.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    define_usual_path({.maximum_sessions = 1000});
+    serve({.count = 4});
+    std::deque<client> forgers = sender_for_each_worker();
+    workers_->stop();
     std::vector<listen_address> pretended;
-    for (int number = 0; number < 20; ++number) {
-        const client forger{AF_INET};
-        forger.bind_to(parse_listen_address("127.0.0.2:0"));
-        forger.send(address(), request_of(41));
-        pretended.push_back(forger.local_address());
+    for (const client &each : forgers) {
+        each.send(address(), request_of(41));
+        pretended.push_back(each.local_address());
     }
+    forgers.clear();
     for (const listen_address &each : pretended)
-        (void)workers.add(each, usual_path);
-    workers.start();
-    EXPECT_TRUE(have_taken(20));
-    EXPECT_EQ(workers.statistics(index_).own_source, 20u);
-    for (const udp_statistics &each : workers.statistics_by_worker())
-        EXPECT_GT(each.own_source, 0u);
-    EXPECT_EQ(global(), global_counters{});
+        (void)workers_->add(each, usual_path);
+    const global_counters before = global();
+    workers_->start();
+    EXPECT_TRUE(eventually([&] { return workers_->statistics(index_).own_source == 4; }));
+    for (const udp_statistics &each : workers_->statistics_by_worker())
+        EXPECT_EQ(each.own_source, 1u);
+    EXPECT_EQ(global(), before);
 }
 
 TEST_F(workers_test, packet_to_a_group_is_answered_once)

@@ -5,6 +5,7 @@
 #ifndef OLV_FASTPATH_TEST_WORKERS_FIXTURE_HPP
 #define OLV_FASTPATH_TEST_WORKERS_FIXTURE_HPP
 
+#include <algorithm>
 #include <deque>
 #include <optional>
 
@@ -36,6 +37,23 @@ class workers_test : public fastpath_test {
         return senders;
     }
 
+    /** Senders, each the first one of another worker. The system chooses: it is asked until all have one. */
+    std::deque<client> sender_for_each_worker() const
+    {
+        const std::size_t count = workers_->statistics_by_worker().size();
+        std::deque<client> senders;
+        for (std::uint64_t sent = 1; sent <= 1000 && senders.size() < count; ++sent) {
+            const client &sender = senders.emplace_back(AF_INET);
+            sender.bind_to(parse_listen_address("127.0.0.2:0"));
+            sender.send(address(), request_of(41));
+            EXPECT_TRUE(have_taken(sent));
+            if (workers_with_packets() < senders.size())
+                senders.pop_back();
+        }
+        EXPECT_EQ(senders.size(), count);
+        return senders;
+    }
+
     /** Whether so many datagrams have been taken from the sockets, whatever became of them. */
     [[nodiscard]] bool have_taken(std::uint64_t datagrams) const
     {
@@ -49,6 +67,13 @@ class workers_test : public fastpath_test {
 
     std::optional<udp_workers> workers_;
     std::size_t index_ = 0;
+
+  private:
+    [[nodiscard]] std::size_t workers_with_packets() const
+    {
+        return static_cast<std::size_t>(std::ranges::count_if(
+            workers_->statistics_by_worker(), [](const udp_statistics &each) { return each.received != 0; }));
+    }
 };
 
 } // namespace olv_fastpath_test
