@@ -1,6 +1,6 @@
 // packet_instructions: what callgrind counts for one packet of a known session. Only the calls of
-// olv_fastpath::reflector::reflect() are collected, in a dump for each length of requests. See
-// scripts/instructions.sh.
+// olv_fastpath::reflector::reflect(), and the end of their batch, are collected, in a dump for each length of
+// requests. See scripts/instructions.sh.
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -48,10 +48,13 @@ class driver {
     {
         std::uint32_t failures = 0;
         for (std::uint32_t batch = 0; batch < batches; ++batch) {
-            const olv_fastpath::reflector::counting_together counting{reflector_};
+            const olv_fastpath::reflector::batch together{reflector_};
             for (std::uint32_t number = 0; number < batch_length; ++number) {
                 failures += reflect((batch * batch_length + number) * 7 % sessions) ? 0 : 1;
             }
+            CALLGRIND_TOGGLE_COLLECT;
+            reflector_.finish();
+            CALLGRIND_TOGGLE_COLLECT;
         }
         return failures;
     }

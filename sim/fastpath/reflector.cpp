@@ -125,7 +125,16 @@ bool reflector::is_bound(std::uint32_t bind_key) const
 verdict reflector::reflect(const received_packet &packet, const packet_path &path,
                            std::span<std::uint8_t> reply)
 {
-    count_arrival();
+    if (in_batch_) {
+        return take(packet, path, reply);
+    }
+    const batch alone{*this};
+    return take(packet, path, reply);
+}
+
+verdict reflector::take(const received_packet &packet, const packet_path &path, std::span<std::uint8_t> reply)
+{
+    ++sums_.total_rx;
     end_idle_sessions(packet.arrival_ticks, idle_sessions_each_packet);
 
     const std::uint32_t responder_id = path.responder_id & id_mask;
@@ -155,58 +164,53 @@ verdict reflector::reflect(const received_packet &packet, const packet_path &pat
     }
 
     const std::size_t length = write_reply(packet, responder, *entry, reply);
-    count_transmitted(responder.words);
+    ++sums_.transmitted;
+    ++sums_.total_tx;
     return {.result = outcome::reflected,
             .reply_length = length,
             .traffic_class = static_cast<std::uint8_t>(packet.traffic_class & dscp_mask)};
 }
 
-inline void reflector::count_arrival()
-{
-    if (sums_.used) {
-        ++sums_.total_rx;
-    } else {
-        count(global_, global_word::total_rx);
-    }
-}
-
 inline void reflector::count_received(const responder_view &responder)
 {
-    if (!sums_.used) {
-        count(responder.words, responder_word::received);
-        return;
-    }
-    if (sums_.responder.data() != responder.words.data() || sums_.creation != responder.creation) {
-        if (!sums_.responder.empty()) {
-            add_sums();
+    const responder_view &counted = sums_.responder;
+    if (counted.words.data() != responder.words.data() || counted.creation != responder.creation) {
+        if (counted.exists()) {
+            finish();
         }
-        sums_.responder = responder.words;
-        sums_.creation = responder.creation;
+        sums_.responder = responder;
     }
     ++sums_.received;
 }
 
-/** Of a packet that was counted as received. */
-inline void reflector::count_transmitted(olv_sim::state_words responder)
+void reflector::finish()
 {
-    if (sums_.used) {
-        ++sums_.transmitted;
-        ++sums_.total_tx;
-    } else {
-        count(responder, responder_word::transmitted);
-        count(global_, global_word::total_tx);
-    }
-}
-
-void reflector::add_sums()
-{
+    write_departures();
     count(global_, global_word::total_rx, sums_.total_rx);
     count(global_, global_word::total_tx, sums_.total_tx);
-    if (!sums_.responder.empty() && creation_of(sums_.responder) == sums_.creation) {
-        count(sums_.responder, responder_word::received, sums_.received);
-        count(sums_.responder, responder_word::transmitted, sums_.transmitted);
+    const responder_view &counted = sums_.responder;
+    if (counted.exists() && creation_of(counted.words) == counted.creation) {
+        count(counted.words, responder_word::received, sums_.received);
+        count(counted.words, responder_word::transmitted, sums_.transmitted);
     }
-    sums_ = {.used = sums_.used, .responder = {}, .creation = {}};
+    sums_ = {};
+}
+
+void reflector::write_departures()
+{
+    if (waiting_count_ == 0) {
+        return;
+    }
+    const responder_view &responder = sums_.responder;
+    const std::uint64_t until_now = ticks_since(responder.creation, processor_.timer_now());
+    const std::uint64_t now = scale_.after(responder.created, until_now);
+    for (const waiting_reply &reply : std::span{waiting_}.first(waiting_count_)) {
+        // An arrival may be ahead of the timer.
+        const std::uint64_t departure =
+            reply.until_arrival > until_now ? scale_.after(responder.created, reply.until_arrival) : now;
+        store(reply.bytes + reflector_packet::timestamp, departure);
+    }
+    waiting_count_ = 0;
 }
 
 void reflector::expect(std::span<const ip_endpoint> senders, const packet_path &path) const
@@ -239,7 +243,7 @@ bool reflector::answers_a_reply(const received_packet &packet, const packet_path
     }
     const ntp_time replied = load_ntp(&packet.payload[reflector_packet::sender_timestamp]);
     const std::uint64_t arrived =
-        scale_.after(responder.created, scale_.of(ticks_since(responder.creation, packet.arrival_ticks)));
+        scale_.after(responder.created, ticks_since(responder.creation, packet.arrival_ticks));
     return arrived - replied.units() <= longest_round_trip << 32;
 }
 
@@ -333,7 +337,7 @@ std::vector<session> reflector::sessions_at(std::uint64_t now) const
 }
 
 std::size_t reflector::write_reply(const received_packet &packet, const responder_view &responder,
-                                   session &entry, std::span<std::uint8_t> reply) const
+                                   session &entry, std::span<std::uint8_t> reply)
 {
     const std::size_t length = reply_length(packet.payload.size());
     copy_request(packet, reply.first(length));
@@ -343,11 +347,11 @@ std::size_t reflector::write_reply(const received_packet &packet, const responde
              copies_number ? load_32(&reply[reflector_packet::sender_sequence_number]) : own_sequence_number);
     store_16(&reply[reflector_packet::error_estimate], own_error_estimate);
     const std::uint64_t until_arrival = ticks_since(responder.creation, packet.arrival_ticks);
-    const tick_scale::duration arrived = scale_.of(until_arrival);
-    store(&reply[reflector_packet::receive_timestamp], scale_.after(responder.created, arrived));
-    const std::uint64_t until_now = ticks_since(responder.creation, processor_.timer_now());
-    const std::uint64_t taken = until_now > until_arrival ? until_now - until_arrival : 0; // may be ahead
-    store(&reply[reflector_packet::timestamp], scale_.after(responder.created, scale_.longer(arrived, taken)));
+    store(&reply[reflector_packet::receive_timestamp], scale_.after(responder.created, until_arrival));
+    if (waiting_count_ == waiting_.size()) {
+        write_departures();
+    }
+    waiting_[waiting_count_++] = {.bytes = reply.data(), .until_arrival = until_arrival};
     return length;
 }
 

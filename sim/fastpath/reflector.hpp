@@ -117,9 +117,7 @@ class reflector {
      * @param reply  Room for the longer of 41 bytes and the payload. It must not overlap the payload, except
      *               that it may begin 27 bytes before it: the padding is then where the reply has it.
      */
-    [[gnu::flatten]] // all steps in one function: a fifth fewer instructions
-    verdict
-    reflect(const received_packet &packet, const packet_path &path, std::span<std::uint8_t> reply);
+    verdict reflect(const received_packet &packet, const packet_path &path, std::span<std::uint8_t> reply);
 
     static constexpr std::size_t most_expected = 64;
     /** Packets from these senders are going to be taken soon: fetch what is known of them from memory, of all
@@ -127,24 +125,29 @@ class reflector {
     void expect(std::span<const ip_endpoint> senders, const packet_path &path) const;
 
     /**
-     * While it lives, packets are counted as received and transmitted in sums, which it adds to the counters at
-     * its end, or before another responder's packet; not to those of a responder that is gone by then. Belongs
-     * to the thread that calls reflect(); one at a time.
+     * Packets that are taken together. At its end, or before another responder's packet, they are counted as
+     * received and transmitted, in one addition, though not for a responder that is gone by then; and their
+     * replies get their time of departure, which is the nearer to the truth the later it is read. So the
+     * replies have to stay where they are until then. Belongs to the thread that calls reflect(); one at a
+     * time.
      */
-    class counting_together {
+    class batch {
       public:
-        explicit counting_together(reflector &counted) : counted_(counted) { counted_.sums_.used = true; }
-        ~counting_together()
+        explicit batch(reflector &reflecting) : reflecting_(reflecting) { reflecting_.in_batch_ = true; }
+        ~batch()
         {
-            counted_.add_sums();
-            counted_.sums_.used = false;
+            reflecting_.finish();
+            reflecting_.in_batch_ = false;
         }
-        counting_together(const counting_together &) = delete;
-        counting_together &operator=(const counting_together &) = delete;
+        batch(const batch &) = delete;
+        batch &operator=(const batch &) = delete;
 
       private:
-        reflector &counted_;
+        reflector &reflecting_;
     };
+
+    /** Do what the end of a batch does, for replies that leave now. */
+    void finish();
 
     /**
      * Whether a packet is another reflector's answer to a reply of this one: it carries a time stamp that the
@@ -175,19 +178,23 @@ class reflector {
 
     /** Packets that no counter has yet. */
     struct packet_sums {
-        bool used = false;
         std::uint32_t total_rx = 0;
         std::uint32_t total_tx = 0;
-        olv_sim::state_words responder; ///< Which these belong to, as long as its creation is this:
-        responder_creation creation;
+        responder_view responder; ///< Which these belong to:
         std::uint32_t received = 0;
         std::uint32_t transmitted = 0;
     };
+    /** A reply without its time of departure. */
+    struct waiting_reply {
+        std::uint8_t *bytes = nullptr;
+        std::uint64_t until_arrival = 0; ///< Ticks since the responder's creation.
+    };
 
-    void count_arrival();
+    [[gnu::flatten]] // all steps in one function: a fifth fewer instructions
+    verdict
+    take(const received_packet &packet, const packet_path &path, std::span<std::uint8_t> reply);
     void count_received(const responder_view &responder);
-    void count_transmitted(olv_sim::state_words responder);
-    [[gnu::noinline]] void add_sums();
+    void write_departures();
     [[nodiscard]] responder_view find_responder(std::uint32_t responder_id);
     [[nodiscard]] bool is_bound(std::uint32_t bind_key) const;
     /** The packet's session, or why there is none. */
@@ -202,7 +209,7 @@ class reflector {
     void end_idle_sessions(std::uint64_t now, std::uint32_t limit);
     void forget_stale_sessions(std::uint32_t slots);
     std::size_t write_reply(const received_packet &packet, const responder_view &responder, session &entry,
-                            std::span<std::uint8_t> reply) const;
+                            std::span<std::uint8_t> reply);
 
     olv_sim::processor &processor_;
     const olv_sim::classifier_tree *responders_;
@@ -215,7 +222,10 @@ class reflector {
     std::uint64_t refwait_ticks_;
     session_table sessions_;
     std::uint32_t last_responder_id_ = UINT32_MAX; ///< Of the last packet that had one.
+    bool in_batch_ = false;
     packet_sums sums_;
+    std::array<waiting_reply, most_expected> waiting_; ///< To packets of the responder of the sums.
+    std::size_t waiting_count_ = 0;
     olv_sim::state_words last_responder_; ///< Its words, which stay the same.
 };
 

@@ -12,35 +12,15 @@ namespace olv_fastpath {
 /** A timer's frequency. All results are exact, rounded down to 2^-32 seconds. */
 class tick_scale {
   public:
-    /** Ticks, in seconds and the rest. */
-    struct duration {
-        std::uint64_t seconds = 0;
-        std::uint64_t rest = 0; ///< Less than a second's.
-    };
-
     /** @param ticks_per_second  Not 0. */
     explicit tick_scale(std::uint64_t ticks_per_second) : frequency_(ticks_per_second) {}
 
     [[nodiscard]] std::uint64_t ticks_per_second() const { return frequency_; }
 
-    [[nodiscard]] duration of(std::uint64_t ticks) const { return {ticks / frequency_, ticks % frequency_}; }
-
-    /** A duration that is so many ticks longer; few are added without a division. */
-    [[nodiscard]] duration longer(const duration &shorter, std::uint64_t ticks) const
+    /** The instant so many ticks after another one, both in units of ntp_time; seconds wrap. */
+    [[nodiscard]] std::uint64_t after(std::uint64_t start, std::uint64_t ticks) const
     {
-        if (ticks >= frequency_ - shorter.rest) {
-            const duration more = of(ticks);
-            const bool carries = more.rest >= frequency_ - shorter.rest;
-            return {shorter.seconds + more.seconds + (carries ? 1 : 0),
-                    carries ? more.rest - (frequency_ - shorter.rest) : shorter.rest + more.rest};
-        }
-        return {shorter.seconds, shorter.rest + ticks};
-    }
-
-    /** The instant so long after another one, both in units of ntp_time; seconds wrap. */
-    [[nodiscard]] std::uint64_t after(std::uint64_t start, const duration &elapsed) const
-    {
-        return start + (elapsed.seconds << 32) + fraction_of(elapsed.rest);
+        return start + (ticks / frequency_ << 32) + fraction_of(ticks % frequency_);
     }
 
   private:

@@ -110,14 +110,15 @@ datagram_batch::datagram_batch(std::size_t longest)
 }
 
 /** The request's destination becomes the reply's source, unless it is a group's. */
-datagram_batch::reply_source datagram_batch::reply_source_of(const in6_pktinfo &destination)
+std::optional<datagram_batch::reply_source> datagram_batch::reply_source_of(const in6_pktinfo &destination)
 {
-    reply_source source;
-    if (!IN6_IS_ADDR_MULTICAST(&destination.ipi6_addr)) {
-        std::memcpy(source.address.data(), &destination.ipi6_addr, source.address.size());
-        // Elsewhere routing may choose another interface than the request's.
-        source.interface = IN6_IS_ADDR_LINKLOCAL(&destination.ipi6_addr) ? destination.ipi6_ifindex : 0;
+    if (IN6_IS_ADDR_MULTICAST(&destination.ipi6_addr)) {
+        return std::nullopt;
     }
+    reply_source source;
+    std::memcpy(source.address.data(), &destination.ipi6_addr, source.address.size());
+    // Elsewhere routing may choose another interface than the request's.
+    source.interface = IN6_IS_ADDR_LINKLOCAL(&destination.ipi6_addr) ? destination.ipi6_ifindex : 0;
     return source;
 }
 
@@ -158,7 +159,7 @@ std::size_t datagram_batch::open(std::size_t index)
     message_.ttl = 0;
     message_.traffic_class = 0;
     message_.stamp.reset();
-    message_.source = {};
+    message_.source.reset();
     read_control();
     const std::size_t each = message_.datagram_length;
     return each == length ? 1 : (length + each - 1) / each;
@@ -179,7 +180,7 @@ void datagram_batch::read_control()
                              static_cast<std::uint64_t>(time.tv_nsec);
         } else if (is(header, IPPROTO_IP, IP_PKTINFO)) {
             const in_addr source = value_of<in_pktinfo>(header).ipi_spec_dst;
-            std::memcpy(message_.source.address.data(), &source, sizeof source);
+            std::memcpy(message_.source.emplace().address.data(), &source, sizeof source);
         } else if (is(header, IPPROTO_IPV6, IPV6_PKTINFO)) {
             message_.source = reply_source_of(value_of<in6_pktinfo>(header));
         } else if (is(header, SOL_UDP, UDP_GRO)) {
@@ -284,16 +285,15 @@ std::size_t datagram_batch::write_control(int family, std::uint8_t traffic_class
                                           std::span<std::uint8_t> buffer) const
 {
     control_writer writer{buffer};
-    const reply_source &from = message_.source;
-    if (from != reply_source{}) {
+    if (const std::optional<reply_source> &from = message_.source) {
         if (family == AF_INET6) {
             in6_pktinfo source{};
-            std::memcpy(&source.ipi6_addr, from.address.data(), sizeof source.ipi6_addr);
-            source.ipi6_ifindex = from.interface;
+            std::memcpy(&source.ipi6_addr, from->address.data(), sizeof source.ipi6_addr);
+            source.ipi6_ifindex = from->interface;
             writer.add(IPPROTO_IPV6, IPV6_PKTINFO, source);
         } else {
             in_pktinfo source{};
-            std::memcpy(&source.ipi_spec_dst, from.address.data(), sizeof source.ipi_spec_dst);
+            std::memcpy(&source.ipi_spec_dst, from->address.data(), sizeof source.ipi_spec_dst);
             writer.add(IPPROTO_IP, IP_PKTINFO, source);
         }
     }

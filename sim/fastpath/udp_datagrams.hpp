@@ -76,7 +76,7 @@ class datagram_batch {
     };
     /** The address that a reply leaves from, where the socket has several. */
     struct reply_source {
-        ip_address address{}; ///< Zeros: the system chooses.
+        ip_address address{};
         unsigned interface = 0;
 
         friend bool operator==(const reply_source &, const reply_source &) = default;
@@ -88,7 +88,7 @@ class datagram_batch {
         std::uint8_t ttl = 0;
         std::uint8_t traffic_class = 0;
         std::optional<std::uint64_t> stamp;
-        reply_source source;
+        std::optional<reply_source> source; ///< Nothing: the system chooses.
     };
     /** Replies that leave together. */
     struct departure {
@@ -99,11 +99,11 @@ class datagram_batch {
         std::size_t last_length = 0;
         std::size_t plain_control = 0; ///< Octets of control data without the segments' length.
         std::uint8_t traffic_class = 0;
-        reply_source source;
+        std::optional<reply_source> source;
     };
     using message_list = std::array<mmsghdr, capacity>;
 
-    [[nodiscard]] static reply_source reply_source_of(const in6_pktinfo &destination);
+    [[nodiscard]] static std::optional<reply_source> reply_source_of(const in6_pktinfo &destination);
     void read_control();
     std::size_t write_control(int family, std::uint8_t traffic_class, std::span<std::uint8_t> buffer) const;
     [[nodiscard]] std::uint8_t *request(std::size_t index);

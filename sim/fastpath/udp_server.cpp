@@ -330,13 +330,11 @@ std::size_t udp_server::serve_batches(endpoint &from)
             break;
         }
         all += received;
-        {
-            const reflector::counting_together counting{reflector_};
-            const arrival_clock clock = read_clocks();
-            reflector_.expect(batch_->senders(), from.path);
-            for (std::size_t index = 0; index < received; ++index) {
-                take(from, index, clock);
-            }
+        const reflector::batch together{reflector_};
+        const arrival_clock clock = read_clocks();
+        reflector_.expect(batch_->senders(), from.path);
+        for (std::size_t index = 0; index < received; ++index) {
+            take(from, index, clock);
         }
         send(from);
         if (received < datagram_batch::capacity) {
@@ -402,6 +400,7 @@ void udp_server::take_datagram(endpoint &from, std::size_t datagram, const arriv
 
 void udp_server::send(endpoint &from)
 {
+    reflector_.finish();
     const send_result result = batch_->send(from.socket.number());
     from.counters.sent += result.sent;
     from.counters.send_failures += result.failed;

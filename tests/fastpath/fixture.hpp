@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -193,7 +194,7 @@ class reflector_test : public fastpath_test {
     reply reflect(const received_packet &packet, const packet_path &path = usual_path)
     {
         // Old bytes that no reply may show.
-        bytes buffer(std::max<std::size_t>(packet.payload.size(), 44), 0xAA);
+        bytes &buffer = buffers_.emplace_back(std::max<std::size_t>(packet.payload.size(), 44), 0xAA);
         const verdict made = subject().reflect(packet, path, buffer);
         buffer.resize(made.reply_length);
         return {made, buffer};
@@ -207,6 +208,7 @@ class reflector_test : public fastpath_test {
   private:
     reflector_options options_;
     std::optional<reflector> reflector_;
+    std::deque<bytes> buffers_; ///< A batch's replies are written to until its end.
 };
 
 /** A request of sequence number 0A 0B 0C 0D whose padding counts from 01. */

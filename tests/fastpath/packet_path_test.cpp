@@ -210,12 +210,12 @@ TEST_F(packet_path_test, cleared_session_count_does_not_fall_below_zero)
     EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
 }
 
-TEST_F(packet_path_test, counting_together_counts_at_its_end_or_with_another_responder)
+TEST_F(packet_path_test, batch_is_counted_at_its_end_or_with_another_responder)
 {
     define_usual_path();
     define_responder(8);
     {
-        const reflector::counting_together counting{subject()};
+        const reflector::batch batch{subject()};
         for (int number = 0; number < 3; ++number)
             EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
         EXPECT_EQ(reflect(request_of(13)).made.result, outcome::drop_length);
@@ -234,30 +234,30 @@ TEST_F(packet_path_test, counting_together_counts_at_its_end_or_with_another_res
     EXPECT_EQ(global().tx, 5u);
 }
 
-TEST_F(packet_path_test, counting_together_undoes_no_clear)
+TEST_F(packet_path_test, counting_a_batch_undoes_no_clear)
 {
     define_usual_path();
     EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
     {
-        const reflector::counting_together counting{subject()};
+        const reflector::batch batch{subject()};
         EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
         write_state(responder_id, {});
     }
     EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1}));
 }
 
-TEST_F(packet_path_test, counting_together_adds_nothing_to_a_later_responder)
+TEST_F(packet_path_test, counting_a_batch_adds_nothing_to_a_later_responder)
 {
     define_usual_path({.creation_count = 1});
     {
-        const reflector::counting_together counting{subject()};
+        const reflector::batch batch{subject()};
         EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
         delete_responder(responder_id);
     }
     EXPECT_EQ(counters(), responder_counters{});
     EXPECT_EQ(global().tx, 1u);
     {
-        const reflector::counting_together counting{subject()};
+        const reflector::batch batch{subject()};
         define_responder(responder_id, {.creation_count = 2});
         EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
         write_state(responder_id, {.creation_count = 3});

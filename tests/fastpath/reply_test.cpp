@@ -257,6 +257,104 @@ TEST_F(reply_test, time_stamps_follow_from_creation_and_ticks)
     }
 }
 
+/** Replies to requests of 41 octets, in buffers that stay where they are. */
+class batch_test : public reply_test {
+  protected:
+    /** @return The reply's place. */
+    const std::uint8_t *reflect_at(std::uint64_t arrival_quarters, std::uint64_t timer_quarters,
+                                   const packet_path &path = usual_path)
+    {
+        received_packet packet = packet_of(request_);
+        packet.arrival_ticks = start_ticks + ticks_of(0, arrival_quarters);
+        processor_.set_timer(start_ticks + ticks_of(0, timer_quarters));
+        std::array<std::uint8_t, 41> &buffer = buffers_.emplace_back();
+        EXPECT_EQ(subject().reflect(packet, path, buffer).result, outcome::reflected);
+        return buffer.data();
+    }
+
+    bytes request_ = request_of(41);
+    std::deque<std::array<std::uint8_t, 41>> buffers_;
+};
+
+TEST_F(batch_test, replies_of_a_batch_depart_at_its_end)
+{
+    learn(responder_tree, responder_id, 0);
+    learn(bind_tree, bind_key, 0x401);
+    write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
+    const std::uint8_t *first = nullptr;
+    const std::uint8_t *second = nullptr;
+    const std::uint8_t *ahead = nullptr;
+    {
+        const reflector::batch batch{subject()};
+        first = reflect_at(0, 1);
+        second = reflect_at(1, 2);
+        ahead = reflect_at(9, 2);
+        processor_.set_timer(start_ticks + ticks_of(0, 6));
+    }
+    for (const std::uint8_t *each : {first, second}) {
+        EXPECT_EQ(load_32(&each[4]), 6u);
+        EXPECT_EQ(load_32(&each[8]), 0x80000000u);
+    }
+    EXPECT_EQ(load_32(&second[16]), 5u);
+    EXPECT_EQ(load_32(&second[20]), 0x40000000u);
+    EXPECT_EQ(load_32(&ahead[4]), 7u);
+    EXPECT_EQ(load_32(&ahead[8]), 0x40000000u);
+}
+
+TEST_F(batch_test, replies_depart_before_the_batchs_end_when_it_is_finished)
+{
+    learn(responder_tree, responder_id, 0);
+    learn(bind_tree, bind_key, 0x401);
+    write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
+    const reflector::batch batch{subject()};
+    const std::uint8_t *first = reflect_at(0, 1);
+    subject().finish();
+    const std::uint8_t *second = reflect_at(0, 2);
+    subject().finish();
+    processor_.set_timer(start_ticks + ticks_of(0, 3));
+    subject().finish();
+    EXPECT_EQ(load_32(&first[8]), 0x40000000u);
+    EXPECT_EQ(load_32(&second[8]), 0x80000000u);
+    EXPECT_EQ(counters().transmitted, 2u);
+}
+
+TEST_F(batch_test, replies_of_another_responder_follow_its_own_creation)
+{
+    learn(responder_tree, responder_id, 0);
+    learn(responder_tree, 8, 0);
+    learn(bind_tree, bind_key, 0x401);
+    write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
+    write_state(8, {.ntp_seconds = 100, .ntp_fraction = 0, .ticks = start_ticks});
+    const std::uint8_t *first = nullptr;
+    const std::uint8_t *other = nullptr;
+    {
+        const reflector::batch batch{subject()};
+        first = reflect_at(0, 1);
+        other = reflect_at(0, 2, {8, bind_key});
+        processor_.set_timer(start_ticks + ticks_of(0, 3));
+    }
+    EXPECT_EQ(load_32(&first[4]), 5u);
+    EXPECT_EQ(load_32(&first[8]), 0x80000000u);
+    EXPECT_EQ(load_32(&other[4]), 100u);
+    EXPECT_EQ(load_32(&other[8]), 0xC0000000u);
+}
+
+TEST_F(batch_test, all_replies_of_a_long_batch_get_their_departure)
+{
+    learn(responder_tree, responder_id, 0);
+    learn(bind_tree, bind_key, 0x401);
+    write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
+    {
+        const reflector::batch batch{subject()};
+        for (int number = 0; number < 200; ++number)
+            (void)reflect_at(0, 1);
+    }
+    for (const std::array<std::uint8_t, 41> &each : buffers_) {
+        EXPECT_EQ(load_32(&each[4]), 5u);
+        EXPECT_EQ(load_32(&each[8]), 0x40000000u);
+    }
+}
+
 TEST_F(reply_test, reply_in_place_of_its_request_is_the_same)
 {
     define_usual_path();

@@ -75,30 +75,8 @@ TEST(tick_scale, adds_ticks_of_any_timer_to_an_instant)
     };
     for (const row &each : rows) {
         const tick_scale scale{each.frequency};
-        EXPECT_EQ(ntp_time::from_units(scale.after(each.start.units(), scale.of(each.elapsed))), each.expected)
+        EXPECT_EQ(ntp_time::from_units(scale.after(each.start.units(), each.elapsed)), each.expected)
             << each.label;
-        // In two parts, however large they are.
-        for (const std::uint64_t part : {std::uint64_t{0}, std::uint64_t{1}, each.elapsed / 2, each.elapsed}) {
-            const tick_scale::duration first = scale.of(each.elapsed - std::min(part, each.elapsed));
-            const tick_scale::duration both = scale.longer(first, std::min(part, each.elapsed));
-            EXPECT_EQ(ntp_time::from_units(scale.after(each.start.units(), both)), each.expected)
-                << each.label << ", the last " << part;
-        }
-    }
-}
-
-TEST(tick_scale, makes_durations_longer)
-{
-    const tick_scale scale{1000};
-    struct row {
-        std::uint64_t shorter, ticks, seconds, rest;
-    };
-    for (const row &each :
-         {row{0, 0, 0, 0}, row{1500, 499, 1, 999}, row{1500, 500, 2, 0}, row{1500, 501, 2, 1},
-          row{1999, 1, 2, 0}, row{1999, 3000, 4, 999}, row{1999, 3001, 5, 0}, row{0, 12345, 12, 345}}) {
-        const tick_scale::duration longer = scale.longer(scale.of(each.shorter), each.ticks);
-        EXPECT_EQ(longer.seconds, each.seconds) << each.shorter << " + " << each.ticks;
-        EXPECT_EQ(longer.rest, each.rest) << each.shorter << " + " << each.ticks;
     }
 }
 
