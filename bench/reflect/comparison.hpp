@@ -69,8 +69,8 @@ struct bench_options {
     std::vector<std::uint32_t> windows{1, 32, 256};
     std::vector<std::uint32_t> sessions{1, 100000};
     std::vector<std::size_t> lengths{44, 1400};
-    unsigned rounds = 5;
-    std::chrono::milliseconds turn{300};
+    unsigned rounds = 25;
+    std::chrono::milliseconds turn{100};
     olv_fastpath::udp_server_options server{}; ///< Of the reflector.
     bool segmented_requests = false;           ///< Of one session.
     bool quick = false;                        ///< Whether it works, no more: the figures say nothing.

@@ -130,7 +130,7 @@ int main(int argc, char **argv)
 {
     try {
         settings chosen;
-        unsigned turn_milliseconds = 300;
+        auto turn_milliseconds = static_cast<unsigned>(chosen.bench.turn.count());
         CLI::App program{
             "Replies per second and round trips of the fast path over loopback, beside echo servers."};
         add_options(program, chosen, turn_milliseconds);

@@ -129,7 +129,7 @@ TEST(report, heading_says_when_there_is_one_core_only)
     std::ostringstream two;
     write_heading(two, {}, choose_cores({0, 1}));
     EXPECT_EQ(two.str().substr(0, two.str().find('\n')),
-              "server on core 0, generator on core 1; medians of 5 rounds of 300 ms for each server");
+              "server on core 0, generator on core 1; medians of 25 rounds of 100 ms for each server");
     std::ostringstream one;
     write_heading(one, {}, choose_cores({0}));
     EXPECT_EQ(one.str().substr(0, one.str().find(';')),
@@ -142,8 +142,8 @@ TEST(report, json_has_medians_turns_ratios_and_targets)
     write_json(out, {figures_of(32)}, {}, choose_cores({0, 1}));
     const nlohmann::json json = nlohmann::json::parse(out.str());
     EXPECT_EQ(json["quick"], false);
-    EXPECT_EQ(json["rounds"], 5);
-    EXPECT_EQ(json["turn_ms"], 300);
+    EXPECT_EQ(json["rounds"], 25);
+    EXPECT_EQ(json["turn_ms"], 100);
     EXPECT_EQ(json["cores_apart"], true);
     ASSERT_EQ(json["cases"].size(), 1u);
     const nlohmann::json &one = json["cases"][0];
