@@ -1,0 +1,40 @@
+// A network for each test program: a port that a test has given back, or that nobody is to listen at, is taken
+// by no test that runs beside it, and late replies to it reach nobody else. Where the system does not allow
+// that, the tests use the network that all share.
+#include <cstring>
+
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+bool bring_loopback_up()
+{
+    const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq request{};
+    std::strcpy(request.ifr_name, "lo");
+    request.ifr_flags = IFF_UP | IFF_RUNNING;
+    const bool done = ioctl(control, SIOCSIFFLAGS, &request) == 0;
+    close(control);
+    return done;
+}
+
+class own_network : public testing::Environment {
+  public:
+    /** Before any thread begins, so that all have it, as have the programs that tests start. */
+    void SetUp() override
+    {
+        if (unshare(CLONE_NEWNET) == 0) {
+            ASSERT_TRUE(bring_loopback_up());
+        }
+    }
+};
+
+const testing::Environment *const environment = testing::AddGlobalTestEnvironment(new own_network);
+
+} // namespace
