@@ -123,7 +123,7 @@ TEST_P(busy_poll_test, stops_at_once_and_starts_again)
         server_->start();
         EXPECT_EQ(sender_.receive().payload.size(), 41u);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 4s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, patience);
 }
 
 TEST_P(busy_poll_test, packets_after_a_pause_are_served)
@@ -136,7 +136,7 @@ TEST_P(busy_poll_test, packets_after_a_pause_are_served)
 }
 
 // Never, for a moment, and for so long that the thread never sleeps.
-INSTANTIATE_TEST_SUITE_P(microseconds, busy_poll_test, testing::Values(0, 200, 5000000),
+INSTANTIATE_TEST_SUITE_P(microseconds, busy_poll_test, testing::Values(0, 200, 60000000),
                          [](const auto &row) { return std::to_string(row.param); });
 
 } // namespace
