@@ -154,6 +154,7 @@ TEST_P(any_size_test, largest_datagrams_in_a_row_change_no_later_answer)
 
 TEST_P(any_size_test, senders_that_are_gone_do_not_matter)
 {
+    expect_answer(sender_, to_); // has its port before others have theirs
     for (int number = 0; number < 100; ++number) {
         const client gone{GetParam().family};
         gone.send(to_, request_of(100));
@@ -162,8 +163,8 @@ TEST_P(any_size_test, senders_that_are_gone_do_not_matter)
     expect_answer(sender_, to_);
     expect_answer(sender_, to_);
     EXPECT_TRUE(server_->running());
-    EXPECT_TRUE(eventually([&] { return server_->statistics().sent == 102; }));
-    EXPECT_EQ(global(), (global_counters{.rx = 102, .tx = 102}));
+    EXPECT_TRUE(eventually([&] { return server_->statistics().sent == 103; }));
+    EXPECT_EQ(global(), (global_counters{.rx = 103, .tx = 103}));
 }
 
 INSTANTIATE_TEST_SUITE_P(families, any_size_test, testing::ValuesIn(families),
