@@ -8,13 +8,16 @@ namespace {
 
 using namespace olv_fastpath_test;
 
-/** Senders that ask again as soon as they are answered, or have not been for a moment. */
+using std::chrono::steady_clock;
+
+/** Senders that ask again as soon as they are answered, or have not been for a moment: a sender has room for
+ * the replies to all that it may have asked while the workers had no core. */
 class steady_senders {
   public:
     steady_senders(const listen_address &to, std::size_t count) : to_(to)
     {
         while (senders_.size() < count)
-            senders_.emplace_back(AF_INET);
+            senders_.emplace_back();
         thread_ = std::thread{[this] { run(); }};
     }
     ~steady_senders() { stop(); }
@@ -33,29 +36,45 @@ class steady_senders {
     [[nodiscard]] std::uint32_t gaps() const { return gaps_; }
 
   private:
+    struct steady_sender {
+        client socket{AF_INET};
+        std::uint32_t next = 0; ///< Number of its next reply.
+        steady_clock::time_point asks_at;
+    };
+    static constexpr auto moment = 20ms;
+
     void run()
     {
-        std::vector<std::uint32_t> next(senders_.size());
         while (!stopping_) {
-            for (const client &each : senders_)
-                each.send(to_, request_of(41));
+            for (steady_sender &each : senders_)
+                ask(each);
             std::this_thread::sleep_for(100us);
-            for (std::size_t number = 0; number < senders_.size(); ++number) {
-                while (!senders_[number].is_empty())
-                    take(senders_[number].receive().payload, next[number]);
+            for (steady_sender &each : senders_) {
+                while (!each.socket.is_empty())
+                    take(each.socket.receive().payload, each);
             }
         }
     }
 
-    void take(const bytes &reply, std::uint32_t &next)
+    void ask(steady_sender &sender) const
     {
-        gaps_ += load_32(&reply[0]) == next ? 0 : 1;
+        const steady_clock::time_point now = steady_clock::now();
+        if (now >= sender.asks_at) {
+            sender.socket.send(to_, request_of(41));
+            sender.asks_at = now + moment;
+        }
+    }
+
+    void take(const bytes &reply, steady_sender &sender)
+    {
+        gaps_ += load_32(&reply[0]) == sender.next ? 0 : 1;
         ++replies_;
-        ++next;
+        ++sender.next;
+        sender.asks_at = {};
     }
 
     listen_address to_;
-    std::deque<client> senders_;
+    std::deque<steady_sender> senders_;
     std::atomic<bool> stopping_{false};
     std::atomic<std::uint32_t> replies_{0};
     std::atomic<std::uint32_t> gaps_{0};
@@ -107,7 +126,10 @@ TEST_F(workers_test, counters_are_exact_under_load)
     {
         steady_senders first{address(), 30};
         steady_senders second{address(), 30};
-        EXPECT_TRUE(eventually([&] { return first.replies() + second.replies() > 1000; }));
+        EXPECT_TRUE(eventually([&] {
+            return first.replies() + second.replies() > 1000 && counters().active == 20 &&
+                   counters().max_sessions > 0;
+        }));
     }
     const auto waiting = [&] { return workers_->statistics().received; };
     std::uint64_t seen = 0;
