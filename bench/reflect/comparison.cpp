@@ -101,7 +101,8 @@ case_figures measure(const traffic_case &traffic, const bench_options &options, 
                       .sessions = traffic.sessions,
                       .length = traffic.length,
                       .segments = options.segmented_requests,
-                      .spins = cores.apart()}};
+                      .spins = cores.apart(),
+                      .patience = options.patience}};
     case_figures figures{.traffic = traffic, .subjects = {}};
     for (unsigned round = 0; round < options.rounds; ++round) {
         for (std::size_t place = 0; place < subject_count; ++place) {

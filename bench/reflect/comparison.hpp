@@ -73,7 +73,8 @@ struct bench_options {
     std::chrono::milliseconds turn{100};
     olv_fastpath::udp_server_options server{}; ///< Of the reflector.
     bool segmented_requests = false;           ///< Of one session.
-    bool quick = false;                        ///< Whether it works, no more: the figures say nothing.
+    std::chrono::milliseconds patience = traffic_options{}.patience;
+    bool quick = false; ///< Whether it works, no more: the figures say nothing.
 };
 
 /** Where server and generator run. */

@@ -14,11 +14,7 @@
 namespace reflect_bench {
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr std::uint32_t first_source = 0x7F010001; ///< 127.1.0.1
-/** A request that has waited for so long without any reply coming is lost. */
-constexpr auto patience = 200ms;
 constexpr int sleep_milliseconds = 10;
 constexpr std::uint32_t fewest_places = 1024;
 
@@ -193,7 +189,7 @@ bool generator::await_replies()
         if (take_replies() > 0) {
             return true;
         }
-        if (clock::now() - last_reply_ > patience) {
+        if (clock::now() - last_reply_ > options_.patience) {
             return false;
         }
         if (!options_.spins) {

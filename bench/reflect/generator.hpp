@@ -25,6 +25,8 @@ struct traffic_options {
     std::size_t length = 44;    ///< Octets of a request; 4 to 1472.
     bool segments = false;      ///< Requests of one session leave as segmented datagrams.
     bool spins = true;          ///< Look for replies without sleeping; needs a core of its own.
+    /** A request that has waited for so long without any reply coming is lost. */
+    std::chrono::milliseconds patience{200};
 };
 
 struct traffic_figures {

@@ -20,7 +20,6 @@ constexpr double longest_time_of_a_reply = 1.1;
 constexpr double least_share_of_a_worker = 0.5;
 /** A backlog takes some milliseconds; looking is not to take much of a core. */
 constexpr auto look_interval = 100us;
-constexpr auto patience = 2s;
 
 /** The servers of a crew. */
 using servers = std::deque<reflector_server>;
@@ -55,7 +54,7 @@ std::vector<olv_fastpath::listen_address> open(servers &all)
     return addresses;
 }
 
-void wait_until_answered(const servers &all, std::uint64_t replies)
+void wait_until_answered(const servers &all, std::uint64_t replies, std::chrono::seconds patience)
 {
     const clock::time_point end = clock::now() + patience;
     while (replies_of(all) < replies && clock::now() < end) {
@@ -78,18 +77,18 @@ std::vector<std::uint64_t> differences(std::vector<std::uint64_t> later,
     return later;
 }
 
-backlog_figures answer_backlog(servers &all, const crowd &senders, std::uint32_t requests_each)
+backlog_figures answer_backlog(servers &all, const crowd &senders, const scaling_options &options)
 {
     backlog_figures figures;
     const std::uint64_t replies_before = replies_of(all);
     const std::vector<std::uint64_t> shares_before = replies_by_worker(all);
-    figures.sent = senders.send(open(all), requests_each);
+    figures.sent = senders.send(open(all), options.requests_each);
     const double busy_before = others_seconds();
     const clock::time_point start = clock::now();
     for (reflector_server &each : all) {
         each.run();
     }
-    wait_until_answered(all, replies_before + figures.sent);
+    wait_until_answered(all, replies_before + figures.sent, options.patience);
     for (reflector_server &each : all) {
         each.stop();
     }
@@ -151,7 +150,7 @@ scaling_figures measure_scaling(const scaling_options &options, const olv_fastpa
     for (unsigned round = 0; round < options.rounds; ++round) {
         for (std::size_t place = 0; place < crews.size(); ++place) {
             const std::size_t which = (round + place) % crews.size();
-            figures.rounds[which].push_back(answer_backlog(crews[which], senders, options.requests_each));
+            figures.rounds[which].push_back(answer_backlog(crews[which], senders, options));
         }
     }
     return figures;

@@ -27,6 +27,7 @@ struct scaling_options {
     unsigned rounds = 60;
     std::size_t senders = 500;
     std::uint32_t requests_each = 16; ///< As many as a socket of either side has room for.
+    std::chrono::seconds patience{2}; ///< What is not answered then is lost.
     bool quick = false;               ///< As of bench_options.
 };
 

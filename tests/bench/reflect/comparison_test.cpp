@@ -99,7 +99,8 @@ TEST(comparison, cores_are_two_where_there_are_two)
 
 TEST(comparison, every_server_has_its_turns_and_the_module_counts)
 {
-    const bench_options options{.rounds = 2, .turn = std::chrono::milliseconds{20}};
+    const bench_options options{
+        .rounds = 2, .turn = std::chrono::milliseconds{20}, .patience = std::chrono::seconds{30}};
     const case_figures figures = measure({32, 10, 44}, options, {});
     for (const subject_figures &each : figures.subjects) {
         ASSERT_EQ(each.turns.size(), 2u);

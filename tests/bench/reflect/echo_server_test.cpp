@@ -27,7 +27,7 @@ class echo_server_test : public testing::TestWithParam<server_row> {
   protected:
     echo_server_test()
     {
-        const timeval patience{.tv_sec = 2, .tv_usec = 0};
+        const timeval patience{.tv_sec = 30, .tv_usec = 0};
         EXPECT_EQ(setsockopt(sender_.number(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
     }
 

@@ -75,11 +75,15 @@ class lossy_echo {
 };
 
 constexpr std::uint64_t never = UINT64_MAX;
+/** Longer than any reply takes, however busy the machine is. */
+constexpr auto patience = 30s;
+/** The same of tests that wait for as long, as a reply does not come. */
+constexpr auto short_patience = 3s;
 
 TEST(generator, counts_each_reply_and_measures_it)
 {
     lossy_echo server{never};
-    generator source{{.window = 8, .length = 44, .spins = false}};
+    generator source{{.window = 8, .length = 44, .spins = false, .patience = patience}};
     source.aim(server.address(), 0);
     const traffic_figures seen = source.run(100ms);
     server.stop();
@@ -99,7 +103,7 @@ class loss_test : public testing::TestWithParam<std::uint32_t> {};
 TEST_P(loss_test, is_what_the_server_drops)
 {
     lossy_echo server{5};
-    generator source{{.window = GetParam(), .length = 44, .spins = false}};
+    generator source{{.window = GetParam(), .length = 44, .spins = false, .patience = short_patience}};
     source.aim(server.address(), 0);
     const traffic_figures seen = source.run(700ms);
     server.stop();
@@ -128,7 +132,7 @@ TEST(generator, requests_to_nobody_are_lost)
 TEST(generator, replies_with_the_number_elsewhere_are_unexpected)
 {
     lossy_echo server{never};
-    generator source{{.window = 1, .length = 44, .spins = false}};
+    generator source{{.window = 1, .length = 44, .spins = false, .patience = short_patience}};
     source.aim(server.address(), 4); // zeros
     source.send_requests(1);         // number 0: its reply has zeros there, too
     const traffic_figures seen = source.run(50ms);
@@ -142,7 +146,7 @@ TEST(generator, replies_with_the_number_elsewhere_are_unexpected)
 TEST(generator, sessions_are_addresses_in_turn)
 {
     lossy_echo server{never};
-    generator source{{.window = 32, .sessions = 300, .length = 44, .spins = false}};
+    generator source{{.window = 32, .sessions = 300, .length = 44, .spins = false, .patience = patience}};
     source.aim(server.address(), 0);
     source.send_requests(299);
     server.stop();
@@ -157,9 +161,10 @@ TEST(generator, sessions_are_addresses_in_turn)
 TEST(generator, segmented_requests_are_requests)
 {
     lossy_echo server{5};
-    generator source{{.window = 100, .length = 1400, .segments = true, .spins = false}};
+    generator source{
+        {.window = 100, .length = 1400, .segments = true, .spins = false, .patience = short_patience}};
     source.aim(server.address(), 0);
-    const traffic_figures seen = source.run(300ms);
+    const traffic_figures seen = source.run(short_patience);
     server.stop();
     EXPECT_GT(seen.received, 100u);
     EXPECT_EQ(seen.sent, server.received());

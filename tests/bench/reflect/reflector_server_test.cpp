@@ -25,8 +25,11 @@ class reflector_server_test : public testing::TestWithParam<size_row> {};
 TEST_P(reflector_server_test, answers_and_counts_each_request)
 {
     reflector_server server{GetParam().sessions};
-    generator source{
-        {.window = 32, .sessions = GetParam().sessions, .length = GetParam().length, .spins = false}};
+    generator source{{.window = 32,
+                      .sessions = GetParam().sessions,
+                      .length = GetParam().length,
+                      .spins = false,
+                      .patience = 30s}};
     std::uint64_t answered = 0;
     for (int round = 0; round < 2; ++round) {
         server.start();

@@ -67,8 +67,8 @@ TEST(scaling, targets_are_the_time_of_a_reply_the_shares_and_no_loss)
 
 TEST(scaling, all_of_a_backlog_is_answered_by_each_crew)
 {
-    const scaling_figures figures =
-        measure_scaling({.workers = 2, .rounds = 2, .senders = 50, .requests_each = 4});
+    const scaling_figures figures = measure_scaling(
+        {.workers = 2, .rounds = 2, .senders = 50, .requests_each = 4, .patience = std::chrono::seconds{30}});
     for (const std::vector<backlog_figures> &crew : figures.rounds) {
         ASSERT_EQ(crew.size(), 2u);
         for (const backlog_figures &each : crew) {
@@ -91,7 +91,7 @@ TEST(scaling, requests_wait_until_the_workers_run)
     EXPECT_EQ(senders.send(std::array{server.address()}, 3), 60u);
     EXPECT_EQ(server.replies(), 0u);
     server.run();
-    for (int waits = 0; waits < 5000 && server.replies() < 60; ++waits)
+    for (int waits = 0; waits < 30'000 && server.replies() < 60; ++waits)
         std::this_thread::sleep_for(std::chrono::milliseconds{1});
     server.stop();
     EXPECT_EQ(senders.take_replies(), 60u);
