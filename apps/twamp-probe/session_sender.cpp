@@ -85,7 +85,7 @@ void session_sender::receive_all()
 {
     for (const auto &session : sessions_) {
         if (const auto round_trip = session->receive()) {
-            shared_round_trip_.store(*round_trip, std::memory_order_relaxed);
+            latest_round_trip_ = *round_trip;
         }
     }
 }
@@ -140,6 +140,8 @@ void session_sender::publish(steady_clock::time_point now)
     shared_sent_.store(sent, std::memory_order_relaxed);
     shared_received_.store(received, std::memory_order_relaxed);
     shared_valid_.store(valid, std::memory_order_relaxed);
+    // Last: whoever sees it sees its packet in the counts, too.
+    shared_round_trip_.store(latest_round_trip_, std::memory_order_release);
     if (show_ && now >= next_show_) {
         next_show_ = now + pause_;
         show_(progress());
@@ -168,7 +170,7 @@ probe_progress session_sender::progress() const
 
 std::optional<std::chrono::nanoseconds> session_sender::latest_round_trip() const
 {
-    const std::int64_t latest = shared_round_trip_.load(std::memory_order_relaxed);
+    const std::int64_t latest = shared_round_trip_.load(std::memory_order_acquire);
     return latest == no_round_trip ? std::nullopt : std::optional(std::chrono::nanoseconds(latest));
 }
 

@@ -65,7 +65,8 @@ class session_sender {
     [[nodiscard]] const std::string &local_address(std::size_t session = 0) const;
     /** From any thread. */
     [[nodiscard]] probe_progress progress() const;
-    /** The latest of all sessions, without the reflector's share; from any thread. */
+    /** The latest of all sessions, without the reflector's share; from any thread. progress() then counts its
+     *  packet. */
     [[nodiscard]] std::optional<std::chrono::nanoseconds> latest_round_trip() const;
 
     /** After run(): all sessions together, or one of them. */
@@ -94,6 +95,7 @@ class session_sender {
     steady_clock::time_point next_show_ = steady_clock::time_point::max();
     steady_clock::time_point start_;
     std::chrono::nanoseconds elapsed_{0};
+    std::int64_t latest_round_trip_ = no_round_trip;
     int stop_event_;
     std::atomic<std::int64_t> shared_elapsed_{0};
     std::atomic<std::uint64_t> shared_sent_{0};
