@@ -59,6 +59,8 @@ TEST(Listen, AtAnIdThatNobodyHas)
     const std::string start = "listening at ";
     const std::string address = rest_of(talk.program().wait_for_line(start), start);
     EXPECT_EQ(run_probe({address, "--count", "1", "--timeout", "0.2"}).status, 1);
+    EXPECT_TRUE(wait_until_taken(address));
+    talk.tell("listeners"); // waits until the packet is dealt with
     talk.tell("stats");
     const finished_program finished = talk.end();
     EXPECT_THAT(finished.output, HasSubstr("Packets dropped due to responder not defined : 1\n"));

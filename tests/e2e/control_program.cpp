@@ -1,7 +1,11 @@
 #include "control_program.hpp"
 
+#include <array>
+#include <cstdio>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -61,6 +65,41 @@ int count_lines(const std::string &text, const std::string &part)
         count += line.find(part) != std::string::npos ? 1 : 0;
     }
     return count;
+}
+
+bound_sockets sockets_at(const std::string &address)
+{
+    std::array<char, 16> local{};
+    (void)std::snprintf(local.data(), local.size(), "0100007F:%04X",
+                        static_cast<unsigned>(std::stoul(address.substr(address.rfind(':') + 1))));
+    std::ifstream table{"/proc/net/udp"};
+    bound_sockets found;
+    for (std::string line; std::getline(table, line);) {
+        std::istringstream words{line};
+        std::string number;
+        std::string own;
+        std::string peer;
+        std::string state;
+        std::string queues; // octets to be sent and to be taken
+        words >> number >> own >> peer >> state >> queues;
+        if (own == local.data()) {
+            ++found.count;
+            found.hold_packets = found.hold_packets || !queues.ends_with(":00000000");
+        }
+    }
+    return found;
+}
+
+bool wait_until_taken(const std::string &address)
+{
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (sockets_at(address).hold_packets) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
 }
 
 loopback_socket::loopback_socket(const std::string &host)

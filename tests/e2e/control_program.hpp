@@ -40,6 +40,16 @@ class control_program {
 /** How many lines of the text contain this. */
 [[nodiscard]] int count_lines(const std::string &text, const std::string &part);
 
+/** UDP sockets of this system that are bound to "127.0.0.1:PORT". */
+struct bound_sockets {
+    int count = 0;
+    bool hold_packets = false; ///< That nobody has taken yet.
+};
+[[nodiscard]] bound_sockets sockets_at(const std::string &address);
+/** Wait until the program that listens at "127.0.0.1:PORT" has taken all that was sent there. @return Whether
+ * it has. */
+[[nodiscard]] bool wait_until_taken(const std::string &address);
+
 /** A socket on a port of this host that the system chose. */
 class loopback_socket {
   public:

@@ -51,7 +51,7 @@ TEST_P(FaultyReflector, IsFoundOut)
     loopback_socket reflector;
     child_program probe{
         TWAMP_PROBE,
-        {reflector.address(), "--count", "2", "--interval", "1", "--size", "50", "--timeout", "0.5"}};
+        {reflector.address(), "--count", "2", "--interval", "1", "--size", "50", "--timeout", "2"}};
     for (int packet = 0; packet < 2; ++packet) {
         const auto request = reflector.receive();
         ASSERT_TRUE(request);
@@ -123,7 +123,7 @@ TEST(FaultyReflectorOnce, OneMissingReplyIsHalfTheLoss)
     loopback_socket reflector;
     child_program probe{
         TWAMP_PROBE,
-        {reflector.address(), "--count", "2", "--interval", "1", "--size", "50", "--timeout", "0.3"}};
+        {reflector.address(), "--count", "2", "--interval", "1", "--size", "50", "--timeout", "2"}};
     const auto request = reflector.receive();
     ASSERT_TRUE(request);
     reflector.answer(reply_to(*request));

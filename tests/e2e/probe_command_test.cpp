@@ -1,6 +1,7 @@
 // "probe": measuring from inside twampctl.
 
 #include <csignal>
+#include <regex>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,6 +28,24 @@ class ProbeCommand : public testing::Test {
         const std::string start = "listening at ";
         const std::string line = talk_.program().wait_for_line(start);
         address_ = line.size() < start.size() ? "" : line.substr(start.size());
+    }
+
+    /** Have it list its probes until the list has this. @return Whether it has. */
+    bool wait_until_listed(const std::string &pattern)
+    {
+        for (int attempt = 0; attempt < 300; ++attempt) {
+            const std::string end = "list " + std::to_string(attempt) + " ends";
+            talk_.tell("wait 0.1");
+            talk_.tell("probe list");
+            talk_.tell("echo " + end);
+            if (talk_.program().wait_for_line(end).empty()) {
+                return false;
+            }
+            if (std::regex_search(talk_.program().output(), std::regex{pattern})) {
+                return true;
+            }
+        }
+        return false;
     }
 
     conversation talk_{"script - --keep-going"};
@@ -72,7 +91,8 @@ TEST_F(ProbeCommand, SendsInTheBackgroundUntilItIsStopped)
     const std::string line = talk_.program().wait_for_line(start);
     ASSERT_GT(line.size(), start.size());
     const std::string sender = line.substr(start.size());
-    for (const char *each : {"wait 0.2", "probe list", "sessions", "watch --count 1 --interval 0.1"}) {
+    EXPECT_TRUE(wait_until_listed(sender + " to " + address_ + ": sent [1-9][0-9]*, received [1-9]"));
+    for (const char *each : {"sessions", "watch --count 1 --interval 0.1"}) {
         talk_.tell(each);
     }
     talk_.tell("probe stop " + sender);
@@ -80,8 +100,6 @@ TEST_F(ProbeCommand, SendsInTheBackgroundUntilItIsStopped)
         talk_.tell(each);
     }
     const finished_program finished = talk_.end();
-    EXPECT_THAT(finished.output,
-                ContainsRegex(sender + " to " + address_ + ": sent [1-9][0-9]*, received [1-9]"));
     EXPECT_THAT(finished.output, ContainsRegex(" +[1-9][0-9]* +[0-9.]+ +[0-9]+\\.[0-9]+  " + sender + "\n"));
     EXPECT_THAT(finished.output, HasSubstr("no longer sending\nno probes\n"));
     EXPECT_EQ(finished.errors, "");
@@ -92,12 +110,12 @@ TEST_F(ProbeCommand, InTheBackgroundEndsByItselfAndWithTheProgram)
 {
     talk_.tell("probe start " + address_ + " --count 1");
     talk_.tell("probe start " + address_ + " --duration 60");
-    for (const char *each : {"wait 0.3", "probe list", "probe stop --all", "probe list"}) {
+    EXPECT_TRUE(wait_until_listed(": sent 1, received 1, valid 1, ended\n"));
+    for (const char *each : {"probe stop --all", "probe list"}) {
         talk_.tell(each);
     }
     talk_.tell("probe start " + address_ + " --duration 60");
     const finished_program finished = talk_.end();
-    EXPECT_THAT(finished.output, ContainsRegex(": sent 1, received 1, valid 1, ended\n"));
     EXPECT_THAT(finished.output, HasSubstr("no longer sending\nno probes\nsending from "));
     EXPECT_EQ(finished.status, 0);
 }

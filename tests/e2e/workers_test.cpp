@@ -1,9 +1,7 @@
 // "twampctl run --workers": several threads that answer as one.
 
 #include <csignal>
-#include <fstream>
 #include <memory>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,26 +14,13 @@ namespace {
 using testing::HasSubstr;
 using datagram = std::vector<std::uint8_t>;
 
-/** UDP sockets of this system that are bound to an address of 127.0.0.1. */
-int sockets_at(const std::string &address)
-{
-    char local[16];
-    (void)std::snprintf(local, sizeof local, " 0100007F:%04X ",
-                        static_cast<unsigned>(std::stoul(address.substr(address.rfind(':') + 1))));
-    std::ifstream table{"/proc/net/udp"};
-    int count = 0;
-    for (std::string line; std::getline(table, line);)
-        count += line.find(local) != std::string::npos ? 1 : 0;
-    return count;
-}
-
 class RunWorkers : public testing::TestWithParam<int> {};
 
 TEST_P(RunWorkers, CountAsOne)
 {
     control_program control{{"--listen", "127.0.0.1:0", "--workers", std::to_string(GetParam())}};
     ASSERT_EQ(control.addresses().size(), 1u);
-    EXPECT_EQ(sockets_at(control.addresses()[0]), GetParam());
+    EXPECT_EQ(sockets_at(control.addresses()[0]).count, GetParam());
     EXPECT_EQ(run_probe({control.addresses()[0], "--senders", "20", "--count", "50", "--interval", "1"}).status,
               0);
     const finished_program finished = control.stop(SIGINT);
@@ -61,15 +46,16 @@ TEST(Workers, ShareTheSessionsOfAResponder)
         senders.push_back(std::make_unique<loopback_socket>());
         senders.back()->send_to(control.addresses()[0], datagram(41));
     }
+    EXPECT_TRUE(wait_until_taken(control.addresses()[0]));
+    const finished_program finished = control.stop(SIGINT);
     int answered = 0;
     for (const auto &each : senders)
-        answered += each->receive(std::chrono::milliseconds{100}) ? 1 : 0;
+        answered += each->receive(std::chrono::milliseconds{0}) ? 1 : 0;
     EXPECT_EQ(answered, 10);
-    EXPECT_THAT(control.stop(SIGINT).output,
-                HasSubstr("received packets: 50\n"
-                          "transmitted packets: 10\n"
-                          "Number of active sessions: 10\n"
-                          "Packets dropped due to max number of sessions reached: 40\n"));
+    EXPECT_THAT(finished.output, HasSubstr("received packets: 50\n"
+                                           "transmitted packets: 10\n"
+                                           "Number of active sessions: 10\n"
+                                           "Packets dropped due to max number of sessions reached: 40\n"));
 }
 
 TEST(Workers, CanBeMany)
