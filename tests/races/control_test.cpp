@@ -140,7 +140,7 @@ class Races : public testing::Test {
                         std::uint32_t number_of_round = 0;
                         do {
                             each.round(number_of_round++);
-                        } while (place.running() && !testing::Test::HasFailure());
+                        } while ((number_of_round < 2 || place.running()) && !testing::Test::HasFailure());
                     });
                 }
             }
