@@ -14,7 +14,7 @@ from session_daemon import become_nobody_s, is_alive, plain, remove_wait_file, w
 
 BUILD = Path(os.environ["OLV_BUILD"]).resolve()
 GUIDE = Path(__file__).parents[2] / "docs/tracing.md"
-TIME_LIMIT = 30  # seconds
+TIME_LIMIT = 120  # seconds
 
 
 def blocks(kind):

@@ -8,7 +8,6 @@ import shutil
 import signal
 import subprocess
 import tempfile
-import time
 import unittest
 from pathlib import Path
 
@@ -18,7 +17,7 @@ BUILD = Path(os.environ["OLV_BUILD"])
 TWAMPCTL = BUILD / "apps/twampctl"
 PROVIDER = BUILD / "sim/libolv-sim-lttng.so"
 LTTNG = "liblttng-ust.so.1"
-PATIENCE = 10  # seconds
+PATIENCE = 30  # seconds
 
 
 def needed(file):
@@ -73,9 +72,9 @@ class Loading(unittest.TestCase):
 
     def test_without_a_session_daemon_a_run_is_as_ever(self):
         usual = self.run_twampctl("--log-level", "3")
-        begun = time.monotonic()
-        traced = self.run_twampctl("--log-level", "3", "--trace", "lttng")
-        self.assertLess(time.monotonic() - begun, 2.5)  # seconds: LTTng waits for 3 where it waits at all
+        # Should LTTng wait for a daemon, it is for longer than the run may take.
+        traced = self.run_twampctl("--log-level", "3", "--trace", "lttng",
+                                   environment={"LTTNG_UST_REGISTER_TIMEOUT": str(10 * PATIENCE * 1000)})
         self.assertEqual(usual.returncode, 0)
         self.assertEqual(traced.returncode, 0)
         self.assertEqual(traced.stderr, "")

@@ -11,7 +11,7 @@ import tempfile
 import time
 from pathlib import Path
 
-PATIENCE = 10  # seconds for what takes a moment
+PATIENCE = 30  # seconds for what takes a moment
 NOBODY_S = 64999  # as user: whoever else has it would share LTTng's wait file
 ENDS_WITH_US = ["setpriv", "--pdeathsig", "TERM"]  # a program before which this stands
 TOOLS = ("babeltrace2", "lttng", "lttng-sessiond", "setpriv", "unshare")
@@ -96,7 +96,7 @@ class SessionDaemon:
 
     def __enter__(self):
         self.folder = Path(tempfile.mkdtemp(prefix="olv-lttng-"))
-        self.environment = {**os.environ, "LTTNG_HOME": str(self.folder), "LTTNG_UST_REGISTER_TIMEOUT": "10000"}
+        self.environment = {**os.environ, "LTTNG_HOME": str(self.folder), "LTTNG_UST_REGISTER_TIMEOUT": str(PATIENCE * 1000)}
         try:
             self.start()
         except BaseException:
