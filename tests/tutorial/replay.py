@@ -1,5 +1,6 @@
 """Types what the tutorial says, in its order."""
 
+import re
 import subprocess
 import tempfile
 import time
@@ -12,6 +13,7 @@ from transcript import SESSION_PROMPT, Names, Step
 
 # From one terminal to the other; a packet that nobody answers has been counted by then.
 SECONDS_TO_TURN = 0.1
+SECONDS_TO_BEGIN = 20
 
 Check = Callable[[Step, list[str]], None]
 
@@ -61,9 +63,20 @@ class Replay:
         process = self._commands.start(command)
         if step.meanwhile:
             self._meanwhile = (step, process)
+            self._wait_for_sender(command)
         else:
             self._check(step, self._commands.result(process))
             time.sleep(SECONDS_TO_TURN)
+
+    def _wait_for_sender(self, command: str) -> None:
+        """Until a program sends to the address in the command: what is typed next shows its packets."""
+        port = re.search(r"127\.0\.0\.1:(\d+)", command)
+        assert port is not None, f"'{command}' has no address"
+        peer = f" 0100007F:{int(port[1]):04X} 01 "  # connected
+        deadline = time.monotonic() + SECONDS_TO_BEGIN
+        while peer not in Path("/proc/net/udp").read_text(encoding="ascii"):
+            assert time.monotonic() < deadline, f"'{command}' has not begun to send"
+            time.sleep(0.01)
 
     def _finish_meanwhile(self) -> None:
         if self._meanwhile is not None:
