@@ -100,7 +100,7 @@ void station::finish()
 /** Loopback loses none of so few packets. */
 void station::wait_for_the_last_packets() const
 {
-    for (int tries = 0; server_.statistics().received < sent() && tries < 100; ++tries) {
+    for (int tries = 0; server_.statistics().received < sent() && tries < 1000; ++tries) {
         std::this_thread::sleep_for(std::chrono::milliseconds{20});
     }
     require(server_.statistics().received == sent(), "the server has not received what was sent");
