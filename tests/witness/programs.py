@@ -7,8 +7,8 @@ import signal
 import subprocess
 import time
 
-READY_SECONDS = 10
-END_SECONDS = 20
+READY_SECONDS = 30
+END_SECONDS = 30
 
 
 def required_tool(name):

@@ -21,7 +21,7 @@ from scapy.supersocket import L3RawSocket
 from datagram_socket import LOOPBACK, DatagramSocket
 from programs import ControlProgram, figures
 
-ANSWER_SECONDS = 5
+ANSWER_SECONDS = 20
 SECONDS_1900_TO_1970 = 2208988800
 
 
