@@ -285,7 +285,7 @@ TEST(ProbeProgress, IsRedrawnInPlaceAndWipedAway)
     child_program probe{"/bin/sh",
                         {"-c", R"(exec "$@" 2>"$0")", screen.name(), TWAMP_PROBE, silent.address(), "--count",
                          "1000", "--interval", "1000"}};
-    EXPECT_THAT(screen.read_until("received 0\x1b[K"),
+    EXPECT_THAT(screen.read_until("sent 1 of 1000, received 0\x1b[K"),
                 ContainsRegex("\r[0-9.]+ s, sent 1 of 1000, received 0"));
     EXPECT_THAT(screen.read_until("received 0\x1b[K\r"), Not(HasSubstr("\n")));
     probe.send_signal(SIGINT);
