@@ -27,7 +27,7 @@ namespace wire = olv_fastpath::reflector_packet;
 constexpr int status_of_missed_target = 1;
 constexpr int status_of_failure = 2;
 constexpr double largest_error = 20; ///< Microseconds.
-constexpr int patience_milliseconds = 1000;
+constexpr int patience_milliseconds = 30'000;
 constexpr std::int64_t nanoseconds_in_second = 1'000'000'000;
 
 struct settings {
