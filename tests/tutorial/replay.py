@@ -8,14 +8,22 @@ from collections.abc import Callable
 from contextlib import ExitStack
 from pathlib import Path
 
+from ports import KeptPorts, senders_to
 from terminals import Commands, Session
 from transcript import SESSION_PROMPT, Names, Step
 
 # From one terminal to the other; a packet that nobody answers has been counted by then.
 SECONDS_TO_TURN = 0.1
 SECONDS_TO_BEGIN = 20
+SECONDS_TO_LOOK = 0.01
 
 Check = Callable[[Step, list[str]], None]
+
+
+def senders_of(command: str) -> set[int]:
+    """Ports from which programs send to the address in the command now."""
+    address = re.search(r"127\.0\.0\.1:(\d+)", command)
+    return senders_to(int(address[1])) if address is not None else set()
 
 
 class Replay:
@@ -33,9 +41,14 @@ class Replay:
         self._commands = Commands(programs, self._folder)
         self._cleanup.callback(self._commands.end)
 
+        self._ports = KeptPorts()
+        self._cleanup.callback(self._ports.close)
+        self._senders: set[int] = set()
+
     def run(self, steps: list[Step]) -> None:
         with self._cleanup:
             for step in steps:
+                self._ports.keep(self._names.ports() | self._senders)
                 command = self._names.in_command(step.command)
                 if step.prompt == SESSION_PROMPT:
                     self._type_in_session(step, command)
@@ -65,18 +78,23 @@ class Replay:
             self._meanwhile = (step, process)
             self._wait_for_sender(command)
         else:
+            self._look_for_senders(command, process)
             self._check(step, self._commands.result(process))
             time.sleep(SECONDS_TO_TURN)
 
     def _wait_for_sender(self, command: str) -> None:
         """Until a program sends to the address in the command: what is typed next shows its packets."""
-        port = re.search(r"127\.0\.0\.1:(\d+)", command)
-        assert port is not None, f"'{command}' has no address"
-        peer = f" 0100007F:{int(port[1]):04X} 01 "  # connected
         deadline = time.monotonic() + SECONDS_TO_BEGIN
-        while peer not in Path("/proc/net/udp").read_text(encoding="ascii"):
+        while not (found := senders_of(command)):
             assert time.monotonic() < deadline, f"'{command}' has not begun to send"
-            time.sleep(0.01)
+            time.sleep(SECONDS_TO_LOOK)
+        self._senders |= found
+
+    def _look_for_senders(self, command: str, process: subprocess.Popen[str]) -> None:
+        """Until the command is over."""
+        while process.poll() is None:
+            self._senders |= senders_of(command)
+            time.sleep(SECONDS_TO_LOOK)
 
     def _finish_meanwhile(self) -> None:
         if self._meanwhile is not None:

@@ -82,6 +82,9 @@ class Names:
     def in_command(self, command: str) -> str:
         return re.sub(r"\b\d{4,5}\b", lambda found: self._actual.get(found[0], found[0]), command)
 
+    def ports(self) -> set[int]:
+        return {int(name) for name in self._actual.values() if name.isdecimal()}
+
     def stands_for(self, of_page: str, actual: str) -> bool:
         """Learns what is new. Two of the page are two of the program."""
         if of_page not in self._actual and actual not in self._actual.values():
