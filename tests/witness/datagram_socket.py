@@ -18,9 +18,9 @@ class Datagram:
 
 
 class DatagramSocket:
-    """Bound to a port that the system chooses."""
+    """Bound to a port, which the system chooses unless it is given."""
 
-    def __init__(self, family):
+    def __init__(self, family, port=0):
         self.family = family
         kind = socket.AF_INET if family == 4 else socket.AF_INET6
         self.socket = socket.socket(kind, socket.SOCK_DGRAM)
@@ -35,7 +35,7 @@ class DatagramSocket:
             self.told_ttl, self.told_class = socket.IPV6_HOPLIMIT, socket.IPV6_TCLASS
         for option in wanted:
             self.socket.setsockopt(self.level, option, 1)
-        self.socket.bind((LOOPBACK[family], 0))
+        self.socket.bind((LOOPBACK[family], port))
         self.port = self.socket.getsockname()[1]
 
     def close(self):

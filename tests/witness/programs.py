@@ -1,4 +1,5 @@
 """The two programs as the witnesses run them: bounded in time, and stopped by their own process IDs."""
+import json
 import os
 import re
 import select
@@ -73,9 +74,10 @@ def figures(output, heading):
 
 
 def run_probe(family, port, *options):
-    """One measurement of twamp-probe; every packet has to come back valid."""
+    """One measurement of twamp-probe; every packet has to come back valid. Returns the port that it had."""
     address = f"127.0.0.1:{port}" if family == 4 else f"[::1]:{port}"
-    command = [os.environ["OLV_TWAMP_PROBE"], address, "--interval", "2", *options]
+    command = [os.environ["OLV_TWAMP_PROBE"], address, "--interval", "2", "--format", "json", *options]
     done = subprocess.run(command, capture_output=True, text=True, timeout=60, check=False)
     if done.returncode != 0:
         raise RuntimeError(f"{command}: {done.returncode} {done.stdout} {done.stderr}")
+    return int(json.loads(done.stdout)["senders"][0]["address"].rpartition(":")[2])

@@ -15,6 +15,7 @@ import time
 import unittest
 
 import capture
+from datagram_socket import DatagramSocket
 from programs import ControlProgram, required_tool, run_probe
 
 FIELDS = (
@@ -99,7 +100,8 @@ class Dissection(unittest.TestCase):
             taken = capture.begin(os.path.join(folder, "capture.pcap"), control.ports, PACKETS)
             cls.addClassCleanup(taken.close)
             for run in RUNS:
-                run_probe(run.family, taken.ports[run.family], "--count", str(run.count), *run.options)
+                port = run_probe(run.family, taken.ports[run.family], "--count", str(run.count), *run.options)
+                cls.addClassCleanup(DatagramSocket(run.family, port).close)  # no later probe gets it
             taken.finish()
             control.stop()
             cls.ended = time.time()
