@@ -262,8 +262,8 @@ TEST_F(hostile_network_test, source_ports_below_the_lowest_are_dropped)
 {
     const client sender{AF_INET};
     sender.bind_to(parse_listen_address("127.0.0.1:0"));
-    const client other{AF_INET};
-    other.bind_to(parse_listen_address("127.0.0.2:0"));
+    const client other{AF_INET}; // at the same address, so that the ports differ
+    other.bind_to(parse_listen_address("127.0.0.1:0"));
     const client &lower = sender.local_address().port() < other.local_address().port() ? sender : other;
     const client &upper = &lower == &sender ? other : sender;
     serve({.lowest_source_port = upper.local_address().port()});
@@ -309,10 +309,13 @@ class own_source_test : public hostile_network_test {
         const std::size_t index = add(asked);
         listen_address pretended;
         {
-            const client forger{parse_listen_address(source).family()};
-            forger.bind_to(parse_listen_address(source));
-            pretended = forger.local_address();
-            forger.send(server_->local_address(index), request_of(41));
+            std::optional<client> forger;
+            do { // ports of different addresses may be the same
+                forger.emplace(AF_INET);
+                forger->bind_to(parse_listen_address(source));
+                pretended = forger->local_address();
+            } while (pretended.port() == server_->port(index));
+            forger->send(server_->local_address(index), request_of(41));
         }
         const std::size_t other = add(listening + ":" + std::to_string(pretended.port()));
         server_->start();
