@@ -101,7 +101,7 @@ class TypingShell:
         environment = {**os.environ, "BASH_COMPLETION_USER_DIR": str(folder / ".user"), "TERM": "dumb",
                        "PS1": "$ "}
         self.bash = pexpect.spawn("bash", ["--norc", "--noprofile"], cwd=folder, env=environment,
-                                  dimensions=(50, 200), timeout=20)
+                                  dimensions=(50, 200), timeout=60)
         self.run("source .set_up")
         self.bash.expect_exact("set up> ")
 
@@ -111,7 +111,7 @@ class TypingShell:
     def note(self, name: str) -> str:
         """What the shell writes into a file, when it is there."""
         file = self.folder / name
-        deadline = time.monotonic() + 20
+        deadline = time.monotonic() + 60
         while not file.exists():
             if time.monotonic() > deadline:
                 raise TimeoutError(f"{name} was not written")

@@ -15,7 +15,7 @@
 namespace e2e {
 
 /** Longer than anything that a test waits for; a program that takes longer is killed. */
-inline constexpr std::chrono::seconds patience{30};
+inline constexpr std::chrono::seconds patience{60};
 
 class child_program {
   public:

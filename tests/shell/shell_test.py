@@ -224,7 +224,7 @@ class Shell(unittest.TestCase):
 class Help(unittest.TestCase):
     def program(self, *words: str) -> str:
         finished = subprocess.run(
-            [os.environ["OLV_TWAMPCTL"], *words], check=True, capture_output=True, text=True, timeout=20
+            [os.environ["OLV_TWAMPCTL"], *words], check=True, capture_output=True, text=True, timeout=100
         )
         return finished.stdout
 

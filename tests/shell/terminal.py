@@ -9,7 +9,7 @@ import time
 import pexpect
 import pyte
 
-PATIENCE = 20.0
+PATIENCE = 60.0
 COLUMNS = 80
 ROWS = 24
 

@@ -14,7 +14,7 @@ from transcript import SESSION_PROMPT, Names, Step
 
 # From one terminal to the other; a packet that nobody answers has been counted by then.
 SECONDS_TO_TURN = 0.1
-SECONDS_TO_BEGIN = 20
+SECONDS_TO_BEGIN = 60
 SECONDS_TO_LOOK = 0.01
 
 Check = Callable[[Step, list[str]], None]

@@ -32,7 +32,7 @@ class Session:
             cwd=folder,
             env=environment(programs),
             dimensions=(50, 250),  # no line is broken
-            timeout=20,
+            timeout=60,
             encoding="utf-8",
         )
 
@@ -81,7 +81,7 @@ class Commands:
 
     def result(self, process: subprocess.Popen[str]) -> list[str]:
         """What the command has printed when it is over."""
-        printed, _ = process.communicate(timeout=20)
+        printed, _ = process.communicate(timeout=60)
         self._running.remove(process)
         return printed.splitlines()
 
