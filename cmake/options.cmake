@@ -21,6 +21,12 @@ add_compile_options("$<$<CONFIG:Release,MinSizeRel>:-ffile-prefix-map=${PROJECT_
 # Linked by every target of ours, never by GoogleTest.
 add_library(olv_warnings INTERFACE)
 target_compile_options(olv_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Several files are compiled as one. What one of them hides of another, or keeps in an unnamed namespace, says
+  # nothing then; builds that compile each by itself warn of what does.
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+  target_compile_options(olv_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-shadow -Wshadow=local -Wno-subobject-linkage>)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # GCC 12 sees overlaps in std::string that cannot happen (GCC bug 105651).
   target_compile_options(olv_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)

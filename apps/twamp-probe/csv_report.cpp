@@ -8,11 +8,6 @@ namespace {
 
 using olv_apps::append;
 
-double microseconds(std::int64_t nanoseconds)
-{
-    return static_cast<double>(nanoseconds) / 1000;
-}
-
 const char *result_of(const packet_record &record)
 {
     if (!record.answered) {

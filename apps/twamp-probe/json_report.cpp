@@ -9,11 +9,6 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-double microseconds(std::int64_t nanoseconds)
-{
-    return static_cast<double>(nanoseconds) / 1000;
-}
-
 /** Names that programs read; the texts of the text output have spaces. */
 constexpr std::array<const char *, reply_fault_count> fault_names = {"none",
                                                                      "length",

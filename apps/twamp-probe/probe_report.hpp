@@ -6,6 +6,7 @@
 #define OLV_PROBE_PROBE_REPORT_HPP
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -40,6 +41,16 @@ struct sender_packets {
     std::string address;
     const measurement *result;
 };
+
+/** What nanoseconds are in the unit of every report. */
+[[nodiscard]] inline double microseconds(double nanoseconds)
+{
+    return nanoseconds / 1000;
+}
+[[nodiscard]] inline double microseconds(std::int64_t nanoseconds)
+{
+    return microseconds(static_cast<double>(nanoseconds));
+}
 
 /** "100 packets of 41 octets to 127.0.0.1:8620", with its newline: said before measuring. */
 [[nodiscard]] std::string announcement(const session_options &options);

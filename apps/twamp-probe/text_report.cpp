@@ -8,16 +8,6 @@ namespace {
 
 using olv_apps::append;
 
-double microseconds(double nanoseconds)
-{
-    return nanoseconds / 1000;
-}
-
-double microseconds(std::int64_t nanoseconds)
-{
-    return microseconds(static_cast<double>(nanoseconds));
-}
-
 double share(std::uint64_t part, std::uint64_t whole)
 {
     return whole == 0 ? 0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole);

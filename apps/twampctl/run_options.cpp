@@ -144,7 +144,7 @@ struct grammar {
 };
 
 /** @return Why a run with these options alone would not be taken; empty: it would. */
-std::string reason_against(const std::vector<std::string> &words)
+std::string reason_against_running_with(const std::vector<std::string> &words)
 {
     grammar alone;
     std::vector<std::string> reversed{words.rbegin(), words.rend()}; // the parser takes them from the end
@@ -243,7 +243,7 @@ std::vector<std::string> run_config_keys()
 config_options read_run_config(std::string_view text)
 {
     const grammar command;
-    return options_of(parse_config(text), *command.run, reason_against);
+    return options_of(parse_config(text), *command.run, reason_against_running_with);
 }
 
 std::optional<int> read_options(int argc, char **argv, run_options &options)

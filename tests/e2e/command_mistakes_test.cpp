@@ -25,8 +25,6 @@ void PrintTo(const mistake_row &row, std::ostream *out)
     *out << row.label;
 }
 
-const auto label_of = [](const auto &row) { return std::string(row.param.label); };
-
 class Mistakes : public testing::TestWithParam<mistake_row> {};
 
 TEST_P(Mistakes, AreExplained)

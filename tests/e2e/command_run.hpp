@@ -24,6 +24,9 @@ namespace e2e {
 /** Source lines and addresses, which say nothing here, as "LINE" and "HANDLE". */
 [[nodiscard]] std::string without_places(const std::string &text);
 
+/** Names a test of a table by its row. */
+inline const auto label_of = [](const auto &row) { return std::string(row.param.label); };
+
 /** A twampctl that is told command after command through a pipe. */
 class conversation {
   public:

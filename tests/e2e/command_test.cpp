@@ -35,8 +35,6 @@ TEST_P(Commands, PrintAndSucceed)
     EXPECT_EQ(finished.status, 0);
 }
 
-const auto label_of = [](const auto &row) { return std::string(row.param.label); };
-
 INSTANTIATE_TEST_SUITE_P(
     Module, Commands,
     testing::Values(

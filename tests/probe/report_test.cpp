@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 /** Four packets: 100 us, a duplicate of it, lost, spoilt padding, late 300 us. */
-void fill(scripted_session &session)
+void send_and_receive(scripted_session &session)
 {
     session.send(4);
     session.receive(3, {.number = 0, .request_ttl = 250, .reply_ttl = 60}, 100'000);
@@ -55,7 +55,7 @@ TEST(Announcement, SaysWhatIsSent)
 TEST(Text, HasAllFigures)
 {
     scripted_session session;
-    fill(session);
+    send_and_receive(session);
     EXPECT_EQ(text_report(report_of(session)),
               "sent: 4\n"
               "received: 4\n"
@@ -93,7 +93,7 @@ TEST(Text, HasAllFigures)
 TEST(Text, HasALineForEachOfSeveralSenders)
 {
     scripted_session session;
-    fill(session);
+    send_and_receive(session);
     scripted_session silent;
     silent.send(2);
     run_report report = report_of(session);
@@ -132,7 +132,7 @@ std::vector<std::string> names_of(const ordered_json &object)
 TEST(Json, HasTheDocumentedNames)
 {
     scripted_session session;
-    fill(session);
+    send_and_receive(session);
     const auto document = ordered_json::parse(json_report(report_of(session)));
     EXPECT_THAT(names_of(document),
                 ElementsAre("options", "elapsed_s", "interrupted", "refused", "total", "senders"));
@@ -155,7 +155,7 @@ TEST(Json, HasTheDocumentedNames)
 TEST(Json, HasTheFigures)
 {
     scripted_session session;
-    fill(session);
+    send_and_receive(session);
     const auto document = ordered_json::parse(json_report(report_of(session)));
     EXPECT_EQ(document["elapsed_s"], 1.5);
     EXPECT_EQ(document["options"]["reflector"], "192.0.2.1:862");
@@ -210,7 +210,7 @@ std::string csv_of(const std::vector<sender_packets> &senders)
 TEST(Csv, HasALineForEachPacket)
 {
     scripted_session session;
-    fill(session);
+    send_and_receive(session);
     EXPECT_EQ(csv_of({{.address = "192.0.2.9:40000", .result = &session.result}}),
               "sender,sequence,sent_us,result,round_trip_us,forward_us,backward_us,request_ttl,reply_ttl,"
               "reordered,duplicates\n"

@@ -80,7 +80,7 @@ void list_processors(testbed &bed)
     }
 }
 
-void add_create(command_tree &tree, CLI::App &group)
+void add_create_processor(command_tree &tree, CLI::App &group)
 {
     const auto options = std::make_shared<processor_options>();
     CLI::App &command =
@@ -106,7 +106,7 @@ void add_create(command_tree &tree, CLI::App &group)
 void add_processor_group(command_tree &tree)
 {
     CLI::App &group = tree.add_group("processor", "Make and choose processors");
-    add_create(tree, group);
+    add_create_processor(tree, group);
     tree.add(group, {"list", "List the processors; * is in use", {"processor list"}}, list_processors);
     const auto name = std::make_shared<std::string>();
     tree.add(group, {"use", "Use another processor from now on", {"processor use main"}},

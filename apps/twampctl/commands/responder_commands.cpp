@@ -64,7 +64,7 @@ void print_state(testbed &bed, const std::string &name)
     std::printf("\n");
 }
 
-void add_create(command_tree &tree, CLI::App &group)
+void add_create_responder(command_tree &tree, CLI::App &group)
 {
     const auto options = std::make_shared<create_options>();
     CLI::App &create_command =
@@ -107,7 +107,7 @@ void add_state(command_tree &tree, CLI::App &group)
 void add_responder_commands(command_tree &tree)
 {
     CLI::App &group = tree.add_group("responder", "Create, delete, list and read responders");
-    add_create(tree, group);
+    add_create_responder(tree, group);
     add_delete(tree, group);
     add_responder_figures(tree, group);
     add_state(tree, group);
