@@ -109,7 +109,16 @@ datagram_batch::datagram_batch(std::size_t longest)
     }
 }
 
-/** The request's destination becomes the reply's source, unless it is a group's. */
+/** What a request was sent to, or for one to a group the interface's own address, becomes the reply's source.
+ */
+datagram_batch::reply_source datagram_batch::reply_source_of(const in_pktinfo &destination)
+{
+    reply_source source;
+    std::memcpy(source.address.data(), &destination.ipi_spec_dst, sizeof destination.ipi_spec_dst);
+    return source;
+}
+
+/** The same, but for requests to a group the system chooses. */
 std::optional<datagram_batch::reply_source> datagram_batch::reply_source_of(const in6_pktinfo &destination)
 {
     if (IN6_IS_ADDR_MULTICAST(&destination.ipi6_addr)) {
@@ -179,8 +188,7 @@ void datagram_batch::read_control()
             message_.stamp = static_cast<std::uint64_t>(time.tv_sec) * nanoseconds_per_second +
                              static_cast<std::uint64_t>(time.tv_nsec);
         } else if (is(header, IPPROTO_IP, IP_PKTINFO)) {
-            const in_addr source = value_of<in_pktinfo>(header).ipi_spec_dst;
-            std::memcpy(message_.source.emplace().address.data(), &source, sizeof source);
+            message_.source = reply_source_of(value_of<in_pktinfo>(header));
         } else if (is(header, IPPROTO_IPV6, IPV6_PKTINFO)) {
             message_.source = reply_source_of(value_of<in6_pktinfo>(header));
         } else if (is(header, SOL_UDP, UDP_GRO)) {

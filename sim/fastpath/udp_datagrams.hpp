@@ -103,6 +103,7 @@ class datagram_batch {
     };
     using message_list = std::array<mmsghdr, capacity>;
 
+    [[nodiscard]] static reply_source reply_source_of(const in_pktinfo &destination);
     [[nodiscard]] static std::optional<reply_source> reply_source_of(const in6_pktinfo &destination);
     void read_control();
     std::size_t write_control(int family, std::uint8_t traffic_class, std::span<std::uint8_t> buffer) const;
