@@ -109,8 +109,7 @@ datagram_batch::datagram_batch(std::size_t longest)
     }
 }
 
-/** What a request was sent to, or for one to a group the interface's own address, becomes the reply's source.
- */
+/** Where the request was sent to, or the interface's own address, if that was a group. */
 datagram_batch::reply_source datagram_batch::reply_source_of(const in_pktinfo &destination)
 {
     reply_source source;
@@ -118,7 +117,7 @@ datagram_batch::reply_source datagram_batch::reply_source_of(const in_pktinfo &d
     return source;
 }
 
-/** The same, but for requests to a group the system chooses. */
+/** The same, but where that was a group the system chooses. */
 std::optional<datagram_batch::reply_source> datagram_batch::reply_source_of(const in6_pktinfo &destination)
 {
     if (IN6_IS_ADDR_MULTICAST(&destination.ipi6_addr)) {
