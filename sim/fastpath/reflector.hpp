@@ -113,7 +113,7 @@ class reflector {
     /**
      * Take a packet.
      * A reply is as long as its request, but at least 41 bytes; 44 bytes are taken as STAMP. Every byte of
-     * the reply is written.
+     * the reply is written, its time of departure at the end of the batch that the packet is taken in.
      * @param reply  Room for the longer of 41 bytes and the payload. It must not overlap the payload, except
      *               that it may begin 27 bytes before it: the padding is then where the reply has it.
      */
@@ -184,6 +184,8 @@ class reflector {
         std::uint32_t received = 0;
         std::uint32_t transmitted = 0;
     };
+    /** More replies get their time of departure before the end of their batch. */
+    static constexpr std::size_t most_waiting = 64;
     /** A reply without its time of departure. */
     struct waiting_reply {
         std::uint8_t *bytes = nullptr;
@@ -222,11 +224,11 @@ class reflector {
     std::uint64_t refwait_ticks_;
     session_table sessions_;
     std::uint32_t last_responder_id_ = UINT32_MAX; ///< Of the last packet that had one.
+    olv_sim::state_words last_responder_;          ///< Its words, which stay the same.
     bool in_batch_ = false;
     packet_sums sums_;
-    std::array<waiting_reply, most_expected> waiting_; ///< To packets of the responder of the sums.
+    std::array<waiting_reply, most_waiting> waiting_; ///< To packets of the responder of the sums.
     std::size_t waiting_count_ = 0;
-    olv_sim::state_words last_responder_; ///< Its words, which stay the same.
 };
 
 /** Length of the reply to a request of this length. */

@@ -260,6 +260,13 @@ TEST_F(reply_test, time_stamps_follow_from_creation_and_ticks)
 /** Replies to requests of 41 octets, in buffers that stay where they are. */
 class batch_test : public reply_test {
   protected:
+    void SetUp() override
+    {
+        learn(responder_tree, responder_id, 0);
+        learn(bind_tree, bind_key, 0x401);
+        write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
+    }
+
     /** @return The reply's place. */
     const std::uint8_t *reflect_at(std::uint64_t arrival_quarters, std::uint64_t timer_quarters,
                                    const packet_path &path = usual_path)
@@ -278,9 +285,6 @@ class batch_test : public reply_test {
 
 TEST_F(batch_test, replies_of_a_batch_depart_at_its_end)
 {
-    learn(responder_tree, responder_id, 0);
-    learn(bind_tree, bind_key, 0x401);
-    write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
     const std::uint8_t *first = nullptr;
     const std::uint8_t *second = nullptr;
     const std::uint8_t *ahead = nullptr;
@@ -303,9 +307,6 @@ TEST_F(batch_test, replies_of_a_batch_depart_at_its_end)
 
 TEST_F(batch_test, replies_depart_before_the_batchs_end_when_it_is_finished)
 {
-    learn(responder_tree, responder_id, 0);
-    learn(bind_tree, bind_key, 0x401);
-    write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
     const reflector::batch batch{subject()};
     const std::uint8_t *first = reflect_at(0, 1);
     subject().finish();
@@ -320,10 +321,7 @@ TEST_F(batch_test, replies_depart_before_the_batchs_end_when_it_is_finished)
 
 TEST_F(batch_test, replies_of_another_responder_follow_its_own_creation)
 {
-    learn(responder_tree, responder_id, 0);
     learn(responder_tree, 8, 0);
-    learn(bind_tree, bind_key, 0x401);
-    write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
     write_state(8, {.ntp_seconds = 100, .ntp_fraction = 0, .ticks = start_ticks});
     const std::uint8_t *first = nullptr;
     const std::uint8_t *other = nullptr;
@@ -341,9 +339,6 @@ TEST_F(batch_test, replies_of_another_responder_follow_its_own_creation)
 
 TEST_F(batch_test, all_replies_of_a_long_batch_get_their_departure)
 {
-    learn(responder_tree, responder_id, 0);
-    learn(bind_tree, bind_key, 0x401);
-    write_state(responder_id, {.ntp_seconds = 5, .ntp_fraction = 0, .ticks = start_ticks});
     {
         const reflector::batch batch{subject()};
         for (int number = 0; number < 200; ++number)
