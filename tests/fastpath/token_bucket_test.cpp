@@ -87,10 +87,11 @@ TEST(token_bucket, clock_that_is_a_little_behind_earns_nothing_twice)
     EXPECT_EQ(passing(bucket, 20, 10'600), 1);
 }
 
-/** Threads that take what they get, until they are told to end. */
+/** Threads that take what they get, from a time on, until they are told to end. */
 class takers {
   public:
-    takers(token_bucket &bucket, int count) : refused_(static_cast<std::size_t>(count))
+    takers(token_bucket &bucket, int count, std::uint32_t now)
+        : now_(now), refused_(static_cast<std::size_t>(count))
     {
         for (std::size_t number = 0; number < refused_.size(); ++number)
             threads_.emplace_back([this, &bucket, number] { take_from(bucket, refused_[number]); });
@@ -129,7 +130,7 @@ class takers {
         }
     }
 
-    std::atomic<std::uint32_t> now_{0};
+    std::atomic<std::uint32_t> now_;
     std::atomic<bool> stopping_{false};
     std::atomic<std::uint32_t> passed_{0};
     std::vector<std::atomic<std::uint32_t>> refused_;
@@ -139,15 +140,18 @@ class takers {
 TEST(token_bucket, threads_together_get_what_one_would)
 {
     token_bucket bucket{100, second};
-    takers four{bucket, 4};
-    four.wait_until(1);
-    EXPECT_EQ(four.passed(), 100u);
-    for (std::uint32_t now = 2; now <= 10 * second; now += 7)
-        four.wait_until(now);
-    four.wait_until(10 * second);
-    EXPECT_EQ(four.passed(), 1100u);
-    four.wait_until(20 * second);
-    EXPECT_EQ(four.passed(), 1200u);
+    {
+        takers four{bucket, 4, 1};
+        four.wait_until(1);
+        EXPECT_EQ(four.passed(), 100u);
+        for (std::uint32_t now = 2; now <= 10 * second; now += 7)
+            four.wait_until(now);
+        four.wait_until(10 * second);
+        EXPECT_EQ(four.passed(), 1100u);
+    }
+    takers after_a_rest{bucket, 4, 20 * second};
+    after_a_rest.wait_until(20 * second);
+    EXPECT_EQ(after_a_rest.passed(), 100u);
 }
 
 } // namespace
