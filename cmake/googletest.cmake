@@ -12,6 +12,26 @@ if(CMAKE_CROSSCOMPILING)
   endif()
   set(INSTALL_GTEST OFF)
   add_subdirectory(${googletest} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+  # It is not what is checked.
+  foreach(library gtest gtest_main gmock gmock_main)
+    target_compile_options(${library} PRIVATE -fno-sanitize=all)
+  endforeach()
 else()
   find_package(GTest REQUIRED)
 endif()
+
+# olv_discover_tests(TARGET [OPTION...]): each test of a program as one of CTest's; the options are those of
+# gtest_discover_tests(). An emulator takes longer to start a program than to run most of its tests: there the program
+# runs them in four parts.
+function(olv_discover_tests target)
+  if(NOT CMAKE_CROSSCOMPILING)
+    gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 ${ARGN})
+    return()
+  endif()
+  foreach(index RANGE 3)
+    math(EXPR part "${index} + 1")
+    add_test(NAME ${target}.part_${part}_of_4 COMMAND ${target} --gtest_brief=1)
+    set_tests_properties(${target}.part_${part}_of_4 PROPERTIES
+      ENVIRONMENT "GTEST_TOTAL_SHARDS=4;GTEST_SHARD_INDEX=${index}")
+  endforeach()
+endfunction()
