@@ -1,6 +1,8 @@
 // The floor of each operation makes exactly the platform calls of the operation.
 #include <regex>
 
+#include <gmock/gmock.h>
+
 #include "floor.hpp"
 #include "time_of_day.hpp"
 

@@ -1,6 +1,8 @@
 // How far a reflector's clock is from the wall clock, by replies.
 #include "clock_error.hpp"
 
+#include <gtest/gtest.h>
+
 namespace {
 
 using namespace reflect_bench;
