@@ -35,7 +35,7 @@ cmake --preset dev -B build/clang -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPIL
   -DOLV_TWAMP_BENCH=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
 
 echo "== clang-tidy, and Clang's warnings"
-tidy sources '(twamp|sim|apps|bench)/.*\.cpp$'
+tidy sources '(twamp|net|sim|fastpath|probe|apps|bench)/.*\.cpp$'
 
 echo "== Clang's warnings of the tests and of C"
 # clang-tidy takes Clang's warnings for no checks of its own, and wants one.

@@ -1,11 +1,11 @@
-#include "command_line.hpp"
+#include "apps/common/command_line.hpp"
 
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
 #include <string>
 
-#include "help_format.hpp"
+#include "apps/common/help_format.hpp"
 
 namespace olv_apps {
 

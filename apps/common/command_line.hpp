@@ -9,7 +9,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "report.hpp"
+#include "apps/common/report.hpp"
 
 namespace olv_apps {
 

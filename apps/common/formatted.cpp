@@ -1,4 +1,4 @@
-#include "formatted.hpp"
+#include "apps/common/formatted.hpp"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "help_format.hpp"
+#include "apps/common/help_format.hpp"
 
 #include <sstream>
 

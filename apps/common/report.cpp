@@ -1,4 +1,4 @@
-#include "report.hpp"
+#include "apps/common/report.hpp"
 
 #include <cstdarg>
 #include <cstdio>

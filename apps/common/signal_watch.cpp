@@ -1,4 +1,4 @@
-#include "signal_watch.hpp"
+#include "apps/common/signal_watch.hpp"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include <cinttypes>
 
-#include "formatted.hpp"
-#include "probe_report.hpp"
+#include "apps/common/formatted.hpp"
+#include "apps/common/probe_report.hpp"
 
 namespace olv_probe {
 namespace {

@@ -1,10 +1,10 @@
-#include "histogram.hpp"
+#include "apps/twamp-probe/histogram.hpp"
 
 #include <algorithm>
 #include <cinttypes>
 #include <numeric>
 
-#include "formatted.hpp"
+#include "apps/common/formatted.hpp"
 
 namespace olv_probe {
 namespace {

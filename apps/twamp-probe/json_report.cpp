@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "probe_report.hpp"
+#include "apps/common/probe_report.hpp"
 
 namespace olv_probe {
 namespace {

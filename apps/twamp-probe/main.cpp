@@ -4,14 +4,14 @@
 #include <exception>
 #include <string>
 
-#include "histogram.hpp"
-#include "plot.hpp"
-#include "probe_options.hpp"
-#include "probe_report.hpp"
-#include "progress_line.hpp"
-#include "report.hpp"
-#include "session_sender.hpp"
-#include "signal_watch.hpp"
+#include "apps/common/probe_report.hpp"
+#include "apps/common/report.hpp"
+#include "apps/common/signal_watch.hpp"
+#include "apps/twamp-probe/histogram.hpp"
+#include "apps/twamp-probe/plot.hpp"
+#include "apps/twamp-probe/probe_options.hpp"
+#include "apps/twamp-probe/progress_line.hpp"
+#include "probe/probe.hpp"
 
 namespace {
 
@@ -25,36 +25,36 @@ struct ending {
 };
 
 /** @throw std::exception  The system refuses before anything was sent. */
-ending measure(session_sender &sender, const session_options &options, const olv_apps::signal_watch &signals)
+ending measure(probe &measuring, const session_options &options, const olv_apps::signal_watch &signals)
 {
-    const progress_line line{options, sender};
+    const progress_line line{options, measuring};
     try {
-        return {.complete = sender.run(signals.descriptor()), .error = ""};
+        return {.complete = measuring.run(signals.descriptor()), .error = ""};
     } catch (const std::exception &error) {
-        if (sender.progress().sent == 0) {
+        if (measuring.progress().sent == 0) {
             throw;
         }
         return {.complete = false, .error = error.what()};
     }
 }
 
-void print_csv(const session_sender &sender)
+void print_csv(const probe &measuring)
 {
     std::vector<sender_packets> packets;
-    for (std::size_t session = 0; session < sender.session_count(); ++session) {
-        packets.push_back({.address = sender.local_address(session), .result = &sender.result(session)});
+    for (std::size_t session = 0; session < measuring.session_count(); ++session) {
+        packets.push_back({.address = measuring.local_address(session), .result = &measuring.result(session)});
     }
     write_csv(stdout, packets);
 }
 
-void print_text(const run_report &report, const session_sender &sender, bool with_histogram)
+void print_text(const run_report &report, const probe &measuring, bool with_histogram)
 {
     (void)std::fputs(text_report(report).c_str(), stdout); // an error shows when the output is ended
     if (!with_histogram || report.total.counts.valid == 0) {
         return;
     }
     std::vector<std::int64_t> samples;
-    for (const measurement *result : results_of(sender)) {
+    for (const measurement *result : results_of(measuring)) {
         result->append_delays(path::round_trip, samples);
     }
     constexpr std::size_t bars = 20;
@@ -62,28 +62,28 @@ void print_text(const run_report &report, const session_sender &sender, bool wit
     std::printf("\nround trips in microseconds, packets\n%s", drawn.c_str());
 }
 
-void print(const probe_options &options, const run_report &report, const session_sender &sender)
+void print(const probe_options &options, const run_report &report, const probe &measuring)
 {
     switch (options.format) {
     case output_format::json:
         (void)std::fputs(json_report(report).c_str(), stdout); // as above
         break;
     case output_format::csv:
-        print_csv(sender);
+        print_csv(measuring);
         break;
     default:
-        print_text(report, sender, options.histogram);
+        print_text(report, measuring, options.histogram);
     }
 }
 
 /** @return Whether the picture is there, if one was asked for. */
-bool draw(const probe_options &options, const session_sender &sender)
+bool draw(const probe_options &options, const probe &measuring)
 {
     if (options.plot.empty()) {
         return true;
     }
     try {
-        draw_plot(options.plot, results_of(sender), announcement(options.session));
+        draw_plot(options.plot, results_of(measuring), announcement(options.session));
         return true;
     } catch (const std::exception &error) {
         report_error(program_name, "%s", error.what());
@@ -101,10 +101,10 @@ bool end_output()
     return false;
 }
 
-void report_ending(const session_sender &sender, const session_options &options, const ending &end)
+void report_ending(const probe &measuring, const session_options &options, const ending &end)
 {
     const std::string reflector = options.reflector.text();
-    if (const int refusal = sender.refusal(); refusal != 0) {
+    if (const int refusal = measuring.refusal(); refusal != 0) {
         const char *reason = refusal == ECONNREFUSED ? "connection refused" : std::strerror(refusal);
         report_error(program_name, "%s: %s", reflector.c_str(), reason);
     }
@@ -112,25 +112,25 @@ void report_ending(const session_sender &sender, const session_options &options,
         report_error(program_name, "%s", end.error.c_str());
     } else if (!end.complete) {
         report_error(program_name, "interrupted");
-    } else if (sender.progress().sent == 0) {
+    } else if (measuring.progress().sent == 0) {
         report_error(program_name, "nothing was sent");
     }
 }
 
-int probe(probe_options &options)
+int measure_and_report(probe_options &options)
 {
     const olv_apps::signal_watch signals;
     options.session.reflector = resolve(options.reflector, options.family);
-    session_sender sender{options.session};
+    probe measuring{options.session};
     if (options.format == output_format::text) {
         (void)std::fputs(announcement(options.session).c_str(), stdout); // as above
     }
-    const ending end = measure(sender, options.session, signals);
-    const run_report report = report_of(sender, options.session, end.complete);
-    print(options, report, sender);
+    const ending end = measure(measuring, options.session, signals);
+    const run_report report = report_of(measuring, options.session, end.complete);
+    print(options, report, measuring);
     const bool written = end_output();
-    report_ending(sender, options.session, end);
-    const bool drawn = draw(options, sender);
+    report_ending(measuring, options.session, end);
+    const bool drawn = draw(options, measuring);
     const packet_counts &counts = report.total.counts;
     if (end.complete && counts.sent == 0) {
         return olv_apps::exit_usage;
@@ -151,7 +151,7 @@ int main(int argc, char **argv)
         if (const std::optional<int> status = read_options(argc, argv, options)) {
             return *status;
         }
-        return probe(options);
+        return measure_and_report(options);
     } catch (const std::exception &error) {
         report_error(program_name, "%s", error.what());
         return olv_apps::exit_usage;

@@ -1,4 +1,4 @@
-#include "plot.hpp"
+#include "apps/twamp-probe/plot.hpp"
 
 #include <algorithm>
 #include <array>
@@ -15,8 +15,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "formatted.hpp"
-#include "histogram.hpp"
+#include "apps/common/formatted.hpp"
+#include "apps/twamp-probe/histogram.hpp"
 
 namespace olv_probe {
 namespace {

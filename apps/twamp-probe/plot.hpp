@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "measurement.hpp"
+#include "probe/measurement.hpp"
 
 namespace olv_probe {
 

@@ -1,10 +1,10 @@
-#include "probe_options.hpp"
+#include "apps/twamp-probe/probe_options.hpp"
 
 #include <map>
 #include <stdexcept>
 
-#include "command_line.hpp"
-#include "session_input.hpp"
+#include "apps/common/command_line.hpp"
+#include "apps/common/session_input.hpp"
 
 namespace olv_probe {
 namespace {

@@ -10,8 +10,8 @@
 
 #include <sys/socket.h>
 
-#include "reflector_name.hpp"
-#include "session_options.hpp"
+#include "apps/common/reflector_name.hpp"
+#include "probe/session_options.hpp"
 
 namespace olv_probe {
 

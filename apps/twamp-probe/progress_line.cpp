@@ -1,4 +1,4 @@
-#include "progress_line.hpp"
+#include "apps/twamp-probe/progress_line.hpp"
 
 #include <algorithm>
 #include <cinttypes>
@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-#include "formatted.hpp"
+#include "apps/common/formatted.hpp"
 
 namespace olv_probe {
 namespace {
@@ -40,7 +40,7 @@ std::string progress_text(const session_options &options, const probe_progress &
     return text.substr(0, columns);
 }
 
-progress_line::progress_line(const session_options &options, session_sender &sender)
+progress_line::progress_line(const session_options &options, probe &sender)
 {
     if (isatty(STDERR_FILENO) == 0) {
         return;

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "session_sender.hpp"
+#include "probe/probe.hpp"
 
 namespace olv_probe {
 
@@ -17,7 +17,7 @@ namespace olv_probe {
 /** On standard error if that is a terminal; otherwise nowhere. Wiped away when it ends. */
 class progress_line {
   public:
-    progress_line(const session_options &options, session_sender &sender);
+    progress_line(const session_options &options, probe &sender);
     ~progress_line();
     progress_line(const progress_line &) = delete;
     progress_line &operator=(const progress_line &) = delete;

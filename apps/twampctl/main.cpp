@@ -7,13 +7,13 @@
 #include <string_view>
 #include <vector>
 
-#include "command_tree.hpp"
-#include "interpreter.hpp"
-#include "progress.hpp"
-#include "report.hpp"
-#include "run.hpp"
-#include "run_options.hpp"
-#include "testbed.hpp"
+#include "apps/common/report.hpp"
+#include "apps/twampctl/commands/command_context.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/console/interpreter.hpp"
+#include "apps/twampctl/console/progress.hpp"
+#include "apps/twampctl/run/run.hpp"
+#include "apps/twampctl/run/run_options.hpp"
 
 namespace twampctl {
 namespace {
@@ -36,8 +36,8 @@ std::vector<std::string> candidates_for(const std::vector<std::string> &words)
     const bool is_first = last_separator == words.rend();
 
     const olv_apps::signal_watch signals;
-    testbed bed{signals, command_source::command_line};
-    std::vector<std::string> candidates = command_tree{bed}.completions(command);
+    command_context context{signals, command_source::command_line};
+    std::vector<std::string> candidates = command_tree{context}.completions(command);
     if (command.size() == 1 && !is_first) {
         std::erase(candidates, run_word); // it stands alone
     }
@@ -62,28 +62,28 @@ command_source source_of(const std::vector<std::string> &words)
 }
 
 /** What to do about a module that is not up. */
-const char *advice(testbed &bed, const std::vector<std::string> &words, const std::exception &error)
+const char *advice(command_context &context, const std::vector<std::string> &words, const std::exception &error)
 {
     const bool needs_it = dynamic_cast<const step_failure *>(&error) != nullptr ||
                           words.front() == "responder" || words.front() == "listen";
     const bool brings_up = std::any_of(
         words.begin(), words.end(), [](const std::string &word) { return word == "up" || word == "script"; });
-    return !needs_it || brings_up || bed.current().is_up()
+    return !needs_it || brings_up || context.current().is_up()
                ? ""
                : "\ntwampctl: each twampctl begins with nothing up; try 'twampctl up then ...'";
 }
 
 /** @return The status to exit with, should everything be taken down well. */
-int run_words(testbed &bed, const std::vector<std::string> &words)
+int run_words(command_context &context, const std::vector<std::string> &words)
 {
     try {
-        run_chain(bed, words);
+        run_chain(context, words);
         return olv_apps::exit_good;
     } catch (const usage_error &error) {
         olv_apps::report_error(program_name, "%s", error.what());
         return olv_apps::exit_usage;
     } catch (const std::exception &error) {
-        olv_apps::report_error(program_name, "%s%s", error.what(), advice(bed, words, error));
+        olv_apps::report_error(program_name, "%s%s", error.what(), advice(context, words, error));
         return olv_apps::exit_failed;
     }
 }
@@ -91,12 +91,12 @@ int run_words(testbed &bed, const std::vector<std::string> &words)
 int run_commands(const std::vector<std::string> &words)
 {
     const olv_apps::signal_watch signals; // before the fast path's threads
-    testbed bed{signals, source_of(words)};
-    const int status = run_words(bed, words);
-    if (bed.source() != command_source::shell) {
-        bed.silence(); // the end of the program undoes everything
+    command_context context{signals, source_of(words)};
+    const int status = run_words(context, words);
+    if (context.source() != command_source::shell) {
+        context.silence(); // the end of the program undoes everything
     }
-    const bool clean = bed.tear_down();
+    const bool clean = context.tear_down();
     return status == olv_apps::exit_good && !clean ? olv_apps::exit_failed : status;
 }
 

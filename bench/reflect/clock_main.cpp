@@ -22,7 +22,7 @@
 namespace {
 
 using namespace reflect_bench;
-namespace wire = olv_fastpath::reflector_packet;
+namespace wire = olv_net::reflector_packet;
 
 constexpr int status_of_missed_target = 1;
 constexpr int status_of_failure = 2;
@@ -47,29 +47,29 @@ std::int64_t wall_clock()
 }
 
 /** A time stamp in nanoseconds since 1970, until 2038. */
-std::int64_t instant_of(olv_fastpath::ntp_time stamp)
+std::int64_t instant_of(olv_net::ntp_time stamp)
 {
-    return olv_fastpath::nanoseconds_between(olv_fastpath::ntp_time::from_unix(0, 0), stamp);
+    return olv_net::nanoseconds_between(olv_net::ntp_time::from_unix(0, 0), stamp);
 }
 
 /** Send a request and wait for the reply. @return Nothing: none came. */
-std::optional<stamped_reply> exchange(const udp_socket &socket, const olv_fastpath::listen_address &server)
+std::optional<stamped_reply> exchange(const udp_socket &socket, const olv_net::socket_address &server)
 {
-    const std::uint8_t request[olv_fastpath::stamp_length] = {};
+    const std::uint8_t request[olv_net::stamp_length] = {};
     stamped_reply result;
     result.before_send = wall_clock();
     const ssize_t sent = sendto(socket.number(), request, sizeof request, 0,
                                 reinterpret_cast<const sockaddr *>(&server.address), server.length);
     result.after_send = wall_clock();
     pollfd readable{.fd = socket.number(), .events = POLLIN, .revents = 0};
-    std::uint8_t reply[olv_fastpath::stamp_length];
+    std::uint8_t reply[olv_net::stamp_length];
     if (sent != sizeof request || poll(&readable, 1, patience_milliseconds) != 1 ||
         recv(socket.number(), reply, sizeof reply, 0) != sizeof reply) {
         return std::nullopt;
     }
     result.arrival = wall_clock();
-    result.received = instant_of(olv_fastpath::load_ntp(&reply[wire::receive_timestamp]));
-    result.replied = instant_of(olv_fastpath::load_ntp(&reply[wire::timestamp]));
+    result.received = instant_of(olv_net::load_ntp(&reply[wire::receive_timestamp]));
+    result.replied = instant_of(olv_net::load_ntp(&reply[wire::timestamp]));
     return result;
 }
 
@@ -77,7 +77,7 @@ clock_error compare(const settings &chosen)
 {
     reflector_server server{1};
     server.start();
-    const udp_socket socket{olv_fastpath::parse_listen_address("127.0.0.1:0")};
+    const udp_socket socket{olv_net::parse_socket_address("127.0.0.1:0")};
     clock_error error{chosen.seconds_in_row};
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(chosen.seconds);
     while (std::chrono::steady_clock::now() < end) {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "fastpath/udp_server.hpp"
+#include "fastpath/udp/udp_server.hpp"
 #include "generator.hpp"
 
 namespace reflect_bench {

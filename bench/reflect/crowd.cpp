@@ -4,25 +4,24 @@
 
 #include <sys/socket.h>
 
-#include "fastpath/twamp_wire.hpp"
+#include "net/twamp_wire.hpp"
 
 namespace reflect_bench {
 
 crowd::crowd(std::size_t senders)
 {
     while (senders_.size() < senders) {
-        senders_.emplace_back(olv_fastpath::parse_listen_address("127.0.0.1:0"));
+        senders_.emplace_back(olv_net::parse_socket_address("127.0.0.1:0"));
     }
 }
 
-std::uint64_t crowd::send(std::span<const olv_fastpath::listen_address> servers,
-                          std::uint32_t requests_each) const
+std::uint64_t crowd::send(std::span<const olv_net::socket_address> servers, std::uint32_t requests_each) const
 {
-    const std::array<unsigned char, olv_fastpath::stamp_length> request{};
+    const std::array<unsigned char, olv_net::stamp_length> request{};
     std::uint64_t sent = 0;
     for (std::uint32_t round = 0; round < requests_each; ++round) {
         for (std::size_t number = 0; number < senders_.size(); ++number) {
-            const olv_fastpath::listen_address &server = servers[number % servers.size()];
+            const olv_net::socket_address &server = servers[number % servers.size()];
             const ssize_t taken =
                 sendto(senders_[number].number(), request.data(), request.size(), MSG_DONTWAIT,
                        reinterpret_cast<const sockaddr *>(&server.address), server.length);

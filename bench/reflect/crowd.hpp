@@ -10,7 +10,7 @@
 #include <deque>
 #include <span>
 
-#include "fastpath/listen_address.hpp"
+#include "net/socket_address.hpp"
 #include "udp_socket.hpp"
 
 namespace reflect_bench {
@@ -23,8 +23,7 @@ class crowd {
     [[nodiscard]] std::size_t size() const { return senders_.size(); }
     /** Send requests of 44 octets, so many from each sender, who all send to one of the servers each; the
      * servers have as many senders. @return Requests that the system took. */
-    std::uint64_t send(std::span<const olv_fastpath::listen_address> servers,
-                       std::uint32_t requests_each) const;
+    std::uint64_t send(std::span<const olv_net::socket_address> servers, std::uint32_t requests_each) const;
     /** Take what waits. @return Datagrams. */
     std::uint64_t take_replies() const;
 

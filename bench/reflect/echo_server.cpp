@@ -5,7 +5,7 @@
 
 #include <sys/socket.h>
 
-#include "fastpath/udp_datagrams.hpp"
+#include "fastpath/udp/udp_datagrams.hpp"
 
 namespace reflect_bench {
 namespace {
@@ -18,7 +18,7 @@ constexpr std::size_t batch_length = olv_fastpath::datagram_batch::capacity;
 
 void echo_server::start()
 {
-    socket_ = std::make_unique<udp_socket>(olv_fastpath::parse_listen_address("127.0.0.1:0"));
+    socket_ = std::make_unique<udp_socket>(olv_net::parse_socket_address("127.0.0.1:0"));
     stopping_ = false;
     thread_ = std::thread{[this] { echo(socket_->number()); }};
 }
@@ -29,7 +29,7 @@ void echo_server::stop()
         return;
     }
     stopping_ = true;
-    const olv_fastpath::listen_address own = address();
+    const olv_net::socket_address own = address();
     // Not to be sent when the socket is full, and not needed then.
     (void)sendto(socket_->number(), "", 0, MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&own.address),
                  own.length);

@@ -20,7 +20,7 @@ class echo_server : public server {
 
     void start() override;
     void stop() override;
-    [[nodiscard]] olv_fastpath::listen_address address() const override { return socket_->local_address(); }
+    [[nodiscard]] olv_net::socket_address address() const override { return socket_->local_address(); }
     [[nodiscard]] std::size_t number_position() const override { return 0; }
 
   protected:

@@ -9,7 +9,7 @@
 #include <netinet/udp.h>
 #include <poll.h>
 
-#include "fastpath/twamp_wire.hpp"
+#include "net/twamp_wire.hpp"
 
 namespace reflect_bench {
 namespace {
@@ -22,7 +22,7 @@ constexpr std::uint32_t fewest_places = 1024;
 
 generator::generator(const traffic_options &options)
     : options_(options),
-      socket_(olv_fastpath::parse_listen_address(options.sessions > 1 ? "0.0.0.0:0" : "127.0.0.1:0")),
+      socket_(olv_net::parse_socket_address(options.sessions > 1 ? "0.0.0.0:0" : "127.0.0.1:0")),
       requests_(std::bit_ceil(std::max(options.window * 4, fewest_places))),
       request_bytes_(batch_length),
       reply_bytes_(batch_length)
@@ -61,7 +61,7 @@ void generator::prepare_messages()
     }
 }
 
-void generator::aim(const olv_fastpath::listen_address &server, std::size_t number_position)
+void generator::aim(const olv_net::socket_address &server, std::size_t number_position)
 {
     server_ = server;
     number_position_ = number_position;
@@ -146,7 +146,7 @@ std::uint32_t generator::send_batch(std::uint32_t requests)
 std::uint32_t generator::send_segments(std::uint32_t requests)
 {
     const auto together =
-        std::min(requests, static_cast<std::uint32_t>(olv_fastpath::maximum_payload_ipv4 / options_.length));
+        std::min(requests, static_cast<std::uint32_t>(olv_net::maximum_payload_ipv4 / options_.length));
     struct {
         alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(std::uint16_t))> bytes{};
     } control;

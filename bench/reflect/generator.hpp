@@ -14,7 +14,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "fastpath/listen_address.hpp"
+#include "net/socket_address.hpp"
 #include "udp_socket.hpp"
 
 namespace reflect_bench {
@@ -55,7 +55,7 @@ class generator {
     explicit generator(const traffic_options &options);
 
     /** @param number_position  Where a reply has the request's first four octets. */
-    void aim(const olv_fastpath::listen_address &server, std::size_t number_position);
+    void aim(const olv_net::socket_address &server, std::size_t number_position);
     /** Send so many requests, and take what comes back. */
     void send_requests(std::uint64_t requests);
     /** Send requests for so long. Those under way at the end are waited for, and count. */
@@ -90,7 +90,7 @@ class generator {
 
     traffic_options options_;
     udp_socket socket_;
-    olv_fastpath::listen_address server_{};
+    olv_net::socket_address server_{};
     std::size_t number_position_ = 0;
     std::vector<request> requests_; ///< By number, modulo their count.
     std::uint32_t next_number_ = 0;

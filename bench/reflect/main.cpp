@@ -13,7 +13,7 @@
 
 #include "bench_report.hpp"
 #include "comparison.hpp"
-#include "fastpath/udp_workers.hpp"
+#include "fastpath/udp/udp_workers.hpp"
 #include "pinning.hpp"
 #include "scaling.hpp"
 

@@ -12,7 +12,7 @@
 
 #include <valgrind/callgrind.h>
 
-#include "fastpath/reflector.hpp"
+#include "fastpath/core/reflector.hpp"
 #include "reflector_server.hpp"
 
 namespace {

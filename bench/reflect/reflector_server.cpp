@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "fastpath/state_entry.hpp"
+#include "fastpath/core/state_entry.hpp"
 
 namespace reflect_bench {
 namespace {
@@ -64,7 +64,7 @@ reflector_server::reflector_server(std::uint32_t sessions, const olv_fastpath::u
 
 void reflector_server::open()
 {
-    listening_ = workers_.add(olv_fastpath::parse_listen_address("127.0.0.1:0"), site_.path());
+    listening_ = workers_.add(olv_net::parse_socket_address("127.0.0.1:0"), site_.path());
 }
 
 void reflector_server::stop()

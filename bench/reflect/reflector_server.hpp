@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "fastpath/udp_workers.hpp"
+#include "fastpath/udp/udp_workers.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
 #include "server.hpp"
@@ -55,13 +55,13 @@ class reflector_server final : public server {
     void open();
     void run() { workers_.start(); }
 
-    [[nodiscard]] olv_fastpath::listen_address address() const override
+    [[nodiscard]] olv_net::socket_address address() const override
     {
         return workers_.local_address(listening_);
     }
     [[nodiscard]] std::size_t number_position() const override
     {
-        return olv_fastpath::reflector_packet::sender_sequence_number;
+        return olv_net::reflector_packet::sender_sequence_number;
     }
 
     [[nodiscard]] olv_twamp_responder_stats counters() const { return site_.counters(); }

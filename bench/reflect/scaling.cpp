@@ -44,9 +44,9 @@ std::vector<std::uint64_t> replies_by_worker(const servers &all)
 }
 
 /** Open the servers' sockets. @return Where they are. */
-std::vector<olv_fastpath::listen_address> open(servers &all)
+std::vector<olv_net::socket_address> open(servers &all)
 {
-    std::vector<olv_fastpath::listen_address> addresses;
+    std::vector<olv_net::socket_address> addresses;
     for (reflector_server &each : all) {
         each.open();
         addresses.push_back(each.address());

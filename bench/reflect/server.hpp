@@ -7,7 +7,7 @@
 
 #include <cstddef>
 
-#include "fastpath/listen_address.hpp"
+#include "net/socket_address.hpp"
 
 namespace reflect_bench {
 
@@ -23,7 +23,7 @@ class server {
     /** End the thread and close the socket. It can be started again. */
     virtual void stop() = 0;
     /** Of the socket, while it is started. */
-    [[nodiscard]] virtual olv_fastpath::listen_address address() const = 0;
+    [[nodiscard]] virtual olv_net::socket_address address() const = 0;
     /** Where a reply has the four octets that the request begins with. */
     [[nodiscard]] virtual std::size_t number_position() const = 0;
 };

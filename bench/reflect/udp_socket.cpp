@@ -27,7 +27,7 @@ void size_buffer(int socket, int forced, int limited)
 
 } // namespace
 
-udp_socket::udp_socket(const olv_fastpath::listen_address &address)
+udp_socket::udp_socket(const olv_net::socket_address &address)
     : number_(socket(address.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
     local_.length = sizeof local_.address;

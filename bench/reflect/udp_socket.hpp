@@ -9,25 +9,25 @@
 #include <istream>
 #include <optional>
 
-#include "fastpath/listen_address.hpp"
+#include "net/socket_address.hpp"
 
 namespace reflect_bench {
 
 class udp_socket {
   public:
     /** @throw std::runtime_error  It cannot be bound to the address. */
-    explicit udp_socket(const olv_fastpath::listen_address &address);
+    explicit udp_socket(const olv_net::socket_address &address);
     ~udp_socket();
     udp_socket(const udp_socket &) = delete;
     udp_socket &operator=(const udp_socket &) = delete;
 
     [[nodiscard]] int number() const { return number_; }
     /** With the port that it really has. */
-    [[nodiscard]] const olv_fastpath::listen_address &local_address() const { return local_; }
+    [[nodiscard]] const olv_net::socket_address &local_address() const { return local_; }
 
   private:
     int number_;
-    olv_fastpath::listen_address local_;
+    olv_net::socket_address local_;
 };
 
 /** Datagrams that the kernel dropped at the socket of a port, from text like that of /proc/net/udp; nothing: no

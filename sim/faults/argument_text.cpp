@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "../framework/pattern_arena.hpp"
+#include "sim/framework/pattern_arena.hpp"
 
 namespace olv_sim {
 

@@ -1,7 +1,7 @@
 #include <mutex>
 
-#include "../process_wide.hpp"
 #include "platform_call.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim::call_record {
 namespace {

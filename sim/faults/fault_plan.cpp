@@ -2,8 +2,8 @@
 #include <mutex>
 #include <vector>
 
-#include "../process_wide.hpp"
 #include "platform_call.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim {
 

@@ -2,8 +2,8 @@
 
 #include <mutex>
 
-#include "../process_wide.hpp"
 #include "olv_sim.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim::violations {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <mutex>
 
-#include "../faults/platform_call.hpp"
-#include "../process_wide.hpp"
 #include "olv_twamp.h"
+#include "sim/faults/platform_call.hpp"
+#include "sim/process_wide.hpp"
 
 olv_cpu_service_functions moduleMgrCpuServiceFn[olv_sim::module_id_limit] = {};
 

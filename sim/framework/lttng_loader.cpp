@@ -4,7 +4,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include "../lttng/lttng_trace_sink.hpp"
+#include "sim/lttng/lttng_trace_sink.hpp"
 
 namespace olv_sim {
 namespace {

@@ -5,12 +5,12 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "../faults/platform_call.hpp"
-#include "../faults/violations.hpp"
-#include "../process_wide.hpp"
 #include "entry_points.hpp"
 #include "olv_twamp.h"
 #include "records.hpp"
+#include "sim/faults/platform_call.hpp"
+#include "sim/faults/violations.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim {
 namespace {

@@ -4,10 +4,10 @@
 #include <mutex>
 #include <vector>
 
-#include "../faults/violations.hpp"
-#include "../process_wide.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
+#include "sim/faults/violations.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim::pattern_arena {
 namespace {

@@ -1,7 +1,7 @@
 // olv_ptn_new, olv_ptn_extend, olv_ptn_free, olv_ptn_parse.
-#include "../faults/platform_call.hpp"
 #include "olv_twamp.h"
 #include "pattern_arena.hpp"
+#include "sim/faults/platform_call.hpp"
 
 using namespace olv_sim;
 

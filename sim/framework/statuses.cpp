@@ -1,6 +1,6 @@
 // Texts of the framework statuses.
-#include "../faults/platform_call.hpp"
 #include "olv_twamp.h"
+#include "sim/faults/platform_call.hpp"
 
 using namespace olv_sim;
 

@@ -2,10 +2,10 @@
 #include <cstdarg>
 #include <mutex>
 
-#include "../faults/platform_call.hpp"
-#include "../process_wide.hpp"
 #include "pattern_arena.hpp"
 #include "records.hpp"
+#include "sim/faults/platform_call.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim {
 namespace {

@@ -1,6 +1,6 @@
 #include <arpa/inet.h>
 
-#include "../faults/platform_call.hpp"
+#include "sim/faults/platform_call.hpp"
 
 using namespace olv_sim;
 

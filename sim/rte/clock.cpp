@@ -2,9 +2,9 @@
 #include <ctime>
 #include <mutex>
 
-#include "../faults/platform_call.hpp"
-#include "../process_wide.hpp"
 #include "processor_model.hpp"
+#include "sim/faults/platform_call.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim {
 namespace {

@@ -1,7 +1,7 @@
 // hyx_nvm_calloc, hyx_nvm_free.
-#include "../faults/platform_call.hpp"
-#include "../faults/violations.hpp"
 #include "memory_arena.hpp"
+#include "sim/faults/platform_call.hpp"
+#include "sim/faults/violations.hpp"
 
 using namespace olv_sim;
 

@@ -1,5 +1,5 @@
 #include "memory_arena.hpp"
-#include "../process_wide.hpp"
+#include "sim/process_wide.hpp"
 
 #include <algorithm>
 #include <bit>

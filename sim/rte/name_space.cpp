@@ -1,6 +1,6 @@
 #include "name_space.hpp"
 
-#include "../faults/violations.hpp"
+#include "sim/faults/violations.hpp"
 
 namespace olv_sim {
 

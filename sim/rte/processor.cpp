@@ -1,8 +1,8 @@
 #include <ctime>
 #include <stdexcept>
 
-#include "../faults/violations.hpp"
 #include "processor_model.hpp"
+#include "sim/faults/violations.hpp"
 
 namespace olv_sim {
 namespace {

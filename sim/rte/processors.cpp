@@ -1,9 +1,9 @@
 #include <stdexcept>
 
-#include "../faults/argument_text.hpp"
-#include "../faults/violations.hpp"
-#include "../process_wide.hpp"
 #include "processor_model.hpp"
+#include "sim/faults/argument_text.hpp"
+#include "sim/faults/violations.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim::processors {
 namespace {

@@ -1,6 +1,6 @@
 // hyx_rsrc_find, hyx_rsrc_allocate, hyx_rsrc_free.
-#include "../faults/platform_call.hpp"
 #include "processor_model.hpp"
+#include "sim/faults/platform_call.hpp"
 
 using namespace olv_sim;
 

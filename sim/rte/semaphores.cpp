@@ -5,9 +5,9 @@
 #include <mutex>
 #include <vector>
 
-#include "../faults/platform_call.hpp"
-#include "../faults/violations.hpp"
-#include "../process_wide.hpp"
+#include "sim/faults/platform_call.hpp"
+#include "sim/faults/violations.hpp"
+#include "sim/process_wide.hpp"
 
 namespace olv_sim {
 namespace {

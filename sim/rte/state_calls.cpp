@@ -1,8 +1,8 @@
 // hyx_se_state_set, hyx_se_state_get.
 #include <cstring>
 
-#include "../faults/platform_call.hpp"
 #include "processor_model.hpp"
+#include "sim/faults/platform_call.hpp"
 
 using namespace olv_sim;
 

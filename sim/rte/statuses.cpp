@@ -1,7 +1,7 @@
 // Texts of the RTE statuses.
 #include <array>
 
-#include "../faults/platform_call.hpp"
+#include "sim/faults/platform_call.hpp"
 
 using namespace olv_sim;
 

@@ -1,8 +1,8 @@
 // hyx_ptn_symbol_get_id, hyx_ptn_learn, hyx_ptn_unlearn, hyx_ptn_list_ptns, olv_sif_fps_map.
-#include "../faults/platform_call.hpp"
-#include "../framework/pattern_arena.hpp"
 #include "olv_twamp.h"
 #include "processor_model.hpp"
+#include "sim/faults/platform_call.hpp"
+#include "sim/framework/pattern_arena.hpp"
 
 using namespace olv_sim;
 

@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "config_options.hpp"
-#include "run_options.hpp"
+#include "apps/twampctl/run/config_options.hpp"
+#include "apps/twampctl/run/run_options.hpp"
 
 namespace apps_tests {
 namespace {

@@ -9,10 +9,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "config_options.hpp"
+#include "apps/twampctl/figures/figures_output.hpp"
+#include "apps/twampctl/run/config_options.hpp"
+#include "apps/twampctl/run/run_options.hpp"
 #include "example_figures.hpp"
-#include "figures_output.hpp"
-#include "run_options.hpp"
 
 namespace apps_tests {
 namespace {

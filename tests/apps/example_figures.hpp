@@ -5,7 +5,7 @@
 #ifndef OLV_TESTS_EXAMPLE_FIGURES_HPP
 #define OLV_TESTS_EXAMPLE_FIGURES_HPP
 
-#include "figures.hpp"
+#include "apps/twampctl/figures/figures.hpp"
 
 namespace apps_tests {
 

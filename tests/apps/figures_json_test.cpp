@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "apps/twampctl/figures/figures_output.hpp"
 #include "example_figures.hpp"
-#include "figures_output.hpp"
 
 namespace apps_tests {
 namespace {

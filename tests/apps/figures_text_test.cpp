@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "apps/twampctl/figures/figures_output.hpp"
 #include "example_figures.hpp"
-#include "figures_output.hpp"
 
 namespace apps_tests {
 namespace {

@@ -11,8 +11,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "apps/twampctl/figures/metrics_server.hpp"
 #include "example_figures.hpp"
-#include "metrics_server.hpp"
 
 namespace apps_tests {
 namespace {
@@ -34,7 +34,7 @@ class connection {
   public:
     explicit connection(const std::string &host)
     {
-        const olv_fastpath::listen_address address = olv_fastpath::parse_listen_address(host);
+        const olv_net::socket_address address = olv_net::parse_socket_address(host);
         socket_ = socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0);
         connected_ =
             connect(socket_, reinterpret_cast<const sockaddr *>(&address.address), address.length) == 0;
@@ -76,9 +76,9 @@ std::string ask(const std::string &host, const std::string &request_line)
     return client.receive_all();
 }
 
-olv_fastpath::listen_address any_port(const char *host = "127.0.0.1:0")
+olv_net::socket_address any_port(const char *host = "127.0.0.1:0")
 {
-    return olv_fastpath::parse_listen_address(host);
+    return olv_net::parse_socket_address(host);
 }
 
 TEST(MetricsServer, AnswersWithWhatIsCollectedAtThatMoment)

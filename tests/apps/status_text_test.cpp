@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "status_text.hpp"
+#include "apps/twampctl/site/status_text.hpp"
 
 namespace twampctl {
 namespace {

@@ -103,7 +103,7 @@ bool wait_until_taken(const std::string &address)
 }
 
 loopback_socket::loopback_socket(const std::string &host)
-    : local_(olv_fastpath::parse_listen_address(host + ":0")),
+    : local_(olv_net::parse_socket_address(host + ":0")),
       socket_(socket(local_.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
     auto *address = reinterpret_cast<sockaddr *>(&local_.address);
@@ -144,7 +144,7 @@ void loopback_socket::answer(const std::vector<std::uint8_t> &datagram)
 
 void loopback_socket::send_to(const std::string &address, const std::vector<std::uint8_t> &datagram)
 {
-    peer_ = olv_fastpath::parse_listen_address(address);
+    peer_ = olv_net::parse_socket_address(address);
     answer(datagram);
 }
 

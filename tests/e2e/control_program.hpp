@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "child_program.hpp"
-#include "fastpath/listen_address.hpp"
+#include "net/socket_address.hpp"
 
 namespace e2e {
 
@@ -71,8 +71,8 @@ class loopback_socket {
     void send_to(const std::string &address, const std::vector<std::uint8_t> &datagram);
 
   private:
-    olv_fastpath::listen_address local_;
-    olv_fastpath::listen_address peer_;
+    olv_net::socket_address local_;
+    olv_net::socket_address peer_;
     int socket_;
 };
 

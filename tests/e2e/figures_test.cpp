@@ -51,7 +51,7 @@ struct measured_program {
 /** All that a server answers to a GET; empty when there is none. */
 std::string get(const std::string &host, const std::string &path)
 {
-    const olv_fastpath::listen_address address = olv_fastpath::parse_listen_address(host);
+    const olv_net::socket_address address = olv_net::parse_socket_address(host);
     const int client = socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0);
     std::string answer;
     if (connect(client, reinterpret_cast<const sockaddr *>(&address.address), address.length) == 0) {

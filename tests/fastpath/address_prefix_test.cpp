@@ -1,20 +1,20 @@
-#include "fastpath/address_prefix.hpp"
+#include "net/address_prefix.hpp"
 
 #include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "fastpath/listen_address.hpp"
+#include "net/socket_address.hpp"
 
 namespace {
 
-using namespace olv_fastpath;
+using namespace olv_net;
 
 /** From "192.0.2.1" or "[2001:db8::1]". */
 ip_address address_of(const std::string &host)
 {
-    return endpoint_of(parse_listen_address(host + ":1").address).address;
+    return endpoint_of(parse_socket_address(host + ":1").address).address;
 }
 
 TEST(address_prefix, is_read_and_written_the_same)

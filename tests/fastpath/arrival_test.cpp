@@ -1,6 +1,6 @@
 // When packets arrived, from the system's time stamps.
 
-#include "fastpath/arrival_clock.hpp"
+#include "fastpath/udp/arrival_clock.hpp"
 
 #include "udp_fixture.hpp"
 
@@ -117,7 +117,7 @@ TEST_F(arrival_test, packets_that_waited_together_have_their_own_times)
     if (!system_stamps())
         GTEST_SKIP() << "the system tells no times of arrival";
     processor_.run_timer();
-    const std::size_t index = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
     const client sender{AF_INET};
     reply_times first, later;
     // The system begins to stamp packets some time after a socket has asked for it.
@@ -141,7 +141,7 @@ TEST_F(arrival_test, packets_that_waited_together_have_their_own_times)
 TEST_F(arrival_test, no_reply_leaves_before_its_request_came)
 {
     processor_.run_timer();
-    const std::size_t index = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
     server_.start();
     const client sender{AF_INET};
     ntp_time last{};
@@ -158,7 +158,7 @@ TEST_F(arrival_test, no_reply_leaves_before_its_request_came)
 
 TEST_F(arrival_test, timer_that_stands_is_the_time_of_all_packets)
 {
-    const std::size_t index = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
     const client sender{AF_INET};
     sender.send(server_.local_address(index), request_of(41));
     std::this_thread::sleep_for(20ms);

@@ -1,6 +1,6 @@
 // Looking for packets before sleeping.
 
-#include "fastpath/idle_wait.hpp"
+#include "fastpath/udp/idle_wait.hpp"
 
 #include <optional>
 
@@ -57,8 +57,8 @@ class busy_poll_test : public fastpath_test, public testing::WithParamInterface<
     {
         define_usual_path({.maximum_sessions = 1000});
         server_.emplace(reflector_, udp_server_options{.busy_poll_microseconds = GetParam()});
-        first_ = server_->add(parse_listen_address("127.0.0.1:0"), usual_path);
-        second_ = server_->add(parse_listen_address("127.0.0.1:0"), usual_path);
+        first_ = server_->add(parse_socket_address("127.0.0.1:0"), usual_path);
+        second_ = server_->add(parse_socket_address("127.0.0.1:0"), usual_path);
         server_->start();
     }
 
@@ -93,7 +93,7 @@ TEST_P(busy_poll_test, more_sockets_than_can_be_busy_are_served)
 {
     std::vector<std::size_t> indices;
     for (int number = 0; number < 40; ++number)
-        indices.push_back(server_->add(parse_listen_address("127.0.0.1:0"), usual_path));
+        indices.push_back(server_->add(parse_socket_address("127.0.0.1:0"), usual_path));
     for (int round = 0; round < 3; ++round) {
         for (const std::size_t index : indices)
             ask(index, 5);
@@ -104,7 +104,7 @@ TEST_P(busy_poll_test, more_sockets_than_can_be_busy_are_served)
 TEST_P(busy_poll_test, sockets_come_and_go_while_packets_do)
 {
     for (int round = 0; round < 20; ++round) {
-        const std::size_t fresh = server_->add(parse_listen_address("127.0.0.1:0"), usual_path);
+        const std::size_t fresh = server_->add(parse_socket_address("127.0.0.1:0"), usual_path);
         ask(fresh, 5);
         ask(first_, 5);
         server_->remove(fresh);

@@ -16,13 +16,14 @@
 
 #include <gtest/gtest.h>
 
-#include "fastpath/reflector.hpp"
+#include "fastpath/core/reflector.hpp"
 #include "hyx.h"
 #include "program_names.hpp"
 
 namespace olv_fastpath_test {
 
 using namespace olv_fastpath;
+using namespace olv_net;
 using bytes = std::vector<std::uint8_t>;
 
 using olv_test::bind_tree;

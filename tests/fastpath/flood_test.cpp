@@ -4,7 +4,7 @@
 #include <atomic>
 #include <deque>
 
-#include "fastpath/udp_datagrams.hpp"
+#include "fastpath/udp/udp_datagrams.hpp"
 #include "udp_fixture.hpp"
 
 namespace {
@@ -15,7 +15,7 @@ using std::chrono::steady_clock;
 /** Sends requests as fast as it can while it lives. */
 class flood {
   public:
-    flood(const listen_address &to, std::size_t length)
+    flood(const socket_address &to, std::size_t length)
         : sender_(to.family()), thread_([this, to, length] { run(to, length); })
     {}
     ~flood()
@@ -33,7 +33,7 @@ class flood {
     static constexpr std::uint64_t most = 50'000'000;
     static constexpr auto longest = 60s;
 
-    void run(const listen_address &to, std::size_t length)
+    void run(const socket_address &to, std::size_t length)
     {
         const bytes request = request_of(length);
         const auto end = steady_clock::now() + longest;
@@ -57,8 +57,8 @@ class flood_test : public fastpath_test {
     {
         define_usual_path({.maximum_sessions = 2});
         define_responder(8);
-        flooded_ = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
-        quiet_ = server_.add(parse_listen_address("127.0.0.1:0"), {8, bind_key});
+        flooded_ = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
+        quiet_ = server_.add(parse_socket_address("127.0.0.1:0"), {8, bind_key});
         server_.start();
     }
 
@@ -102,7 +102,7 @@ TEST_F(flood_test, does_not_hold_the_control_side_up)
         server_.set_path(quiet_, {8, bind_key});
         EXPECT_EQ(server_.path(quiet_).responder_id, 8u);
         EXPECT_EQ(server_.statistics(quiet_).received, 0u);
-        (void)server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+        (void)server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
         (void)counters(8);
     }
     server_.stop();
@@ -138,7 +138,7 @@ class full_stream {
         : listening_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
           sending_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
-        listen_address address = parse_listen_address("127.0.0.1:0");
+        socket_address address = parse_socket_address("127.0.0.1:0");
         EXPECT_EQ(bind(listening_, reinterpret_cast<const sockaddr *>(&address.address), address.length), 0);
         EXPECT_EQ(listen(listening_, 1), 0);
         EXPECT_EQ(getsockname(listening_, reinterpret_cast<sockaddr *>(&address.address), &address.length), 0);
@@ -175,7 +175,7 @@ class full_stream {
 TEST(datagram_batch, full_socket_holds_up_for_a_moment_only)
 {
     const int receiving = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    listen_address address = parse_listen_address("127.0.0.1:0");
+    socket_address address = parse_socket_address("127.0.0.1:0");
     ASSERT_EQ(bind(receiving, reinterpret_cast<const sockaddr *>(&address.address), address.length), 0);
     ASSERT_EQ(getsockname(receiving, reinterpret_cast<sockaddr *>(&address.address), &address.length), 0);
     const client sender{AF_INET};

@@ -25,11 +25,11 @@ class hostile_network_test : public fastpath_test {
 
     std::size_t add(const std::string &address, const packet_path &path = usual_path)
     {
-        return server_->add(parse_listen_address(address), path);
+        return server_->add(parse_socket_address(address), path);
     }
 
     /** Send a request that is answered and take the answer, so that everything sent before is dealt with. */
-    static void expect_answer(const client &sender, const listen_address &to)
+    static void expect_answer(const client &sender, const socket_address &to)
     {
         sender.send(to, request_of(14));
         EXPECT_EQ(sender.receive().payload.size(), 41u);
@@ -81,7 +81,7 @@ class any_size_test : public hostile_network_test, public testing::WithParamInte
     }
 
     std::size_t index_ = 0;
-    listen_address to_;
+    socket_address to_;
     client sender_{GetParam().family};
 };
 
@@ -176,7 +176,7 @@ TEST_F(hostile_network_test, datagrams_that_are_longer_than_the_buffers_are_drop
     const std::size_t index = add("127.0.0.1:0");
     server_->start();
     const client sender{AF_INET};
-    const listen_address to = server_->local_address(index);
+    const socket_address to = server_->local_address(index);
     for (const std::size_t length : {101u, 1472u, 65507u}) {
         sender.send(to, bytes(length, 0xA7));
         sender.send(to, bytes(100, 0));
@@ -225,12 +225,12 @@ TEST_F(hostile_network_test, sources_that_are_not_allowed_are_dropped_before_the
     serve(allowing({"127.0.0.2", "192.0.2.0/24"}));
     const std::size_t index = add("127.0.0.1:0");
     server_->start();
-    const listen_address to = server_->local_address(index);
+    const socket_address to = server_->local_address(index);
     const client stranger{AF_INET};
     for (const std::size_t length : {0u, 13u, 14u, 44u, 1472u})
         stranger.send(to, request_of(length));
     const client known{AF_INET};
-    known.bind_to(parse_listen_address("127.0.0.2:0"));
+    known.bind_to(parse_socket_address("127.0.0.2:0"));
     expect_answer(known, to);
     EXPECT_TRUE(stranger.is_empty());
     EXPECT_EQ(server_->statistics().source_not_allowed, 5u);
@@ -261,9 +261,9 @@ TEST_F(hostile_network_test, sources_of_ipv6_are_held_to_the_list)
 TEST_F(hostile_network_test, source_ports_below_the_lowest_are_dropped)
 {
     const client sender{AF_INET};
-    sender.bind_to(parse_listen_address("127.0.0.1:0"));
+    sender.bind_to(parse_socket_address("127.0.0.1:0"));
     const client other{AF_INET}; // at the same address, so that the ports differ
-    other.bind_to(parse_listen_address("127.0.0.1:0"));
+    other.bind_to(parse_socket_address("127.0.0.1:0"));
     const client &lower = sender.local_address().port() < other.local_address().port() ? sender : other;
     const client &upper = &lower == &sender ? other : sender;
     serve({.lowest_source_port = upper.local_address().port()});
@@ -285,7 +285,7 @@ TEST_F(hostile_network_test, source_port_0_is_dropped)
     serve({.lowest_source_port = 0});
     const std::size_t index = add("127.0.0.1:0");
     server_->start();
-    const listen_address to = server_->local_address(index);
+    const socket_address to = server_->local_address(index);
     bytes datagram(8 + 41);
     store_16(&datagram[2], to.port());
     store_16(&datagram[4], 8 + 41);
@@ -307,12 +307,12 @@ class own_source_test : public hostile_network_test {
     {
         serve({});
         const std::size_t index = add(asked);
-        listen_address pretended;
+        socket_address pretended;
         {
             std::optional<client> forger;
             do { // ports of different addresses may be the same
                 forger.emplace(AF_INET);
-                forger->bind_to(parse_listen_address(source));
+                forger->bind_to(parse_socket_address(source));
                 pretended = forger->local_address();
             } while (pretended.port() == server_->port(index));
             forger->send(server_->local_address(index), request_of(41));
@@ -341,7 +341,7 @@ TEST_F(own_source_test, of_a_removed_socket_is_a_source_like_any_other)
 {
     serve({});
     const std::size_t index = add("127.0.0.1:0");
-    const listen_address removed = server_->local_address(add("127.0.0.1:0"));
+    const socket_address removed = server_->local_address(add("127.0.0.1:0"));
     server_->remove(1);
     server_->start();
     const client sender{AF_INET};
@@ -356,10 +356,10 @@ TEST_F(own_source_test, of_another_reflector_is_answered_once)
     reflector other{processor_};
     udp_server other_server{other};
     const std::size_t index = add("127.0.0.1:0");
-    listen_address pretended;
+    socket_address pretended;
     {
         const client forger{AF_INET};
-        forger.bind_to(parse_listen_address("127.0.0.1:0"));
+        forger.bind_to(parse_socket_address("127.0.0.1:0"));
         pretended = forger.local_address();
         forger.send(server_->local_address(index), request_of(41));
     }
@@ -456,7 +456,7 @@ TEST_F(rate_test, sources_that_are_not_allowed_use_nothing_of_it)
     for (int number = 0; number < 50; ++number)
         stranger.send(server_->local_address(index), request_of(41));
     const client known{AF_INET};
-    known.bind_to(parse_listen_address("127.0.0.2:0"));
+    known.bind_to(parse_socket_address("127.0.0.2:0"));
     EXPECT_EQ(answers_of(known, index, 10), 10u);
     EXPECT_EQ(server_->statistics().source_not_allowed, 50u);
 }
@@ -500,8 +500,8 @@ TEST_F(hostile_network_test, every_datagram_of_a_mixture_counts_once)
     const std::size_t indices[] = {add("127.0.0.1:0"), add("127.0.0.1:0", {9, bind_key}),
                                    add("127.0.0.1:0", {responder_id, 99}), add("127.0.0.1:0", {8, bind_key})};
     const client senders[] = {client{AF_INET}, client{AF_INET}, client{AF_INET}};
-    senders[1].bind_to(parse_listen_address("127.0.0.2:0"));
-    senders[2].bind_to(parse_listen_address("127.0.0.2:0"));
+    senders[1].bind_to(parse_socket_address("127.0.0.2:0"));
+    senders[2].bind_to(parse_socket_address("127.0.0.2:0"));
     for (std::uint32_t number = 0; number < 600; ++number)
         senders[number % 3].send(server_->local_address(indices[number / 3 % 4]), request_of(number * 7 % 300));
     server_->start();

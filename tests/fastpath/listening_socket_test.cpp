@@ -1,4 +1,4 @@
-#include "fastpath/listening_socket.hpp"
+#include "fastpath/udp/listening_socket.hpp"
 
 #include <deque>
 #include <map>
@@ -14,7 +14,7 @@ std::vector<std::uint16_t> senders_waiting_in(const listening_socket &socket)
 {
     std::vector<std::uint16_t> ports;
     std::uint8_t octet = 0;
-    listen_address from;
+    socket_address from;
     from.length = sizeof from.address;
     while (recvfrom(socket.number(), &octet, 1, MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&from.address),
                     &from.length) >= 0)
@@ -27,7 +27,7 @@ class listening_socket_test : public testing::TestWithParam<const char *> {
     void SetUp() override
     {
         try {
-            sockets_ = listening_socket::open_together(parse_listen_address(GetParam()), 3);
+            sockets_ = listening_socket::open_together(parse_socket_address(GetParam()), 3);
         } catch (const std::runtime_error &error) {
             GTEST_SKIP() << error.what();
         }
@@ -82,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(families, listening_socket_test, testing::Values("127.0
 TEST(listening_socket, one_alone_receives_at_once)
 {
     std::vector<listening_socket> sockets =
-        listening_socket::open_together(parse_listen_address("127.0.0.1:0"), 1);
+        listening_socket::open_together(parse_socket_address("127.0.0.1:0"), 1);
     ASSERT_EQ(sockets.size(), 1u);
     const client sender{AF_INET};
     sender.send(sockets[0].local(), request_of(41));

@@ -49,7 +49,7 @@ class narrow_path_test : public fastpath_test {
 TEST_F(narrow_path_test, replies_longer_than_the_path_takes_arrive_whole)
 {
     with_mtu(1500, [this] {
-        const std::size_t index = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+        const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
         server_.start();
         const client sender{AF_INET};
         for (const std::size_t length : {1472u, 1473u, 44u, 9000u, 65507u, 44u}) {
@@ -65,7 +65,7 @@ TEST_F(narrow_path_test, replies_longer_than_the_path_takes_arrive_whole)
 TEST_F(narrow_path_test, replies_of_segments_that_do_not_fit_arrive_one_by_one)
 {
     with_mtu(1000, [this] {
-        const std::size_t index = server_.add(parse_listen_address("127.0.0.1:0"), usual_path);
+        const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
         const client sender{AF_INET};
         const std::size_t lengths[] = {44, 44, 1400, 1400, 1400, 44, 44, 44};
         for (const std::size_t length : lengths)

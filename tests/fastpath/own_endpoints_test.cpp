@@ -1,18 +1,19 @@
-#include "fastpath/own_endpoints.hpp"
+#include "fastpath/core/own_endpoints.hpp"
 
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "fastpath/listen_address.hpp"
+#include "net/socket_address.hpp"
 
 namespace {
 
 using namespace olv_fastpath;
+using namespace olv_net;
 
 ip_endpoint endpoint(const std::string &text)
 {
-    return endpoint_of(parse_listen_address(text).address);
+    return endpoint_of(parse_socket_address(text).address);
 }
 
 class own_endpoints_test : public testing::Test {

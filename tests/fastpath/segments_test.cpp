@@ -1,10 +1,10 @@
 // Replies that leave as one segmented datagram are those that leave one by one.
 
-#include "fastpath/udp_datagrams.hpp"
+#include "fastpath/udp/udp_datagrams.hpp"
 
 #include <netinet/udp.h>
 
-#include "fastpath/listening_socket.hpp"
+#include "fastpath/udp/listening_socket.hpp"
 #include "udp_fixture.hpp"
 
 namespace {
@@ -66,7 +66,7 @@ class segments_test : public testing::Test {
 
     static void take_together(const client &sender) { sender.set_option(SOL_UDP, UDP_GRO, 1); }
 
-    listening_socket socket_{parse_listen_address("127.0.0.1:0")};
+    listening_socket socket_{parse_socket_address("127.0.0.1:0")};
     datagram_batch batch_{65535};
     client sender_{AF_INET};
 };
@@ -149,9 +149,9 @@ TEST_F(segments_test, replies_of_another_traffic_class_leave_for_themselves)
 
 TEST_F(segments_test, replies_from_another_address_leave_for_themselves)
 {
-    const listening_socket everywhere{parse_listen_address("0.0.0.0:0")};
+    const listening_socket everywhere{parse_socket_address("0.0.0.0:0")};
     for (const char *host : {"127.0.0.1:", "127.0.0.2:", "127.0.0.2:"})
-        sender_.send(parse_listen_address(host + std::to_string(everywhere.local().port())), request_of(44));
+        sender_.send(parse_socket_address(host + std::to_string(everywhere.local().port())), request_of(44));
     ASSERT_EQ(batch_.receive(everywhere.number()), 3u);
     add_replies({44, 44, 44});
     EXPECT_EQ(batch_.send(everywhere.number()).sent, 3u);
@@ -185,7 +185,7 @@ class server_segments_test : public fastpath_test {
     {
         reflector reflecting{processor_};
         udp_server server{reflecting, {.segments = segments}};
-        const std::size_t index = server.add(parse_listen_address("127.0.0.1:0"), usual_path);
+        const std::size_t index = server.add(parse_socket_address("127.0.0.1:0"), usual_path);
         const client sender{AF_INET};
         for (std::size_t number = 0; number < requests; ++number)
             sender.send(server.local_address(index), request_of(number % 10 == 9 ? 30 : 41 + number / 20));
@@ -209,7 +209,7 @@ class together_test : public fastpath_test {
 
     void SetUp() override
     {
-        const listening_socket probe{parse_listen_address("127.0.0.1:0")};
+        const listening_socket probe{parse_socket_address("127.0.0.1:0")};
         if (!probe.abilities().segments)
             GTEST_SKIP() << "the system knows no segmented datagrams";
     }
@@ -220,7 +220,7 @@ class together_test : public fastpath_test {
     {
         reflector reflecting{processor_};
         udp_server server{reflecting, options};
-        const std::size_t index = server.add(parse_listen_address("127.0.0.1:0"), usual_path);
+        const std::size_t index = server.add(parse_socket_address("127.0.0.1:0"), usual_path);
         const client sender{AF_INET};
         bytes all;
         for (std::size_t number = 0; number <= count; ++number) {
@@ -250,7 +250,7 @@ TEST_F(together_test, few_replies_leave_one_by_one)
 {
     reflector reflecting{processor_};
     udp_server server{reflecting};
-    const std::size_t index = server.add(parse_listen_address("127.0.0.1:0"), usual_path);
+    const std::size_t index = server.add(parse_socket_address("127.0.0.1:0"), usual_path);
     for (const std::size_t count : {1u, 7u, 8u, 20u}) {
         const client sender{AF_INET};
         sender.set_option(SOL_UDP, UDP_GRO, 1);
@@ -292,10 +292,10 @@ TEST_F(together_test, requests_that_are_dropped_count_one_by_one)
     reflector reflecting{processor_, {.minimum_request = 41}};
     udp_server open_server{reflecting};
     udp_server closed_server{reflecting, options};
-    const listen_address open =
-        open_server.local_address(open_server.add(parse_listen_address("127.0.0.1:0"), usual_path));
-    const listen_address closed =
-        closed_server.local_address(closed_server.add(parse_listen_address("127.0.0.1:0"), usual_path));
+    const socket_address open =
+        open_server.local_address(open_server.add(parse_socket_address("127.0.0.1:0"), usual_path));
+    const socket_address closed =
+        closed_server.local_address(closed_server.add(parse_socket_address("127.0.0.1:0"), usual_path));
     const client sender{AF_INET};
     sender.set_option(SOL_UDP, UDP_SEGMENT, 30);
     sender.send(closed, bytes(95, 0x5A));

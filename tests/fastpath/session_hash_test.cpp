@@ -1,6 +1,6 @@
 // How the session table's hash spreads the keys that networks have.
 
-#include "fastpath/session_hash.hpp"
+#include "fastpath/core/session_hash.hpp"
 
 #include <algorithm>
 #include <array>
@@ -13,6 +13,7 @@
 namespace {
 
 using namespace olv_fastpath;
+using namespace olv_net;
 
 constexpr std::uint32_t keys = 65536;
 

@@ -1,4 +1,4 @@
-#include "fastpath/session_table.hpp"
+#include "fastpath/core/session_table.hpp"
 
 #include "fixture.hpp"
 

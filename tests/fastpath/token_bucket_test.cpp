@@ -1,4 +1,4 @@
-#include "fastpath/token_bucket.hpp"
+#include "fastpath/core/token_bucket.hpp"
 
 #include <atomic>
 #include <thread>

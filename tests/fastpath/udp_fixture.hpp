@@ -16,7 +16,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "fastpath/udp_server.hpp"
+#include "fastpath/udp/udp_server.hpp"
 #include "fixture.hpp"
 
 namespace olv_fastpath_test {
@@ -59,22 +59,22 @@ class client {
     }
 
     /** @throw std::runtime_error  It cannot. */
-    void bind_to(const listen_address &address) const
+    void bind_to(const socket_address &address) const
     {
         if (bind(socket_, reinterpret_cast<const sockaddr *>(&address.address), address.length) != 0) {
             throw std::runtime_error("cannot bind to " + address.text());
         }
     }
 
-    [[nodiscard]] listen_address local_address() const
+    [[nodiscard]] socket_address local_address() const
     {
-        listen_address address;
+        socket_address address;
         address.length = sizeof address.address;
         EXPECT_EQ(getsockname(socket_, reinterpret_cast<sockaddr *>(&address.address), &address.length), 0);
         return address;
     }
 
-    void send(const listen_address &to, const bytes &payload) const
+    void send(const socket_address &to, const bytes &payload) const
     {
         EXPECT_EQ(sendto(socket_, payload.data(), payload.size(), 0,
                          reinterpret_cast<const sockaddr *>(&to.address), to.length),
@@ -99,7 +99,7 @@ class client {
     {
         // Not of the heap: sanitizers keep what was given back, until a 32-bit process has no room left.
         std::array<std::uint8_t, 65535> buffer;
-        listen_address from;
+        socket_address from;
         alignas(cmsghdr) std::array<std::uint8_t, 128> control{};
         iovec part{buffer.data(), buffer.size()};
         msghdr message{};

@@ -10,15 +10,15 @@ class udp_server_test : public fastpath_test {
   protected:
     udp_server_test() { define_usual_path({.maximum_sessions = 1000}); }
 
-    std::size_t add(const char *address) { return server_.add(parse_listen_address(address), usual_path); }
+    std::size_t add(const char *address) { return server_.add(parse_socket_address(address), usual_path); }
 
     /** @p host at the port of a socket. */
-    [[nodiscard]] listen_address at(const std::string &host, std::size_t index) const
+    [[nodiscard]] socket_address at(const std::string &host, std::size_t index) const
     {
-        return parse_listen_address(host + ":" + std::to_string(server_.port(index)));
+        return parse_socket_address(host + ":" + std::to_string(server_.port(index)));
     }
 
-    std::string message_of_add(const listen_address &address)
+    std::string message_of_add(const socket_address &address)
     {
         try {
             (void)server_.add(address, usual_path);
@@ -135,7 +135,7 @@ TEST_F(udp_server_test, empty_datagram_is_counted)
 TEST_F(udp_server_test, each_socket_has_its_own_path)
 {
     const std::size_t bound = add("127.0.0.1:0");
-    const std::size_t unbound = server_.add(parse_listen_address("127.0.0.1:0"), {responder_id, 99});
+    const std::size_t unbound = server_.add(parse_socket_address("127.0.0.1:0"), {responder_id, 99});
     server_.start();
     const client sender{AF_INET};
     sender.send(server_.local_address(unbound), request_of(14));
@@ -153,7 +153,7 @@ TEST_F(udp_server_test, sockets_come_and_go_while_the_thread_runs)
     server_.start();
     const client sender{AF_INET};
     const std::size_t first = add("127.0.0.1:0");
-    const listen_address address = server_.local_address(first);
+    const socket_address address = server_.local_address(first);
     sender.send(address, request_of(14));
     EXPECT_EQ(sender.receive().payload.size(), 41u);
     server_.remove(first);
@@ -168,13 +168,13 @@ TEST_F(udp_server_test, sockets_come_and_go_while_the_thread_runs)
 
 TEST_F(udp_server_test, busy_port_is_refused)
 {
-    const listen_address taken = server_.local_address(add("127.0.0.1:0"));
+    const socket_address taken = server_.local_address(add("127.0.0.1:0"));
     EXPECT_EQ(message_of_add(taken), "cannot listen on " + taken.text() + ": Address already in use");
 }
 
 TEST_F(udp_server_test, address_of_no_interface_is_refused)
 {
-    EXPECT_EQ(message_of_add(parse_listen_address("192.0.2.1:0")),
+    EXPECT_EQ(message_of_add(parse_socket_address("192.0.2.1:0")),
               "cannot listen on 192.0.2.1:0: Cannot assign requested address");
 }
 
@@ -208,7 +208,7 @@ TEST_F(udp_server_test, burst_is_counted_to_the_last_datagram)
     const std::size_t index = add("127.0.0.1:0");
     server_.start();
     const client sender{AF_INET};
-    const listen_address to = server_.local_address(index);
+    const socket_address to = server_.local_address(index);
     for (std::uint32_t number = 1; number <= 1000; ++number) {
         sender.send(to, request_of(41));
         // Sockets have room for some hundreds where the system's limit is low.

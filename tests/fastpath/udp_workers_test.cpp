@@ -12,7 +12,7 @@ using namespace olv_fastpath_test;
 class sharing_socket {
   public:
     sharing_socket() { sender_.set_option(SOL_SOCKET, SO_REUSEPORT, 1); }
-    [[nodiscard]] bool can_bind_to(const listen_address &address) const
+    [[nodiscard]] bool can_bind_to(const socket_address &address) const
     {
         try {
             sender_.bind_to(address);
@@ -21,13 +21,13 @@ class sharing_socket {
             return false;
         }
     }
-    [[nodiscard]] listen_address address() const { return sender_.local_address(); }
+    [[nodiscard]] socket_address address() const { return sender_.local_address(); }
 
   private:
     client sender_{AF_INET};
 };
 
-std::string message_of_add(udp_workers &workers, const listen_address &address)
+std::string message_of_add(udp_workers &workers, const socket_address &address)
 {
     try {
         (void)workers.add(address, {.responder_id = 7, .bind_key = 5});
@@ -152,13 +152,13 @@ TEST_F(workers_test, own_source_is_known_to_all)
     serve({.count = 4});
     std::deque<client> forgers = sender_for_each_worker();
     workers_->stop();
-    std::vector<listen_address> pretended;
+    std::vector<socket_address> pretended;
     for (const client &each : forgers) {
         each.send(address(), request_of(41));
         pretended.push_back(each.local_address());
     }
     forgers.clear();
-    for (const listen_address &each : pretended)
+    for (const socket_address &each : pretended)
         (void)workers_->add(each, usual_path);
     const global_counters before = global();
     workers_->start();
@@ -174,7 +174,7 @@ TEST_F(workers_test, packet_to_a_group_is_answered_once)
     serve({.count = 4}, "0.0.0.0:0");
     const client sender{AF_INET};
     const in_addr loopback{.s_addr = htonl(INADDR_LOOPBACK)};
-    listen_address group = parse_listen_address("239.1.2.3:" + std::to_string(address().port()));
+    socket_address group = parse_socket_address("239.1.2.3:" + std::to_string(address().port()));
     const ip_mreqn joined{.imr_multiaddr = reinterpret_cast<const sockaddr_in &>(group.address).sin_addr,
                           .imr_address = loopback,
                           .imr_ifindex = 0};
@@ -201,7 +201,7 @@ TEST_F(workers_test, address_is_taken_for_everybody_else)
     EXPECT_EQ(message_of_add(others, address()),
               "cannot listen on " + address().text() + ": Address already in use");
     workers_->remove(index_);
-    EXPECT_EQ(message_of_add(others, parse_listen_address("127.0.0.1:0")), "no error");
+    EXPECT_EQ(message_of_add(others, parse_socket_address("127.0.0.1:0")), "no error");
 }
 
 TEST_F(workers_test, one_worker_shares_its_address_with_nobody)
@@ -215,7 +215,7 @@ TEST_F(workers_test, address_that_others_would_share_is_refused)
 {
     define_usual_path();
     const sharing_socket other;
-    ASSERT_TRUE(other.can_bind_to(parse_listen_address("127.0.0.1:0")));
+    ASSERT_TRUE(other.can_bind_to(parse_socket_address("127.0.0.1:0")));
     EXPECT_EQ(message_of_add(make({.count = 2}), other.address()),
               "cannot listen on " + other.address().text() + ": Address already in use");
 }
@@ -242,7 +242,7 @@ TEST_F(workers_test, add_that_fails_leaves_nothing_open)
 {
     define_usual_path();
     serve({.count = 4});
-    const listen_address wanted = address();
+    const socket_address wanted = address();
     workers_->remove(index_);
     {
         const few_descriptors few{2};

@@ -1,4 +1,4 @@
-#include "fastpath/twamp_wire.hpp"
+#include "net/twamp_wire.hpp"
 
 #include <cstdint>
 
@@ -6,11 +6,12 @@
 
 #include <gtest/gtest.h>
 
-#include "fastpath/reflector.hpp"
+#include "fastpath/core/reflector.hpp"
 
 namespace {
 
 using namespace olv_fastpath;
+using namespace olv_net;
 
 TEST(twamp_wire, stores_and_loads_big_endian)
 {

@@ -9,7 +9,7 @@
 #include <deque>
 #include <optional>
 
-#include "fastpath/udp_workers.hpp"
+#include "fastpath/udp/udp_workers.hpp"
 #include "udp_fixture.hpp"
 
 namespace olv_fastpath_test {
@@ -22,11 +22,11 @@ class workers_test : public fastpath_test {
     void serve(const udp_workers_options &options, const char *address = "127.0.0.1:0")
     {
         make(options);
-        index_ = workers_->add(parse_listen_address(address), usual_path);
+        index_ = workers_->add(parse_socket_address(address), usual_path);
         workers_->start();
     }
 
-    [[nodiscard]] listen_address address() const { return workers_->local_address(index_); }
+    [[nodiscard]] socket_address address() const { return workers_->local_address(index_); }
 
     /** Senders, each at a port of its own, and a request from each of them. */
     std::deque<client> send_from(std::size_t count) const
@@ -44,7 +44,7 @@ class workers_test : public fastpath_test {
         std::deque<client> senders;
         for (std::uint64_t sent = 1; sent <= 1000 && senders.size() < count; ++sent) {
             const client &sender = senders.emplace_back(AF_INET);
-            sender.bind_to(parse_listen_address("127.0.0.2:0"));
+            sender.bind_to(parse_socket_address("127.0.0.2:0"));
             sender.send(address(), request_of(41));
             EXPECT_TRUE(have_taken(sent));
             if (workers_with_packets() < senders.size())

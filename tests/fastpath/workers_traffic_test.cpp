@@ -14,7 +14,7 @@ using std::chrono::steady_clock;
  * the replies to all that it may have asked while the workers had no core. */
 class steady_senders {
   public:
-    steady_senders(const listen_address &to, std::size_t count) : to_(to)
+    steady_senders(const socket_address &to, std::size_t count) : to_(to)
     {
         while (senders_.size() < count)
             senders_.emplace_back();
@@ -73,7 +73,7 @@ class steady_senders {
         sender.asks_at = {};
     }
 
-    listen_address to_;
+    socket_address to_;
     std::deque<steady_sender> senders_;
     std::atomic<bool> stopping_{false};
     std::atomic<std::uint32_t> replies_{0};
@@ -85,7 +85,7 @@ TEST_F(workers_test, sender_stays_with_its_worker_when_its_address_goes_and_come
 {
     define_usual_path({.maximum_sessions = 100});
     serve({.count = 4});
-    const listen_address always = address();
+    const socket_address always = address();
     steady_senders senders{always, 30};
     for (int round = 0; round < 50; ++round) {
         const std::uint32_t before = senders.replies();
@@ -106,7 +106,7 @@ TEST_F(workers_test, other_addresses_come_and_go_beside_traffic)
     serve({.count = 2});
     steady_senders senders{address(), 30};
     for (int round = 0; round < 100; ++round) {
-        const std::size_t other = workers_->add(parse_listen_address("127.0.0.1:0"), usual_path);
+        const std::size_t other = workers_->add(parse_socket_address("127.0.0.1:0"), usual_path);
         const client sender{AF_INET};
         workers_->set_path(other, {.responder_id = responder_id, .bind_key = 99});
         workers_->set_path(other, usual_path);

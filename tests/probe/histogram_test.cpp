@@ -1,6 +1,6 @@
 // Edges and bars of histograms.
 
-#include "histogram.hpp"
+#include "apps/twamp-probe/histogram.hpp"
 
 #include <gtest/gtest.h>
 

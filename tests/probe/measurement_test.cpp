@@ -1,6 +1,6 @@
 // What replies of all kinds do to the counts, and delays with their variation.
 
-#include "probe_figures.hpp"
+#include "probe/probe_figures.hpp"
 
 #include <gtest/gtest.h>
 

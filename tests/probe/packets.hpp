@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "measurement.hpp"
+#include "probe/measurement.hpp"
 
 namespace olv_probe {
 
@@ -42,7 +42,7 @@ class scripted_session {
 
     [[nodiscard]] std::vector<std::uint8_t> reply(std::uint32_t sequence, const answer &given) const
     {
-        using namespace olv_fastpath;
+        using namespace olv_net;
         std::vector<std::uint8_t> octets(41);
         const std::uint64_t sent = departure(sequence).units();
         store_32(&octets[0], given.number);
@@ -70,10 +70,10 @@ class scripted_session {
     }
 
   private:
-    [[nodiscard]] static olv_fastpath::ntp_time departure(std::uint32_t number)
+    [[nodiscard]] static olv_net::ntp_time departure(std::uint32_t number)
     {
         // The seconds wrap after the second packet.
-        return olv_fastpath::ntp_time::from_units(0xFFFFFFFF'80000000u + number * std::uint64_t{quarter});
+        return olv_net::ntp_time::from_units(0xFFFFFFFF'80000000u + number * std::uint64_t{quarter});
     }
 
     test_packet_format format_{41, true, 0};

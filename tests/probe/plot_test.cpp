@@ -1,6 +1,6 @@
 // What gnuplot is told.
 
-#include "plot.hpp"
+#include "apps/twamp-probe/plot.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

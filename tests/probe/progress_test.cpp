@@ -1,6 +1,6 @@
 // The line that shows how far a run is.
 
-#include "progress_line.hpp"
+#include "apps/twamp-probe/progress_line.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Addresses and names as written, and what they stand for.
 
-#include "reflector_name.hpp"
+#include "apps/common/reflector_name.hpp"
 
 #include <ostream>
 #include <stdexcept>

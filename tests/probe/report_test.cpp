@@ -1,6 +1,6 @@
 // Figures as text, JSON and CSV.
 
-#include "probe_report.hpp"
+#include "apps/common/probe_report.hpp"
 
 #include <cstdlib>
 
@@ -31,7 +31,7 @@ void send_and_receive(scripted_session &session)
 run_report report_of(const scripted_session &session)
 {
     run_report report;
-    report.options.reflector = olv_fastpath::parse_listen_address("192.0.2.1:862");
+    report.options.reflector = olv_net::parse_socket_address("192.0.2.1:862");
     report.options.count = 4;
     report.elapsed = std::chrono::milliseconds(1500);
     const measurement *result = &session.result;
@@ -43,7 +43,7 @@ run_report report_of(const scripted_session &session)
 TEST(Announcement, SaysWhatIsSent)
 {
     session_options options;
-    options.reflector = olv_fastpath::parse_listen_address("[2001:db8::1]:862");
+    options.reflector = olv_net::parse_socket_address("[2001:db8::1]:862");
     EXPECT_EQ(announcement(options), "100 packets of 41 octets to [2001:db8::1]:862\n");
     options.senders = 3;
     EXPECT_EQ(announcement(options), "100 packets of 41 octets to [2001:db8::1]:862 from each of 3 senders\n");

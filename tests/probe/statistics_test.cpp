@@ -1,6 +1,6 @@
 // Distributions, order of arrival, numbers that come again.
 
-#include "statistics.hpp"
+#include "probe/statistics.hpp"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "fastpath/reflector.hpp"
+#include "fastpath/core/reflector.hpp"
 #include "olv_sim.hpp"
 #include "olv_twamp.h"
 #include "program_names.hpp"

@@ -5,7 +5,7 @@
 #include <deque>
 #include <thread>
 
-#include "command_line.hpp"
+#include "apps/common/command_line.hpp"
 #include "resident_memory.hpp"
 #include "silence.hpp"
 #include "station.hpp"

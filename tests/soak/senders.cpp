@@ -8,17 +8,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "fastpath/twamp_wire.hpp"
+#include "net/twamp_wire.hpp"
 
 namespace olv_soak {
 
 namespace {
 
-constexpr std::size_t shortest_request = olv_fastpath::sender_packet::header_length;
+constexpr std::size_t shortest_request = olv_net::sender_packet::header_length;
 
 } // namespace
 
-sender::sender(const olv_fastpath::listen_address &to, std::uint64_t seed, std::function<std::uint64_t()> taken)
+sender::sender(const olv_net::socket_address &to, std::uint64_t seed, std::function<std::uint64_t()> taken)
     : socket_(socket(to.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0)), seed_(seed), taken_(std::move(taken))
 {
     if (socket_ < 0 || connect(socket_, reinterpret_cast<const sockaddr *>(&to.address), to.length) != 0) {
@@ -56,7 +56,7 @@ void sender::run()
     while (!stopping_) {
         const std::uint32_t burst = 1 + static_cast<std::uint32_t>(random() % window);
         for (std::uint32_t index = 0; index < burst; ++index, ++sequence) {
-            olv_fastpath::store_32(request.data(), sequence);
+            olv_net::store_32(request.data(), sequence);
             const std::size_t length = length_of(sequence);
             if (send(socket_, request.data(), length, 0) == static_cast<ssize_t>(length)) {
                 ++sent_;
@@ -71,7 +71,7 @@ void sender::run()
 
 void sender::receive(int milliseconds)
 {
-    namespace reflector_packet = olv_fastpath::reflector_packet;
+    namespace reflector_packet = olv_net::reflector_packet;
     pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
     if (poll(&waiting, 1, milliseconds) <= 0) {
         return;
@@ -81,7 +81,7 @@ void sender::receive(int milliseconds)
         ++replies_;
         const auto length = static_cast<std::size_t>(got);
         const std::size_t request =
-            length_of(olv_fastpath::load_32(&reply[reflector_packet::sender_sequence_number]));
+            length_of(olv_net::load_32(&reply[reflector_packet::sender_sequence_number]));
         const bool good =
             request >= shortest_request && length == std::max(request, reflector_packet::header_length);
         bad_replies_ += good ? 0 : 1;

@@ -10,7 +10,7 @@
 #include <functional>
 #include <thread>
 
-#include "fastpath/listen_address.hpp"
+#include "net/socket_address.hpp"
 
 namespace olv_soak {
 
@@ -19,7 +19,7 @@ class sender {
   public:
     /** @param taken  How many packets the receiver has taken from its socket: no more than it has room for are
      *  ever on their way. */
-    sender(const olv_fastpath::listen_address &to, std::uint64_t seed, std::function<std::uint64_t()> taken);
+    sender(const olv_net::socket_address &to, std::uint64_t seed, std::function<std::uint64_t()> taken);
     ~sender();
     sender(const sender &) = delete;
     sender &operator=(const sender &) = delete;

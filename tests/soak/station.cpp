@@ -14,7 +14,7 @@ station::station(olv_sim::framework &framework, std::uint32_t responders, std::u
 {
     control_.begin();
     const auto listen = [this](const char *address, std::uint32_t responder) {
-        return server_.add(olv_fastpath::parse_listen_address(address),
+        return server_.add(olv_net::parse_socket_address(address),
                            {.responder_id = responder, .bind_key = control::staying_key});
     };
     listen("127.0.0.1:0", 1);

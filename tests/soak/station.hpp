@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "control.hpp"
-#include "fastpath/udp_server.hpp"
+#include "fastpath/udp/udp_server.hpp"
 #include "senders.hpp"
 
 namespace olv_soak {

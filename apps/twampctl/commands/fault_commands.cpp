@@ -2,12 +2,12 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "choices.hpp"
-#include "command_tree.hpp"
-#include "commands/commands.hpp"
-#include "formatted.hpp"
-#include "platform_names.hpp"
-#include "progress.hpp"
+#include "apps/common/choices.hpp"
+#include "apps/common/formatted.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/commands/commands.hpp"
+#include "apps/twampctl/console/progress.hpp"
+#include "apps/twampctl/site/platform_names.hpp"
 
 namespace twampctl {
 namespace {
@@ -107,7 +107,7 @@ void add_fault_group(command_tree &tree)
                               "Make a platform call fail",
                               {"fault set hyx_ptn_learn", "fault set hyx_rsrc_allocate --skip 2 --forever",
                                "fault set hyx_se_state_set --code 0x10D"}},
-                             [options](testbed &) { set_fault(*options); });
+                             [options](command_context &) { set_fault(*options); });
     one_of(set.add_option("CALL", options->call, "The call; Tab completes it"), failing_calls())
         ->required()
         ->type_name(value_kind::call);
@@ -115,16 +115,16 @@ void add_fault_group(command_tree &tree)
 
     CLI::App &any =
         tree.add(group, {"any", "Make whatever call comes fail, counted together", {"fault any --skip 4"}},
-                 [options](testbed &) {
+                 [options](command_context &) {
                      olv_sim::faults::set_any(options->plan(0)); // 0: the call's own code
                      say("any call %s", course_of(options->plan(0)).c_str());
                  });
     add_course(any, *options);
     tree.add(group, {"list", "List the faults, and how often they fired", {"fault list"}},
-             [](testbed &) { list_faults(); });
+             [](command_context &) { list_faults(); });
     CLI::App &clear =
         tree.add(group, {"clear", "Clear one fault, or all", {"fault clear", "fault clear hyx_ptn_learn"}},
-                 [options](testbed &) { clear_faults(options->call); });
+                 [options](command_context &) { clear_faults(options->call); });
     one_of(clear.add_option("CALL", options->call, "The call; default: all"), failing_calls())
         ->type_name(value_kind::call);
 }
@@ -168,15 +168,16 @@ void add_record_group(command_tree &tree)
     const auto names = std::make_shared<std::vector<std::string>>(std::vector<std::string>{"service"});
     CLI::App &start = tree.add(
         group, {"start", "Forget the record and record from now on", {"record start", "record start text"}},
-        [names](testbed &) { start_record(*names); });
+        [names](command_context &) { start_record(*names); });
     one_of(start.add_option("KIND", *names, "service, text, print, trace, byte-order (service)"),
            {"service", "text", "print", "trace", "byte-order"});
     tree.add(group, {"show", "Show the recorded calls, in order", {"record show"}},
-             [](testbed &) { print_record(); });
-    tree.add(group, {"stop", "Record no more; what was recorded stays", {"record stop"}}, [](testbed &) {
-        olv_sim::call_record::stop();
-        say("no longer recording");
-    });
+             [](command_context &) { print_record(); });
+    tree.add(group, {"stop", "Record no more; what was recorded stays", {"record stop"}},
+             [](command_context &) {
+                 olv_sim::call_record::stop();
+                 say("no longer recording");
+             });
 }
 
 } // namespace

@@ -5,13 +5,13 @@
 
 #include <unistd.h>
 
-#include "choices.hpp"
-#include "command_line.hpp"
-#include "command_tree.hpp"
-#include "commands/commands.hpp"
-#include "figures_output.hpp"
-#include "progress.hpp"
-#include "watch.hpp"
+#include "apps/common/choices.hpp"
+#include "apps/common/command_line.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/commands/commands.hpp"
+#include "apps/twampctl/console/progress.hpp"
+#include "apps/twampctl/console/watch.hpp"
+#include "apps/twampctl/figures/figures_output.hpp"
 
 namespace twampctl {
 namespace {
@@ -40,8 +40,8 @@ void add_part(command_tree &tree, CLI::App &parent, const command_text &text, Pa
 {
     const auto chosen = std::make_shared<format_option>();
     add_format(tree.add(parent, text,
-                        [chosen, part](testbed &bed) {
-                            print(format(bed.current().collect().*part, chosen->value()));
+                        [chosen, part](command_context &context) {
+                            print(format(context.current().collect().*part, chosen->value()));
                         }),
                *chosen);
 }
@@ -50,9 +50,9 @@ void add_part(command_tree &tree, CLI::App &parent, const command_text &text, Pa
 // Statistics: as text, the library prints them itself
 // --------------------------------------------------------------------------------------------------------
 
-void print_statistics(testbed &bed, const format_option &chosen)
+void print_statistics(command_context &context, const format_option &chosen)
 {
-    site &on = bed.current();
+    site &on = context.current();
     olv_twamp_global_stats counters{};
     on.require(olv_twamp_global_stats_get(on.module(), &counters), "read the module's statistics");
     if (chosen.is_text()) {
@@ -62,9 +62,9 @@ void print_statistics(testbed &bed, const format_option &chosen)
     }
 }
 
-void print_responder_statistics(testbed &bed, const std::string &name, const format_option &chosen)
+void print_responder_statistics(command_context &context, const std::string &name, const format_option &chosen)
 {
-    site &on = bed.current();
+    site &on = context.current();
     const named_responder &responder = on.responder(name);
     olv_twamp_responder_stats counters{};
     on.require(olv_twamp_responder_stats_get(on.module(), responder.handle, &counters),
@@ -80,7 +80,7 @@ void add_statistics(command_tree &tree)
 {
     const auto chosen = std::make_shared<format_option>();
     add_format(tree.add({"stats", "Show the module's counters", {"stats", "stats --format json"}},
-                        [chosen](testbed &bed) { print_statistics(bed, *chosen); }),
+                        [chosen](command_context &context) { print_statistics(context, *chosen); }),
                *chosen);
 }
 
@@ -88,7 +88,9 @@ void add_everything(command_tree &tree)
 {
     const auto chosen = std::make_shared<format_option>();
     add_format(tree.add({"show", "Show all figures", {"show", "show --format prometheus"}},
-                        [chosen](testbed &bed) { print(format(bed.current().collect(), chosen->value())); }),
+                        [chosen](command_context &context) {
+                            print(format(context.current().collect(), chosen->value()));
+                        }),
                *chosen);
 }
 
@@ -102,18 +104,19 @@ struct watch_request {
     format_option format;
 };
 
-void watch_site(testbed &bed, const watch_request &request)
+void watch_site(command_context &context, const watch_request &request)
 {
-    site &on = bed.current();
-    const bool interrupted = watch([&on] { return on.collect(); }, bed.signals(), // Ctrl-C is how one ends it
-                                   {.interval = std::chrono::nanoseconds(std::llround(request.interval * 1e9)),
-                                    .count = request.count,
-                                    .duration = {},
-                                    .format = request.format.value()});
+    site &on = context.current();
+    const bool interrupted =
+        watch([&on] { return on.collect(); }, context.signals(), // Ctrl-C is how one ends it
+              {.interval = std::chrono::nanoseconds(std::llround(request.interval * 1e9)),
+               .count = request.count,
+               .duration = {},
+               .format = request.format.value()});
     if (interrupted && isatty(STDOUT_FILENO) != 0) {
         std::printf("\n"); // the terminal has shown ^C
     }
-    if (bed.signals().take() == SIGTERM) {
+    if (context.signals().take() == SIGTERM) {
         (void)kill(getpid(), SIGTERM); // it is not only the watch that ends
         throw std::runtime_error("terminated while watching");
     }
@@ -125,7 +128,7 @@ void add_watch(command_tree &tree)
     CLI::App &command = tree.add({"watch",
                                   "Show rates, drops and sessions as they change",
                                   {"watch", "watch --interval 0.5 --count 10"}},
-                                 [request](testbed &bed) { watch_site(bed, *request); });
+                                 [request](command_context &context) { watch_site(context, *request); });
     command.add_option("--interval", request->interval, "Seconds between two looks (1)")
         ->check(olv_apps::number_between(0.05, 3600.0));
     command.add_option("--count", request->count, "Looks; default: until Ctrl-C")
@@ -138,13 +141,13 @@ void add_metrics(command_tree &tree)
     CLI::App &group = tree.add_group("metrics", "Serve the figures over HTTP");
     const auto where = std::make_shared<std::string>();
     tree.add(group, {"at", "Serve them for Prometheus to fetch", {"metrics at 127.0.0.1:9862"}},
-             [where](testbed &bed) {
-                 say("metrics %s", bed.serve_metrics(olv_fastpath::parse_listen_address(*where)).c_str());
+             [where](command_context &context) {
+                 say("metrics %s", context.serve_metrics(olv_net::parse_socket_address(*where)).c_str());
              })
         .add_option("ADDRESS:PORT", *where, "Where; port 0: any")
         ->required();
-    tree.add(group, {"off", "Serve them no more", {}}, [](testbed &bed) {
-        bed.end_metrics();
+    tree.add(group, {"off", "Serve them no more", {}}, [](command_context &context) {
+        context.end_metrics();
         say("metrics are no longer served");
     });
 }
@@ -159,9 +162,9 @@ void add_responder_figures(command_tree &tree, CLI::App &group)
         &figures::responders);
     const auto name = std::make_shared<std::string>();
     const auto chosen = std::make_shared<format_option>();
-    CLI::App &stats =
-        tree.add(group, {"stats", "Show a responder's counters", {"responder stats west"}},
-                 [name, chosen](testbed &bed) { print_responder_statistics(bed, *name, *chosen); });
+    CLI::App &stats = tree.add(
+        group, {"stats", "Show a responder's counters", {"responder stats west"}},
+        [name, chosen](command_context &context) { print_responder_statistics(context, *name, *chosen); });
     stats.add_option("NAME", *name, "The responder")->required()->type_name(value_kind::responder);
     add_format(stats, *chosen);
 }

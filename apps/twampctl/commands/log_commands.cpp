@@ -1,12 +1,12 @@
 // What the module says: log levels and bits, the trace, the classifier tables.
 #include <cstdio>
 
-#include "choices.hpp"
-#include "command_tree.hpp"
-#include "commands/commands.hpp"
-#include "log_words.hpp"
-#include "platform_names.hpp"
-#include "progress.hpp"
+#include "apps/common/choices.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/commands/commands.hpp"
+#include "apps/twampctl/console/progress.hpp"
+#include "apps/twampctl/site/log_words.hpp"
+#include "apps/twampctl/site/platform_names.hpp"
 
 namespace twampctl {
 namespace {
@@ -16,23 +16,23 @@ std::uint32_t log_word(const site &on)
     return __atomic_load_n(&on.module()->log_flags, __ATOMIC_RELAXED);
 }
 
-void print_log(testbed &bed)
+void print_log(command_context &context)
 {
-    std::printf("log: %s\n", log_word_text(log_word(bed.current())).c_str());
+    std::printf("log: %s\n", log_word_text(log_word(context.current())).c_str());
 }
 
-void set_bits(testbed &bed, const std::vector<std::string> &names)
+void set_bits(command_context &context, const std::vector<std::string> &names)
 {
-    const site &on = bed.current();
+    const site &on = context.current();
     const std::uint32_t level = log_word(on) & OLV_LOG_LEVEL_MASK;
     __atomic_store_n(&on.module()->log_flags, level | log_bits(names),
                      __ATOMIC_RELAXED); // the library may read
-    print_log(bed);
+    print_log(context);
 }
 
-void map_level(testbed &bed, std::uint32_t level)
+void map_level(command_context &context, std::uint32_t level)
 {
-    const site &on = bed.current();
+    const site &on = context.current();
     std::uint32_t mapped = 0;
     on.require(olv_twamp_map_sys_log(on.module(), level, &mapped), "map log level " + std::to_string(level));
     std::printf("log level %u is level %u of the module\n", level, mapped);
@@ -46,14 +46,14 @@ void add_log_group(command_tree &tree)
     const auto level = std::make_shared<std::uint32_t>();
     // Any number goes to the library: its refusal is worth seeing.
     tree.add(group, {"level", "Set the log level; clears the log bits", {"log level 15"}},
-             [level](testbed &bed) {
-                 bed.current().set_log_level(*level);
-                 print_log(bed);
+             [level](command_context &context) {
+                 context.current().set_log_level(*level);
+                 print_log(context);
              })
         .add_option("LEVEL", *level, "0, 1, 3, 7 or 15")
         ->required();
     tree.add(group, {"map", "Map a log level to the module's", {"log map 7"}},
-             [level](testbed &bed) { map_level(bed, *level); })
+             [level](command_context &context) { map_level(context, *level); })
         .add_option("LEVEL", *level, "0, 1, 3, 7 or 15")
         ->required();
 
@@ -62,7 +62,7 @@ void add_log_group(command_tree &tree)
                               {"bits",
                                "Set the log bits beside the level; none: clear them",
                                {"log bits function pattern state", "log bits"}},
-                              [names](testbed &bed) { set_bits(bed, *names); });
+                              [names](command_context &context) { set_bits(context, *names); });
     one_of(bits.add_option("NAME", *names, "function: entry and exit lines; pattern: entries; state: dumps"),
            log_bit_names());
 }
@@ -75,15 +75,15 @@ void add_trace_group(command_tree &tree)
              {"to",
               "Send the trace to a file, to standard error or to LTTng",
               {"trace to run.trace", "trace to -"}},
-             [where](testbed &bed) {
-                 bed.trace_to(*where);
+             [where](command_context &context) {
+                 context.trace_to(*where);
                  say("trace goes to %s", where->c_str());
              })
         .add_option("FILE", *where, "File for a text trace; -: standard error; lttng: LTTng")
         ->required()
         ->type_name(value_kind::file);
-    tree.add(group, {"off", "Trace no more", {"trace off"}}, [](testbed &bed) {
-        bed.trace_to("");
+    tree.add(group, {"off", "Trace no more", {"trace off"}}, [](command_context &context) {
+        context.trace_to("");
         say("trace is off");
     });
 }
@@ -144,9 +144,9 @@ std::uint32_t walk_locked(const site &on, std::uint32_t group)
     return status;
 }
 
-void dump(testbed &bed, const dump_options &options)
+void dump(command_context &context, const dump_options &options)
 {
-    site &on = bed.current();
+    site &on = context.current();
     if (options.entries) {
         dump_entries(on);
         return;
@@ -162,7 +162,7 @@ void add_dump(command_tree &tree)
     const auto options = std::make_shared<dump_options>();
     CLI::App &command =
         tree.add({"dump", "Print the classifier tables", {"dump", "dump responder", "dump --entries"}},
-                 [options](testbed &bed) { dump(bed, *options); });
+                 [options](command_context &context) { dump(context, *options); });
     one_of(command.add_option("TABLES", options->tables, "responder, bind or all (all)"),
            {"responder", "bind", "all"});
     command.add_option("--group", options->group, "Table group by number, known or not");

@@ -1,11 +1,11 @@
 // Ways in and out: binds, and the addresses at which packets are answered.
 #include <cstdio>
 
-#include "checks.hpp"
-#include "choices.hpp"
-#include "command_tree.hpp"
-#include "commands/commands.hpp"
-#include "progress.hpp"
+#include "apps/common/choices.hpp"
+#include "apps/twampctl/commands/checks.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/commands/commands.hpp"
+#include "apps/twampctl/console/progress.hpp"
 
 namespace twampctl {
 namespace {
@@ -45,10 +45,11 @@ void add_bind(command_tree &tree, const command_text &text,
               const std::function<void(site &, const bind_request &, bool)> &work)
 {
     const auto options = std::make_shared<bind_options>();
-    add_request_options(
-        tree.add(text,
-                 [options, work](testbed &bed) { work(bed.current(), options->filled(), options->direct); }),
-        *options);
+    add_request_options(tree.add(text,
+                                 [options, work](command_context &context) {
+                                     work(context.current(), options->filled(), options->direct);
+                                 }),
+                        *options);
 }
 
 void print_imc(site &on, const bind_request &request, bool direct)
@@ -82,22 +83,22 @@ olv_fastpath::packet_path path_for(const site &on, int family, const listen_opti
     return {.responder_id = on.responders().front().handle->responder_id, .bind_key = key};
 }
 
-void listen(testbed &bed, const listen_options &options)
+void listen(command_context &context, const listen_options &options)
 {
-    site &on = bed.current();
-    std::vector<olv_fastpath::listen_address> addresses;
+    site &on = context.current();
+    std::vector<olv_net::socket_address> addresses;
     for (const std::string &text : options.addresses) {
-        addresses.push_back(olv_fastpath::parse_listen_address(text));
+        addresses.push_back(olv_net::parse_socket_address(text));
     }
-    for (const olv_fastpath::listen_address &each : addresses) {
+    for (const olv_net::socket_address &each : addresses) {
         say("listening at %s", on.listen(each, path_for(on, each.family(), options)).c_str());
         on.start();
     }
 }
 
-void unlisten(testbed &bed, const std::vector<std::string> &addresses, bool all)
+void unlisten(command_context &context, const std::vector<std::string> &addresses, bool all)
 {
-    site &on = bed.current();
+    site &on = context.current();
     require_some_or_all("unlisten", "the addresses", !addresses.empty(), all);
     for (const std::string &each : all ? on.listeners() : addresses) {
         on.unlisten(each);
@@ -105,9 +106,9 @@ void unlisten(testbed &bed, const std::vector<std::string> &addresses, bool all)
     }
 }
 
-void redirect(testbed &bed, const listen_options &options)
+void redirect(command_context &context, const listen_options &options)
 {
-    site &on = bed.current();
+    site &on = context.current();
     for (const std::string &each : options.addresses) {
         const int family = each.starts_with('[') ? AF_INET6 : AF_INET;
         const olv_fastpath::packet_path path = path_for(on, family, options);
@@ -134,7 +135,7 @@ void add_listen(command_tree &tree)
         tree.add({"listen",
                   "Answer packets at addresses",
                   {"listen 127.0.0.1:8620", "listen [::1]:0 --responder west", "listen 127.0.0.1:0 --id 0x99"}},
-                 [options](testbed &bed) { listen(bed, *options); });
+                 [options](command_context &context) { listen(context, *options); });
     command.add_option("ADDRESS:PORT", options->addresses, "Where; port 0: any")->required();
     add_path_options(command, *options);
 }
@@ -148,7 +149,7 @@ void add_unlisten(command_tree &tree)
     const auto options = std::make_shared<unlisten_options>();
     CLI::App &command = tree.add(
         {"unlisten", "Answer no more packets at addresses", {"unlisten 127.0.0.1:8620", "unlisten --all"}},
-        [options](testbed &bed) { unlisten(bed, options->addresses, options->all); });
+        [options](command_context &context) { unlisten(context, options->addresses, options->all); });
     command.add_option("ADDRESS:PORT", options->addresses, "Where")->type_name(value_kind::listener);
     command.add_flag("--all", options->all, "At all of them");
 }
@@ -159,7 +160,7 @@ void add_redirect(command_tree &tree)
     CLI::App &command = tree.add({"redirect",
                                   "Have another responder answer at addresses",
                                   {"redirect 127.0.0.1:8620 --responder east"}},
-                                 [options](testbed &bed) { redirect(bed, *options); });
+                                 [options](command_context &context) { redirect(context, *options); });
     command.add_option("ADDRESS:PORT", options->addresses, "Where")
         ->required()
         ->type_name(value_kind::listener);

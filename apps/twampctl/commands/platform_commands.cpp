@@ -1,11 +1,11 @@
 // The platform below the module: processors, default entries, time, breaches of its contract.
 #include <cstdio>
 
-#include "checks.hpp"
-#include "command_tree.hpp"
-#include "commands/commands.hpp"
-#include "progress.hpp"
-#include "traffic_options.hpp"
+#include "apps/twampctl/commands/checks.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/commands/commands.hpp"
+#include "apps/twampctl/console/progress.hpp"
+#include "apps/twampctl/site/traffic_options.hpp"
 
 namespace twampctl {
 namespace {
@@ -46,7 +46,7 @@ void change_program(olv_sim::classifier_program &program, const std::string &fro
     }
 }
 
-void create_processor(testbed &bed, const processor_options &options)
+void create_processor(command_context &context, const processor_options &options)
 {
     site_options wanted{.name = options.name,
                         .program = olv_sim::classifier_program::twamp(options.capacity),
@@ -66,14 +66,14 @@ void create_processor(testbed &bed, const processor_options &options)
         change_program(wanted.program, each.substr(0, sign), each.substr(sign + 1));
     }
     wanted.program.global_statistics = !options.no_statistics;
-    site &made = bed.add(wanted);
+    site &made = context.add(wanted);
     say("processor %s created, RTE handle %u", options.name.c_str(), made.processor().rte_handle());
 }
 
-void list_processors(testbed &bed)
+void list_processors(command_context &context)
 {
-    const site &used = bed.current();
-    for (const site &each : bed.sites()) {
+    const site &used = context.current();
+    for (const site &each : context.sites()) {
         std::printf("%s %s: module %s, %zu responders, %zu listeners\n", &each == &used ? "*" : " ",
                     each.name().c_str(), each.is_up() ? "up" : "down", each.responders().size(),
                     each.listeners().size());
@@ -89,7 +89,7 @@ void add_create_processor(command_tree &tree, CLI::App &group)
                   "Load a classifier program on a further processor, and use it",
                   {"processor create small --capacity 2", "processor create odd --without twamp_responder",
                    "processor create odd --rename twamp_responder=other"}},
-                 [options](testbed &bed) { create_processor(bed, *options); });
+                 [options](command_context &context) { create_processor(context, *options); });
     command.add_option("NAME", options->name, "Its name")->required()->check(name_check());
     command.add_option("--capacity", options->capacity, "Responder IDs that it has (65536)")
         ->check(CLI::Range(1u, (1u << 24) - 2));
@@ -110,16 +110,16 @@ void add_processor_group(command_tree &tree)
     tree.add(group, {"list", "List the processors; * is in use", {"processor list"}}, list_processors);
     const auto name = std::make_shared<std::string>();
     tree.add(group, {"use", "Use another processor from now on", {"processor use main"}},
-             [name](testbed &bed) {
-                 bed.use(*name);
+             [name](command_context &context) {
+                 context.use(*name);
                  say("processor %s in use", name->c_str());
              })
         .add_option("NAME", *name, "The processor")
         ->required()
         ->type_name(value_kind::processor);
     tree.add(group, {"remove", "Take everything on a processor down, and it away", {"processor remove small"}},
-             [name](testbed &bed) {
-                 bed.remove(*name);
+             [name](command_context &context) {
+                 context.remove(*name);
                  say("processor %s removed", name->c_str());
              })
         .add_option("NAME", *name, "The processor")
@@ -131,9 +131,9 @@ void add_processor_group(command_tree &tree)
 // Trees
 // --------------------------------------------------------------------------------------------------------
 
-void list_trees(testbed &bed)
+void list_trees(command_context &context)
 {
-    const olv_sim::processor &processor = bed.current().processor();
+    const olv_sim::processor &processor = context.current().processor();
     for (const auto &each : olv_sim::classifier_program::twamp(1).tree_functions) {
         const olv_sim::classifier_tree *tree = processor.tree(each.name);
         if (tree != nullptr) {
@@ -167,8 +167,8 @@ void add_tree_group(command_tree &tree)
                              {"default",
                               "Set the entry without a key, for keys that have none",
                               {"tree default olv_twamp.twamp_responder_lookup --action 4 1 0"}},
-                             [options](testbed &bed) {
-                                 olv_sim::processor &processor = bed.current().processor();
+                             [options](command_context &context) {
+                                 olv_sim::processor &processor = context.current().processor();
                                  require_tree(processor, options->tree);
                                  processor.set_default_entry(
                                      options->tree, {options->words[0], options->words[1], options->words[2]});
@@ -180,9 +180,9 @@ void add_tree_group(command_tree &tree)
              {"clear-default",
               "Remove the entry without a key",
               {"tree clear-default olv_twamp.twamp_responder_lookup"}},
-             [options](testbed &bed) {
-                 require_tree(bed.current().processor(), options->tree);
-                 bed.current().processor().clear_default_entry(options->tree);
+             [options](command_context &context) {
+                 require_tree(context.current().processor(), options->tree);
+                 context.current().processor().clear_default_entry(options->tree);
                  say("entry without a key removed");
              })
         .add_option("TREE", options->tree, "The tree")
@@ -194,9 +194,9 @@ void add_tree_group(command_tree &tree)
 // Time
 // --------------------------------------------------------------------------------------------------------
 
-void print_clock(testbed &bed)
+void print_clock(command_context &context)
 {
-    const olv_sim::processor &processor = bed.current().processor();
+    const olv_sim::processor &processor = context.current().processor();
     hyx_time now{};
     hyx_gettime(&now);
     std::printf("wall clock: %lu.%06lu s\ntimer 0: %llu ticks, %llu in a second\n", now.seconds,
@@ -210,25 +210,25 @@ void add_clock_group(command_tree &tree)
     tree.add(group, {"show", "Show both clocks", {"clock show"}}, print_clock);
     const auto ticks = std::make_shared<std::uint64_t>();
     tree.add(group, {"timer", "Stop timer 0 at a reading", {"clock timer 1000000"}},
-             [ticks](testbed &bed) {
-                 bed.current().processor().set_timer(*ticks);
-                 print_clock(bed);
+             [ticks](command_context &context) {
+                 context.current().processor().set_timer(*ticks);
+                 print_clock(context);
              })
         .add_option("TICKS", *ticks, "The reading")
         ->required()
         ->check(not_negative());
     const auto seconds = std::make_shared<std::uint32_t>();
     tree.add(group, {"wall", "Stop the wall clock at an instant", {"clock wall 1700000000"}},
-             [seconds](testbed &bed) {
+             [seconds](command_context &context) {
                  olv_sim::set_wall_clock(hyx_time{*seconds, 0});
-                 print_clock(bed);
+                 print_clock(context);
              })
         .add_option("SECONDS", *seconds, "Since 1970")
         ->required();
-    tree.add(group, {"run", "Let both run by themselves again", {"clock run"}}, [](testbed &bed) {
-        bed.current().processor().run_timer();
+    tree.add(group, {"run", "Let both run by themselves again", {"clock run"}}, [](command_context &context) {
+        context.current().processor().run_timer();
         olv_sim::set_wall_clock(std::nullopt);
-        print_clock(bed);
+        print_clock(context);
     });
 }
 
@@ -236,7 +236,7 @@ void add_violations(command_tree &tree)
 {
     const auto clear = std::make_shared<bool>(false);
     tree.add({"violations", "List breaches of the platform's contract", {"violations", "violations --clear"}},
-             [clear](testbed &) {
+             [clear](command_context &) {
                  for (const std::string &each : olv_sim::violations::list()) {
                      std::printf("%s\n", each.c_str());
                  }

@@ -1,14 +1,14 @@
 // Measuring from inside: session senders of this process.
 #include <cstdio>
 
-#include "checks.hpp"
-#include "choices.hpp"
-#include "command_tree.hpp"
-#include "commands/commands.hpp"
-#include "probe_report.hpp"
-#include "progress.hpp"
-#include "reflector_name.hpp"
-#include "session_input.hpp"
+#include "apps/common/choices.hpp"
+#include "apps/common/probe_report.hpp"
+#include "apps/common/reflector_name.hpp"
+#include "apps/common/session_input.hpp"
+#include "apps/twampctl/commands/checks.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/commands/commands.hpp"
+#include "apps/twampctl/console/progress.hpp"
 
 namespace twampctl {
 namespace {
@@ -47,26 +47,26 @@ std::string failure_of(const olv_probe::run_report &report)
     return counts.valid == counts.sent ? "" : "not every packet came back as it should";
 }
 
-void measure(testbed &bed, const probe_request &request)
+void measure(command_context &context, const probe_request &request)
 {
     const olv_probe::session_options options = request.options();
-    olv_probe::session_sender sender{options};
-    const bool complete = sender.run(bed.signals().descriptor());
+    olv_probe::probe sender{options};
+    const bool complete = sender.run(context.signals().descriptor());
     const olv_probe::run_report report = olv_probe::report_of(sender, options, complete);
     const std::string text =
         request.format == "json" ? olv_probe::json_report(report) : olv_probe::text_report(report);
     (void)std::fputs(text.c_str(), stdout); // an error shows at exit
     if (const auto last = sender.latest_round_trip(); last && options.senders == 1) {
-        bed.background().note(sender.local_address(), std::chrono::duration<double>(*last).count());
+        context.background().note(sender.local_address(), std::chrono::duration<double>(*last).count());
     }
     if (const std::string failure = failure_of(report); !failure.empty()) {
         throw std::runtime_error("probe to " + request.address + ": " + failure);
     }
 }
 
-void list(const testbed &bed)
+void list(const command_context &context)
 {
-    const std::vector<probes::status> all = bed.background().list();
+    const std::vector<probes::status> all = context.background().list();
     for (const probes::status &each : all) {
         std::printf("%s to %s: sent %llu, received %llu, valid %llu%s\n", each.sender.c_str(),
                     each.reflector.c_str(), static_cast<unsigned long long>(each.progress.sent),
@@ -85,7 +85,7 @@ void add_run(command_tree &tree, CLI::App &group)
                              {"run",
                               "Send test packets, wait for the replies, show the figures",
                               {"probe run 127.0.0.1:8620", "probe run [::1]:8620 --count 1000 --interval 1"}},
-                             [request](testbed &bed) { measure(bed, *request); });
+                             [request](command_context &context) { measure(context, *request); });
     add_request(run, *request);
     one_of(run.add_option("--format", request->format, "Text or JSON (text)"), {"text", "json"});
 }
@@ -93,16 +93,17 @@ void add_run(command_tree &tree, CLI::App &group)
 void add_start(command_tree &tree, CLI::App &group)
 {
     const auto request = std::make_shared<probe_request>();
-    CLI::App &start = tree.add(group,
-                               {"start",
-                                "Send in the background; 'watch' and 'sessions' show round trips",
-                                {"probe start 127.0.0.1:8620 --duration 60"}},
-                               [request](testbed &bed) {
-                                   if (request->input.senders != 1) {
-                                       throw usage_error("probe start: one sender each; start several instead");
-                                   }
-                                   say("sending from %s", bed.background().start(request->options()).c_str());
-                               });
+    CLI::App &start =
+        tree.add(group,
+                 {"start",
+                  "Send in the background; 'watch' and 'sessions' show round trips",
+                  {"probe start 127.0.0.1:8620 --duration 60"}},
+                 [request](command_context &context) {
+                     if (request->input.senders != 1) {
+                         throw usage_error("probe start: one sender each; start several instead");
+                     }
+                     say("sending from %s", context.background().start(request->options()).c_str());
+                 });
     add_request(start, *request);
 }
 
@@ -113,16 +114,17 @@ void add_stop(command_tree &tree, CLI::App &group)
         bool all = false;
     };
     const auto request = std::make_shared<stop_request>();
-    CLI::App &stop = tree.add(
-        group, {"stop", "End a probe in the background", {"probe stop --all"}}, [request](testbed &bed) {
-            require_some_or_all("probe stop", "the sender's address", !request->address.empty(), request->all);
-            if (request->all) {
-                bed.background().stop_all();
-            } else {
-                bed.background().stop(request->address);
-            }
-            say("no longer sending");
-        });
+    CLI::App &stop = tree.add(group, {"stop", "End a probe in the background", {"probe stop --all"}},
+                              [request](command_context &context) {
+                                  require_some_or_all("probe stop", "the sender's address",
+                                                      !request->address.empty(), request->all);
+                                  if (request->all) {
+                                      context.background().stop_all();
+                                  } else {
+                                      context.background().stop(request->address);
+                                  }
+                                  say("no longer sending");
+                              });
     stop.add_option("ADDRESS:PORT", request->address, "The sender's, as listed");
     stop.add_flag("--all", request->all, "All of them");
 }
@@ -135,7 +137,7 @@ void add_probe_commands(command_tree &tree)
     add_run(tree, group);
     add_start(tree, group);
     tree.add(group, {"list", "List the probes in the background", {"probe list"}},
-             [](testbed &bed) { list(bed); });
+             [](command_context &context) { list(context); });
     add_stop(tree, group);
 }
 

@@ -2,12 +2,12 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "checks.hpp"
-#include "command_tree.hpp"
-#include "commands/commands.hpp"
-#include "fastpath/session_table.hpp"
-#include "fastpath/state_entry.hpp"
-#include "progress.hpp"
+#include "apps/twampctl/commands/checks.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/commands/commands.hpp"
+#include "apps/twampctl/console/progress.hpp"
+#include "fastpath/core/session_table.hpp"
+#include "fastpath/core/state_entry.hpp"
 
 namespace twampctl {
 namespace {
@@ -17,14 +17,14 @@ struct create_options {
     std::uint32_t count = 1;
 };
 
-void create(testbed &bed, const create_options &options)
+void create(command_context &context, const create_options &options)
 {
     if (options.count > 1 && !options.request.name.empty()) {
         throw usage_error("a name is for one responder; leave it out with --count");
     }
     for (std::uint32_t made = 0; made < options.count; ++made) {
-        (void)bed.current().create_responder(options.request); // says which it is
-        if (bed.signals().arrived()) {
+        (void)context.current().create_responder(options.request); // says which it is
+        if (context.signals().arrived()) {
             throw std::runtime_error("interrupted after " + std::to_string(made + 1) + " of " +
                                      std::to_string(options.count) + " responders");
         }
@@ -36,9 +36,9 @@ struct delete_options {
     bool all = false;
 };
 
-void remove(testbed &bed, const delete_options &options)
+void remove(command_context &context, const delete_options &options)
 {
-    site &on = bed.current();
+    site &on = context.current();
     require_some_or_all("responder delete", "the responders' names", !options.names.empty(), options.all);
     std::vector<std::string> names = options.names;
     if (options.all) {
@@ -51,9 +51,9 @@ void remove(testbed &bed, const delete_options &options)
     }
 }
 
-void print_state(testbed &bed, const std::string &name)
+void print_state(command_context &context, const std::string &name)
 {
-    site &on = bed.current();
+    site &on = context.current();
     const std::uint32_t id = on.responder(name).handle->responder_id;
     const olv_sim::state_words words = on.processor().state(id);
     std::printf("state entry 0x%X of responder %s, %zu bytes:\n", id, name.c_str(), words.size() * 4);
@@ -72,7 +72,7 @@ void add_create_responder(command_tree &tree, CLI::App &group)
                  {"create",
                   "Create a responder",
                   {"responder create", "responder create west --sessions 64", "responder create --count 1000"}},
-                 [options](testbed &bed) { create(bed, *options); });
+                 [options](command_context &context) { create(context, *options); });
     create_command.add_option("NAME", options->request.name, "Its name; default: the lowest free number")
         ->check(name_check());
     create_command.add_option("--param-a", options->request.info.param_a, "Bytes 0-1 of its state entry (0)");
@@ -87,7 +87,7 @@ void add_delete(command_tree &tree, CLI::App &group)
     const auto options = std::make_shared<delete_options>();
     CLI::App &delete_command =
         tree.add(group, {"delete", "Delete responders", {"responder delete west", "responder delete --all"}},
-                 [options](testbed &bed) { remove(bed, *options); });
+                 [options](command_context &context) { remove(context, *options); });
     delete_command.add_option("NAME", options->names, "Their names")->type_name(value_kind::responder);
     delete_command.add_flag("--all", options->all, "All of them");
 }
@@ -96,7 +96,7 @@ void add_state(command_tree &tree, CLI::App &group)
 {
     const auto name = std::make_shared<std::string>();
     tree.add(group, {"state", "Show a responder's state entry, in words", {"responder state west"}},
-             [name](testbed &bed) { print_state(bed, *name); })
+             [name](command_context &context) { print_state(context, *name); })
         .add_option("NAME", *name, "The responder")
         ->required()
         ->type_name(value_kind::responder);

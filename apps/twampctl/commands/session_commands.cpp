@@ -2,18 +2,18 @@
 #include <cmath>
 #include <cstdio>
 
-#include "command_line.hpp"
-#include "command_tree.hpp"
-#include "commands/commands.hpp"
-#include "interpreter.hpp"
-#include "shell.hpp"
+#include "apps/common/command_line.hpp"
+#include "apps/twampctl/commands/command_tree.hpp"
+#include "apps/twampctl/commands/commands.hpp"
+#include "apps/twampctl/console/interpreter.hpp"
+#include "apps/twampctl/console/shell.hpp"
 
 namespace twampctl {
 namespace {
 
-void wait(testbed &bed, double seconds)
+void wait(command_context &context, double seconds)
 {
-    if (bed.signals().wait(std::chrono::nanoseconds(std::llround(seconds * 1e9)))) {
+    if (context.signals().wait(std::chrono::nanoseconds(std::llround(seconds * 1e9)))) {
         throw std::runtime_error("interrupted while waiting");
     }
 }
@@ -24,7 +24,7 @@ void add_script(command_tree &tree)
     CLI::App &script = tree.add({"script",
                                  "Run the commands of a file; stop at the first failure",
                                  {"script setup.twamp", "script - --keep-going", "script tour.twamp --echo"}},
-                                [options](testbed &bed) { run_script(bed, *options); });
+                                [options](command_context &context) { run_script(context, *options); });
     script.add_option("FILE", options->file, "The file; -: standard input")
         ->required()
         ->type_name(value_kind::file);
@@ -40,25 +40,26 @@ void add_session_commands(command_tree &tree)
     tree.add({"shell", "Read commands from a terminal, with history and completion", {"shell"}}, run_shell);
     const auto seconds = std::make_shared<double>(0);
     tree.add({"wait", "Wait; packets are answered meanwhile", {"wait 2.5"}},
-             [seconds](testbed &bed) { wait(bed, *seconds); })
+             [seconds](command_context &context) { wait(context, *seconds); })
         .add_option("SECONDS", *seconds, "How long")
         ->required()
         ->check(olv_apps::number_between(0.0, 1e6));
     const auto words = std::make_shared<std::vector<std::string>>();
     tree.add({"echo", "Print words", {"echo two responders are up"}},
-             [words](testbed &) {
+             [words](command_context &) {
                  for (std::size_t index = 0; index < words->size(); ++index) {
                      std::printf("%s%s", index == 0 ? "" : " ", (*words)[index].c_str());
                  }
                  std::printf("\n");
              })
         .add_option("WORD", *words, "What to print");
-    CLI::App &help =
-        tree.add({"help", "Explain a command, or list all", {"help", "help responder create"}},
-                 [words](testbed &bed) { (void)std::fputs(command_tree{bed}.help(*words).c_str(), stdout); });
+    CLI::App &help = tree.add({"help", "Explain a command, or list all", {"help", "help responder create"}},
+                              [words](command_context &context) {
+                                  (void)std::fputs(command_tree{context}.help(*words).c_str(), stdout);
+                              });
     help.add_option("COMMAND", *words, "Its words");
     for (const char *name : {"quit", "exit"}) {
-        tree.add({name, "Take everything down and end", {}}, [](testbed &bed) { bed.quit(); });
+        tree.add({name, "Take everything down and end", {}}, [](command_context &context) { context.quit(); });
     }
 }
 

@@ -33,7 +33,7 @@ class echo_server_test : public testing::TestWithParam<server_row> {
 
     void send(const std::string &payload) const
     {
-        const olv_fastpath::listen_address to = server_->address();
+        const olv_net::socket_address to = server_->address();
         EXPECT_EQ(sendto(sender_.number(), payload.data(), payload.size(), 0,
                          reinterpret_cast<const sockaddr *>(&to.address), to.length),
                   static_cast<ssize_t>(payload.size()));
@@ -47,7 +47,7 @@ class echo_server_test : public testing::TestWithParam<server_row> {
         return payload;
     }
 
-    udp_socket sender_{olv_fastpath::parse_listen_address("127.0.0.1:0")};
+    udp_socket sender_{olv_net::parse_socket_address("127.0.0.1:0")};
     std::unique_ptr<server> server_ = GetParam().make();
 };
 

@@ -71,10 +71,10 @@ TEST(kernel_drops, of_no_socket_are_not_known)
 
 TEST(kernel_drops, of_a_full_socket_are_counted)
 {
-    const udp_socket full{olv_fastpath::parse_listen_address("127.0.0.1:0")};
+    const udp_socket full{olv_net::parse_socket_address("127.0.0.1:0")};
     const int small = 2304;
     ASSERT_EQ(setsockopt(full.number(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
-    const udp_socket sender{olv_fastpath::parse_listen_address("127.0.0.1:0")};
+    const udp_socket sender{olv_net::parse_socket_address("127.0.0.1:0")};
     const std::vector<char> datagram(1000);
     for (int number = 0; number < 100; ++number) {
         ASSERT_EQ(sendto(sender.number(), datagram.data(), datagram.size(), 0,

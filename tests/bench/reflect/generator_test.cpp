@@ -29,7 +29,7 @@ class lossy_echo {
             thread_.join();
     }
 
-    [[nodiscard]] const olv_fastpath::listen_address &address() const { return socket_.local_address(); }
+    [[nodiscard]] const olv_net::socket_address &address() const { return socket_.local_address(); }
     // Once stopped:
     [[nodiscard]] std::uint64_t received() const { return received_; }
     [[nodiscard]] std::uint64_t dropped() const { return dropped_; }
@@ -65,7 +65,7 @@ class lossy_echo {
                      reinterpret_cast<const sockaddr *>(&sender), length);
     }
 
-    udp_socket socket_{olv_fastpath::parse_listen_address("127.0.0.1:0")};
+    udp_socket socket_{olv_net::parse_socket_address("127.0.0.1:0")};
     std::uint64_t each_;
     std::uint64_t received_ = 0;
     std::uint64_t dropped_ = 0;

@@ -9,15 +9,15 @@
 #include <string_view>
 #include <vector>
 
+#include "apps/twamp-probe/probe_options.hpp"
+#include "apps/twampctl/run/config_options.hpp"
+#include "apps/twampctl/run/run_options.hpp"
 #include "byte_source.hpp"
-#include "config_options.hpp"
 #include "difference.hpp"
-#include "fastpath/address_prefix.hpp"
-#include "fastpath/listen_address.hpp"
-#include "probe_options.hpp"
-#include "run_options.hpp"
+#include "net/address_prefix.hpp"
+#include "net/socket_address.hpp"
+#include "probe/test_packet.hpp"
 #include "target.hpp"
-#include "test_packet.hpp"
 
 namespace {
 
@@ -181,14 +181,14 @@ void text_of(std::string_view text, Value (*parse)(std::string_view), const char
     }
 }
 
-void listen_address(std::string_view text)
+void socket_address(std::string_view text)
 {
-    text_of(text, olv_fastpath::parse_listen_address, expected().address_prefix.data());
+    text_of(text, olv_net::parse_socket_address, expected().address_prefix.data());
 }
 
 void address_prefix(std::string_view text)
 {
-    text_of(text, olv_fastpath::parse_address_prefix, "prefix '");
+    text_of(text, olv_net::parse_address_prefix, "prefix '");
 }
 
 /** The probe judges any reply, and takes one that echoes its request for good in form. */
@@ -199,7 +199,7 @@ void probe_reply(std::string_view text)
     const bool stamp = input.flag();
     const std::size_t length = std::max<std::size_t>(input.byte(), stamp ? 44 : 14);
     const std::uint32_t sequence = input.byte();
-    const olv_fastpath::ntp_time departure{input.byte(), input.byte()};
+    const olv_net::ntp_time departure{input.byte(), input.byte()};
     const olv_probe::test_packet_format format{length, stamp, input.byte()};
     std::vector<std::uint8_t> request(format.request_length());
     format.write_request(request, sequence, departure);
@@ -223,7 +223,7 @@ void probe_reply(std::string_view text)
 }
 
 // More parsers come at the end: the first byte of an input picks one.
-constexpr std::array parsers{twampctl_command_line, probe_command_line, listen_address, address_prefix,
+constexpr std::array parsers{twampctl_command_line, probe_command_line, socket_address, address_prefix,
                              probe_reply};
 
 } // namespace

@@ -13,7 +13,7 @@
 #include <tuple>
 #include <vector>
 
-#include "fastpath/reflector.hpp"
+#include "fastpath/core/reflector.hpp"
 
 namespace olv_fuzz {
 
@@ -70,7 +70,7 @@ class reflector_expectation {
     [[nodiscard]] std::size_t sessions_ever() const { return sessions_ever_; }
 
   private:
-    using session_key = std::tuple<std::uint32_t, olv_fastpath::ip_address, std::uint16_t>;
+    using session_key = std::tuple<std::uint32_t, olv_net::ip_address, std::uint16_t>;
     struct session {
         std::uint32_t next = 0;
         std::uint64_t last_arrival = 0;

@@ -1,0 +1,65 @@
+/**
+ * @file probe_report.hpp
+ * The figures of a run as text, JSON and CSV. docs/probe.md says what each of them means.
+ */
+#ifndef OLV_PROBE_PROBE_REPORT_HPP
+#define OLV_PROBE_PROBE_REPORT_HPP
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "probe/probe_figures.hpp"
+#include "probe/session_options.hpp"
+
+namespace olv_probe {
+
+class probe;
+
+struct sender_report {
+    std::string address;
+    probe_figures figures;
+};
+
+struct run_report {
+    session_options options;
+    std::chrono::nanoseconds elapsed{0};
+    bool interrupted = false;
+    bool refused = false; ///< A host on the way answered instead of the reflector.
+    probe_figures total;
+    std::vector<sender_report> senders;
+};
+
+/** The results of all its sessions, once it has run; here and below. */
+[[nodiscard]] std::vector<const measurement *> results_of(const probe &sender);
+[[nodiscard]] run_report report_of(const probe &sender, const session_options &options, bool complete);
+
+/** A session's packets, for output by packet. */
+struct sender_packets {
+    std::string address;
+    const measurement *result;
+};
+
+/** What nanoseconds are in the unit of every report. */
+[[nodiscard]] inline double microseconds(double nanoseconds)
+{
+    return nanoseconds / 1000;
+}
+[[nodiscard]] inline double microseconds(std::int64_t nanoseconds)
+{
+    return microseconds(static_cast<double>(nanoseconds));
+}
+
+/** "100 packets of 41 octets to 127.0.0.1:8620", with its newline: said before measuring. */
+[[nodiscard]] std::string announcement(const session_options &options);
+[[nodiscard]] std::string text_report(const run_report &report);
+/** One object and a newline. */
+[[nodiscard]] std::string json_report(const run_report &report);
+/** A line of names, and one for each packet sent. */
+void write_csv(std::FILE *output, const std::vector<sender_packets> &senders);
+
+} // namespace olv_probe
+
+#endif

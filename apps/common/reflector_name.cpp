@@ -1,0 +1,121 @@
+#include "apps/common/reflector_name.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <stdexcept>
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+
+namespace olv_probe {
+namespace {
+
+[[noreturn]] void reject(std::string_view text, const std::string &reason)
+{
+    throw std::runtime_error("address '" + std::string(text) + "': " + reason);
+}
+
+struct text_parts {
+    std::string_view host;
+    std::string_view port;
+};
+
+text_parts split(std::string_view text)
+{
+    const std::string default_port = ":" + std::to_string(olv_net::default_port);
+    if (text.starts_with('[')) {
+        const std::size_t end = text.find(']');
+        if (end == std::string_view::npos) {
+            reject(text, "the ']' after the IPv6 address is missing, as in [::1]" + default_port);
+        }
+        if (end + 1 == text.size() || text[end + 1] != ':') {
+            reject(text, "no port; type " + std::string(text.substr(0, end + 1)) + default_port);
+        }
+        return {text.substr(1, end - 1), text.substr(end + 2)};
+    }
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos) {
+        reject(text, "no port; type " + std::string(text) + default_port);
+    }
+    if (text.find(':', colon + 1) != std::string_view::npos) {
+        reject(text, "an IPv6 address is written in brackets, as in [::1]" + default_port);
+    }
+    return {text.substr(0, colon), text.substr(colon + 1)};
+}
+
+std::uint16_t parse_port(std::string_view text, std::string_view port)
+{
+    unsigned value = 0;
+    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), value);
+    if (port.empty() || error != std::errc{} || end != port.data() + port.size() || value > 65535) {
+        reject(text, "the port has to be a number from 1 to 65535");
+    }
+    return static_cast<std::uint16_t>(value);
+}
+
+void check_host(std::string_view text, const std::string &host)
+{
+    if (host.empty()) {
+        reject(text, "there is no address before the port");
+    }
+    in_addr ipv4{};
+    const bool looks_like_ipv4 = host.find_first_not_of("0123456789.") == std::string::npos;
+    if (looks_like_ipv4 && inet_pton(AF_INET, host.c_str(), &ipv4) != 1) {
+        reject(text, "'" + host + "' is not an IPv4 address");
+    }
+    if (text.starts_with('[') && host.find(':') == std::string::npos) {
+        reject(text, "'" + host + "' is not an IPv6 address; only those stand in brackets");
+    }
+}
+
+const char *name_of(int family)
+{
+    switch (family) {
+    case AF_INET:
+        return "IPv4 address";
+    case AF_INET6:
+        return "IPv6 address";
+    default:
+        return "address";
+    }
+}
+
+} // namespace
+
+reflector_name parse_reflector_name(std::string_view text)
+{
+    // The C library would take the text up to the zero for all of it.
+    if (text.find('\0') != std::string_view::npos) {
+        reject(text.substr(0, text.find('\0')), "contains a zero byte");
+    }
+    const text_parts parts = split(text);
+    reflector_name name{.host = std::string(parts.host), .port = parse_port(text, parts.port)};
+    check_host(text, name.host);
+    if (name.port == 0) {
+        throw std::runtime_error(std::string(text) + ": port 0 cannot be sent to");
+    }
+    return name;
+}
+
+olv_net::socket_address resolve(const reflector_name &name, int family)
+{
+    addrinfo hints{};
+    hints.ai_family = family;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo *found = nullptr;
+    const int error = getaddrinfo(name.host.c_str(), std::to_string(name.port).c_str(), &hints, &found);
+    if (error != 0) {
+        const char *reason = error == EAI_SYSTEM ? std::strerror(errno) : gai_strerror(error);
+        throw std::runtime_error(std::string("no ") + name_of(family) + " for '" + name.host + "': " + reason);
+    }
+    olv_net::socket_address address;
+    address.length = std::min<socklen_t>(found->ai_addrlen, sizeof address.address);
+    std::memcpy(&address.address, found->ai_addr, address.length);
+    freeaddrinfo(found);
+    return address;
+}
+
+} // namespace olv_probe

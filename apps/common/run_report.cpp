@@ -1,0 +1,33 @@
+// What a session sender measured, for the reports.
+#include "apps/common/probe_report.hpp"
+#include "probe/probe.hpp"
+
+namespace olv_probe {
+
+std::vector<const measurement *> results_of(const probe &sender)
+{
+    std::vector<const measurement *> results;
+    for (std::size_t session = 0; session < sender.session_count(); ++session) {
+        results.push_back(&sender.result(session));
+    }
+    return results;
+}
+
+run_report report_of(const probe &sender, const session_options &options, bool complete)
+{
+    run_report report;
+    report.options = options;
+    report.elapsed = sender.elapsed();
+    report.interrupted = !complete;
+    report.refused = sender.refusal() != 0;
+    report.total = sender.figures();
+    const std::vector<const measurement *> results = results_of(sender);
+    for (std::size_t session = 0; session < results.size(); ++session) {
+        const bool alone = results.size() == 1;
+        report.senders.push_back({.address = sender.local_address(session),
+                                  .figures = alone ? report.total : figures_of({&results[session], 1})});
+    }
+    return report;
+}
+
+} // namespace olv_probe

@@ -1,0 +1,93 @@
+#include "apps/common/session_input.hpp"
+
+#include <stdexcept>
+
+#include "apps/common/command_line.hpp"
+
+namespace olv_probe {
+namespace {
+
+void add_packet_options(CLI::App &app, session_input &input)
+{
+    app.add_option("--size", input.size, "Octets of UDP payload, 14 to 65507 (41, with --stamp 44)")
+        ->check(CLI::Range(olv_net::sender_packet::header_length, olv_net::maximum_payload_ipv4));
+    app.add_option("--padding", input.padding,
+                   "What fills a packet: random or zero (random, with --stamp zero)")
+        ->check(CLI::IsMember({"random", "zero"}));
+    app.add_option("--dscp", input.dscp, "DSCP of the packets, 0 to 63 (0)")->check(CLI::Range(0u, 63u));
+    app.add_option("--ttl", input.ttl, "TTL or hop limit of the packets, 1 to 255 (255)")
+        ->check(CLI::Range(1u, 255u));
+    app.add_flag("--stamp", input.stamp, "Send STAMP packets");
+}
+
+void add_time_options(CLI::App &app, session_input &input)
+{
+    CLI::Option *count = app.add_option("--count", input.count, "Packets to send from each sender (100)")
+                             ->check(CLI::Range(1u, maximum_packets));
+    app.add_option("--duration", input.duration_seconds, "Seconds to send for, instead of a count")
+        ->check(olv_apps::number_between(0.001, 31'536'000.0))
+        ->excludes(count);
+    CLI::Option *interval = app.add_option("--interval", input.interval_milliseconds,
+                                           "Milliseconds between two packets of a sender (10)")
+                                ->check(olv_apps::number_between(0.0, 3'600'000.0));
+    CLI::Option *flood =
+        app.add_flag("--flood", input.flood, "Send as soon as the window has room, not in intervals")
+            ->excludes(interval);
+    app.add_option("--window", input.window, "Packets of each sender on their way in a flood, 1 to 65536 (64)")
+        ->check(CLI::Range(1u, 65536u))
+        ->needs(flood);
+    app.add_option("--timeout", input.timeout_seconds,
+                   "Seconds to wait for the last replies; in a flood, for each reply (2)")
+        ->check(olv_apps::number_between(0.0, 3600.0));
+}
+
+std::chrono::nanoseconds nanoseconds_of(double value, double nanoseconds_each)
+{
+    return std::chrono::nanoseconds(static_cast<std::int64_t>(value * nanoseconds_each));
+}
+
+} // namespace
+
+void add_session_options(CLI::App &app, session_input &input)
+{
+    app.add_option("--senders", input.senders, "Sessions at once, each with a port of its own, 1 to 256 (1)")
+        ->check(CLI::Range(1u, maximum_senders));
+    add_time_options(app, input);
+    add_packet_options(app, input);
+}
+
+session_options session_input::options() const
+{
+    session_options session;
+    session.stamp = stamp;
+    session.zero_padding = padding.empty() ? stamp : padding == "zero";
+    session.size = size;
+    if (session.size == 0) {
+        session.size = stamp ? olv_net::stamp_length : olv_net::reflector_packet::header_length;
+    }
+    if (stamp && session.size < olv_net::stamp_length) {
+        throw std::runtime_error("a STAMP packet has at least 44 octets, not " + std::to_string(session.size));
+    }
+    if (stamp && !session.zero_padding) {
+        throw std::runtime_error("a STAMP packet is filled with zeros; leave --padding or --stamp out");
+    }
+    if (!duration_seconds && std::uint64_t{count} * senders > maximum_packets) {
+        throw std::runtime_error(std::to_string(senders) + " senders of " + std::to_string(count) +
+                                 " packets are more than 10000000 packets together");
+    }
+    session.senders = senders;
+    session.count = count;
+    if (duration_seconds) {
+        session.duration = nanoseconds_of(*duration_seconds, 1e9);
+    }
+    session.interval = nanoseconds_of(interval_milliseconds, 1e6);
+    if (flood) {
+        session.window = window;
+    }
+    session.timeout = nanoseconds_of(timeout_seconds, 1e9);
+    session.dscp = static_cast<std::uint8_t>(dscp);
+    session.ttl = static_cast<std::uint8_t>(ttl);
+    return session;
+}
+
+} // namespace olv_probe

@@ -1,0 +1,43 @@
+/**
+ * @file session_input.hpp
+ * What session senders are told to do, as it is written on a command line.
+ */
+#ifndef OLV_PROBE_SESSION_INPUT_HPP
+#define OLV_PROBE_SESSION_INPUT_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "probe/session_options.hpp"
+
+namespace olv_probe {
+
+/** Times in the units that the options have. */
+struct session_input {
+    unsigned senders = 1;
+    std::uint32_t count = 100;
+    std::optional<double> duration_seconds;
+    double interval_milliseconds = 10;
+    bool flood = false;
+    std::uint32_t window = default_window;
+    std::size_t size = 0;
+    std::string padding;
+    double timeout_seconds = 2;
+    unsigned dscp = 0;
+    unsigned ttl = 255;
+    bool stamp = false;
+
+    /** All but the reflector's address. @throw std::runtime_error  One line: two options contradict each other.
+     */
+    [[nodiscard]] session_options options() const;
+};
+
+void add_session_options(CLI::App &app, session_input &input);
+
+} // namespace olv_probe
+
+#endif

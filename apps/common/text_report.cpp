@@ -1,0 +1,165 @@
+#include <cinttypes>
+
+#include "apps/common/formatted.hpp"
+#include "apps/common/probe_report.hpp"
+
+namespace olv_probe {
+namespace {
+
+using olv_apps::append;
+
+double share(std::uint64_t part, std::uint64_t whole)
+{
+    return whole == 0 ? 0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole);
+}
+
+void append_counts(std::string &text, const run_report &report)
+{
+    const packet_counts &counts = report.total.counts;
+    append(text, "sent: %" PRIu64 "\n", counts.sent);
+    append(text, "received: %" PRIu64 "\n", counts.received);
+    append(text, "valid: %" PRIu64 "\n", counts.valid);
+    append(text, "invalid: %" PRIu64 "\n", counts.invalid());
+    for (std::size_t fault = 1; fault < counts.faults.size(); ++fault) {
+        if (counts.faults[fault] != 0) {
+            append(text, "  %s: %" PRIu64 "\n", text_of(static_cast<reply_fault>(fault)), counts.faults[fault]);
+        }
+    }
+    append(text, "lost: %" PRIu64 " (%.2f %%)\n", counts.lost(), share(counts.lost(), counts.sent));
+    append(text, "duplicates: %" PRIu64 "\n", counts.duplicates);
+    if (counts.other_ttl != 0) {
+        append(text, "sender TTL not %u: %" PRIu64 "\n", unsigned{report.options.ttl}, counts.other_ttl);
+    }
+}
+
+void append_round_trip(std::string &text, const distribution &round_trip)
+{
+    if (round_trip.count == 0) {
+        text += "round trip: not measured\n";
+        return;
+    }
+    append(text, "round trip in microseconds: min %.1f, median %.1f, p99 %.1f, max %.1f\n",
+           microseconds(round_trip.minimum), microseconds(round_trip.percentiles[percentile_50]),
+           microseconds(round_trip.percentiles[percentile_99]), microseconds(round_trip.maximum));
+}
+
+/** The fewest hops belong to the largest TTL. */
+void append_hops(std::string &text, const char *way, const ttl_range &ttl, unsigned initial, const char *of)
+{
+    if (ttl.is_empty()) {
+        return;
+    }
+    append(text, "hops %s: min %u, max %u (TTL %u to %u, %s %u)\n", way, hops_from(initial, ttl.maximum),
+           hops_from(initial, ttl.minimum), unsigned{ttl.minimum}, unsigned{ttl.maximum}, of, initial);
+}
+
+using figure = double (*)(const path_figures &);
+
+struct figure_row {
+    const char *name;
+    figure value; ///< Nanoseconds.
+};
+
+template <std::size_t rank> double delay_percentile(const path_figures &figures)
+{
+    return static_cast<double>(figures.delay.percentiles[rank]);
+}
+
+template <std::size_t rank> double above_minimum_percentile(const path_figures &figures)
+{
+    return static_cast<double>(figures.above_minimum.percentiles[rank]);
+}
+
+constexpr figure_row rows[] = {
+    {"min", [](const path_figures &figures) { return static_cast<double>(figures.delay.minimum); }},
+    {"mean", [](const path_figures &figures) { return figures.delay.mean; }},
+    {"stddev", [](const path_figures &figures) { return figures.delay.standard_deviation; }},
+    {"p50", delay_percentile<percentile_50>},
+    {"p90", delay_percentile<percentile_90>},
+    {"p95", delay_percentile<percentile_95>},
+    {"p99", delay_percentile<percentile_99>},
+    {"p99.9", delay_percentile<percentile_99_9>},
+    {"max", [](const path_figures &figures) { return static_cast<double>(figures.delay.maximum); }},
+    {"IPDV min", [](const path_figures &figures) { return static_cast<double>(figures.variation.minimum); }},
+    {"IPDV mean magnitude", [](const path_figures &figures) { return figures.variation.mean_magnitude; }},
+    {"IPDV max", [](const path_figures &figures) { return static_cast<double>(figures.variation.maximum); }},
+    {"PDV p50", above_minimum_percentile<percentile_50>},
+    {"PDV p99", above_minimum_percentile<percentile_99>},
+    {"PDV p99.9", above_minimum_percentile<percentile_99_9>},
+};
+
+void append_table(std::string &text, const probe_figures &figures)
+{
+    append(text, "\n%-20s %18s %18s %18s\n", "microseconds", "round trip", "forward", "backward");
+    for (const figure_row &row : rows) {
+        append(text, "%-20s", row.name);
+        for (const path which : {path::round_trip, path::forward, path::backward}) {
+            append(text, " %18.1f", microseconds(row.value(figures.of(which))));
+        }
+        text += '\n';
+    }
+    append(text,
+           "forward and backward contain the difference of the two clocks; if both ways\n"
+           "take equally long, the reflector's is ahead by %.1f microseconds\n",
+           microseconds(figures.clock_offset.value_or(0)));
+}
+
+void append_senders(std::string &text, const std::vector<sender_report> &senders)
+{
+    if (senders.size() < 2) {
+        return;
+    }
+    text += '\n';
+    for (const sender_report &sender : senders) {
+        const packet_counts &counts = sender.figures.counts;
+        const distribution &round_trip = sender.figures.of(path::round_trip).delay;
+        append(text,
+               "sender %s:\n  sent %" PRIu64 ", valid %" PRIu64 ", invalid %" PRIu64 ", lost %" PRIu64
+               ", duplicates %" PRIu64 ", reordered %" PRIu64,
+               sender.address.c_str(), counts.sent, counts.valid, counts.invalid(), counts.lost(),
+               counts.duplicates, counts.reordered);
+        if (round_trip.count != 0) {
+            append(text, "\n  round trip min %.1f, median %.1f, max %.1f", microseconds(round_trip.minimum),
+                   microseconds(round_trip.percentiles[percentile_50]), microseconds(round_trip.maximum));
+        }
+        text += '\n';
+    }
+}
+
+} // namespace
+
+std::string announcement(const session_options &options)
+{
+    std::string text;
+    if (!options.duration) {
+        append(text, "%u ", options.count);
+    }
+    append(text, "packets of %zu octets to %s", options.size, options.reflector.text().c_str());
+    if (options.senders > 1) {
+        append(text, " from each of %u senders", options.senders);
+    }
+    if (options.duration) {
+        append(text, " for %g s", std::chrono::duration<double>(*options.duration).count());
+    }
+    text += '\n';
+    return text;
+}
+
+std::string text_report(const run_report &report)
+{
+    const packet_counts &counts = report.total.counts;
+    std::string text;
+    append_counts(text, report);
+    append_round_trip(text, report.total.of(path::round_trip).delay);
+    append(text, "reordered: %" PRIu64 " (%.2f %%)\n", counts.reordered,
+           share(counts.reordered, counts.answered));
+    append_hops(text, "forward", counts.request_ttl, report.options.ttl, "sent with");
+    append_hops(text, "backward", counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum), "assumed");
+    if (counts.valid != 0) {
+        append_table(text, report.total);
+    }
+    append_senders(text, report.senders);
+    return text;
+}
+
+} // namespace olv_probe

@@ -1,0 +1,77 @@
+/**
+ * @file figures_formats.hpp
+ * The three formats, each in its own file, behind figures_output.hpp.
+ */
+#ifndef OLV_TWAMPCTL_FIGURES_FORMATS_HPP
+#define OLV_TWAMPCTL_FIGURES_FORMATS_HPP
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "apps/twampctl/figures/figures.hpp"
+
+namespace twampctl {
+
+/** A reason to drop packets, as JSON fields and Prometheus labels name it, and as people read it. */
+struct drop_reason {
+    const char *name;
+    const char *title;
+    std::uint64_t packets;
+};
+
+[[nodiscard]] std::vector<drop_reason> drops_of(const olv_twamp_global_stats &counters);
+[[nodiscard]] std::vector<drop_reason> drops_of(const olv_twamp_responder_stats &counters);
+[[nodiscard]] std::vector<drop_reason> drops_of(const olv_fastpath::udp_statistics &counters);
+
+/** What is in use on the platform, named alike; violations are counted, not used. */
+struct usage_item {
+    const char *name;
+    const char *title;
+    std::size_t count;
+};
+[[nodiscard]] std::vector<usage_item> items_of(const platform_usage &usage);
+
+/** A name as all of it can be shown in a column of this width, or its beginning. */
+[[nodiscard]] std::string shortened(const std::string &name, std::size_t width);
+
+namespace as_text {
+[[nodiscard]] std::string of(const figures &all);
+[[nodiscard]] std::string of(const std::optional<olv_twamp_global_stats> &module);
+[[nodiscard]] std::string of(const responder_figures &responder);
+[[nodiscard]] std::string of(const std::vector<responder_figures> &responders);
+[[nodiscard]] std::string of(const std::vector<listener_figures> &listeners);
+[[nodiscard]] std::string of(const std::vector<session_figures> &sessions);
+[[nodiscard]] std::string of(const platform_usage &usage);
+} // namespace as_text
+
+namespace as_json {
+/** In UTF-8, whatever the user typed. */
+[[nodiscard]] std::string valid_utf8(const std::string &text);
+/** In ASCII with JSON's escapes, so that each byte is a column and none of them moves the cursor. */
+[[nodiscard]] std::string printable(const std::string &text);
+[[nodiscard]] std::string of(const figures &all);
+[[nodiscard]] std::string of(const std::optional<olv_twamp_global_stats> &module);
+[[nodiscard]] std::string of(const responder_figures &responder);
+[[nodiscard]] std::string of(const std::vector<responder_figures> &responders);
+[[nodiscard]] std::string of(const std::vector<listener_figures> &listeners);
+[[nodiscard]] std::string of(const std::vector<session_figures> &sessions);
+[[nodiscard]] std::string of(const platform_usage &usage);
+} // namespace as_json
+
+namespace as_prometheus {
+[[nodiscard]] std::string of(const figures &all);
+[[nodiscard]] std::string of(const std::optional<olv_twamp_global_stats> &module);
+[[nodiscard]] std::string of(const responder_figures &responder);
+[[nodiscard]] std::string of(const std::vector<responder_figures> &responders);
+[[nodiscard]] std::string of(const std::vector<listener_figures> &listeners);
+[[nodiscard]] std::string of(const std::vector<session_figures> &sessions);
+[[nodiscard]] std::string of(const platform_usage &usage);
+} // namespace as_prometheus
+
+} // namespace twampctl
+
+#endif

@@ -1,0 +1,256 @@
+#include "apps/twampctl/run/run.hpp"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+
+#include "apps/common/formatted.hpp"
+#include "apps/common/report.hpp"
+#include "apps/common/signal_watch.hpp"
+#include "apps/twampctl/console/document_output.hpp"
+#include "apps/twampctl/console/progress.hpp"
+#include "apps/twampctl/console/trace_output.hpp"
+#include "apps/twampctl/console/watch.hpp"
+#include "apps/twampctl/figures/figures_formats.hpp"
+#include "apps/twampctl/figures/figures_output.hpp"
+#include "apps/twampctl/figures/metrics_server.hpp"
+#include "apps/twampctl/program.hpp"
+#include "apps/twampctl/site/site.hpp"
+
+namespace twampctl {
+namespace {
+
+using olv_apps::append;
+
+constexpr std::uint32_t everything_logged = 15;
+
+site_options options_for(const run_options &options)
+{
+    return {.name = "main",
+            .program = olv_sim::classifier_program::twamp(options.capacity),
+            .workers = options.workers};
+}
+
+void print_listener(const std::string &address, const olv_fastpath::udp_statistics &counted)
+{
+    std::string lines;
+    for (const drop_reason &reason : drops_of(counted)) {
+        if (reason.packets != 0) {
+            append(lines, "Packets dropped due to %s: %" PRIu64 "\n", reason.title, reason.packets);
+        }
+    }
+    if (counted.send_failures != 0) {
+        append(lines, "Replies that could not be sent: %" PRIu64 "\n", counted.send_failures);
+    }
+    if (!lines.empty()) {
+        std::printf("\nStatistics of listener %s (Non-zero only):\n%s", address.c_str(), lines.c_str());
+    }
+}
+
+/** A run, step by step; each step throws what went wrong. */
+class course {
+  public:
+    course(const run_options &options, const document_output &document)
+        : options_(options), document_(document), site_(options_for(options))
+    {}
+
+    void bring_up();
+    void listen();
+    /** Print that packets are answered, and where. */
+    void announce() const { say("%s", ready_.c_str()); }
+    void stop_listening() { site_.stop(); }
+    [[nodiscard]] figures collect() { return site_.collect(); }
+    void report();
+    /** @return Whether all of it worked. */
+    bool take_down();
+    [[nodiscard]] platform_usage usage() const { return site_.usage(); }
+
+  private:
+    void bind();
+    void print_statistics();
+    void print_imc();
+    /** Run @p work, at log level 15 if it is the verbose step. */
+    void during(step which, const std::function<void()> &work);
+
+    const run_options &options_;
+    const document_output &document_;
+    site site_;
+    std::string ready_;
+};
+
+void course::bring_up()
+{
+    (void)site_.initialise(); // never up before
+    if (options_.log_level) {
+        site_.set_log_level(*options_.log_level);
+        say("log level %u", *options_.log_level);
+    }
+    during(step::create, [this] {
+        for (std::uint32_t index = 0; index < options_.responders; ++index) {
+            // This fast path gives neither parameter a meaning.
+            (void)site_.create_responder({.name = {}, .info = {}, .sessions = options_.sessions});
+        }
+    });
+    during(step::bind, [this] { bind(); });
+}
+
+/** To the IPv4 and the IPv6 module, as far as the addresses need them. */
+void course::bind()
+{
+    for (const output to : {output::ipv4, output::ipv6}) {
+        const auto needs = [to](const auto &address) { return output_for(address.family()) == to; };
+        if (std::any_of(options_.addresses.begin(), options_.addresses.end(), needs)) {
+            bind_request request;
+            request.to = to;
+            site_.bind(request);
+        }
+    }
+}
+
+void course::listen()
+{
+    ready_ = "ready";
+    const std::vector<named_responder> &responders = site_.responders();
+    for (std::size_t index = 0; index < options_.addresses.size(); ++index) {
+        const olv_net::socket_address &address = options_.addresses[index];
+        ready_ += " " + site_.listen(address, {.responder_id =
+                                                   responders[index % responders.size()].handle->responder_id,
+                                               .bind_key = usual_bind_key(output_for(address.family()))});
+    }
+    site_.start();
+}
+
+void course::report()
+{
+    if (options_.format == output_format::text) {
+        during(step::statistics, [this] { print_statistics(); });
+    } else {
+        during(step::statistics, [this] { document_.write(format(collect(), options_.format)); });
+    }
+    if (options_.tables) {
+        during(step::tables, [this] {
+            std::printf("Tables:");
+            site_.require(olv_twamp_tables_dump(site_.module(), OLV_TWAMP_TABLE_GROUP_ALL), "print the tables");
+            std::printf("\n");
+        });
+    }
+    if (options_.imc) {
+        during(step::imc, [this] { print_imc(); });
+    }
+}
+
+void course::print_statistics()
+{
+    for (const named_responder &each : site_.responders()) {
+        std::printf("\nStatistics of responder %s, ID 0x%X:", each.name.c_str(), each.handle->responder_id);
+        (void)olv_twamp_responder_stats_print(site_.module(), each.handle); // always 0
+    }
+    std::printf("\nStatistics of the module:");
+    (void)olv_twamp_global_stats_print(site_.module()); // always 0
+    for (const std::string &address : site_.listeners()) {
+        print_listener(address, site_.counters_of(address));
+    }
+    std::printf("\n");
+}
+
+void course::print_imc()
+{
+    for (const output to : {output::ipv4, output::ipv6}) {
+        bind_request request;
+        request.to = to;
+        std::printf("call to the %s module: tree function 0x%X\n", name_of(to), site_.imc(request));
+    }
+}
+
+bool course::take_down()
+{
+    return site_.tear_down([this](step which, const std::function<void()> &work) { during(which, work); });
+}
+
+void course::during(step which, const std::function<void()> &work)
+{
+    if (options_.verbose_step != which) {
+        work();
+        return;
+    }
+    const std::uint32_t usual = site_.module()->log_flags & OLV_LOG_LEVEL_MASK;
+    site_.set_log_level(everything_logged);
+    try {
+        work();
+    } catch (const std::exception &) {
+        // The failure of the step says more than one of going back to the usual level would.
+        (void)site_.framework().set_log_level(site_.module(), usual);
+        throw;
+    }
+    if (site_.is_up()) {
+        site_.set_log_level(usual);
+    }
+}
+
+/** Serve the figures until the end of its life, if they are wanted. */
+void serve_metrics(std::optional<metrics_server> &metrics, course &on, const run_options &options)
+{
+    if (options.metrics) {
+        metrics.emplace(*options.metrics, [&on] { return on.collect(); });
+        say("metrics %s", metrics->url().c_str());
+    }
+}
+
+/** @return Whether it was a signal that ended it. */
+bool wait_for_end(course &on, const run_options &options, const olv_apps::signal_watch &signals)
+{
+    if (!options.watch) {
+        return signals.wait(options.duration);
+    }
+    return watch([&on] { return on.collect(); }, signals,
+                 {.interval = std::chrono::seconds(1),
+                  .count = {},
+                  .duration = options.duration,
+                  .format = output_format::text});
+}
+
+/** @return Whether the signal or the end of the duration found everything in order. */
+bool serve(course &on, const run_options &options, const olv_apps::signal_watch &signals)
+{
+    try {
+        std::optional<metrics_server> metrics; // ends before anything that it reads is taken down
+        on.bring_up();
+        on.listen();
+        serve_metrics(metrics, on, options);
+        on.announce();
+        say(wait_for_end(on, options, signals) ? "stopped by a signal" : "end of the duration");
+        on.stop_listening();
+        on.report();
+        return true;
+    } catch (const std::exception &error) {
+        olv_apps::report_error(program_name, "%s", error.what());
+        return false;
+    }
+}
+
+/** @return Whether nothing is left. */
+bool tell_left_behind(const platform_usage &usage)
+{
+    say("left behind: %s", text_of(usage).c_str());
+    if (!usage.is_empty()) {
+        olv_apps::report_error(program_name, "something was left behind");
+    }
+    return usage.is_empty();
+}
+
+} // namespace
+
+int run(const run_options &options)
+{
+    // The first to open a descriptor, so that a closed standard output or error is still seen to be closed.
+    const document_output document{options.format != output_format::text};
+    const olv_apps::signal_watch signals; // before any thread
+    const trace_output trace{options.trace_file};
+    course on{options, document};
+    const bool served = serve(on, options, signals);
+    const bool taken_down = on.take_down();
+    const bool clean = tell_left_behind(on.usage());
+    return served && taken_down && clean ? olv_apps::exit_good : olv_apps::exit_failed;
+}
+
+} // namespace twampctl

@@ -1,0 +1,98 @@
+#include "apps/twampctl/site/probes.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "apps/common/report.hpp"
+#include "apps/twampctl/program.hpp"
+
+namespace twampctl {
+namespace {
+
+double seconds_of(std::chrono::nanoseconds duration)
+{
+    return std::chrono::duration<double>(duration).count();
+}
+
+} // namespace
+
+probes::~probes()
+{
+    stop_all();
+}
+
+std::string probes::start(const olv_probe::session_options &options)
+{
+    const std::lock_guard lock{mutex_};
+    probe &started = running_.emplace_back(options);
+    started.thread = std::thread([&started] {
+        try {
+            (void)started.sender.run(); // ended or complete: its figures tell
+        } catch (const std::exception &error) {
+            olv_apps::report_error(program_name, "probe: %s", error.what());
+        }
+        started.running = false;
+    });
+    return started.sender.local_address();
+}
+
+void probes::end(probe &which)
+{
+    which.sender.stop();
+    which.thread.join();
+    if (const auto last = which.sender.latest_round_trip()) {
+        ended_[which.sender.local_address()] = seconds_of(*last);
+    }
+}
+
+void probes::stop(const std::string &address)
+{
+    const std::lock_guard lock{mutex_};
+    const auto found = std::find_if(running_.begin(), running_.end(),
+                                    [&](const probe &each) { return each.sender.local_address() == address; });
+    if (found == running_.end()) {
+        throw std::runtime_error("no probe sends from " + address + "; 'probe list' lists them");
+    }
+    end(*found);
+    running_.erase(found);
+}
+
+void probes::stop_all()
+{
+    const std::lock_guard lock{mutex_};
+    for (probe &each : running_) {
+        end(each);
+    }
+    running_.clear();
+}
+
+std::vector<probes::status> probes::list() const
+{
+    const std::lock_guard lock{mutex_};
+    std::vector<status> all;
+    for (const probe &each : running_) {
+        all.push_back({each.sender.local_address(), each.reflector, each.running, each.sender.progress()});
+    }
+    return all;
+}
+
+void probes::note(const std::string &sender, double round_trip_seconds)
+{
+    const std::lock_guard lock{mutex_};
+    ended_[sender] = round_trip_seconds;
+}
+
+std::optional<double> probes::round_trip_of(const std::string &sender) const
+{
+    const std::lock_guard lock{mutex_};
+    for (const probe &each : running_) {
+        if (each.sender.local_address() == sender) {
+            const auto last = each.sender.latest_round_trip();
+            return last ? std::optional(seconds_of(*last)) : std::nullopt;
+        }
+    }
+    const auto found = ended_.find(sender);
+    return found == ended_.end() ? std::nullopt : std::optional(found->second);
+}
+
+} // namespace twampctl

@@ -1,0 +1,436 @@
+#include "apps/twampctl/site/site.hpp"
+
+#include <algorithm>
+#include <chrono>
+
+#include <netinet/in.h>
+
+#include "apps/common/report.hpp"
+#include "apps/twampctl/console/progress.hpp"
+#include "apps/twampctl/program.hpp"
+#include "apps/twampctl/site/platform_names.hpp"
+#include "apps/twampctl/site/status_text.hpp"
+#include "fastpath/core/state_entry.hpp"
+
+namespace twampctl {
+namespace {
+
+constexpr std::uint32_t bind_key_ipv4 = 4;
+constexpr std::uint32_t bind_key_ipv6 = 6;
+
+/** The names of the first few, and how many there are more. */
+template <typename Items, typename NameOf> std::string list_of(const Items &items, const NameOf &name_of_item)
+{
+    constexpr std::size_t listed = 10;
+    std::string list;
+    for (std::size_t index = 0; index < std::min(listed, items.size()); ++index) {
+        list += (list.empty() ? "" : ", ") + name_of_item(items[index]);
+    }
+    return items.size() <= listed ? list : list + " and " + std::to_string(items.size() - listed) + " more";
+}
+
+std::size_t entries_in(const olv_sim::processor &processor, const char *tree)
+{
+    const olv_sim::classifier_tree *found = processor.tree(tree); // a program may leave it out
+    return found == nullptr ? 0 : found->size();
+}
+
+} // namespace
+
+const char *name_of(output to)
+{
+    return to == output::ipv6 ? "IPv6" : "IPv4";
+}
+
+std::uint32_t usual_bind_key(output to)
+{
+    return to == output::ipv6 ? bind_key_ipv6 : bind_key_ipv4;
+}
+
+output output_for(int family)
+{
+    return family == AF_INET6 ? output::ipv6 : output::ipv4;
+}
+
+site::site(const site_options &options)
+    : name_(options.name),
+      processor_(options.program),
+      module_(framework_.create_module({.module_id = olv_sim::module_id_twamp,
+                                        .processor = &processor_,
+                                        .log_name = "twamp",
+                                        .locked = options.locked,
+                                        .system = options.system,
+                                        .default_entry_point = options.default_entry_point})),
+      workers_(processor_, options.workers)
+{}
+
+site::~site()
+{
+    try {
+        (void)tear_down(); // has said what failed
+    } catch (const std::exception &error) {
+        olv_apps::report_error(program_name, "%s: %s", name_.c_str(), error.what());
+    }
+}
+
+// --------------------------------------------------------------------------------------------------------
+// The module
+// --------------------------------------------------------------------------------------------------------
+
+bool site::is_up() const
+{
+    return olv_twamp_valid_module_handle(module_) != 0;
+}
+
+bool site::initialise()
+{
+    const std::lock_guard lock{mutex_};
+    const bool was_up = is_up();
+    const std::uint32_t status = olv_twamp_init(module_);
+    if (status != OLV_STATUS_OK) {
+        module_->ctx = nullptr; // it holds the address of a block that was given back
+    }
+    require(status, "initialise the module");
+    say(was_up ? "module was initialised already: nothing changed" : "module initialised");
+    return !was_up;
+}
+
+void site::shut_down()
+{
+    const std::lock_guard lock{mutex_};
+    require(is_up() ? framework_.shutdown(module_) : olv_twamp_shutdown(module_), "shut the module down");
+    say("module shut down");
+}
+
+void site::set_log_level(std::uint32_t level)
+{
+    require(is_up() ? framework_.set_log_level(module_, level) : olv_twamp_sys_log(module_, level),
+            "set log level " + std::to_string(level));
+}
+
+// --------------------------------------------------------------------------------------------------------
+// Responders
+// --------------------------------------------------------------------------------------------------------
+
+const named_responder &site::create_responder(const responder_request &request)
+{
+    const std::lock_guard lock{mutex_};
+    const std::string name = request.name.empty() ? free_name() : request.name;
+    if (names_.count(name) != 0) {
+        throw std::runtime_error("there is a responder " + name + " already; give the new one another name");
+    }
+    twamp_responder_handle *handle = nullptr;
+    const std::uint32_t status = olv_twamp_responder_create(module_, &request.info, &handle);
+    if (handle != nullptr) {
+        responders_.push_back({name, handle}); // it lives, whatever the status
+        names_.insert(name);
+    }
+    require(status, "create responder " + name);
+    if (request.sessions) {
+        processor_.state(handle->responder_id)[olv_fastpath::responder_word::maximum_sessions] =
+            *request.sessions;
+    }
+    say("responder %s created: ID 0x%X", name.c_str(), handle->responder_id);
+    return responders_.back();
+}
+
+void site::delete_responder(const std::string &name)
+{
+    const std::lock_guard lock{mutex_};
+    const auto found = find(name);
+    require(olv_twamp_responder_delete(module_, found->handle), "delete responder " + name);
+    hyx_nvm_free(found->handle);
+    responders_.erase(found);
+    names_.erase(name);
+    lowest_free_ = 1;
+    say("responder %s deleted", name.c_str());
+}
+
+const named_responder &site::responder(const std::string &name) const
+{
+    const std::lock_guard lock{mutex_};
+    return *find(name);
+}
+
+std::vector<named_responder>::const_iterator site::find(const std::string &name) const
+{
+    const auto found = std::find_if(responders_.rbegin(), responders_.rend(), // the last ones go first
+                                    [&](const named_responder &each) { return each.name == name; });
+    if (found != responders_.rend()) {
+        return std::prev(found.base());
+    }
+    if (responders_.empty()) {
+        throw std::runtime_error("no responder '" + name + "', nor any other; 'responder create " + name +
+                                 "' creates it");
+    }
+    throw std::runtime_error("no responder '" + name + "'; there are: " +
+                             list_of(responders_, [](const named_responder &each) { return each.name; }));
+}
+
+std::string site::free_name()
+{
+    while (names_.count(std::to_string(lowest_free_)) != 0) {
+        ++lowest_free_;
+    }
+    return std::to_string(lowest_free_);
+}
+
+// --------------------------------------------------------------------------------------------------------
+// Output paths
+// --------------------------------------------------------------------------------------------------------
+
+olv_bind_info site::info_of(const bind_request &request, const std::uint32_t *key) const
+{
+    olv_module_handle *destination =
+        request.to == output::ipv6 ? framework_.ipv6_module() : framework_.ipv4_module();
+    olv_bind_info info = olv_sim::make_bind_info(module_, destination, key);
+    info.bind_type = request.type.value_or(info.bind_type);
+    info.bind_subtype = request.subtype.value_or(info.bind_subtype);
+    info.bind_path = request.path.value_or(info.bind_path);
+    info.src_location = request.source_location.value_or(info.src_location);
+    info.dst_location = request.destination_location.value_or(info.dst_location);
+    info.custom_bind = request.custom ? 1 : 0;
+    return info;
+}
+
+void site::bind(const bind_request &request, bool direct)
+{
+    const std::lock_guard lock{mutex_};
+    binding made{request, request.key.value_or(usual_bind_key(request.to))};
+    const olv_bind_info info = info_of(request, &made.key);
+    require(direct ? olv_twamp_custom_bind(framework_.system(), &info) : framework_.bind(info),
+            std::string("bind to the ") + name_of(request.to) + " module");
+    bound_.push_back(made);
+    say("bound to the %s module: key %u", name_of(request.to), made.key);
+}
+
+void site::unbind(const bind_request &request, bool direct)
+{
+    const std::lock_guard lock{mutex_};
+    const std::uint32_t key = request.key.value_or(usual_bind_key(request.to));
+    const olv_bind_info info = info_of(request, &key);
+    require(direct ? olv_twamp_custom_unbind(framework_.system(), &info) : framework_.unbind(info),
+            std::string("unbind from the ") + name_of(request.to) + " module");
+    const auto is_it = [&](const binding &each) { return each.request.to == request.to && each.key == key; };
+    bound_.erase(std::remove_if(bound_.begin(), bound_.end(), is_it), bound_.end());
+    say("unbound from the %s module", name_of(request.to));
+}
+
+std::uint32_t site::imc(const bind_request &request, bool direct)
+{
+    const std::uint32_t key = request.key.value_or(usual_bind_key(request.to));
+    const olv_bind_info info = info_of(request, &key);
+    std::uint32_t tree_function = 0;
+    require(direct ? olv_twamp_get_imc(module_, &info, &tree_function)
+                   : framework_.get_imc(module_, info, &tree_function),
+            std::string("find the call to the ") + name_of(request.to) + " module");
+    return tree_function;
+}
+
+// --------------------------------------------------------------------------------------------------------
+// Listeners
+// --------------------------------------------------------------------------------------------------------
+
+std::string site::listen(const olv_net::socket_address &address, const olv_fastpath::packet_path &path)
+{
+    const std::lock_guard lock{mutex_};
+    const std::size_t index = workers_.add(address, path);
+    listeners_.push_back({index, workers_.local_address(index).text()});
+    return listeners_.back().address;
+}
+
+const site::listener &site::listener_at(const std::string &address) const
+{
+    const auto found = std::find_if(listeners_.begin(), listeners_.end(),
+                                    [&](const listener &each) { return each.address == address; });
+    if (found != listeners_.end()) {
+        return *found;
+    }
+    if (listeners_.empty()) {
+        throw std::runtime_error("nothing listens at " + address + ", nor at any other address");
+    }
+    throw std::runtime_error("nothing listens at " + address + "; there are: " +
+                             list_of(listeners_, [](const listener &each) { return each.address; }));
+}
+
+void site::unlisten(const std::string &address)
+{
+    const std::lock_guard lock{mutex_};
+    const std::size_t index = listener_at(address).index;
+    workers_.remove(index);
+    listeners_.erase(std::remove_if(listeners_.begin(), listeners_.end(),
+                                    [index](const listener &each) { return each.index == index; }),
+                     listeners_.end());
+}
+
+void site::redirect(const std::string &address, const olv_fastpath::packet_path &path)
+{
+    const std::lock_guard lock{mutex_};
+    workers_.set_path(listener_at(address).index, path);
+}
+
+std::vector<std::string> site::listeners() const
+{
+    const std::lock_guard lock{mutex_};
+    std::vector<std::string> addresses;
+    for (const listener &each : listeners_) {
+        addresses.push_back(each.address);
+    }
+    return addresses;
+}
+
+olv_fastpath::udp_statistics site::counters_of(const std::string &address) const
+{
+    const std::lock_guard lock{mutex_};
+    return workers_.statistics(listener_at(address).index);
+}
+
+void site::start()
+{
+    workers_.start();
+}
+
+void site::stop()
+{
+    if (workers_.running()) {
+        workers_.stop();
+        say("packets no longer answered");
+    }
+}
+
+// --------------------------------------------------------------------------------------------------------
+// Figures
+// --------------------------------------------------------------------------------------------------------
+
+figures site::collect()
+{
+    using seconds = std::chrono::duration<double>;
+    const std::lock_guard lock{mutex_};
+    figures now;
+    now.taken_at = seconds(std::chrono::system_clock::now().time_since_epoch()).count();
+    now.processor = name_;
+    now.module_up = is_up();
+    if (now.module_up) {
+        olv_twamp_global_stats counters{};
+        if (olv_twamp_global_stats_get(module_, &counters) == OLV_STATUS_OK) {
+            now.module = counters;
+        }
+    }
+    collect_responders(now);
+    collect_listeners(now);
+    collect_sessions(now);
+    now.usage = usage();
+    return now;
+}
+
+void site::collect_responders(figures &into)
+{
+    for (const named_responder &each : responders_) {
+        responder_figures one{.name = each.name, .id = each.handle->responder_id, .counters = {}};
+        olv_twamp_responder_stats counters{};
+        if (into.module_up && olv_twamp_responder_stats_get(module_, each.handle, &counters) == OLV_STATUS_OK) {
+            one.counters = counters;
+        }
+        into.responders.push_back(one);
+    }
+}
+
+void site::collect_listeners(figures &into) const
+{
+    for (const listener &each : listeners_) {
+        const olv_fastpath::packet_path path = workers_.path(each.index);
+        into.listeners.push_back({.address = each.address,
+                                  .responder = responder_with(path.responder_id),
+                                  .bind_key = path.bind_key,
+                                  .counters = workers_.statistics(each.index)});
+    }
+}
+
+void site::collect_sessions(figures &into) const
+{
+    const std::vector<olv_fastpath::session> sessions = workers_.sessions();
+    const std::uint64_t now = processor_.timer_now();
+    const auto frequency = static_cast<double>(processor_.timer_frequency());
+    for (const olv_fastpath::session &each : sessions) {
+        const std::uint64_t idle = now > each.last_arrival ? now - each.last_arrival : 0;
+        const std::string sender =
+            olv_net::text_of(olv_net::ip_endpoint{each.key.sender_address, each.key.sender_port});
+        into.sessions.push_back({.responder = responder_with(each.key.responder_id),
+                                 .sender = sender,
+                                 .replies = each.next_sequence_number,
+                                 .idle_seconds = static_cast<double>(idle) / frequency,
+                                 .round_trip_seconds = round_trips_ ? round_trips_(sender) : std::nullopt});
+    }
+}
+
+std::string site::responder_with(std::uint32_t id) const
+{
+    const auto found = std::find_if(responders_.begin(), responders_.end(), [id](const named_responder &each) {
+        return each.handle->responder_id == id;
+    });
+    return found == responders_.end() ? "" : found->name;
+}
+
+platform_usage site::usage() const
+{
+    return {.blocks = olv_sim::memory::in_use().live_blocks,
+            .responder_ids = processor_.allocated(responder_namespace),
+            .responder_entries = entries_in(processor_, responder_tree),
+            .bind_entries = entries_in(processor_, bind_tree),
+            .patterns = olv_sim::patterns::live(),
+            .violations = olv_sim::violations::count()};
+}
+
+// --------------------------------------------------------------------------------------------------------
+// Down, in the reverse order
+// --------------------------------------------------------------------------------------------------------
+
+bool site::tear_down(const step_runner &runner)
+{
+    const std::lock_guard lock{mutex_};
+    bool good = true;
+    const auto attempt = [&](step which, const std::function<void()> &work) {
+        try {
+            if (runner) {
+                runner(which, work);
+            } else {
+                work();
+            }
+        } catch (const std::exception &error) {
+            olv_apps::report_error(program_name, "%s", error.what());
+            good = false;
+        }
+    };
+    stop();
+    while (!listeners_.empty()) {
+        unlisten(listeners_.back().address);
+    }
+    if (is_up()) { // a module that is down can take nothing back
+        const std::list<binding> bound = bound_;
+        std::for_each(bound.rbegin(), bound.rend(),
+                      [&](const binding &each) { attempt(step::unbind, [&] { unbind(each.request); }); });
+        const std::vector<named_responder> responders = responders_;
+        std::for_each(responders.rbegin(), responders.rend(), [&](const named_responder &each) {
+            attempt(step::remove, [&] { delete_responder(each.name); });
+        });
+        attempt(step::shutdown, [this] { shut_down(); });
+    }
+    bound_.clear();
+    for (const named_responder &each : responders_) {
+        hyx_nvm_free(each.handle);
+    }
+    responders_.clear();
+    names_.clear();
+    lowest_free_ = 1;
+    return good;
+}
+
+void site::require(std::uint32_t status, const std::string &what) const
+{
+    if (status != OLV_STATUS_OK) {
+        const char *advice = is_up() ? "" : "; the module is not up, 'up' brings it up";
+        throw step_failure("cannot " + what + ": " + status_text(framework_.system(), status) + advice);
+    }
+}
+
+} // namespace twampctl

@@ -1,0 +1,32 @@
+/**
+ * @file traffic_options.hpp
+ * Which packets a processor's fast path answers, and how: the same options wherever a processor is made.
+ */
+#ifndef OLV_TWAMPCTL_TRAFFIC_OPTIONS_HPP
+#define OLV_TWAMPCTL_TRAFFIC_OPTIONS_HPP
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "fastpath/udp/udp_workers.hpp"
+
+namespace twampctl {
+
+/** The options as written. */
+struct traffic_options {
+    std::vector<std::string> allowed;
+    std::string stamp_mode = "stateful";
+    bool separate_replies = false;
+    olv_fastpath::udp_workers_options workers;
+
+    /** @throw std::invalid_argument  Something that is not a prefix is to be allowed. */
+    void apply(olv_fastpath::udp_workers_options &to) const;
+};
+
+void add_traffic_options(CLI::App &command, traffic_options &options);
+
+} // namespace twampctl
+
+#endif

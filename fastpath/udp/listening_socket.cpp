@@ -1,0 +1,96 @@
+#include "fastpath/udp/listening_socket.hpp"
+
+#include <cerrno>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+namespace olv_fastpath {
+
+namespace {
+
+[[noreturn]] void fail(const olv_net::socket_address &address, int error)
+{
+    throw std::runtime_error("cannot listen on " + address.text() + ": " +
+                             std::generic_category().message(error));
+}
+
+} // namespace
+
+listening_socket::listening_socket(const olv_net::socket_address &address)
+    : listening_socket(address, joining::nobody)
+{}
+
+listening_socket::listening_socket(const olv_net::socket_address &address, joining others)
+    : socket_(socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)), local_(address)
+{
+    std::optional<socket_abilities> abilities;
+    if (socket_.is_open()) {
+        abilities = prepare_socket(number(), address.address);
+    }
+    if (!abilities || !prepare_for(others) ||
+        bind(number(), reinterpret_cast<const sockaddr *>(&address.address), address.length) != 0) {
+        fail(address, errno);
+    }
+    abilities_ = *abilities;
+    local_.length = sizeof local_.address;
+    if (getsockname(number(), reinterpret_cast<sockaddr *>(&local_.address), &local_.length) != 0) {
+        fail(address, errno);
+    }
+}
+
+bool listening_socket::prepare_for(joining others) const
+{
+    switch (others) {
+    case joining::nobody:
+        break;
+    case joining::later_ones:
+        return keep(kept_packets::none);
+    case joining::earlier_ones:
+        return keep(kept_packets::none) && share_address(number());
+    }
+    return true;
+}
+
+std::vector<listening_socket> listening_socket::open_together(const olv_net::socket_address &address,
+                                                              std::size_t count)
+{
+    std::vector<listening_socket> sockets;
+    sockets.reserve(count);
+    if (count == 1) {
+        sockets.emplace_back(address);
+        return sockets;
+    }
+    sockets.push_back(listening_socket{address, joining::later_ones});
+    // Once it is bound: before, it would join others that share the address.
+    if (!share_address(sockets.front().number())) {
+        fail(address, errno);
+    }
+    sockets.front().kept_ = kept_packets::all;
+    while (sockets.size() < count) {
+        sockets.push_back(listening_socket{sockets.front().local(), joining::earlier_ones});
+        sockets.back().kept_ = kept_packets::to_this_host;
+    }
+    return sockets;
+}
+
+bool listening_socket::keep(kept_packets which) const
+{
+    return keep_packets(number(), local_.family(), which);
+}
+
+void listening_socket::let_in()
+{
+    if (kept_ && !keep(*kept_)) {
+        fail(local_, errno);
+    }
+    dropped_before_ = dropped_packets(number());
+}
+
+std::uint32_t listening_socket::dropped() const
+{
+    return dropped_packets(number()) - dropped_before_;
+}
+
+} // namespace olv_fastpath

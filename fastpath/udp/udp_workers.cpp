@@ -1,0 +1,169 @@
+#include "fastpath/udp/udp_workers.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+
+namespace olv_fastpath {
+
+namespace {
+
+/** What the options say for each of the workers. */
+udp_workers_options options_of_each(udp_workers_options options)
+{
+    options.count = std::clamp(options.count, 1u, udp_workers_options::most_workers);
+    std::uint32_t &capacity = options.reflector.session_capacity;
+    capacity = capacity / options.count + (capacity % options.count != 0 ? 1 : 0);
+    options.server.shares_responders = options.count > 1;
+    return options;
+}
+
+/** Merge a worker's sessions with those of others, both the longest idle one first. */
+void merge(std::vector<session> &all, const std::vector<session> &more)
+{
+    const auto middle = all.insert(all.end(), more.begin(), more.end());
+    std::inplace_merge(all.begin(), middle, all.end(), [](const session &one, const session &other) {
+        return one.last_arrival < other.last_arrival;
+    });
+}
+
+} // namespace
+
+udp_workers::udp_workers(olv_sim::processor &processor, const udp_workers_options &options)
+{
+    const udp_workers_options each = options_of_each(options);
+    const auto limits = std::make_shared<responder_limits>(
+        each.server.packets_per_second, std::max<std::uint64_t>(processor.timer_frequency(), 1));
+    while (workers_.size() < each.count) {
+        workers_.emplace_back(processor, each, limits);
+    }
+}
+
+std::size_t udp_workers::add(const olv_net::socket_address &address, const packet_path &path)
+{
+    std::vector<listening_socket> sockets = listening_socket::open_together(address, workers_.size());
+    const std::lock_guard lock{mutex_};
+    addresses_.reserve(addresses_.size() + 1);
+    addresses_.push_back(serve(std::move(sockets), path));
+    return addresses_.size() - 1;
+}
+
+udp_workers::socket_indices udp_workers::serve(std::vector<listening_socket> sockets, const packet_path &path)
+{
+    socket_indices served;
+    served.reserve(workers_.size());
+    try {
+        for (worker &each : workers_) {
+            served.push_back(each.server.add(std::move(sockets[served.size()]), path));
+        }
+    } catch (...) {
+        close(served);
+        throw;
+    }
+    return served;
+}
+
+void udp_workers::close(const socket_indices &sockets)
+{
+    // None before the last one is released: its packets would go to the others.
+    std::vector<listening_socket> released;
+    released.reserve(sockets.size());
+    for (std::size_t number = 0; number < sockets.size(); ++number) {
+        released.push_back(workers_[number].server.release(sockets[number]));
+    }
+}
+
+const udp_workers::socket_indices &udp_workers::sockets_of(std::size_t index) const
+{
+    if (index >= addresses_.size() || addresses_[index].empty()) {
+        throw std::out_of_range("no address has index " + std::to_string(index));
+    }
+    return addresses_[index];
+}
+
+void udp_workers::remove(std::size_t index)
+{
+    const std::lock_guard lock{mutex_};
+    close(sockets_of(index));
+    addresses_[index].clear();
+}
+
+void udp_workers::set_path(std::size_t index, const packet_path &path)
+{
+    const std::lock_guard lock{mutex_};
+    const socket_indices &sockets = sockets_of(index);
+    for (std::size_t number = 0; number < sockets.size(); ++number) {
+        workers_[number].server.set_path(sockets[number], path);
+    }
+}
+
+packet_path udp_workers::path(std::size_t index) const
+{
+    const std::lock_guard lock{mutex_};
+    return workers_.front().server.path(sockets_of(index).front());
+}
+
+olv_net::socket_address udp_workers::local_address(std::size_t index) const
+{
+    const std::lock_guard lock{mutex_};
+    return workers_.front().server.local_address(sockets_of(index).front());
+}
+
+void udp_workers::start()
+{
+    try {
+        for (worker &each : workers_) {
+            each.server.start();
+        }
+    } catch (...) {
+        stop();
+        throw;
+    }
+}
+
+void udp_workers::stop()
+{
+    for (worker &each : workers_) {
+        each.server.stop();
+    }
+}
+
+udp_statistics udp_workers::statistics() const
+{
+    udp_statistics all;
+    for (const udp_statistics &each : statistics_by_worker()) {
+        all += each;
+    }
+    return all;
+}
+
+udp_statistics udp_workers::statistics(std::size_t index) const
+{
+    const std::lock_guard lock{mutex_};
+    const socket_indices &sockets = sockets_of(index);
+    udp_statistics all;
+    for (std::size_t number = 0; number < sockets.size(); ++number) {
+        all += workers_[number].server.statistics(sockets[number]);
+    }
+    return all;
+}
+
+std::vector<udp_statistics> udp_workers::statistics_by_worker() const
+{
+    std::vector<udp_statistics> all;
+    for (const worker &each : workers_) {
+        all.push_back(each.server.statistics());
+    }
+    return all;
+}
+
+std::vector<session> udp_workers::sessions() const
+{
+    std::vector<session> all;
+    for (const worker &each : workers_) {
+        merge(all, each.server.sessions());
+    }
+    return all;
+}
+
+} // namespace olv_fastpath

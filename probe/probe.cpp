@@ -1,0 +1,200 @@
+#include "probe/probe.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace olv_probe {
+namespace {
+
+timespec to_timespec(std::chrono::nanoseconds duration)
+{
+    const auto left = std::max(duration, std::chrono::nanoseconds::zero());
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
+    return {.tv_sec = static_cast<time_t>(seconds.count()),
+            .tv_nsec = static_cast<decltype(timespec::tv_nsec)>((left - seconds).count())};
+}
+
+} // namespace
+
+probe::probe(const session_options &options)
+    : options_(options), stop_event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    try {
+        for (unsigned sender = 0; sender < options.senders; ++sender) {
+            sessions_.push_back(std::make_unique<test_session>(options));
+        }
+    } catch (...) {
+        (void)close(stop_event_); // nobody waits for it
+        throw;
+    }
+}
+
+probe::~probe()
+{
+    (void)close(stop_event_); // nothing is lost
+}
+
+void probe::on_progress(std::chrono::nanoseconds pause, std::function<void(const probe_progress &)> show)
+{
+    pause_ = pause;
+    show_ = std::move(show);
+}
+
+bool probe::run(int stop_descriptor)
+{
+    begin();
+    for (;;) {
+        receive_all();
+        const steady_clock::time_point now = steady_clock::now();
+        publish(now);
+        if (is_finished(now)) {
+            return true;
+        }
+        send_all_due(now);
+        if (wait(stop_descriptor)) {
+            receive_all();
+            publish(steady_clock::now());
+            return false;
+        }
+    }
+}
+
+void probe::begin()
+{
+    start_ = steady_clock::now();
+    if (show_) {
+        next_show_ = start_ + pause_;
+    }
+    // Senders take turns instead of sending at the same instant.
+    const std::chrono::nanoseconds shift = options_.window ? std::chrono::nanoseconds(0) : options_.interval;
+    for (std::size_t index = 0; index < sessions_.size(); ++index) {
+        sessions_[index]->begin(start_, shift * static_cast<std::int64_t>(index) /
+                                            static_cast<std::int64_t>(sessions_.size()));
+    }
+}
+
+void probe::receive_all()
+{
+    for (const auto &session : sessions_) {
+        if (const auto round_trip = session->receive()) {
+            latest_round_trip_ = *round_trip;
+        }
+    }
+}
+
+bool probe::is_finished(steady_clock::time_point now) const
+{
+    return std::all_of(sessions_.begin(), sessions_.end(),
+                       [now](const auto &session) { return session->is_finished(now); });
+}
+
+void probe::send_all_due(steady_clock::time_point now)
+{
+    for (const auto &session : sessions_) {
+        session->send_due(now);
+    }
+}
+
+bool probe::wait(int stop_descriptor)
+{
+    const steady_clock::time_point now = steady_clock::now();
+    if (is_finished(now)) {
+        return false; // nothing would end the wait
+    }
+    watched_.clear();
+    watched_.push_back({.fd = stop_descriptor, .events = POLLIN, .revents = 0});
+    watched_.push_back({.fd = stop_event_, .events = POLLIN, .revents = 0});
+    steady_clock::time_point until = next_show_;
+    for (const auto &session : sessions_) {
+        watched_.push_back({.fd = session->descriptor(), .events = session->awaited_events(now), .revents = 0});
+        until = std::min(until, session->next_action(now));
+    }
+    const timespec limit = to_timespec(until - now);
+    if (ppoll(watched_.data(), watched_.size(), &limit, nullptr) < 0 && errno != EINTR) {
+        throw std::runtime_error(std::string("cannot wait for replies: ") + std::strerror(errno));
+    }
+    return watched_[0].revents != 0 || watched_[1].revents != 0;
+}
+
+void probe::publish(steady_clock::time_point now)
+{
+    std::uint64_t sent = 0;
+    std::uint64_t received = 0;
+    std::uint64_t valid = 0;
+    for (const auto &session : sessions_) {
+        const packet_counts &counts = session->result().counts();
+        sent += counts.sent;
+        received += counts.received;
+        valid += counts.valid;
+    }
+    elapsed_ = now - start_;
+    shared_elapsed_.store(elapsed_.count(), std::memory_order_relaxed);
+    shared_sent_.store(sent, std::memory_order_relaxed);
+    shared_received_.store(received, std::memory_order_relaxed);
+    shared_valid_.store(valid, std::memory_order_relaxed);
+    // Last: whoever sees it sees its packet in the counts, too.
+    shared_round_trip_.store(latest_round_trip_, std::memory_order_release);
+    if (show_ && now >= next_show_) {
+        next_show_ = now + pause_;
+        show_(progress());
+    }
+}
+
+void probe::stop() const
+{
+    const std::uint64_t one = 1;
+    (void)write(stop_event_, &one, sizeof one); // fails only when it is set already
+}
+
+const std::string &probe::local_address(std::size_t session) const
+{
+    return sessions_[session]->local_address();
+}
+
+probe_progress probe::progress() const
+{
+    return {.elapsed = std::chrono::nanoseconds(shared_elapsed_.load(std::memory_order_relaxed)),
+            .sent = shared_sent_.load(std::memory_order_relaxed),
+            .received = shared_received_.load(std::memory_order_relaxed),
+            .valid = shared_valid_.load(std::memory_order_relaxed),
+            .round_trip = latest_round_trip()};
+}
+
+std::optional<std::chrono::nanoseconds> probe::latest_round_trip() const
+{
+    const std::int64_t latest = shared_round_trip_.load(std::memory_order_acquire);
+    return latest == no_round_trip ? std::nullopt : std::optional(std::chrono::nanoseconds(latest));
+}
+
+probe_figures probe::figures() const
+{
+    std::vector<const measurement *> results;
+    for (const auto &session : sessions_) {
+        results.push_back(&session->result());
+    }
+    return figures_of(results);
+}
+
+const measurement &probe::result(std::size_t session) const
+{
+    return sessions_[session]->result();
+}
+
+int probe::refusal() const
+{
+    for (const auto &session : sessions_) {
+        if (session->refusal() != 0) {
+            return session->refusal();
+        }
+    }
+    return 0;
+}
+
+} // namespace olv_probe

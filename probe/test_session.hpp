@@ -1,0 +1,76 @@
+/**
+ * @file test_session.hpp
+ * One session: its socket, when it sends, what comes back.
+ */
+#ifndef OLV_PROBE_TEST_SESSION_HPP
+#define OLV_PROBE_TEST_SESSION_HPP
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "probe/measurement.hpp"
+#include "probe/session_options.hpp"
+
+namespace olv_probe {
+
+/** Never waits: whoever runs it polls its socket. */
+class test_session {
+  public:
+    /** @throw std::runtime_error  One line: there is no socket to be had, or no way to the reflector. */
+    explicit test_session(const session_options &options);
+    ~test_session();
+    test_session(const test_session &) = delete;
+    test_session &operator=(const test_session &) = delete;
+
+    /** @param shift  How much later than @p start the first packet leaves. */
+    void begin(steady_clock::time_point start, std::chrono::nanoseconds shift);
+    /** Take what has come. @return Nanoseconds of the last valid reply among it.
+     *  @throw std::runtime_error  One line: the system refuses. */
+    std::optional<std::int64_t> receive();
+    /** Send the packets whose time has come. @throw std::runtime_error  One line: the system refuses. */
+    void send_due(steady_clock::time_point now);
+    /** Nothing to send is left, and nothing to wait for. */
+    [[nodiscard]] bool is_finished(steady_clock::time_point now) const;
+
+    [[nodiscard]] int descriptor() const { return socket_; }
+    /** What to poll the socket for. */
+    [[nodiscard]] short awaited_events(steady_clock::time_point now) const;
+    /** When something is to be done although nothing came; once finished, never. */
+    [[nodiscard]] steady_clock::time_point next_action(steady_clock::time_point now) const;
+
+    [[nodiscard]] const measurement &result() const { return measurement_; }
+    /** "127.0.0.1:40000", "[::1]:40000". */
+    [[nodiscard]] const std::string &local_address() const { return local_address_; }
+    /** What a host on the way answered instead of the reflector, as errno; 0: nothing. */
+    [[nodiscard]] int refusal() const { return refusal_; }
+
+  private:
+    void configure_socket() const;
+    void connect_socket();
+    [[nodiscard]] bool is_sending_over(steady_clock::time_point now) const;
+    [[nodiscard]] bool is_due(steady_clock::time_point now) const;
+    [[nodiscard]] bool is_window_full() const;
+    [[nodiscard]] steady_clock::time_point next_departure() const;
+    [[nodiscard]] bool try_to_send();
+    void note_stall(steady_clock::time_point now);
+
+    const session_options options_;
+    const test_packet_format format_;
+    measurement measurement_;
+    std::vector<std::uint8_t> request_;
+    std::vector<std::uint8_t> reply_;
+    std::string local_address_;
+    steady_clock::time_point start_;
+    steady_clock::time_point last_departure_;
+    std::optional<steady_clock::time_point> stalled_since_; ///< The system takes no packets since then.
+    int socket_;
+    int refusal_ = 0;
+    bool socket_full_ = false;
+    bool given_up_ = false; ///< The system took no packets for the whole time-out.
+};
+
+} // namespace olv_probe
+
+#endif
