@@ -1,8 +1,7 @@
 /**
  * @file olv_sim.h
  * The software platform for C programs: one processor with the TWAMP classifier program, and a framework with
- * a record of the TWAMP module on it. Levers such as faults, the call record and trace sinks are C++, see
- * olv_sim.hpp.
+ * a record of the TWAMP module on it. Faults, the call record and trace sinks are for C++, see olv_sim.hpp.
  *
  *     olv_sim_platform *platform = olv_sim_platform_create();
  *     olv_module_handle *module = olv_sim_platform_module(platform);

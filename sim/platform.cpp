@@ -1,7 +1,8 @@
-// The platform of olv_sim.h, made from the parts of olv_sim.hpp.
+// The platform of olv_sim.h, made from the parts in olv_sim/.
 #include "olv_sim.h"
 
-#include "olv_sim.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
 
 struct olv_sim_platform {
     olv_sim::processor processor{olv_sim::classifier_program::twamp()};

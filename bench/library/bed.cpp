@@ -1,4 +1,7 @@
 #include "bed.hpp"
+#include "hyx.h"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
 
 #include <stdexcept>
 

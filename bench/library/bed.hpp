@@ -8,7 +8,8 @@
 #include <span>
 #include <vector>
 
-#include "olv_sim.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
 #include "olv_twamp.h"
 
 namespace olv_bench {

@@ -4,6 +4,9 @@
 #include <string>
 
 #include "fastpath/core/state_entry.hpp"
+#include "hyx.h"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace reflect_bench {
 namespace {

@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "fastpath/udp/udp_workers.hpp"
-#include "olv_sim.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
 #include "olv_twamp.h"
 #include "server.hpp"
 

@@ -1,4 +1,8 @@
 #include "populated_module.hpp"
+#include "hyx.h"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
 
 #include <algorithm>
 #include <stdexcept>

@@ -19,7 +19,7 @@
 #include "fastpath/core/state_entry.hpp"
 #include "fastpath/core/tick_scale.hpp"
 #include "net/twamp_wire.hpp"
-#include "olv_sim.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace olv_fastpath {
 

@@ -1,6 +1,6 @@
 #include "fastpath/core/responder_limits.hpp"
 
-#include "olv_sim.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace olv_fastpath {
 

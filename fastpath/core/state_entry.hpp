@@ -10,7 +10,7 @@
 #include <cstdint>
 
 #include "net/twamp_wire.hpp"
-#include "olv_sim.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace olv_fastpath {
 

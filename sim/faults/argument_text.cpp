@@ -1,4 +1,4 @@
-#include "argument_text.hpp"
+#include "sim/faults/argument_text.hpp"
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
 #include <mutex>
 
-#include "platform_call.hpp"
+#include "sim/faults/platform_call.hpp"
 #include "sim/process_wide.hpp"
 
 namespace olv_sim::call_record {
@@ -51,12 +51,12 @@ void start(unsigned kinds)
     current.calls.clear();
     ++current.generation;
     wanted_kinds = kinds;
-    levers.fetch_or(lever_record);
+    call_switches.fetch_or(record_on);
 }
 
 void stop()
 {
-    levers.fetch_and(~lever_record);
+    call_switches.fetch_and(~record_on);
     wanted_kinds = 0;
 }
 

@@ -1,6 +1,6 @@
 #include <array>
 
-#include "olv_sim.hpp"
+#include "olv_sim/calls.hpp"
 
 namespace olv_sim {
 namespace {

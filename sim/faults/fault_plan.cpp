@@ -2,12 +2,15 @@
 #include <mutex>
 #include <vector>
 
-#include "platform_call.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/statuses.hpp"
+#include "sim/faults/platform_call.hpp"
 #include "sim/process_wide.hpp"
 
 namespace olv_sim {
 
-std::atomic<std::uint32_t> levers{0};
+std::atomic<std::uint32_t> call_switches{0};
 
 namespace faults {
 namespace {
@@ -63,16 +66,16 @@ progress &single(fault_plan &plan, call which)
 }
 
 /** Lock held. */
-void update_lever(const fault_plan &plan)
+void switch_faults(const fault_plan &plan)
 {
     bool on = !plan.any.empty();
     for (const progress &one : plan.single) {
         on = on || one.plan.has_value();
     }
     if (on) {
-        levers.fetch_or(lever_faults);
+        call_switches.fetch_or(faults_on);
     } else {
-        levers.fetch_and(~lever_faults);
+        call_switches.fetch_and(~faults_on);
     }
 }
 
@@ -137,7 +140,7 @@ bool set(call which, const fault &plan)
     fault_plan &current = the_plan();
     const std::lock_guard lock{current.mutex};
     single(current, which).start(plan);
-    update_lever(current);
+    switch_faults(current);
     return true;
 }
 
@@ -147,7 +150,7 @@ void set_any(const fault &plan)
     const std::lock_guard lock{current.mutex};
     current.any.assign(1, {});
     current.any.front().start(plan);
-    update_lever(current);
+    switch_faults(current);
 }
 
 void add_any(const fault &plan)
@@ -155,7 +158,7 @@ void add_any(const fault &plan)
     fault_plan &current = the_plan();
     const std::lock_guard lock{current.mutex};
     current.any.emplace_back().start(plan);
-    update_lever(current);
+    switch_faults(current);
 }
 
 void clear(call which)
@@ -163,7 +166,7 @@ void clear(call which)
     fault_plan &current = the_plan();
     const std::lock_guard lock{current.mutex};
     single(current, which) = {};
-    update_lever(current);
+    switch_faults(current);
 }
 
 void clear_all()
@@ -172,7 +175,7 @@ void clear_all()
     const std::lock_guard lock{current.mutex};
     current.single.fill({});
     current.any.clear();
-    update_lever(current);
+    switch_faults(current);
 }
 
 std::optional<fault> planned(call which)

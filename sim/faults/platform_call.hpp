@@ -6,15 +6,19 @@
 #include <cstdint>
 #include <optional>
 
-#include "argument_text.hpp"
-#include "olv_sim.hpp"
+#include "hyx.h"
+#include "olv.h"
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "sim/faults/argument_text.hpp"
 
 namespace olv_sim {
 
-// Both levers share one word, so that a call with everything off looks at a single atomic.
-inline constexpr std::uint32_t lever_faults = 1;
-inline constexpr std::uint32_t lever_record = 2;
-extern std::atomic<std::uint32_t> levers;
+// Both switches share one word, so that a call with everything off looks at a single atomic.
+inline constexpr std::uint32_t faults_on = 1;
+inline constexpr std::uint32_t record_on = 2;
+extern std::atomic<std::uint32_t> call_switches;
 
 namespace faults {
 
@@ -43,16 +47,16 @@ class platform_call {
     /** @p describe fills an argument_text; it only runs when the call is recorded. */
     template <typename Describe> platform_call(call which, Describe &&describe)
     {
-        const std::uint32_t on = levers.load(std::memory_order_relaxed);
+        const std::uint32_t on = call_switches.load(std::memory_order_relaxed);
         if (on == 0) [[likely]] {
             return;
         }
-        if ((on & lever_record) != 0 && call_record::wants(which)) {
+        if ((on & record_on) != 0 && call_record::wants(which)) {
             argument_text arguments;
             describe(arguments);
             ticket_ = call_record::note(which, arguments.take());
         }
-        if ((on & lever_faults) != 0 && can_fail(which)) {
+        if ((on & faults_on) != 0 && can_fail(which)) {
             fault_ = faults::injected(which);
         }
         if (ticket_ && fault_) {

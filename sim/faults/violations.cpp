@@ -1,8 +1,9 @@
-#include "violations.hpp"
+#include "olv_sim/violations.hpp"
 
+#include <cstdio>
 #include <mutex>
 
-#include "olv_sim.hpp"
+#include "sim/faults/report_violation.hpp"
 #include "sim/process_wide.hpp"
 
 namespace olv_sim::violations {

@@ -1,7 +1,10 @@
-#include "entry_points.hpp"
+#include "sim/framework/entry_points.hpp"
 
 #include <mutex>
 
+#include "olv_sim/calls.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/statuses.hpp"
 #include "olv_twamp.h"
 #include "sim/faults/platform_call.hpp"
 #include "sim/process_wide.hpp"

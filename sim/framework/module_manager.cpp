@@ -5,11 +5,17 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "entry_points.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/statuses.hpp"
+#include "olv_sim/violations.hpp"
 #include "olv_twamp.h"
-#include "records.hpp"
 #include "sim/faults/platform_call.hpp"
-#include "sim/faults/violations.hpp"
+#include "sim/faults/report_violation.hpp"
+#include "sim/framework/entry_points.hpp"
+#include "sim/framework/records.hpp"
 #include "sim/process_wide.hpp"
 
 namespace olv_sim {

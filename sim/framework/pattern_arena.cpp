@@ -1,12 +1,13 @@
-#include "pattern_arena.hpp"
+#include "sim/framework/pattern_arena.hpp"
 
 #include <memory>
 #include <mutex>
 #include <vector>
 
-#include "olv_sim.hpp"
+#include "olv_sim/statuses.hpp"
+#include "olv_sim/violations.hpp"
 #include "olv_twamp.h"
-#include "sim/faults/violations.hpp"
+#include "sim/faults/report_violation.hpp"
 #include "sim/process_wide.hpp"
 
 namespace olv_sim::pattern_arena {

@@ -1,7 +1,9 @@
 // olv_ptn_new, olv_ptn_extend, olv_ptn_free, olv_ptn_parse.
+#include "olv_sim/calls.hpp"
+#include "olv_sim/statuses.hpp"
 #include "olv_twamp.h"
-#include "pattern_arena.hpp"
 #include "sim/faults/platform_call.hpp"
+#include "sim/framework/pattern_arena.hpp"
 
 using namespace olv_sim;
 

@@ -1,8 +1,8 @@
 // olv_ptn_print, olv_ptn_action_print, olv_byte_string_print: everything goes through stdout of the C library,
 // so that it stays in order with what the modules print there.
-#include "pattern_arena.hpp"
 #include "sim/faults/platform_call.hpp"
-#include "sim/faults/violations.hpp"
+#include "sim/faults/report_violation.hpp"
+#include "sim/framework/pattern_arena.hpp"
 
 using namespace olv_sim;
 

@@ -1,4 +1,6 @@
 // Texts of the framework statuses.
+#include "olv_sim/statuses.hpp"
+#include "olv_sim/calls.hpp"
 #include "olv_twamp.h"
 #include "sim/faults/platform_call.hpp"
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "olv_sim.hpp"
+#include "olv_sim/tracer.hpp"
 
 namespace olv_sim {
 namespace {

@@ -2,9 +2,11 @@
 #include <cstdarg>
 #include <mutex>
 
-#include "pattern_arena.hpp"
-#include "records.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/tracer.hpp"
 #include "sim/faults/platform_call.hpp"
+#include "sim/framework/pattern_arena.hpp"
+#include "sim/framework/records.hpp"
 #include "sim/process_wide.hpp"
 
 namespace olv_sim {

@@ -1,4 +1,4 @@
-#include "lttng_trace_sink.hpp"
+#include "sim/lttng/lttng_trace_sink.hpp"
 
 #include "tracepoints.h"
 

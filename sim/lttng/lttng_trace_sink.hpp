@@ -2,7 +2,7 @@
 #ifndef OLV_SIM_LTTNG_TRACE_SINK_HPP
 #define OLV_SIM_LTTNG_TRACE_SINK_HPP
 
-#include "olv_sim.hpp"
+#include "olv_sim/tracer.hpp"
 
 namespace olv_sim::lttng {
 

@@ -2,9 +2,12 @@
 #include <ctime>
 #include <mutex>
 
-#include "processor_model.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/statuses.hpp"
 #include "sim/faults/platform_call.hpp"
 #include "sim/process_wide.hpp"
+#include "sim/rte/processor_model.hpp"
 
 namespace olv_sim {
 namespace {

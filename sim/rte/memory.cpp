@@ -1,7 +1,7 @@
 // hyx_nvm_calloc, hyx_nvm_free.
-#include "memory_arena.hpp"
 #include "sim/faults/platform_call.hpp"
-#include "sim/faults/violations.hpp"
+#include "sim/faults/report_violation.hpp"
+#include "sim/rte/memory_arena.hpp"
 
 using namespace olv_sim;
 

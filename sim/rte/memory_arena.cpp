@@ -1,4 +1,4 @@
-#include "memory_arena.hpp"
+#include "sim/rte/memory_arena.hpp"
 #include "sim/process_wide.hpp"
 
 #include <algorithm>

@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "olv_sim.hpp"
+#include "olv_sim/resources.hpp"
 
 namespace olv_sim {
 

@@ -1,6 +1,9 @@
-#include "name_space.hpp"
+#include "sim/rte/name_space.hpp"
 
-#include "sim/faults/violations.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/statuses.hpp"
+#include "olv_sim/violations.hpp"
+#include "sim/faults/report_violation.hpp"
 
 namespace olv_sim {
 

@@ -7,7 +7,7 @@
 #include <mutex>
 #include <vector>
 
-#include "olv_sim.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace olv_sim {
 

@@ -1,8 +1,8 @@
 #include <ctime>
 #include <stdexcept>
 
-#include "processor_model.hpp"
-#include "sim/faults/violations.hpp"
+#include "sim/faults/report_violation.hpp"
+#include "sim/rte/processor_model.hpp"
 
 namespace olv_sim {
 namespace {

@@ -9,10 +9,10 @@
 #include <mutex>
 #include <vector>
 
-#include "name_space.hpp"
-#include "olv_sim.hpp"
-#include "state_memory.hpp"
-#include "tree_table.hpp"
+#include "olv_sim/processor.hpp"
+#include "sim/rte/name_space.hpp"
+#include "sim/rte/state_memory.hpp"
+#include "sim/rte/tree_table.hpp"
 
 namespace olv_sim {
 

@@ -1,9 +1,9 @@
 #include <stdexcept>
 
-#include "processor_model.hpp"
 #include "sim/faults/argument_text.hpp"
-#include "sim/faults/violations.hpp"
+#include "sim/faults/report_violation.hpp"
 #include "sim/process_wide.hpp"
+#include "sim/rte/processor_model.hpp"
 
 namespace olv_sim::processors {
 namespace {

@@ -1,6 +1,8 @@
 // hyx_rsrc_find, hyx_rsrc_allocate, hyx_rsrc_free.
-#include "processor_model.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/statuses.hpp"
 #include "sim/faults/platform_call.hpp"
+#include "sim/rte/processor_model.hpp"
 
 using namespace olv_sim;
 

@@ -5,8 +5,12 @@
 #include <mutex>
 #include <vector>
 
+#include "olv_sim/calls.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/statuses.hpp"
+#include "olv_sim/violations.hpp"
 #include "sim/faults/platform_call.hpp"
-#include "sim/faults/violations.hpp"
+#include "sim/faults/report_violation.hpp"
 #include "sim/process_wide.hpp"
 
 namespace olv_sim {

@@ -1,8 +1,11 @@
 // hyx_se_state_set, hyx_se_state_get.
 #include <cstring>
 
-#include "processor_model.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/statuses.hpp"
 #include "sim/faults/platform_call.hpp"
+#include "sim/rte/processor_model.hpp"
 
 using namespace olv_sim;
 

@@ -1,4 +1,4 @@
-#include "state_memory.hpp"
+#include "sim/rte/state_memory.hpp"
 
 #include <cstring>
 

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-#include "olv_sim.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace olv_sim {
 

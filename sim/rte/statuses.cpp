@@ -1,6 +1,8 @@
 // Texts of the RTE statuses.
 #include <array>
 
+#include "olv_sim/calls.hpp"
+#include "olv_sim/statuses.hpp"
 #include "sim/faults/platform_call.hpp"
 
 using namespace olv_sim;

@@ -1,8 +1,11 @@
 // hyx_ptn_symbol_get_id, hyx_ptn_learn, hyx_ptn_unlearn, hyx_ptn_list_ptns, olv_sif_fps_map.
+#include "hyx.h"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/statuses.hpp"
 #include "olv_twamp.h"
-#include "processor_model.hpp"
 #include "sim/faults/platform_call.hpp"
 #include "sim/framework/pattern_arena.hpp"
+#include "sim/rte/processor_model.hpp"
 
 using namespace olv_sim;
 

@@ -1,4 +1,6 @@
-#include "tree_table.hpp"
+#include "sim/rte/tree_table.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/statuses.hpp"
 
 namespace olv_sim {
 

@@ -51,7 +51,7 @@ TEST(StatusName, OfEveryStatusOfTheLibrary)
 
 TEST(StatusName, OfEveryStatusOfThePlatform)
 {
-    const std::string header = content_of("sim/olv_sim.hpp");
+    const std::string header = content_of("sim/olv_sim/statuses.hpp");
     EXPECT_EQ(expect_names(body_of(header, "enum rte_status ")), 17u);
     EXPECT_EQ(expect_names(body_of(header, "enum framework_status ")), 8u);
 }

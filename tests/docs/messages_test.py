@@ -61,7 +61,7 @@ def statuses_of_header():
 
 
 def codes_of_platform(prefix):
-    return dict(re.findall(rf"^    ({prefix}\w+) = (\w+)", read("sim/olv_sim.hpp"), re.MULTILINE))
+    return dict(re.findall(rf"^    ({prefix}\w+) = (\w+)", read("sim/olv_sim/statuses.hpp"), re.MULTILINE))
 
 
 def texts_of(path):

@@ -1,6 +1,9 @@
 // Log words of bind and unbind, which come from the system record that is passed in, and what the destination's
 // entry point lookup sees.
 #include "bind_rows.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/resources.hpp"
 
 namespace olv_test {
 namespace {

@@ -1,4 +1,5 @@
 #include "bind_rows.hpp"
+#include "olv_sim/calls.hpp"
 
 namespace olv_test {
 namespace {

@@ -1,5 +1,9 @@
 // What the operations pass to the platform: every argument of every call.
 #include "bind_rows.hpp"
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace olv_test {
 namespace {

@@ -1,4 +1,8 @@
 #include "fault_sweep.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/tracer.hpp"
 
 #include <algorithm>
 #include <cctype>

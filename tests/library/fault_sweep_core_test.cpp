@@ -1,5 +1,8 @@
 // Initialisation, shutdown, service-function update and log level under every fault.
 #include "fault_sweep.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace olv_test::sweeping {
 namespace {

@@ -1,3 +1,6 @@
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

@@ -1,4 +1,12 @@
 #include "harness.hpp"
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/tracer.hpp"
+#include "olv_sim/violations.hpp"
 
 #include <algorithm>
 #include <array>
@@ -158,7 +166,7 @@ bench::bench(options setup)
       patterns_before_(olv_sim::patterns::live()),
       lock_(module->lock)
 {
-    olv_sim::reset_levers();
+    olv_sim::reset_process();
     olv_sim::violations::set_echo(true);
     olv_sim::set_wall_clock(hyx_time{12, 34});
     framework.system()->log_flags = 0;
@@ -187,7 +195,7 @@ bench::~bench()
     EXPECT_EQ(olv_sim::memory::in_use().live_blocks, blocks_before_) << "memory blocks leaked";
     EXPECT_EQ(olv_sim::patterns::live(), patterns_before_) << "patterns leaked";
     EXPECT_THAT(olv_sim::violations::list(), testing::IsEmpty());
-    olv_sim::reset_levers();
+    olv_sim::reset_process();
 }
 
 observation bench::observe(const std::function<std::uint32_t()> &operation, unsigned kinds)

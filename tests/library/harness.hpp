@@ -27,7 +27,11 @@
 
 #include "hyx.h"
 #include "olv.h"
-#include "olv_sim.hpp"
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/tracer.hpp"
 #include "olv_twamp.h"
 #include "program_names.hpp"
 #include "source_lines.hpp"

@@ -2,6 +2,8 @@
 #include "gtest/gtest-spi.h"
 
 #include "listing.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/violations.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

@@ -1,3 +1,8 @@
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

@@ -1,3 +1,5 @@
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

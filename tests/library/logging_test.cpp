@@ -1,4 +1,9 @@
 // The log rule itself, shown on operations with a message of each severity.
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/tracer.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

@@ -1,4 +1,7 @@
 // Creation beside its table: IDs and counts, the lines of the pattern bit, what the tracer gets.
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/resources.hpp"
 #include "responder_rows.hpp"
 
 namespace olv_test {

@@ -1,3 +1,5 @@
+#include "olv_sim/calls.hpp"
+#include "olv_sim/processor.hpp"
 #include "responder_rows.hpp"
 
 namespace olv_test {

@@ -1,3 +1,7 @@
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
 #include "responder_rows.hpp"
 
 namespace olv_test {

@@ -13,6 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

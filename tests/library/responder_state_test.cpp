@@ -1,5 +1,8 @@
 #include <bit>
 
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
 #include "responder_rows.hpp"
 
 namespace olv_test {

@@ -1,4 +1,6 @@
 #include "rows.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
 
 #include <algorithm>
 #include <sstream>

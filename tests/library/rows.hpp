@@ -27,6 +27,8 @@
 #define OLV_TWAMP_TESTS_ROWS_HPP
 
 #include "harness.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
 
 namespace olv_test {
 

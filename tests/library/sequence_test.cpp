@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "bind_rows.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
 
 namespace olv_test {
 namespace {

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "olv_sim/calls.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

@@ -1,5 +1,7 @@
 #include <cstring>
 
+#include "olv_sim/calls.hpp"
+#include "olv_sim/processor.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

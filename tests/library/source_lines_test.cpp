@@ -2,6 +2,9 @@
 #include <fstream>
 
 #include "bind_rows.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/tracer.hpp"
 
 namespace olv_test {
 namespace {

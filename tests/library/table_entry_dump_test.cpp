@@ -1,5 +1,7 @@
 // One entry of a dump: its formats, its markers, and what is printed once only.
 #include "listing.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

@@ -1,4 +1,8 @@
 #include "listing.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/tracer.hpp"
 #include "rows.hpp"
 
 namespace olv_test {

@@ -3,7 +3,8 @@
 #include <exception>
 #include <numeric>
 
-#include "olv_sim.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/tracer.hpp"
 
 namespace {
 

@@ -4,6 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include "olv_sim/framework.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/tracer.hpp"
+#include "olv_sim/violations.hpp"
 #include "silence.hpp"
 #include "site.hpp"
 
@@ -121,7 +127,7 @@ class Races : public testing::Test {
         EXPECT_EQ(olv_sim::violations::list(), std::vector<std::string>{});
         EXPECT_EQ(olv_sim::memory::in_use().live_blocks, blocks_before_);
         EXPECT_EQ(olv_sim::patterns::live(), patterns_before_);
-        olv_sim::reset_levers();
+        olv_sim::reset_process();
     }
 
     /** Let @p threads work on each module of the sites until all packets are reflected. */

@@ -1,4 +1,8 @@
 #include "site.hpp"
+#include "hyx.h"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
 
 #include <array>
 #include <random>

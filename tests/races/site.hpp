@@ -12,7 +12,8 @@
 #include <vector>
 
 #include "fastpath/core/reflector.hpp"
-#include "olv_sim.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
 #include "olv_twamp.h"
 #include "program_names.hpp"
 

@@ -1,3 +1,6 @@
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
 #include "sim_fixture.hpp"
 
 namespace {

@@ -1,3 +1,7 @@
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/process.hpp"
 #include "sim_fixture.hpp"
 
 namespace {
@@ -154,7 +158,7 @@ TEST_F(fault_plan, reset_clears_everything)
 {
     faults::set_any({.count = fault::forever});
     ASSERT_TRUE(faults::set(call::hyx_rsrc_find, {}));
-    reset_levers();
+    reset_process();
     EXPECT_EQ(read_timer(rte), 0u);
     EXPECT_EQ(faults::calls_of_any(), 0u);
     EXPECT_FALSE(faults::planned(call::hyx_rsrc_find).has_value());

@@ -1,3 +1,8 @@
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
 #include "sim_fixture.hpp"
 
 namespace {

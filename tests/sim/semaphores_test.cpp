@@ -1,5 +1,8 @@
 #include <thread>
 
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/resources.hpp"
 #include "sim_fixture.hpp"
 
 namespace {

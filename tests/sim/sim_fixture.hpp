@@ -7,7 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "olv_sim.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
 #include "olv_twamp.h"
 
 /** A processor with the TWAMP program; quiet violations, which a test has to take or have none of. */
@@ -19,7 +22,7 @@ class sim_test : public testing::Test {
 
     sim_test()
     {
-        olv_sim::reset_levers();
+        olv_sim::reset_process();
         olv_sim::violations::set_echo(false);
     }
 
@@ -28,7 +31,7 @@ class sim_test : public testing::Test {
         EXPECT_EQ(olv_sim::violations::list(), std::vector<std::string>{});
         EXPECT_EQ(olv_sim::patterns::live(), patterns_before);
         EXPECT_EQ(olv_sim::memory::in_use().live_blocks, blocks_before);
-        olv_sim::reset_levers();
+        olv_sim::reset_process();
     }
 
     /** The violations so far, which are then forgotten. */

@@ -3,6 +3,9 @@
 #include <cstring>
 #include <thread>
 
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
 #include "sim_fixture.hpp"
 
 namespace {

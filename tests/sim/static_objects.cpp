@@ -1,5 +1,9 @@
 // A program whose platform has static storage: it is destroyed after main(), when the process ends.
-#include "olv_sim.hpp"
+#include "hyx.h"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
 #include "olv_twamp.h"
 
 namespace {

@@ -1,6 +1,8 @@
 #include <cstring>
 #include <set>
 
+#include "olv_sim/framework.hpp"
+#include "olv_sim/statuses.hpp"
 #include "sim_fixture.hpp"
 
 namespace {

@@ -1,5 +1,7 @@
 #include <memory>
 
+#include "olv_sim/framework.hpp"
+#include "olv_sim/tracer.hpp"
 #include "sim_fixture.hpp"
 
 namespace {

@@ -1,4 +1,10 @@
 #include "control.hpp"
+#include "hyx.h"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
 
 #include <algorithm>
 #include <array>

@@ -14,7 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "olv_sim.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
 #include "olv_twamp.h"
 #include "program_names.hpp"
 

@@ -6,6 +6,10 @@
 #include <thread>
 
 #include "apps/common/command_line.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
 #include "resident_memory.hpp"
 #include "silence.hpp"
 #include "station.hpp"

@@ -5,6 +5,8 @@
 #include "apps/common/report.hpp"
 #include "apps/twampctl/console/progress.hpp"
 #include "apps/twampctl/program.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace twampctl {
 command_context::command_context(const olv_apps::signal_watch &signals, command_source source)

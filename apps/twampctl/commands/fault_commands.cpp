@@ -8,6 +8,10 @@
 #include "apps/twampctl/commands/commands.hpp"
 #include "apps/twampctl/console/progress.hpp"
 #include "apps/twampctl/site/platform_names.hpp"
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/statuses.hpp"
 
 namespace twampctl {
 namespace {

@@ -7,6 +7,8 @@
 #include "apps/twampctl/console/progress.hpp"
 #include "apps/twampctl/site/log_words.hpp"
 #include "apps/twampctl/site/platform_names.hpp"
+#include "hyx.h"
+#include "olv_sim/processor.hpp"
 
 namespace twampctl {
 namespace {

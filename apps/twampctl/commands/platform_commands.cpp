@@ -6,6 +6,9 @@
 #include "apps/twampctl/commands/commands.hpp"
 #include "apps/twampctl/console/progress.hpp"
 #include "apps/twampctl/site/traffic_options.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/violations.hpp"
 
 namespace twampctl {
 namespace {

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "olv_sim.hpp"
+#include "olv_sim/tracer.hpp"
 
 namespace twampctl {
 

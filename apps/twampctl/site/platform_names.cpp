@@ -1,6 +1,7 @@
 #include "apps/twampctl/site/platform_names.hpp"
 
-#include "olv_sim.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace twampctl {
 

@@ -11,6 +11,11 @@
 #include "apps/twampctl/site/platform_names.hpp"
 #include "apps/twampctl/site/status_text.hpp"
 #include "fastpath/core/state_entry.hpp"
+#include "hyx.h"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
 
 namespace twampctl {
 namespace {

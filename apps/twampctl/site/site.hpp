@@ -19,7 +19,8 @@
 #include "apps/twampctl/figures/figures.hpp"
 #include "apps/twampctl/site/step.hpp"
 #include "fastpath/udp/udp_workers.hpp"
-#include "olv_sim.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
 #include "olv_twamp.h"
 
 namespace twampctl {

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "apps/common/formatted.hpp"
-#include "olv_sim.hpp"
+#include "olv_sim/statuses.hpp"
 #include "olv_twamp.h"
 
 namespace twampctl {

@@ -4,6 +4,11 @@
 #include <gmock/gmock.h>
 
 #include "floor.hpp"
+#include "hyx.h"
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/tracer.hpp"
 #include "time_of_day.hpp"
 
 namespace olv_bench {

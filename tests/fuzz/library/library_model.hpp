@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "hyx.h"
 #include "platform_model.hpp"
 
 namespace olv_fuzz {

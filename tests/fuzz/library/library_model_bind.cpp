@@ -1,5 +1,8 @@
 // Custom bind and unbind, and the lookup of the inter-module call.
 #include "library_model.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/statuses.hpp"
 
 namespace olv_fuzz {
 namespace {

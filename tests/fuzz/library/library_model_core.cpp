@@ -1,5 +1,8 @@
 // Init, shutdown, service functions, log level.
+#include "hyx.h"
 #include "library_model.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/statuses.hpp"
 
 namespace olv_fuzz {
 namespace {

@@ -1,5 +1,7 @@
 // The model's console and traces, and the frame of an operation.
 #include "library_model.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/tracer.hpp"
 
 #include <cstdarg>
 #include <cstdio>

@@ -3,6 +3,9 @@
 #include <sstream>
 
 #include "difference.hpp"
+#include "hyx.h"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/tracer.hpp"
 
 namespace olv_fuzz {
 namespace {

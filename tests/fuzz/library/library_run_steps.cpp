@@ -2,6 +2,11 @@
 #include <cstring>
 
 #include "library_run.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/processor.hpp"
 #include "time_of_day.hpp"
 
 namespace olv_fuzz {

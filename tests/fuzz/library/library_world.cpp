@@ -2,6 +2,12 @@
 
 #include <cstring>
 
+#include "olv_sim/faults.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
 #include "time_of_day.hpp"
 
 namespace olv_fuzz {
@@ -115,7 +121,7 @@ void library_world::add_modules()
 
 void library_world::begin()
 {
-    olv_sim::reset_levers();
+    olv_sim::reset_process();
     olv_sim::violations::set_echo(false);
     model.emplace(constants_);
     model->wall_clock = {12, 34};

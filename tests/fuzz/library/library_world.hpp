@@ -14,7 +14,10 @@
 #include <vector>
 
 #include "library_model.hpp"
-#include "olv_sim.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/tracer.hpp"
 #include "olv_twamp.h"
 
 namespace olv_fuzz {

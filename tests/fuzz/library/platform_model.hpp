@@ -17,7 +17,10 @@
 #include <utility>
 #include <vector>
 
-#include "olv_sim.hpp"
+#include "olv_sim/calls.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/statuses.hpp"
 
 namespace olv_fuzz {
 

@@ -3,6 +3,9 @@
 #include <cstring>
 
 #include "library_world.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
 
 namespace olv_fuzz {
 namespace {

@@ -10,6 +10,11 @@
 
 #include "byte_source.hpp"
 #include "difference.hpp"
+#include "hyx.h"
+#include "olv_sim/framework.hpp"
+#include "olv_sim/processor.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
 #include "olv_twamp.h"
 #include "program_names.hpp"
 #include "reflector_expectation.hpp"

@@ -1,6 +1,6 @@
 // Reporting of contract breaches from inside the platform.
-#ifndef OLV_SIM_VIOLATIONS_HPP
-#define OLV_SIM_VIOLATIONS_HPP
+#ifndef OLV_SIM_REPORT_VIOLATION_HPP
+#define OLV_SIM_REPORT_VIOLATION_HPP
 
 #include <string>
 

@@ -1,8 +1,12 @@
-#include "olv_sim.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/call_record.hpp"
+#include "olv_sim/faults.hpp"
+#include "olv_sim/tracer.hpp"
+#include "olv_sim/violations.hpp"
 
 namespace olv_sim {
 
-void reset_levers()
+void reset_process()
 {
     faults::clear_all();
     call_record::stop();
