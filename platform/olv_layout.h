@@ -11,6 +11,7 @@
 #include "hyx.h"
 #include "olv.h"
 #include "olv_twamp.h"
+#include "twamp_program.h"
 
 /** The first of two values where pointers have 32 bits, otherwise the second. */
 #if UINTPTR_MAX == 0xFFFFFFFFu
@@ -72,5 +73,15 @@ OLV_CHECK_OFFSET(twamp_responder_handle, magic, 8, 16);
 OLV_CHECK_SIZE(twamp_responder_handle, 20, 32);
 OLV_CHECK_SIZE(olv_twamp_responder_stats, 20, 20);
 OLV_CHECK_SIZE(olv_twamp_global_stats, 24, 24);
+
+OLV_CHECK_OFFSET(twamp_responder_state, param_b, 4, 4);
+OLV_CHECK_OFFSET(twamp_responder_state, creation_count, 8, 8);
+OLV_CHECK_OFFSET(twamp_responder_state, ntp_seconds, 16, 16);
+OLV_CHECK_OFFSET(twamp_responder_state, timer_high, 24, 24);
+OLV_CHECK_OFFSET(twamp_responder_state, received, 32, 32);
+OLV_CHECK_OFFSET(twamp_responder_state, active_sessions, 40, 40);
+OLV_CHECK_OFFSET(twamp_responder_state, drop_max_sessions, 48, 48);
+OLV_CHECK_OFFSET(twamp_responder_state, max_sessions, 52, 52);
+OLV_CHECK_SIZE(twamp_responder_state, 60, 60);
 
 #endif

@@ -13,7 +13,7 @@ void classifier_entry::print(log_site site) const
     std::printf("%s: ", tree_name());
     olv_ptn_print(pattern_);
     if (site.kind() == severity::entry_removed) {
-        std::printf("<xsize = %d>", static_cast<int>(key_bits));
+        std::printf("<xsize = %d>", static_cast<int>(TWAMP_KEY_BITS));
     }
     olv_ptn_action_print(action_);
     std::putchar('\n');

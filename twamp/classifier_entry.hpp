@@ -4,15 +4,12 @@
 
 #include "hyx.h"
 #include "module_call.hpp"
+#include "twamp_program.h"
 
 namespace twamp {
 
 /** The trees that the module keeps entries in. */
 enum class module_tree : uint8_t { responder, bind };
-
-/** Word 0 of an entry's action: a defined responder, or "hand on to the entry point in word 1". */
-inline constexpr uint32_t action_responder = 0;
-inline constexpr uint32_t action_bound = 1;
 
 /** Statuses are those of the platform's calls; the callers say what they mean. */
 class classifier_entry {
@@ -24,7 +21,7 @@ class classifier_entry {
               (tree == module_tree::responder ? call.module.ctx->responder_tree : call.module.ctx->bind_tree)
                   .tree_id),
           tree_(tree),
-          action_{{tree == module_tree::responder ? action_responder : action_bound, entry_point, 0}}
+          action_{{tree == module_tree::responder ? TWAMP_ACTION_DEFINED : TWAMP_ACTION_BOUND, entry_point, 0}}
     {}
     TWAMP_HOT ~classifier_entry()
     {
@@ -40,12 +37,12 @@ class classifier_entry {
     /** @return Framework status. */
     uint32_t make_pattern()
     {
-        const uint32_t status = olv_ptn_new(key_bits, &pattern_);
+        const uint32_t status = olv_ptn_new(TWAMP_KEY_BITS, &pattern_);
         has_pattern_ = status == 0;
         return status;
     }
     /** @return Framework status. */
-    uint32_t add_key(uint32_t key) { return olv_ptn_extend(&pattern_, key, key_bits); }
+    uint32_t add_key(uint32_t key) { return olv_ptn_extend(&pattern_, key, TWAMP_KEY_BITS); }
 
     /** @return RTE status. On success the entry is logged. */
     TWAMP_HOT uint32_t learn(log_site site)
@@ -63,11 +60,11 @@ class classifier_entry {
     TWAMP_HOT uint32_t unlearn(log_site site)
     {
         const uint32_t rte =
-            hyx_ptn_unlearn(call_.module.rte_handle, tree_id_, &pattern_, key_bits, &action_, 1);
+            hyx_ptn_unlearn(call_.module.rte_handle, tree_id_, &pattern_, TWAMP_KEY_BITS, &action_, 1);
         if (rte == 0) {
             print_where_shown(site);
             trace_message(call_, site, nullptr, tree_name(), pattern_.word[0], pattern_.word[1],
-                          pattern_.word[2], key_bits, action_.word[0], action_.word[1], action_.word[2]);
+                          pattern_.word[2], TWAMP_KEY_BITS, action_.word[0], action_.word[1], action_.word[2]);
         }
         return rte;
     }
@@ -75,7 +72,8 @@ class classifier_entry {
   private:
     [[nodiscard]] TWAMP_HOT const char *tree_name() const
     {
-        return tree_ == module_tree::responder ? responder_lookup_function : bind_to_next_module_function;
+        return tree_ == module_tree::responder ? TWAMP_RESPONDER_LOOKUP_FUNCTION
+                                               : TWAMP_BIND_TO_NEXT_MODULE_FUNCTION;
     }
     void print_where_shown(log_site site) const
     {

@@ -4,6 +4,7 @@
 #include "hyx.h"
 #include "module_call.hpp"
 #include "scope_guard.hpp"
+#include "twamp_program.h"
 
 TWAMP_LOG_FILE(twamp);
 
@@ -35,19 +36,20 @@ log_context system_log(const module_call &call)
 
 uint32_t find_namespaces(const module_call &call, twamp_ctx &ctx)
 {
-    if (const uint32_t rte = hyx_rsrc_find(call.module.rte_handle, 0, responder_namespace, &ctx.responder_ns)) {
+    if (const uint32_t rte =
+            hyx_rsrc_find(call.module.rte_handle, 0, TWAMP_RESPONDER_NAMESPACE, &ctx.responder_ns)) {
         return TWAMP_FAIL_RTE(
             call, TWAMP_STATUS_NAMESPACE_NOT_FOUND, rte,
             "Failed to get the handle for TWAMP responder name space %s, RTE error code:0x%x, "
             "error string: %s\n",
-            responder_namespace);
+            TWAMP_RESPONDER_NAMESPACE);
     }
-    if (const uint32_t rte =
-            hyx_rsrc_find(call.module.rte_handle, 0, reflector_session_namespace, &ctx.reflector_session_ns)) {
+    if (const uint32_t rte = hyx_rsrc_find(call.module.rte_handle, 0, TWAMP_REFLECTOR_SESSION_NAMESPACE,
+                                           &ctx.reflector_session_ns)) {
         return TWAMP_FAIL_RTE(call, TWAMP_STATUS_NAMESPACE_NOT_FOUND, rte,
                               "Failed to get the handle for TWAMP reflector session name space %s, RTE error "
                               "code:0x%x, error string: %s\n",
-                              reflector_session_namespace);
+                              TWAMP_REFLECTOR_SESSION_NAMESPACE);
     }
     return OLV_STATUS_OK;
 }
@@ -58,11 +60,11 @@ uint32_t find_tree_functions(const module_call &call, twamp_ctx &ctx)
         const char *name;
         uint32_t *id;
     } tree_functions[] = {
-        {to_ip_direct_imc_function, &ctx.to_ip_direct_imc_tree_id},
-        {to_ipv6_indirect_imc_function, &ctx.to_ipv6_indirect_imc_tree_id},
-        {lli_processing_function, &ctx.lli_processing_tree_id},
-        {responder_lookup_function, &ctx.responder_tree.tree_id},
-        {bind_to_next_module_function, &ctx.bind_tree.tree_id},
+        {TWAMP_TO_IP_DIRECT_IMC_FUNCTION, &ctx.to_ip_direct_imc_tree_id},
+        {TWAMP_TO_IPV6_INDIRECT_IMC_FUNCTION, &ctx.to_ipv6_indirect_imc_tree_id},
+        {TWAMP_LLI_PROCESSING_FUNCTION, &ctx.lli_processing_tree_id},
+        {TWAMP_RESPONDER_LOOKUP_FUNCTION, &ctx.responder_tree.tree_id},
+        {TWAMP_BIND_TO_NEXT_MODULE_FUNCTION, &ctx.bind_tree.tree_id},
     };
     for (const auto &[name, id] : tree_functions) {
         if (const uint32_t rte = hyx_ptn_symbol_get_id(call.module.rte_handle, name, id)) {
@@ -77,11 +79,11 @@ uint32_t find_tree_functions(const module_call &call, twamp_ctx &ctx)
 /** The context is zeroed: what a tree does not set here stays 0. */
 void describe_trees(twamp_ctx &ctx)
 {
-    ctx.responder_tree.key_bits = key_bits;
+    ctx.responder_tree.key_bits = TWAMP_KEY_BITS;
     ctx.responder_tree.responder_format = 1;
     ctx.responder_tree.table_group_mask = OLV_TWAMP_TABLE_GROUP_RESPONDER;
 
-    ctx.bind_tree.key_bits = key_bits;
+    ctx.bind_tree.key_bits = TWAMP_KEY_BITS;
     ctx.bind_tree.table_group_mask = OLV_TWAMP_TABLE_GROUP_BIND;
 }
 
@@ -99,9 +101,9 @@ uint32_t register_service_functions(const module_call &call, const twamp_ctx &ct
 
 uint32_t clear_global_stats(const module_call &call)
 {
-    const uint8_t zeros[global_stats_length] = {};
-    log_state_dump(call, TWAMP_HERE(state_dump), global_stats_ns_id, global_stats_index, zeros, sizeof zeros);
-    if (const uint32_t rte = hyx_se_state_set(call.module.rte_handle, global_stats_ns_id, global_stats_index,
+    const uint8_t zeros[GLOBAL_STATS_LENGTH] = {};
+    log_state_dump(call, TWAMP_HERE(state_dump), GLOBAL_STATS_NS_ID, GLOBAL_STATS_INDEX, zeros, sizeof zeros);
+    if (const uint32_t rte = hyx_se_state_set(call.module.rte_handle, GLOBAL_STATS_NS_ID, GLOBAL_STATS_INDEX,
                                               zeros, sizeof zeros)) {
         return TWAMP_FAIL(call, fatal, TWAMP_STATUS_STATS_CLEAR_FAILED,
                           "Failed to clear global stats, RTE Error: %s\n", hyx_status_get(rte));
@@ -189,7 +191,7 @@ uint32_t read_global_stats(const module_call &call, olv_twamp_global_stats *stat
         return TWAMP_FAIL(call, error, TWAMP_STATUS_INVALID_PARAM, "Null Stats Pointer");
     }
     *stats = {};
-    if (const uint32_t rte = hyx_se_state_get(call.module.rte_handle, global_stats_ns_id, global_stats_index,
+    if (const uint32_t rte = hyx_se_state_get(call.module.rte_handle, GLOBAL_STATS_NS_ID, GLOBAL_STATS_INDEX,
                                               stats, sizeof *stats)) {
         return TWAMP_FAIL_RTE(call, TWAMP_STATUS_STATE_READ_FAILED, rte,
                               "Failed to read TWAMP Gloabl Stats, RTE error code:0x%x, error string: %s\n");

@@ -1,4 +1,4 @@
-// The module's private context and the names of what the classifier program provides.
+// The module's private context.
 #ifndef TWAMP_CTX_HPP
 #define TWAMP_CTX_HPP
 
@@ -8,23 +8,6 @@
 namespace twamp {
 
 inline constexpr uint32_t ctx_magic = 0x18496124;
-
-inline constexpr const char *responder_namespace = "twamp_responder";
-inline constexpr const char *reflector_session_namespace = "twamp_reflector_session";
-
-inline constexpr const char *to_ip_direct_imc_function = "olv_twamp.twamp_to_ip_direct_imc";
-inline constexpr const char *to_ipv6_indirect_imc_function = "olv_twamp.twamp_to_ipv6_indirect_imc";
-inline constexpr const char *lli_processing_function = "olv_twamp.twamp_lli_processing";
-inline constexpr const char *responder_lookup_function = "olv_twamp.twamp_responder_lookup";
-inline constexpr const char *bind_to_next_module_function = "olv_twamp.twamp_bind_to_next_module";
-
-/** Key width of both classifier trees. */
-inline constexpr uint32_t key_bits = 24;
-
-/** Where the fast path keeps the module's counters. */
-inline constexpr uint32_t global_stats_ns_id = 0x7008C1;
-inline constexpr uint32_t global_stats_index = 0;
-inline constexpr uint32_t global_stats_length = 128;
 
 } // namespace twamp
 

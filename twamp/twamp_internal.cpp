@@ -4,6 +4,7 @@
 
 #include "hyx.h"
 #include "module_call.hpp"
+#include "twamp_program.h"
 
 TWAMP_LOG_FILE(twamp_internal);
 
@@ -19,10 +20,6 @@ struct twamp_dump_ctx {
     const twamp_tree_desc *tree;
     uint8_t printed_once;
 };
-
-/** Values of word 0 of a responder entry's action; bit 2 makes no difference to "defined". */
-constexpr uint32_t action_defined_mask = ~4u;
-constexpr uint32_t action_not_defined = 1;
 
 bool is_log_level(uint32_t level)
 {
@@ -91,10 +88,10 @@ uint32_t refuse_level(const olv_module_handle *module, log_site site, uint32_t s
 
 int print_action(const olv_ptn_action *action)
 {
-    if (action != nullptr && (action->word[0] & action_defined_mask) == 0) {
+    if (action != nullptr && (action->word[0] & TWAMP_ACTION_DEFINED_MASK) == TWAMP_ACTION_DEFINED) {
         return std::printf(", DEFINED");
     }
-    if (action != nullptr && action->word[0] == action_not_defined) {
+    if (action != nullptr && action->word[0] == TWAMP_ACTION_NOT_DEFINED) {
         return std::printf(", NOT_DEFINED");
     }
     return std::printf("!!Unexpected Return!!");
@@ -196,7 +193,7 @@ int responder_entry_dump(const olv_ptn *pattern, const olv_ptn_action *action)
         std::putchar('*');
         return print_action(action);
     }
-    if (key_length != key_bits) {
+    if (key_length != TWAMP_KEY_BITS) {
         return std::printf("!!Unexpected Pattern!!");
     }
     const auto field_width = static_cast<uint16_t>(key_length);

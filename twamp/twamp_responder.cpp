@@ -6,8 +6,8 @@
 #include "classifier_entry.hpp"
 #include "hyx.h"
 #include "module_call.hpp"
-#include "responder_state.hpp"
 #include "scope_guard.hpp"
+#include "twamp_program.h"
 
 TWAMP_LOG_FILE(twamp_responder);
 
@@ -16,6 +16,13 @@ using namespace twamp;
 namespace {
 
 constexpr uint32_t responder_magic = 0x43215678;
+
+/** NTP fraction of a second. Scale (2^32 - 1) and order of the products are fixed: others give other low bits.
+ */
+uint32_t ntp_fraction(long microseconds)
+{
+    return static_cast<uint32_t>(static_cast<double>(microseconds) * 1e-6 * 4294967295.0);
+}
 
 bool is_responder(const twamp_responder_handle *responder)
 {
@@ -34,12 +41,12 @@ void discard_record(twamp_responder_handle **slot)
     *slot = nullptr;
 }
 
-responder_state new_responder_state(const olv_module_handle &module, const olv_twamp_responder_info &info)
+twamp_responder_state new_responder_state(const olv_module_handle &module, const olv_twamp_responder_info &info)
 {
-    responder_state state = {};
-    state.constant_two = hyx_htons(state_constant);
+    twamp_responder_state state = {};
+    state.constant_two = hyx_htons(TWAMP_STATE_CONSTANT);
     state.param_a = hyx_htons(info.param_a);
-    state.param_b = hyx_htonl(info.param_b | param_b_flag);
+    state.param_b = hyx_htonl(info.param_b | TWAMP_STATE_WRITTEN);
     state.creation_count = hyx_htonl(module.ctx->responder_create_count);
 
     timeval now = {};
@@ -48,15 +55,15 @@ responder_state new_responder_state(const olv_module_handle &module, const olv_t
     (void)hyx_timer_get_timestamp(module.rte_handle, 0,
                                   &timer); // a responder without a timer still reflects
 
-    state.ntp_seconds = hyx_htonl(static_cast<uint32_t>(now.tv_sec) + ntp_epoch_offset);
+    state.ntp_seconds = hyx_htonl(static_cast<uint32_t>(now.tv_sec) + TWAMP_NTP_UNIX_OFFSET);
     state.ntp_fraction = hyx_htonl(ntp_fraction(static_cast<long>(now.tv_usec)));
     state.timer_high = hyx_htonl(static_cast<uint32_t>(timer >> 32));
     state.timer_low = hyx_htonl(static_cast<uint32_t>(timer));
-    state.max_sessions = default_max_sessions;
+    state.max_sessions = TWAMP_DEFAULT_MAX_SESSIONS;
     return state;
 }
 
-uint32_t write_state(const module_call &call, uint32_t responder_id, const responder_state &state)
+uint32_t write_state(const module_call &call, uint32_t responder_id, const twamp_responder_state &state)
 {
     if (const uint32_t rte = hyx_se_state_set(call.module.rte_handle, responder_id, 0, &state, sizeof state)) {
         return TWAMP_FAIL_RTE(call, TWAMP_STATUS_STATE_WRITE_FAILED, rte,
@@ -165,7 +172,7 @@ uint32_t delete_responder(const module_call &call, uint32_t responder_id)
                               "error string: %s\n",
                               responder_ns);
     }
-    return write_state(call, responder_id, responder_state{});
+    return write_state(call, responder_id, twamp_responder_state{});
 }
 
 uint32_t read_stats(const module_call &call, uint32_t responder_id, olv_twamp_responder_stats *stats)
@@ -173,7 +180,7 @@ uint32_t read_stats(const module_call &call, uint32_t responder_id, olv_twamp_re
     if (stats == nullptr) {
         return TWAMP_FAIL(call, error, TWAMP_STATUS_INVALID_PARAM, "Null Stats Pointer");
     }
-    responder_state state = {};
+    twamp_responder_state state = {};
     if (const uint32_t rte = hyx_se_state_get(call.module.rte_handle, responder_id, 0, &state, sizeof state)) {
         return TWAMP_FAIL_RTE(call, TWAMP_STATUS_STATE_READ_FAILED, rte,
                               "Failed to read Responder state, RTE error code:0x%x, error string: %s\n");

@@ -2,6 +2,7 @@
 #include "hyx.h"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/processor.hpp"
+#include "twamp_program.h"
 
 #include <stdexcept>
 
@@ -15,10 +16,10 @@ bed::bed(std::uint32_t responders_at_most)
 {
     const std::uint32_t rte = module->rte_handle;
     if (olv_twamp_init(module) != OLV_STATUS_OK ||
-        hyx_rsrc_find(rte, 0, "twamp_responder", &responder_ns) != 0 ||
-        hyx_ptn_symbol_get_id(rte, "olv_twamp.twamp_responder_lookup", &responder_tree) != 0 ||
-        hyx_ptn_symbol_get_id(rte, "olv_twamp.twamp_bind_to_next_module", &bind_tree) != 0 ||
-        hyx_ptn_symbol_get_id(rte, "olv_twamp.twamp_to_ip_direct_imc", &imc_tree) != 0) {
+        hyx_rsrc_find(rte, 0, TWAMP_RESPONDER_NAMESPACE, &responder_ns) != 0 ||
+        hyx_ptn_symbol_get_id(rte, TWAMP_RESPONDER_LOOKUP_FUNCTION, &responder_tree) != 0 ||
+        hyx_ptn_symbol_get_id(rte, TWAMP_BIND_TO_NEXT_MODULE_FUNCTION, &bind_tree) != 0 ||
+        hyx_ptn_symbol_get_id(rte, TWAMP_TO_IP_DIRECT_IMC_FUNCTION, &imc_tree) != 0) {
         throw std::runtime_error("the module cannot be initialised");
     }
 }

@@ -4,14 +4,15 @@
 #include <sys/time.h>
 
 #include "hyx.h"
+#include "twamp_program.h"
 
 namespace olv_bench::floors {
 
 namespace {
 
-constexpr std::uint32_t key_bits = olv_sim::key_bits;
-constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
-constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
+constexpr std::uint32_t key_bits = TWAMP_KEY_BITS;
+constexpr const char *responder_tree = TWAMP_RESPONDER_LOOKUP_FUNCTION;
+constexpr const char *bind_tree = TWAMP_BIND_TO_NEXT_MODULE_FUNCTION;
 
 /** A message as it is traced. The line is nobody's: the floors have no messages of their own. */
 template <typename... Arguments>
@@ -56,7 +57,7 @@ struct state_entry {
     std::uint16_t halves[2];
     std::array<std::uint32_t, 14> words;
 };
-static_assert(sizeof(state_entry) == olv_sim::responder_state_length);
+static_assert(sizeof(state_entry) == sizeof(twamp_responder_state));
 
 state_entry new_state(bed &b)
 {

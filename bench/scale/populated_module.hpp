@@ -16,6 +16,7 @@
 #include "olv_sim/framework.hpp"
 #include "olv_sim/processor.hpp"
 #include "olv_twamp.h"
+#include "twamp_program.h"
 
 namespace olv_bench {
 
@@ -45,7 +46,7 @@ class populated_module {
 
     [[nodiscard]] std::uint32_t responders() const { return static_cast<std::uint32_t>(handles_.size()); }
     /** Those that the processor has now. */
-    [[nodiscard]] std::size_t live() const { return processor_.allocated("twamp_responder"); }
+    [[nodiscard]] std::size_t live() const { return processor_.allocated(TWAMP_RESPONDER_NAMESPACE); }
     [[nodiscard]] const memory_growth &memory() const { return memory_; }
     [[nodiscard]] olv_module_handle &module() { return *module_; }
 

@@ -1,4 +1,5 @@
 #include "fastpath/core/reflector.hpp"
+#include "twamp_program.h"
 
 #include <algorithm>
 #include <cstring>
@@ -7,7 +8,7 @@ namespace olv_fastpath {
 
 namespace {
 
-constexpr std::uint32_t id_mask = (1u << olv_sim::key_bits) - 1;
+constexpr std::uint32_t id_mask = (1u << TWAMP_KEY_BITS) - 1;
 constexpr std::uint8_t dscp_mask = 0xFC;
 
 /** Idle sessions ended with each packet: more than one, so that they become fewer under load. */
@@ -80,9 +81,9 @@ void copy_request(const received_packet &packet, std::span<std::uint8_t> reply)
 
 reflector::reflector(olv_sim::processor &processor, const reflector_options &options)
     : processor_(processor),
-      responders_(processor.tree("olv_twamp.twamp_responder_lookup")),
-      binds_(processor.tree("olv_twamp.twamp_bind_to_next_module")),
-      global_(processor.state(olv_sim::global_statistics_id)),
+      responders_(processor.tree(TWAMP_RESPONDER_LOOKUP_FUNCTION)),
+      binds_(processor.tree(TWAMP_BIND_TO_NEXT_MODULE_FUNCTION)),
+      global_(processor.state(GLOBAL_STATS_NS_ID)),
       mode_(options.mode),
       minimum_request_(std::max(options.minimum_request, olv_net::sender_packet::header_length)),
       scale_(std::max<std::uint64_t>(processor.timer_frequency(), 1)),
@@ -109,7 +110,8 @@ reflector::responder_view reflector::find_responder(std::uint32_t responder_id)
     }
     const olv_sim::state_words words = last_responder_;
     // An entry without a key leads to IDs that nobody created, a deletion clears the state after the tree.
-    if (words.size() < responder_words || (read_word(words, responder_word::flags) & responder_written) == 0) {
+    if (words.size() < responder_words ||
+        (read_word(words, responder_word::flags) & TWAMP_STATE_WRITTEN) == 0) {
         return {};
     }
     return {.words = words,

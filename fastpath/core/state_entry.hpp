@@ -11,39 +11,40 @@
 
 #include "net/twamp_wire.hpp"
 #include "olv_sim/processor.hpp"
+#include "olv_twamp.h"
+#include "twamp_program.h"
 
 namespace olv_fastpath {
 
-/** Words of a responder's state entry, by the byte that they begin at. */
+/** Words of a responder's state entry. */
 namespace responder_word {
-inline constexpr std::size_t flags = 4 / 4; ///< Bit 31: the entry is written.
-inline constexpr std::size_t creation_count = 8 / 4;
-inline constexpr std::size_t ntp_seconds = 16 / 4;
-inline constexpr std::size_t ntp_fraction = 20 / 4;
-inline constexpr std::size_t ticks_high = 24 / 4;
-inline constexpr std::size_t ticks_low = 28 / 4;
-inline constexpr std::size_t received = 32 / 4;
-inline constexpr std::size_t transmitted = 36 / 4;
-inline constexpr std::size_t active_sessions = 40 / 4;
-inline constexpr std::size_t drop_length_check = 44 / 4;
-inline constexpr std::size_t drop_max_sessions = 48 / 4;
-inline constexpr std::size_t maximum_sessions = 52 / 4; ///< In host order, unlike all others.
+inline constexpr std::size_t flags = offsetof(twamp_responder_state, param_b) / 4;
+inline constexpr std::size_t creation_count = offsetof(twamp_responder_state, creation_count) / 4;
+inline constexpr std::size_t ntp_seconds = offsetof(twamp_responder_state, ntp_seconds) / 4;
+inline constexpr std::size_t ntp_fraction = offsetof(twamp_responder_state, ntp_fraction) / 4;
+inline constexpr std::size_t ticks_high = offsetof(twamp_responder_state, timer_high) / 4;
+inline constexpr std::size_t ticks_low = offsetof(twamp_responder_state, timer_low) / 4;
+inline constexpr std::size_t received = offsetof(twamp_responder_state, received) / 4;
+inline constexpr std::size_t transmitted = offsetof(twamp_responder_state, transmitted) / 4;
+inline constexpr std::size_t active_sessions = offsetof(twamp_responder_state, active_sessions) / 4;
+inline constexpr std::size_t drop_length_check = offsetof(twamp_responder_state, drop_length_check) / 4;
+inline constexpr std::size_t drop_max_sessions = offsetof(twamp_responder_state, drop_max_sessions) / 4;
+inline constexpr std::size_t maximum_sessions = offsetof(twamp_responder_state, max_sessions) / 4;
 } // namespace responder_word
 
-inline constexpr std::uint32_t responder_written = 0x80000000u;
-inline constexpr std::size_t responder_words = olv_sim::responder_state_length / 4;
+inline constexpr std::size_t responder_words = sizeof(twamp_responder_state) / 4;
 
-/** Words of the global statistics block. */
+/** Words of the module's counters. */
 namespace global_word {
-inline constexpr std::size_t total_rx = 0;
-inline constexpr std::size_t total_tx = 1;
-inline constexpr std::size_t drop_no_responder = 2;
-inline constexpr std::size_t drop_length_check = 3;
-inline constexpr std::size_t drop_hash_error = 4;
-inline constexpr std::size_t drop_no_bind = 5;
+inline constexpr std::size_t total_rx = offsetof(olv_twamp_global_stats, total_rx) / 4;
+inline constexpr std::size_t total_tx = offsetof(olv_twamp_global_stats, total_tx) / 4;
+inline constexpr std::size_t drop_no_responder = offsetof(olv_twamp_global_stats, drop_no_responder) / 4;
+inline constexpr std::size_t drop_length_check = offsetof(olv_twamp_global_stats, drop_length_check) / 4;
+inline constexpr std::size_t drop_hash_error = offsetof(olv_twamp_global_stats, drop_hash_error) / 4;
+inline constexpr std::size_t drop_no_bind = offsetof(olv_twamp_global_stats, drop_no_bind) / 4;
 } // namespace global_word
 
-inline constexpr std::size_t global_words = 6;
+inline constexpr std::size_t global_words = sizeof(olv_twamp_global_stats) / 4;
 
 [[nodiscard]] inline std::uint32_t read_word(olv_sim::state_words words, std::size_t word)
 {

@@ -17,11 +17,6 @@
 
 namespace olv_sim {
 
-inline constexpr std::uint32_t key_bits = 24;                   ///< Key width of every classifier tree.
-inline constexpr std::uint32_t global_statistics_id = 0x7008C1; ///< Namespace ID of the statistics block.
-inline constexpr std::uint32_t global_statistics_length = 128;  ///< Its bytes.
-inline constexpr std::uint32_t responder_state_length = 60;     ///< Bytes of a responder's state entry.
-
 /** What a processor provides once its program is loaded. Leave things out or rename them to try failures. */
 struct classifier_program {
     /** Resources that are allocated by number. */
@@ -40,10 +35,10 @@ struct classifier_program {
 
     std::vector<name_space> namespaces;        ///< What hyx_rsrc_find() finds.
     std::vector<tree_function> tree_functions; ///< What hyx_ptn_symbol_get_id() finds.
-    bool global_statistics = true;             ///< The block at global_statistics_id, index 0.
+    bool global_statistics = true;             ///< The module's counters, at #GLOBAL_STATS_NS_ID.
 
     /** The TWAMP program: both namespaces, the five tree functions and the global statistics block.
-     *  A responder namespace that reaches over global_statistics_id leaves that value out. */
+     *  A responder namespace that reaches over #GLOBAL_STATS_NS_ID leaves that value out. */
     static classifier_program twamp(std::uint32_t responders = (1u << 24) - 2, std::uint32_t sessions = 65536);
 };
 

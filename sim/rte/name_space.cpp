@@ -4,6 +4,7 @@
 #include "olv_sim/statuses.hpp"
 #include "olv_sim/violations.hpp"
 #include "sim/faults/report_violation.hpp"
+#include "twamp_program.h"
 
 namespace olv_sim {
 
@@ -11,8 +12,8 @@ name_space::name_space(const classifier_program::name_space &description)
     : name_(description.name), first_(description.first), span_(description.capacity)
 {
     // Resources with state share the namespace IDs of state memory with the global statistics block.
-    if (description.state_length > 0 && contains(global_statistics_id)) {
-        left_out_ = global_statistics_id - first_;
+    if (description.state_length > 0 && contains(GLOBAL_STATS_NS_ID)) {
+        left_out_ = GLOBAL_STATS_NS_ID - first_;
         ++span_;
     }
     chunks_.resize((std::size_t{span_} + words_in_chunk - 1) / words_in_chunk);

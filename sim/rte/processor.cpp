@@ -3,6 +3,7 @@
 
 #include "sim/faults/report_violation.hpp"
 #include "sim/rte/processor_model.hpp"
+#include "twamp_program.h"
 
 namespace olv_sim {
 namespace {
@@ -25,13 +26,13 @@ template <typename Models> auto *by_name(const Models &models, std::string_view 
 
 classifier_program classifier_program::twamp(std::uint32_t responders, std::uint32_t sessions)
 {
-    return {.namespaces = {{"twamp_responder", 1, responders, responder_state_length},
-                           {"twamp_reflector_session", 1, sessions, 0}},
-            .tree_functions = {{"olv_twamp.twamp_to_ip_direct_imc", 0x101, false},
-                               {"olv_twamp.twamp_to_ipv6_indirect_imc", 0x102, false},
-                               {"olv_twamp.twamp_lli_processing", 0x103, false},
-                               {"olv_twamp.twamp_responder_lookup", 0x104, true},
-                               {"olv_twamp.twamp_bind_to_next_module", 0x105, true}},
+    return {.namespaces = {{TWAMP_RESPONDER_NAMESPACE, 1, responders, sizeof(twamp_responder_state)},
+                           {TWAMP_REFLECTOR_SESSION_NAMESPACE, 1, sessions, 0}},
+            .tree_functions = {{TWAMP_TO_IP_DIRECT_IMC_FUNCTION, 0x101, false},
+                               {TWAMP_TO_IPV6_INDIRECT_IMC_FUNCTION, 0x102, false},
+                               {TWAMP_LLI_PROCESSING_FUNCTION, 0x103, false},
+                               {TWAMP_RESPONDER_LOOKUP_FUNCTION, 0x104, true},
+                               {TWAMP_BIND_TO_NEXT_MODULE_FUNCTION, 0x105, true}},
             .global_statistics = true};
 }
 
@@ -76,12 +77,12 @@ name_space *processor::implementation::resources(std::string_view name) const
 
 bool processor::implementation::is_global_statistics(std::uint32_t namespace_id, std::uint32_t index) const
 {
-    return program.global_statistics && namespace_id == global_statistics_id && index == 0;
+    return program.global_statistics && namespace_id == GLOBAL_STATS_NS_ID && index == 0;
 }
 
 state_memory *processor::implementation::state_of(std::uint32_t namespace_id, std::uint32_t index) const
 {
-    if (index != 0 || namespace_id == global_statistics_id) {
+    if (index != 0 || namespace_id == GLOBAL_STATS_NS_ID) {
         return nullptr;
     }
     for (const auto &candidate : states) {
@@ -95,7 +96,7 @@ state_memory *processor::implementation::state_of(std::uint32_t namespace_id, st
 std::uint32_t processor::implementation::state_length(std::uint32_t namespace_id, std::uint32_t index) const
 {
     if (is_global_statistics(namespace_id, index)) {
-        return global_statistics_length;
+        return GLOBAL_STATS_LENGTH;
     }
     const state_memory *entries = state_of(namespace_id, index);
     return entries == nullptr ? 0 : entries->length();

@@ -13,6 +13,7 @@
 #include "sim/rte/name_space.hpp"
 #include "sim/rte/state_memory.hpp"
 #include "sim/rte/tree_table.hpp"
+#include "twamp_program.h"
 
 namespace olv_sim {
 
@@ -37,7 +38,7 @@ struct processor::implementation {
     std::vector<std::unique_ptr<name_space>> namespaces; ///< In the program's order.
     std::vector<std::unique_ptr<tree_table>> trees;
     std::vector<std::unique_ptr<state_memory>> states;
-    std::array<std::atomic<std::uint32_t>, global_statistics_length / 4> global_statistics{};
+    std::array<std::atomic<std::uint32_t>, GLOBAL_STATS_LENGTH / 4> global_statistics{};
 
     std::atomic<bool> timer_stands{false};
     mutable std::mutex timer_mutex;

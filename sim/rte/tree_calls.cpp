@@ -6,6 +6,7 @@
 #include "sim/faults/platform_call.hpp"
 #include "sim/framework/pattern_arena.hpp"
 #include "sim/rte/processor_model.hpp"
+#include "twamp_program.h"
 
 using namespace olv_sim;
 
@@ -94,7 +95,7 @@ std::uint32_t unlearn(std::uint32_t rte_handle, std::uint32_t tree_id, const olv
 std::uint32_t show(const tree_entry &entry, hyx_ptn_list_fn callback, void *context)
 {
     olv_ptn pattern{};
-    const std::uint32_t width = entry.key.bits == 0 ? key_bits : entry.key.bits;
+    const std::uint32_t width = entry.key.bits == 0 ? TWAMP_KEY_BITS : entry.key.bits;
     if (pattern_arena::create(width, pattern) != OLV_STATUS_OK) {
         return rte_invalid_pattern;
     }

@@ -1,6 +1,7 @@
 #include "sim/rte/tree_table.hpp"
 #include "olv_sim/processor.hpp"
 #include "olv_sim/statuses.hpp"
+#include "twamp_program.h"
 
 namespace olv_sim {
 
@@ -56,7 +57,7 @@ void tree_table::cell::erase()
 
 bool tree_table::find(std::uint32_t key, tree_action &action) const
 {
-    if (key < (1u << key_bits)) {
+    if (key < (1u << TWAMP_KEY_BITS)) {
         const leaf *home = leaves_[key / cells_in_leaf].load(std::memory_order_acquire);
         if (home != nullptr && home->cells[key % cells_in_leaf].read_action(action)) {
             return true;
@@ -146,15 +147,15 @@ std::optional<tree_entry> tree_table::next(cursor &walk) const
 
 std::optional<tree_entry> tree_table::next_in_table(cursor &walk) const
 {
-    while (walk.position <= (1u << key_bits)) {
+    while (walk.position <= (1u << TWAMP_KEY_BITS)) {
         const auto value = static_cast<std::uint32_t>(walk.position - 1);
-        const cell *home = cell_of({key_bits, value});
+        const cell *home = cell_of({TWAMP_KEY_BITS, value});
         if (home == nullptr) {
             walk.position += cells_in_leaf - value % cells_in_leaf;
             continue;
         }
         ++walk.position;
-        tree_entry entry{.key = {key_bits, value}};
+        tree_entry entry{.key = {TWAMP_KEY_BITS, value}};
         if (home->read(entry.action, entry.pattern_word)) {
             return entry;
         }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "olv_sim/processor.hpp"
+#include "twamp_program.h"
 
 namespace olv_sim {
 
@@ -64,7 +65,7 @@ class tree_table final : public classifier_tree {
 
   private:
     static constexpr std::uint32_t cells_in_leaf = 4096;
-    static constexpr std::uint32_t leaf_count = (1u << key_bits) / cells_in_leaf;
+    static constexpr std::uint32_t leaf_count = (1u << TWAMP_KEY_BITS) / cells_in_leaf;
 
     /**
      * An entry's place. `state` has a bit that is set while the words change, a bit that tells whether an
@@ -105,13 +106,13 @@ class tree_table final : public classifier_tree {
         std::array<cell, cells_in_leaf> cells;
     };
 
-    /** NULL where no leaf is; key widths 0 and key_bits only. */
+    /** NULL where no leaf is; key widths 0 and TWAMP_KEY_BITS only. */
     [[nodiscard]] const cell *cell_of(const tree_key &key) const;
     cell &place(const tree_key &key);
     [[nodiscard]] std::optional<tree_entry> next_in_table(cursor &walk) const;
     [[nodiscard]] std::optional<tree_entry> next_in_list(cursor &walk) const;
 
-    static bool is_listed(const tree_key &key) { return key.bits != 0 && key.bits != key_bits; }
+    static bool is_listed(const tree_key &key) { return key.bits != 0 && key.bits != TWAMP_KEY_BITS; }
 
     std::string name_;
     std::uint32_t id_;

@@ -4,6 +4,7 @@
 #include "hyx.h"
 #include "olv.h"
 #include "olv_layout.h"
+#include "twamp_program.h"
 
 #include "exported_operations.h"
 

@@ -183,7 +183,7 @@ std::vector<std::uint8_t> numbered_words(std::uint8_t count)
 TEST(CallArguments, OfConversionsFollowTheFieldsOfTheRecordThatIsFilled)
 {
     bench b({.module_flags = 0, .system_flags = 0});
-    b.set_state_bytes(olv_sim::global_statistics_id, numbered_words(6));
+    b.set_state_bytes(0x7008C1, numbered_words(6));
     olv_twamp_global_stats global{};
     EXPECT_THAT(converted_by(b, [&] { return olv_twamp_global_stats_get(b.module, &global); }),
                 testing::ElementsAre("value=0x1000001", "value=0x2000002", "value=0x3000003", "value=0x4000004",

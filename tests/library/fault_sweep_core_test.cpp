@@ -95,7 +95,7 @@ path init_steps()
 
 void global_statistics_are_not_zero(bench &b)
 {
-    b.set_state_bytes(olv_sim::global_statistics_id, std::vector<std::uint8_t>(128, 0x5A));
+    b.set_state_bytes(0x7008C1, std::vector<std::uint8_t>(128, 0x5A));
 }
 
 std::uint32_t init(bench &b)
@@ -111,7 +111,7 @@ TEST(FaultSweep, InitOfANewModule)
            .work = init,
            .steps = init_steps(),
            .before = nothing,
-           .watched_state = olv_sim::global_statistics_id,
+           .watched_state = 0x7008C1,
            .without_system = false});
 }
 
@@ -131,7 +131,7 @@ TEST(FaultSweep, InitAfterAFailedInit)
            .work = init,
            .steps = init_steps(),
            .before = registered,
-           .watched_state = olv_sim::global_statistics_id,
+           .watched_state = 0x7008C1,
            .without_system = false});
 }
 
@@ -146,7 +146,7 @@ TEST(FaultSweep, InitAfterAShutdown)
            .work = init,
            .steps = init_steps(),
            .before = nothing,
-           .watched_state = olv_sim::global_statistics_id,
+           .watched_state = 0x7008C1,
            .without_system = false});
 }
 

@@ -18,7 +18,7 @@ void counted(bench &b)
     bytes[7] = 0x10;  // transmitted: 16
     bytes[16] = 0x80; // hash errors: 2^31
     bytes[23] = 0x01; // no bind: 1
-    b.set_state_bytes(olv_sim::global_statistics_id, bytes);
+    b.set_state_bytes(0x7008C1, bytes);
 }
 
 path global_stats_steps()

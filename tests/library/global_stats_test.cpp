@@ -57,7 +57,7 @@ options without_lock()
 
 std::function<void(bench &)> counted(std::vector<std::uint8_t> bytes)
 {
-    return [bytes](bench &b) { b.set_state_bytes(olv_sim::global_statistics_id, bytes); };
+    return [bytes](bench &b) { b.set_state_bytes(0x7008C1, bytes); };
 }
 
 std::function<void(bench &)> reads(olv_twamp_global_stats expected)
@@ -182,7 +182,7 @@ TEST(GlobalStatsGet, Rows)
 TEST(GlobalStatsGet, DoesNotResetTheCounters)
 {
     bench b;
-    b.set_state_bytes(olv_sim::global_statistics_id, six_counters);
+    b.set_state_bytes(0x7008C1, six_counters);
     for (int round = 0; round < 2; ++round) {
         EXPECT_EQ(quiet([&] { return get(b); }), 0u);
         reads({0x12345678, 2, 0x100, 4, 0x100FF, 6})(b);
@@ -265,7 +265,7 @@ TEST(GlobalStatsPrint, Rows)
 TEST(GlobalStatsPrint, PrintsEveryCounterSigned)
 {
     bench b({.module_flags = 0, .system_flags = 0});
-    b.set_state_bytes(olv_sim::global_statistics_id, std::vector<std::uint8_t>(24, 0xFF));
+    b.set_state_bytes(0x7008C1, std::vector<std::uint8_t>(24, 0xFF));
     EXPECT_EQ(b.observe([&] { return print(b); }).console, "\nTWAMP global statistics (Non-zero only)\n"
                                                            "Total received packets: -1\n"
                                                            "Total transmitted packets: -1\n"

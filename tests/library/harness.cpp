@@ -239,8 +239,8 @@ std::string bench::expand(const std::string &text) const
     });
     result = with_texts(result, "key", [](const std::string &argument) {
         olv_ptn pattern{};
-        static_cast<void>(olv_ptn_new(olv_sim::key_bits, &pattern));
-        static_cast<void>(olv_ptn_extend(&pattern, number(argument), olv_sim::key_bits));
+        static_cast<void>(olv_ptn_new(24, &pattern));
+        static_cast<void>(olv_ptn_extend(&pattern, number(argument), 24));
         std::string printed = captured_console([&] { olv_ptn_print(pattern); });
         olv_ptn_free(pattern);
         return printed;

@@ -155,7 +155,7 @@ TEST(Shutdown, LeavesRespondersBindsAndCountersAlone)
 {
     bench b;
     const std::uint32_t responder = b.create_responder(1, 2)->responder_id;
-    b.set_state_bytes(olv_sim::global_statistics_id, std::vector<std::uint8_t>(128, 7));
+    b.set_state_bytes(0x7008C1, std::vector<std::uint8_t>(128, 7));
     const auto state = b.state_bytes(responder);
     quiet([&] { return shutdown(b); });
     EXPECT_EQ(b.left(), (remains{.responder_ids = 1,
@@ -164,7 +164,7 @@ TEST(Shutdown, LeavesRespondersBindsAndCountersAlone)
                                  .initialised = false,
                                  .registered = false}));
     EXPECT_EQ(b.state_bytes(responder), state);
-    EXPECT_EQ(b.state_bytes(olv_sim::global_statistics_id), std::vector<std::uint8_t>(128, 7));
+    EXPECT_EQ(b.state_bytes(0x7008C1), std::vector<std::uint8_t>(128, 7));
 }
 
 TEST(Shutdown, LetsTheModuleComeUpAgain)

@@ -83,11 +83,11 @@ TEST_F(processors, program_may_leave_things_out)
     std::uint32_t value = 7;
     EXPECT_EQ(hyx_rsrc_find(other.rte_handle(), 0, "twamp_responder", &value), 0x106u);
     EXPECT_EQ(hyx_ptn_symbol_get_id(other.rte_handle(), responder_tree_name, &value), 0x109u);
-    EXPECT_EQ(hyx_se_state_set(other.rte_handle(), global_statistics_id, 0, &value, 4), 0x10Du);
+    EXPECT_EQ(hyx_se_state_set(other.rte_handle(), 0x7008C1, 0, &value, 4), 0x10Du);
     EXPECT_EQ(hyx_se_state_set(other.rte_handle(), 1, 0, &value, 4), 0x10Du);
     EXPECT_EQ(value, 7u);
     EXPECT_NE(other.tree("renamed"), nullptr);
-    EXPECT_TRUE(other.state(global_statistics_id).empty());
+    EXPECT_TRUE(other.state(0x7008C1).empty());
     EXPECT_EQ(other.allocated("twamp_responder"), 0u);
     EXPECT_FALSE(other.is_allocated("twamp_responder", 1));
 }

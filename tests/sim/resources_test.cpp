@@ -110,7 +110,7 @@ TEST_F(resources, several_at_once)
 TEST_F(resources, value_of_the_global_statistics_is_left_out)
 {
     classifier_program program = classifier_program::twamp();
-    program.namespaces[0] = {"twamp_responder", global_statistics_id - 2, 4, 60};
+    program.namespaces[0] = {"twamp_responder", 0x7008C1 - 2, 4, 60};
     const olv_sim::processor other{program};
     const std::uint32_t own = find(other);
     EXPECT_EQ(allocate(own), 0x7008BFu);
@@ -126,7 +126,7 @@ TEST_F(resources, value_of_the_global_statistics_is_left_out)
 TEST_F(resources, several_at_once_do_not_reach_over_the_value_left_out)
 {
     classifier_program program = classifier_program::twamp();
-    program.namespaces[0] = {"twamp_responder", global_statistics_id - 2, 6, 60};
+    program.namespaces[0] = {"twamp_responder", 0x7008C1 - 2, 6, 60};
     const olv_sim::processor other{program};
     const std::uint32_t own = find(other);
     std::uint32_t resource = 0;

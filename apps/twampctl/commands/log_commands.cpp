@@ -9,6 +9,7 @@
 #include "apps/twampctl/site/platform_names.hpp"
 #include "hyx.h"
 #include "olv_sim/processor.hpp"
+#include "twamp_program.h"
 
 namespace twampctl {
 namespace {
@@ -120,7 +121,7 @@ void print_responder_entry(void *context, void * /*unused*/, const olv_ptn *patt
 
 void dump_entries(site &on)
 {
-    const olv_sim::classifier_tree *tree = on.processor().tree(responder_tree);
+    const olv_sim::classifier_tree *tree = on.processor().tree(TWAMP_RESPONDER_LOOKUP_FUNCTION);
     if (tree == nullptr) {
         throw std::runtime_error("this processor's program has no responder lookup tree");
     }

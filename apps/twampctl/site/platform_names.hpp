@@ -10,10 +10,6 @@
 
 namespace twampctl {
 
-inline constexpr const char *responder_namespace = "twamp_responder";
-inline constexpr const char *responder_tree = "olv_twamp.twamp_responder_lookup";
-inline constexpr const char *bind_tree = "olv_twamp.twamp_bind_to_next_module";
-
 /** Of the TWAMP program. */
 [[nodiscard]] std::vector<std::string> tree_functions();
 

@@ -16,6 +16,7 @@
 #include "olv_sim/processor.hpp"
 #include "olv_sim/resources.hpp"
 #include "olv_sim/violations.hpp"
+#include "twamp_program.h"
 
 namespace twampctl {
 namespace {
@@ -379,9 +380,9 @@ std::string site::responder_with(std::uint32_t id) const
 platform_usage site::usage() const
 {
     return {.blocks = olv_sim::memory::in_use().live_blocks,
-            .responder_ids = processor_.allocated(responder_namespace),
-            .responder_entries = entries_in(processor_, responder_tree),
-            .bind_entries = entries_in(processor_, bind_tree),
+            .responder_ids = processor_.allocated(TWAMP_RESPONDER_NAMESPACE),
+            .responder_entries = entries_in(processor_, TWAMP_RESPONDER_LOOKUP_FUNCTION),
+            .bind_entries = entries_in(processor_, TWAMP_BIND_TO_NEXT_MODULE_FUNCTION),
             .patterns = olv_sim::patterns::live(),
             .violations = olv_sim::violations::count()};
 }
