@@ -16,7 +16,7 @@ namespace {
 constexpr unsigned address_bits = 128;
 
 /** Text of a prefix, with its quotes, and why it cannot be used. */
-[[noreturn]] void reject(std::string_view text, const std::string &reason)
+[[noreturn]] void reject_prefix(std::string_view text, const std::string &reason)
 {
     throw std::runtime_error("prefix '" + std::string(text) + "': " + reason);
 }
@@ -61,7 +61,7 @@ unsigned parse_length(std::string_view text, std::string_view length, unsigned m
     unsigned value = 0;
     const auto [end, error] = std::from_chars(length.data(), length.data() + length.size(), value);
     if (length.empty() || error != std::errc{} || end != length.data() + length.size() || value > maximum) {
-        reject(text, "the length has to be a number from 0 to " + std::to_string(maximum));
+        reject_prefix(text, "the length has to be a number from 0 to " + std::to_string(maximum));
     }
     return value;
 }
@@ -77,7 +77,7 @@ address_prefix parse_address_prefix(std::string_view text)
 {
     // The C library would take the text up to the zero for all of it.
     if (text.find('\0') != std::string_view::npos) {
-        reject(text.substr(0, text.find('\0')), "contains a zero byte");
+        reject_prefix(text.substr(0, text.find('\0')), "contains a zero byte");
     }
     const std::size_t slash = text.find('/');
     const std::string host{text.substr(0, slash)};
@@ -86,7 +86,7 @@ address_prefix parse_address_prefix(std::string_view text)
     if (parse_address(AF_INET, host, parsed.address)) {
         bits_before = mapped_prefix_bits;
     } else if (!parse_address(AF_INET6, host, parsed.address)) {
-        reject(text, "'" + host + "' is not an IPv4 or IPv6 address");
+        reject_prefix(text, "'" + host + "' is not an IPv4 or IPv6 address");
     }
     const unsigned maximum = address_bits - bits_before;
     parsed.length =
@@ -94,7 +94,7 @@ address_prefix parse_address_prefix(std::string_view text)
         (slash == std::string_view::npos ? maximum : parse_length(text, text.substr(slash + 1), maximum));
     const address_prefix meant{masked(parsed.address, parsed.length), parsed.length};
     if (meant.address != parsed.address) {
-        reject(text, "bits behind the prefix are set; the prefix is " + meant.text());
+        reject_prefix(text, "bits behind the prefix are set; the prefix is " + meant.text());
     }
     return parsed;
 }

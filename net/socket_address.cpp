@@ -13,7 +13,7 @@ namespace olv_net {
 namespace {
 
 /** Text of an address, with its quotes, and why it cannot be used. */
-[[noreturn]] void reject(std::string_view text, std::string_view reason)
+[[noreturn]] void reject_address(std::string_view text, std::string_view reason)
 {
     throw std::runtime_error("address '" + std::string(text) + "': " + std::string(reason));
 }
@@ -22,9 +22,9 @@ namespace {
 [[noreturn]] void reject_form(std::string_view text, bool is_address)
 {
     if (is_address) {
-        reject(text, "there is no port; write it as " + std::string(text) + ":8620");
+        reject_address(text, "there is no port; write it as " + std::string(text) + ":8620");
     }
-    reject(text, "expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT");
+    reject_address(text, "expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT");
 }
 
 struct host_and_port {
@@ -37,7 +37,7 @@ host_and_port split(std::string_view text)
 {
     // The C library would take the text up to the zero for all of it.
     if (text.find('\0') != std::string_view::npos) {
-        reject(text.substr(0, text.find('\0')), "contains a zero byte");
+        reject_address(text.substr(0, text.find('\0')), "contains a zero byte");
     }
     if (text.starts_with('[')) {
         const std::size_t end = text.find("]:");
@@ -52,7 +52,7 @@ host_and_port split(std::string_view text)
         reject_form(text, inet_pton(AF_INET, std::string(text).c_str(), &any) == 1);
     }
     if (text.find(':', colon + 1) != std::string_view::npos) {
-        reject(text, "an IPv6 address is written in brackets, as in [::1]:862");
+        reject_address(text, "an IPv6 address is written in brackets, as in [::1]:862");
     }
     return {std::string(text.substr(0, colon)), text.substr(colon + 1), false};
 }
@@ -62,7 +62,7 @@ std::uint16_t parse_port(std::string_view text, std::string_view port)
     unsigned value = 0;
     const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), value);
     if (port.empty() || error != std::errc{} || end != port.data() + port.size() || value > 65535) {
-        reject(text, "the port has to be a number from 0 to 65535");
+        reject_address(text, "the port has to be a number from 0 to 65535");
     }
     return static_cast<std::uint16_t>(value);
 }
@@ -98,7 +98,7 @@ socket_address parse_socket_address(std::string_view text)
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
         if (inet_pton(AF_INET, parts.host.c_str(), &address.sin_addr) != 1) {
-            reject(text, "'" + parts.host + "' is not an IPv4 address");
+            reject_address(text, "'" + parts.host + "' is not an IPv4 address");
         }
         std::memcpy(&parsed.address, &address, sizeof address);
         parsed.length = sizeof address;
@@ -110,7 +110,7 @@ socket_address parse_socket_address(std::string_view text)
     hints.ai_flags = AI_NUMERICHOST;
     addrinfo *found = nullptr;
     if (getaddrinfo(parts.host.c_str(), nullptr, &hints, &found) != 0) {
-        reject(text, "'" + parts.host + "' is not an IPv6 address of this system");
+        reject_address(text, "'" + parts.host + "' is not an IPv6 address of this system");
     }
     sockaddr_in6 address{};
     std::memcpy(&address, found->ai_addr, sizeof address);
