@@ -21,17 +21,19 @@ else()
 endif()
 
 # olv_discover_tests(TARGET [OPTION...]): each test of a program as one of CTest's; the options are those of
-# gtest_discover_tests(). An emulator takes longer to start a program than to run most of its tests: there the program
-# runs them in four parts.
+# gtest_discover_tests(). An emulator, and a sanitizer, take longer to start a program than to run most of its tests:
+# there the program runs them in four parts.
 function(olv_discover_tests target)
-  if(NOT CMAKE_CROSSCOMPILING)
+  target_precompile_headers(${target} REUSE_FROM olv_test_headers)
+  if(NOT CMAKE_CROSSCOMPILING AND NOT OLV_TWAMP_SANITIZE)
     gtest_discover_tests(${target} DISCOVERY_TIMEOUT 60 ${ARGN})
     return()
   endif()
+  cmake_parse_arguments(test "" "" PROPERTIES ${ARGN})
   foreach(index RANGE 3)
     math(EXPR part "${index} + 1")
     add_test(NAME ${target}.part_${part}_of_4 COMMAND ${target} --gtest_brief=1)
     set_tests_properties(${target}.part_${part}_of_4 PROPERTIES
-      ENVIRONMENT "GTEST_TOTAL_SHARDS=4;GTEST_SHARD_INDEX=${index}")
+      ENVIRONMENT "GTEST_TOTAL_SHARDS=4;GTEST_SHARD_INDEX=${index}" ${test_PROPERTIES})
   endforeach()
 endfunction()

@@ -21,11 +21,13 @@ add_compile_options("$<$<CONFIG:Release,MinSizeRel>:-ffile-prefix-map=${PROJECT_
 # Linked by every target of ours, never by GoogleTest.
 add_library(olv_warnings INTERFACE)
 target_compile_options(olv_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
-if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # Several files are compiled as one. What one of them hides of another, or keeps in an unnamed namespace, says
-  # nothing then; builds that compile each by itself warn of what does.
-  set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
-  target_compile_options(olv_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-shadow -Wshadow=local -Wno-subobject-linkage>)
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Where several files are compiled as one: what one of them hides of another, keeps in an unnamed namespace, or seems
+  # to read too early, says nothing; builds that compile each by itself warn of what does.
+  set(of_one_file -Wno-shadow -Wshadow=local -Wno-subobject-linkage -Wno-maybe-uninitialized)
+  target_compile_options(olv_warnings INTERFACE
+    "$<$<AND:$<COMPILE_LANGUAGE:CXX>,$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:${of_one_file}>")
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # GCC 12 sees overlaps in std::string that cannot happen (GCC bug 105651).
