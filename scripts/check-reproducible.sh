@@ -29,8 +29,8 @@ make_packages() { # DIRECTORY UMASK VARIABLE...
 
 # Libraries, linked and in archives, and packages; paths below build/.
 results() { # DIRECTORY
-  (cd "$1/build" && find package-* packages -type f \( -name '*.so.*' -o -name '*.a' -o -name '*.deb' \) \
-    -not -path '*/_CPack_Packages/*' | sort)
+  (cd "$1/build" && find arm/twamp release/{apps,fastpath,net,probe,sim,twamp} packages \
+    -type f \( -name '*.so.*' -o -name '*.a' -o -name '*.deb' \) | sort)
 }
 
 rm -rf "$work"

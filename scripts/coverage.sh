@@ -1,20 +1,26 @@
 #!/usr/bin/env bash
-# Builds with coverage, runs all tests and prints which share of the code they execute, of the library (twamp/) and of
-# the other parts. Fails where the library is not covered to the last line and branch, or less than 95 % of the lines of
-# another part are. Safe to run again; builds below build/ only.
+# Prints which share of the code the tests execute, of the library (twamp/) and of the other parts. Fails where the
+# library is not covered to the last line and branch, or less than 95 % of the lines of another part are. Safe to run
+# again; builds below build/ only.
+#   scripts/coverage.sh            build, run the tests, report
+#   scripts/coverage.sh report     report what scripts/test.sh has executed
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-./scripts/install-packages.sh test coverage
+case "$*" in
+  '')
+    ./scripts/install-packages.sh test coverage
+    find build/coverage -name '*.gcda' -delete 2>/dev/null || true
+    ./scripts/test-presets.sh coverage
+    ;;
+  report) ./scripts/install-packages.sh coverage ;;
+  *)
+    echo 'usage: scripts/coverage.sh [report]' >&2
+    exit 2
+    ;;
+esac
 
-echo '== Configuring and building'
-cmake --preset coverage
-cmake --build --preset coverage
-find build/coverage -name '*.gcda' -delete
-
-echo '== Testing'
-ctest --preset coverage
-
+parts=(net/ sim/ fastpath/ probe/ apps/)
 # Branches that only an exception takes, of calls and of the compiler's own clean-up, are no decisions of the code.
 gcovr_options=(--root . --exclude-unreachable-branches --exclude-throw-branches)
 counts=build/coverage/counts.json
@@ -28,7 +34,6 @@ report() { # FOLDER OPTION...
 }
 
 echo '== Reading the counts'
-parts=(net/ sim/ fastpath/ probe/ apps/)
 gcovr "${gcovr_options[@]}" --object-directory build/coverage --filter twamp/ "${parts[@]/#/--filter=}" \
   -j "$(nproc)" --json "$counts"
 

@@ -9,12 +9,14 @@ packets=1000
 build=build/release
 work=$(mktemp -d)
 control= # process ID of twampctl while it runs
+builder= # of the build
 
 clean_up() {
   if [[ -n $control ]]; then
     kill -KILL "$control" 2>/dev/null || true
     wait "$control" 2>/dev/null || true
   fi
+  [[ -z $builder ]] || kill "$builder" 2>/dev/null || true # it ends its compilers, too
   rm -rf "$work"
 }
 trap clean_up EXIT
@@ -82,12 +84,29 @@ probe() { # NUMBER ADDRESS; 1 ms apart
   probe_status[$1]=$status
 }
 
+# Build, and say every five seconds how far it is.
+build_programs() {
+  local steps result=0 next_line=$SECONDS
+  cmake --build --preset release --target twampctl twamp-probe >"$work/build" 2>&1 &
+  builder=$!
+  while ! is_over "$builder"; do
+    sleep 0.2
+    if ((SECONDS >= next_line)); then
+      steps=$(grep -oE '^\[[0-9]+/[0-9]+\]' "$work/build" | tail -n 1 || true)
+      printf 'building %s\n' "$steps"
+      next_line=$((SECONDS + 5))
+    fi
+  done
+  wait "$builder" || result=$?
+  builder=
+  return "$result"
+}
+
 prepare() {
   section '1. Packages and build'
   scripts/install-packages.sh
   cmake --preset release >"$work/build" 2>&1 || { cat "$work/build"; fail 'the configuration failed'; }
-  cmake --build --preset release --target twampctl twamp-probe >"$work/build" 2>&1 ||
-    { cat "$work/build"; fail 'the build failed'; }
+  build_programs || { cat "$work/build"; fail 'the build failed'; }
   echo "built: $build/apps/twampctl, $build/apps/twamp-probe"
   # The file is missing where the kernel has no IPv6.
   grep -qs '^00000000000000000000000000000001 ' /proc/net/if_inet6 ||

@@ -1,42 +1,64 @@
 #!/usr/bin/env bash
-# Checks format, wording and shell scripts, runs clang-tidy, and reads every file with Clang for its warnings.
-# Safe to run again; builds below build/ only.
+# Checks how the sources are written. Safe to run again; builds below build/ only.
+#   scripts/lint.sh            format and tidy
+#   scripts/lint.sh format     clang-format and shellcheck: seconds
+#   scripts/lint.sh tidy       clang-tidy and Clang's warnings, each file with its own includes alone: minutes
+#   scripts/lint.sh analyzer   Clang's static analyzer on the sources: longer
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-./scripts/install-packages.sh bench lint
+sources='(twamp|net|sim|fastpath|probe|apps|bench)/.*\.cpp$'
 
-mapfile -t sources < <(git ls-files '*.c' '*.cpp' '*.h' '*.hpp')
-echo "== clang-format: ${#sources[@]} files"
-clang-format-14 --dry-run -Werror "${sources[@]}"
+format() {
+  local files
+  mapfile -t files < <(git ls-files '*.c' '*.cpp' '*.h' '*.hpp')
+  echo "== clang-format: ${#files[@]} files"
+  clang-format-14 --dry-run -Werror "${files[@]}"
+  echo "== shellcheck"
+  shellcheck scripts/*.sh .ci/run apps/completion/*
+}
 
-echo "== shellcheck"
-shellcheck scripts/*.sh .ci/run apps/completion/*
-
-if [[ -x ../shared/hooks/wording ]]; then
-  echo "== wording"
-  ../shared/hooks/wording
-fi
+# Nothing is built: what Clang has to say it says while reading.
+configure() {
+  cmake --preset dev -B build/clang -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+    -DOLV_TWAMP_BENCH=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+}
 
 # Run clang-tidy on all files whose paths match; it shows Clang's own warnings, too.
-tidy() { # NAME PATTERN OPTION...
+run_tidy() { # NAME PATTERN OPTION...
   local log=build/clang-tidy-$1.log pattern=$2
+  echo "== clang-tidy: $1"
   shift 2
   run-clang-tidy-14 -quiet -p build/clang "$@" "^$PWD/$pattern" >"$log" 2>&1 || {
     grep -E 'warning:|error:' "$log" | sort -u
     echo "clang-tidy: see $log" >&2
     exit 1
   }
-  echo "clang-tidy: nothing to report"
 }
 
-# Nothing is built: what Clang has to say it says while reading. Each file is read with its own includes alone.
-cmake --preset dev -B build/clang -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
-  -DOLV_TWAMP_BENCH=ON -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+tidy() {
+  configure
+  run_tidy sources "$sources" -checks='-clang-analyzer-*'
+  # clang-tidy takes Clang's warnings for no checks of its own, and wants one.
+  run_tidy tests '(tests/.*|.*\.c$)' -checks='-*,clang-diagnostic-*,misc-definitions-in-headers' -header-filter="^$PWD/"
+}
 
-echo "== clang-tidy, and Clang's warnings"
-tidy sources '(twamp|net|sim|fastpath|probe|apps|bench)/.*\.cpp$'
+analyzer() {
+  configure
+  run_tidy analyzer "$sources" -checks='-*,clang-analyzer-*,-clang-analyzer-valist.Uninitialized'
+}
 
-echo "== Clang's warnings of the tests and of C"
-# clang-tidy takes Clang's warnings for no checks of its own, and wants one.
-tidy tests '(tests/.*|.*\.c$)' -checks='-*,clang-diagnostic-*,misc-definitions-in-headers' -header-filter="^$PWD/"
+case "$*" in
+  '' | format | tidy | analyzer) ;;
+  *)
+    echo 'usage: scripts/lint.sh [format | tidy | analyzer]' >&2
+    exit 2
+    ;;
+esac
+./scripts/install-packages.sh bench lint
+if (($# == 0)); then
+  format
+  tidy
+else
+  "$1"
+fi

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the Debian packages from release builds, into build/packages/. Safe to run again.
+# Builds the Debian packages from the release builds, into build/packages/. Safe to run again.
 #   scripts/package.sh [amd64|armhf]...     amd64 if none is named
 # Files in the packages are dated SOURCE_DATE_EPOCH; without it, like the last commit.
 set -euo pipefail
@@ -9,16 +9,18 @@ umask 022 # cpack writes it into the packages
 packages=build/packages
 
 make_packages() { # ARCHITECTURE PRESET TRIPLET TARGET...
-  local architecture=$1 preset=$2 triplet=$3 tree=build/package-$1
+  local architecture=$1 preset=$2 triplet=$3 tree=build/$2
   shift 3
   echo "== Packages for $architecture"
-  cmake --preset "$preset" -B "$tree" -DOLV_TWAMP_TESTS=OFF \
-    -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR="lib/$triplet" -DCMAKE_SKIP_INSTALL_RPATH=ON \
-    -DCMAKE_SKIP_INSTALL_ALL_DEPENDENCY=ON -DCPACK_DEBIAN_PACKAGE_ARCHITECTURE="$architecture"
+  # What has been built there stays as it is: only where things are installed changes.
+  cmake --preset "$preset" -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR="lib/$triplet" \
+    -DCMAKE_SKIP_INSTALL_RPATH=ON -DCMAKE_SKIP_INSTALL_ALL_DEPENDENCY=ON \
+    -DCPACK_DEBIAN_PACKAGE_ARCHITECTURE="$architecture"
   cmake --build "$tree" --target "$@"
   rm -f "$tree"/*.deb "$packages"/*_"$architecture".deb
   (cd "$tree" && cpack)
   mv "$tree"/*.deb "$packages"
+  cmake --preset "$preset" >/dev/null # for whoever installs from there
 }
 
 (($# > 0)) || set -- amd64
