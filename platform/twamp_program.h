@@ -18,7 +18,7 @@
 #define TWAMP_TO_IP_DIRECT_IMC_FUNCTION "olv_twamp.twamp_to_ip_direct_imc"
 /** Tree function of the indirect call to the IPv6 module. */
 #define TWAMP_TO_IPV6_INDIRECT_IMC_FUNCTION "olv_twamp.twamp_to_ipv6_indirect_imc"
-/** Tree function that takes the module's packets in. */
+/** Tree function whose ID the framework gets with the module's service functions. */
 #define TWAMP_LLI_PROCESSING_FUNCTION "olv_twamp.twamp_lli_processing"
 /** Classifier tree of the responders: an entry's key is a responder ID. */
 #define TWAMP_RESPONDER_LOOKUP_FUNCTION "olv_twamp.twamp_responder_lookup"
