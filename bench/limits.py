@@ -1,76 +1,118 @@
 #!/usr/bin/env python3
-"""Lists which limits the benchmarks' figures meet, and which not: exit status 1.
+"""Shows the figures of a benchmark, and which limits they meet. Exit status 1: not all are met.
 
-    python3 bench/limits.py REPORTS PART...
+    python3 bench/limits.py REPORTS PART
 
-REPORTS is the folder of the benchmarks' JSON, PART is one of library, scale, reflect, workers, clock. Ratios of times are not
-judged where a report is of a quick run.
+REPORTS is the folder of the reports. PART is one of scripts/bench.sh, or instructions, which are compared with
+bench/baseline.json as well. Figures of time are not judged in a quick run.
 """
+import operator
 import sys
+from fnmatch import fnmatchcase
 from pathlib import Path
+from typing import NamedTuple
 
-import library_report
-import scale_report
-import wire_reports
-from reports import FILES, Limit, is_quick, load
+from report import load
+from tables import HERE, markdown
 
-LIMITS = {
-    "library": library_report.limits,
-    "scale": scale_report.limits,
-    "reflect": wire_reports.reflect_limits,
-    "workers": wire_reports.workers_limits,
-    "clock": wire_reports.clock_limits,
-}
+RELATIONS = {"<=": operator.le, "<": operator.lt, "==": operator.eq, ">": operator.gt, ">=": operator.ge}
+BASELINE_PERCENT = 3  # a count of instructions may differ by so much, either way
 
 
-def limits_of(folder, part):
-    """The limits of a part, and whether its timings are judged."""
+class Limit(NamedTuple):
+    """What a figure of some runs has to hold to."""
+
+    part: str
+    runs: str  # pattern of names; {most} is the largest number of responders
+    count: int  # of these runs
+    figure: str
+    relation: str
+    bound: float
+    always: bool = False  # holds in a quick run as well
+
+
+LIMITS = (
+    Limit("library", "*/library", 6, "nanoseconds/platform_calls", "<=", 1.15),
+    Limit("scale", "*/in_turn/{most}", 6, "nanoseconds/1000", "<=", 1.5),
+    Limit("scale", "*/{most}", 12, "library_bytes", "<=", 32, always=True),
+    Limit("scale", "*/{most}", 12, "platform_bytes", "<=", 160, always=True),
+    Limit("reflect", "1/*/reflector", 4, "p50_ns/plain_echo", "<=", 1.05),
+    Limit("reflect", "32/*/reflector", 4, "replies_per_second/batched_echo", ">=", 0.95),
+    Limit("reflect", "256/*/reflector", 4, "replies_per_second/batched_echo", ">=", 0.95),
+    Limit("reflect", "256/*/reflector", 4, "lost", "==", 0, always=True),
+    Limit("reflect", "*/reflector", 12, "replies_per_second", ">", 0, always=True),
+    Limit("reflect", "*_echo", 24, "replies_per_second", ">", 0, always=True),
+    Limit("reflect", "*/module", 12, "sessions_missed", "==", 0, always=True),
+    Limit("workers", "workers/all", 1, "replies_per_second/one", ">=", 1.2),
+    Limit("workers", "workers/all", 1, "server_ns/apart", "<=", 1.1),
+    Limit("workers", "workers/all", 1, "least_share", ">=", 0.5),
+    Limit("workers", "workers/*", 3, "lost", "==", 0, always=True),
+    Limit("clock", "clock/reflector", 1, "replies", ">", 0, always=True),
+    Limit("clock", "clock/reflector", 1, "reversed", "==", 0, always=True),
+    Limit("clock", "clock/reflector", 1, "error_us", "<", 20),
+    Limit("instructions", "create + delete", 1, "instructions", "<=", 600),
+    Limit("instructions", "statistics", 1, "instructions", "<=", 200),
+    Limit("instructions", "* octets", 3, "instructions", "<=", 450),
+)
+
+
+def bound(part, figure):
+    """The limit of a figure."""
+    return next(limit.bound for limit in LIMITS if (limit.part, limit.figure) == (part, figure))
+
+
+def number(value):
+    return f"{value:,.0f}" if abs(value) >= 1000 else f"{value:.4g}"
+
+
+def verdict(limit, report):
+    """A word, and what it is about: the runs that missed the limit, or the one that came nearest to it."""
+    judged = limit.always or not report.quick
+    pattern = limit.runs.format(most=100_000 if report.quick else 16_000_000)
+    values = {name: report.value(name, limit.figure) for name in report.runs if fnmatchcase(name, pattern)}
+    text = f"{pattern}: {limit.figure} {limit.relation} {limit.bound:g}"
+    if len(values) != limit.count:
+        return "MISSED", f"{text}: of {len(values)} runs instead of {limit.count}"
+    missed = [name for name, value in values.items() if not RELATIONS[limit.relation](value, limit.bound)]
+    nearest = (min if limit.relation.startswith(">") else max)(values, key=values.get)
+    shown = missed if judged and missed else [nearest]
+    word = "unjudged" if not judged else "MISSED" if missed else "met"
+    return word, f"{text}: {', '.join(f'{name} {number(values[name])}' for name in shown)}"
+
+
+def baseline_verdicts(report, baseline):
+    """Of each count; where one is not there it is 0."""
+    counts = [{name: run["instructions"][0] for name, run in each.runs.items()} for each in (report, baseline)]
+    for name in counts[0] | counts[1]:
+        counted, expected = (each.get(name, 0) for each in counts)
+        differs = abs(counted - expected) * 100 > BASELINE_PERCENT * expected
+        text = f"{name}: {number(counted)} instructions, in the baseline {number(expected)}, ± {BASELINE_PERCENT} %"
+        yield "MISSED" if differs else "met", text
+
+
+def figures(report):
+    """All that was measured, as a table."""
+    names = list(dict.fromkeys(figure for run in report.runs.values() for figure in run))
+    rows = [["", *names]]
+    for run, measured in report.runs.items():
+        rows.append([run, *(number(report.value(run, name)) if name in measured else "" for name in names)])
+    return markdown(rows, 1)
+
+
+def main(folder, part):
+    """Print figures and verdicts."""
     try:
-        report = load(folder, part)
-        return LIMITS[part](report), not is_quick(report)
-    except FileNotFoundError:
-        return [Limit("there is a report", f"no {folder / FILES[part]}", False)], True
-    except (KeyError, ValueError, TypeError) as error:
-        return [Limit("the report is whole", f"{type(error).__name__}: {error}", False)], True
-
-
-def verdict(limit, judged):
-    if limit.timing and not judged:
-        return "unjudged"
-    return "met" if limit.met else "MISSED"
-
-
-def verdicts(folder, parts):
-    """Part, verdict and limit, of each limit."""
-    found = []
-    for part in parts:
-        limits, judged = limits_of(folder, part)
-        found += [(part, verdict(limit, judged), limit) for limit in limits]
-    return found
-
-
-def summary(found):
-    words = [word for _, word, _ in found]
-    missed, unjudged = words.count("MISSED"), words.count("unjudged")
-    lines = [f"{len(words) - missed - unjudged} limits met, {missed} missed"]
-    if unjudged:
-        lines.append(
-            f"a quick run: {unjudged} limits of timing were not judged, and none of its figures says anything; "
-            "scripts/bench.sh without --quick measures"
-        )
-    return "\n".join(f"bench: {line}" for line in lines)
-
-
-def main():
-    if len(sys.argv) < 3 or not set(sys.argv[2:]) <= FILES.keys():
-        print(f"usage: limits.py REPORTS PART..., parts are {', '.join(FILES)}", file=sys.stderr)
-        return 2
-    found = verdicts(Path(sys.argv[1]), sys.argv[2:])
-    for part, word, limit in found:
-        print(f"{word:8}  {part:8} {limit.text}: {limit.value}")
-    print(summary(found))
-    return 1 if any(word == "MISSED" for _, word, _ in found) else 0
+        report = load(Path(folder), part)
+        print(figures(report))
+        found = [verdict(limit, report) for limit in LIMITS if limit.part == part]
+        if part == "instructions":
+            found += baseline_verdicts(report, load(HERE, "baseline"))
+    except (OSError, KeyError, ValueError, TypeError) as error:
+        found = [("MISSED", f"no whole report: {type(error).__name__} {error}")]
+    for word, text in found:
+        print(f"{word:8}  {text}")
+    return 1 if any(word == "MISSED" for word, _ in found) else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(main(*sys.argv[1:]))

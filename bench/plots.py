@@ -1,171 +1,102 @@
 #!/usr/bin/env python3
-"""Draws the plots of docs/performance.md from what the benchmarks wrote.
+"""Draws plots from what the benchmarks wrote.
 
     python3 bench/plots.py REPORTS FOLDER
 
-REPORTS is the folder of the benchmarks' JSON. A plot whose report is not there, or not whole, is left as it is, and so
-is one whose report is of a quick run: its figures say nothing. Exit status 1: there is such a one, or nothing to draw.
+REPORTS is the folder of the reports, FOLDER where the plots go. A plot whose report is not there, not whole or of a
+quick run is not drawn. Exit status 1: none was drawn, or a report was refused.
 """
 import sys
+from fnmatch import fnmatchcase
 from pathlib import Path
 
-import library_report
-import scale_report
-from reports import load, medians, obstacle
+import matplotlib
 
-WIDTH, HEIGHT = 7.5, 4.0
+from limits import bound
+from report import load, obstacle
 
-
-def pyplot():
-    """What draws; only here, since reports can be read without it."""
-    import matplotlib  # pylint: disable=import-outside-toplevel
-
-    matplotlib.use("svg")
-    matplotlib.rcParams["svg.hashsalt"] = "olv-twamp"  # the same figures give the same bytes
-    from matplotlib import pyplot as drawer  # pylint: disable=import-outside-toplevel
-
-    return drawer
+matplotlib.use("svg")
+matplotlib.rcParams |= {"svg.fonttype": "none", "svg.hashsalt": "olv-twamp"}  # text as text; the same bytes each time
+from matplotlib import pyplot  # pylint: disable=wrong-import-position
 
 
-def figure(title, ylabel):
-    drawn, axes = pyplot().subplots(figsize=(WIDTH, HEIGHT), layout="constrained")
-    axes.set_title(title)
-    axes.set_ylabel(ylabel)
-    axes.grid(axis="y", alpha=0.3)
-    axes.set_axisbelow(True)
-    return drawn, axes
+def bars(runs, figure, *others):
+    """A group for each run, with a bar beside each of the others."""
+
+    def draw(axes, report):
+        groups = [run for run in report.runs if fnmatchcase(run, runs)]
+        width = 0.8 / len(others)
+        for place, other in enumerate(others):
+            left = [index + (place - (len(others) - 1) / 2) * width for index in range(len(groups))]
+            heights = [report.value(run, f"{figure}/{other}") for run in groups]
+            axes.bar(left, heights, width, label=f"beside {other.replace('_', ' ')}")
+        axes.set_xticks(range(len(groups)), [run.rpartition("/")[0].replace("/", "\n") for run in groups])
+
+    return draw
 
 
-def bars(axes, groups, heights):
-    """Bars side by side: heights by series, one for each group."""
-    width = 0.8 / len(heights)
-    for place, (series, values) in enumerate(heights.items()):
-        left = [index - 0.4 + width * (place + 0.5) for index in range(len(groups))]
-        axes.bar(left, values, width, label=series)
-    axes.set_xticks(range(len(groups)), groups)
-
-
-def limit(axes, value, text):
-    axes.axhline(value, color="black", linewidth=1, linestyle="--", label=text)
-
-
-def library_bars(report):
-    """Operations; how many times its floor each takes."""
-    times = medians(report, 2)
-    names = library_report.operations(times)
-    return names, {"library": [library_report.ratio(times, name) for name in names]}
-
-
-def library(report):
-    drawn, axes = figure("The library beside its platform calls alone", "times the floor")
-    bars(axes, *library_bars(report))
-    limit(axes, library_report.LIMIT, f"limit {library_report.LIMIT}")
-    return drawn, axes
-
-
-def scale(report):
-    drawn, axes = figure("Cost of an operation beside that with 1,000 responders", "times")
-    found = scale_report.ratios(report)
-    for order, style in zip(scale_report.ORDERS, ("-", ":")):
+def scale(axes, report):
+    for order, style in (("in_turn", "-"), ("at_random", ":")):
         axes.set_prop_cycle(None)
-        for operation in (operation for operation, way in found if way == order):
-            by_count = sorted(found[operation, order].items())
-            label = operation if style == "-" else None
-            axes.plot(*zip(*by_count), style, marker="o", label=label)
-    limit(axes, scale_report.LIMIT, f"limit {scale_report.LIMIT}, in turn (dotted: at random)")
-    axes.set_xscale("log")
-    axes.set_yscale("log")
-    axes.set_xlabel("responders")
-    return drawn, axes
+        for stem in [run.removesuffix("/1000") for run in report.runs if run.endswith(f"/{order}/1000")]:
+            counts = [int(run.rpartition("/")[2]) for run in report.runs if run.startswith(f"{stem}/")]
+            times = [report.value(f"{stem}/1000", f"nanoseconds:{count}/1000") for count in counts]
+            axes.plot(counts, times, style, label=stem.split("/")[0] if style == "-" else None)
+    axes.set(xscale="log", yscale="log", xlabel="responders; dotted: visited at random")
+    axes.set_xticks(counts, [f"{count:,}" for count in counts])
+    axes.set_yticks([0.5, 1, 2, 5, 10], ["0.5", "1", "2", "5", "10"])
+    axes.minorticks_off()
 
 
-def reflect_groups(report):
-    def short(count):
-        return f"{count // 1000}k" if count >= 1000 and count % 1000 == 0 else str(count)
-
-    return [f"{case['window']}\n{short(case['sessions'])}\n{case['octets']}" for case in report["cases"]]
+def clock(axes, report):
+    rows = report.runs["clock/reflector"]
+    axes.errorbar(rows["begin_seconds"], rows["offset_us"], yerr=rows["uncertainty_us"], fmt=".", capsize=2)
 
 
-def reflect_bars(report, figure_name, echo):
-    """A figure of each server by that of an echo server, in each case."""
-    return {
-        server: [
-            case["servers"][server][figure_name] / case["servers"][echo][figure_name] for case in report["cases"]
-        ]
-        for server in report["cases"][0]["servers"]
-    }
-
-
-def beside_echo(report, title, figure_name, echo, target, where=""):
-    drawn, axes = figure(f"{title}, beside the {echo}", f"times the {echo}")
-    bars(axes, reflect_groups(report), reflect_bars(report, figure_name, echo))
-    limit(axes, target, f"target {target}{where}")
-    axes.set_xlabel("window, sessions, octets")
-    return drawn, axes
-
-
-def replies(report):
-    return beside_echo(report, "Replies per second", "replies_per_second", "batched echo", 0.95)
-
-
-def round_trips(report):
-    return beside_echo(report, "Round trip, median", "round_trip_p50_ns", "plain echo", 1.05, " at window 1")
-
-
-def clock(report):
-    rows = report["rows"]
-    drawn, axes = figure("Time stamps beside the wall clock", "microseconds")
-    seconds = [row["begin_seconds"] for row in rows]
-    axes.errorbar(
-        seconds,
-        [row["offset_us"] for row in rows],
-        yerr=[row["uncertainty_us"] for row in rows],
-        fmt="o",
-        markersize=3,
-        capsize=2,
-        label="median offset, with its uncertainty",
-    )
-    limit(axes, 20, "limit ±20")
-    axes.axhline(-20, color="black", linewidth=1, linestyle="--")
-    axes.set_xlabel("seconds")
-    return drawn, axes
-
-
-# By part of scripts/bench.sh.
+# By name: the report, the figure whose limit is drawn, what draws the rest, the title with the unit.
 PLOTS = {
-    "library": {"library": library},
-    "scale": {"scale": scale},
-    "reflect": {"replies": replies, "round_trips": round_trips},
-    "clock": {"clock": clock},
+    "library": (
+        *("library", "nanoseconds/platform_calls", bars("*/library", "nanoseconds", "platform_calls")),
+        "Time of operations, in times of their platform calls",
+    ),
+    "scale": ("scale", "nanoseconds/1000", scale, "Time of operations, in times of that with 1,000 responders"),
+    "replies": (
+        *("reflect", "replies_per_second/batched_echo"),
+        bars("*/reflector", "replies_per_second", "batched_echo", "plain_echo"),
+        "Replies per second, in times of echo servers' (window, sessions, octets)",
+    ),
+    "round_trips": (
+        *("reflect", "p50_ns/plain_echo", bars("*/reflector", "p50_ns", "batched_echo", "plain_echo")),
+        "Median round trip, in times of echo servers' (window, sessions, octets)",
+    ),
+    "clock": ("clock", None, clock, "Offset of time stamps, with its uncertainty, in µs, over seconds"),
 }
 
 
-def save(name, draw, report, folder):
-    drawn, axes = draw(report)
-    axes.legend(fontsize="small")
+def save(name, report, folder):
+    part, figure, draw, title = PLOTS[name]
+    drawn, axes = pyplot.subplots(figsize=(7.5, 4), layout="constrained")
+    draw(axes, report)
+    axes.set_title(title)
+    if figure:
+        axes.axhline(bound(part, figure), color="black", linestyle="--", label=f"limit {bound(part, figure)}")
+        axes.legend(fontsize="small")
+    folder.mkdir(parents=True, exist_ok=True)
     drawn.savefig(folder / f"{name}.svg", metadata={"Date": None})
-    pyplot().close(drawn)
+    pyplot.close(drawn)
     print(f"plots: {folder / name}.svg")
 
 
-def main():
-    if len(sys.argv) != 3:
-        print("usage: plots.py REPORTS FOLDER", file=sys.stderr)
-        return 2
-    reports, folder = Path(sys.argv[1]), Path(sys.argv[2])
-    obstacles = {part: obstacle(reports, part) for part in PLOTS}
-    for part, why in obstacles.items():
-        if why is None:
-            folder.mkdir(parents=True, exist_ok=True)
-            for name, draw in PLOTS[part].items():
-                save(name, draw, load(reports, part), folder)
-    left = {part: why for part, why in obstacles.items() if why is not None}
-    for part, why in left.items():
-        names = " and ".join(f"{name}.svg" for name in PLOTS[part])
-        print(f"plots: {why}: {names} as before; 'scripts/bench.sh {part}' measures", file=sys.stderr)
-    refused = any(not why.startswith("no ") for why in left.values())
-    return 1 if refused or left.keys() == PLOTS.keys() else 0
+def main(reports, folder):
+    why = {name: obstacle(reports, part) for name, (part, *_) in PLOTS.items()}
+    for name, reason in why.items():
+        if reason:
+            print(f"plots: {reason}: {name}.svg is not drawn", file=sys.stderr)
+        else:
+            save(name, load(reports, PLOTS[name][0]), folder)
+    refused = any(reason and not reason.startswith("there is no ") for reason in why.values())
+    return 1 if refused or all(why.values()) else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(main(*map(Path, sys.argv[1:])))

@@ -17,8 +17,8 @@ packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli
   python3-pyelftools)
 for set in "$@"; do
   case $set in
-    test) packages+=(babeltrace2 bash-completion gnuplot-nox lttng-tools mandoc python3-pexpect python3-pyte
-      python3-scapy tshark) ;;
+    test) packages+=(babeltrace2 bash-completion gnuplot-nox lttng-tools mandoc python3-matplotlib
+      python3-pexpect python3-pyte python3-scapy tshark) ;;
     docs) packages+=(doxygen) ;;
     lint) packages+=(clang-14 clang-format-14 clang-tidy-14 git libclang-rt-14-dev shellcheck) ;;
     fuzz) packages+=(afl++ clang-14 libclang-rt-14-dev llvm-14) ;;

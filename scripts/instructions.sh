@@ -23,7 +23,7 @@ count() { # PROGRAM VALGRIND-OPTION...; a dump for each thing that the program h
   local program=$1 name
   name=$(basename "$program")
   shift
-  # --skip-plt=no: calls by way of a linkage table are told apart.
+  # --skip-plt=no: otherwise a jump through a linkage table counts twice.
   valgrind --tool=callgrind --quiet --skip-plt=no --compress-strings=no --compress-pos=no "$@" \
     --callgrind-out-file="$dumps/$name" "$program" 2>"$dumps/$name.log" || { cat "$dumps/$name.log" >&2; exit 1; }
 }
@@ -39,5 +39,10 @@ rm -rf "$dumps"
 mkdir "$dumps"
 count build/bench/bench/library/library_instructions
 count build/bench/bench/reflect/packet_instructions --collect-atstart=no
-# Without a number: what came after the last dump.
-exec python3 -B bench/instructions.py "$@" bench/baseline.json "$dumps"/*.[0-9]*
+# Dumps have numbers; what came after the last one has none.
+python3 -B bench/instructions.py "$dumps"/*.[0-9]* >"$dumps.json"
+case "$*" in
+  --update) cp "$dumps.json" bench/baseline.json ;;
+  --functions) python3 -B bench/instructions.py --functions "$dumps"/*.[0-9]* ;;
+esac
+exec python3 -B bench/limits.py build/bench instructions

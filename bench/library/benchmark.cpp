@@ -1,14 +1,15 @@
-// Times each operation of the library beside its floor. See scripts/bench.sh.
+// Times each operation of the library beside its platform calls. See scripts/bench.sh.
 #include <ctime>
+#include <span>
 #include <string>
 
 #include <benchmark/benchmark.h>
 
-#include "floor.hpp"
+#include "platform_calls.hpp"
 
 namespace {
 
-/** Responders and binds that are made, used and removed in one round. */
+/** Responders and binds that are made, used and removed in one iteration. */
 constexpr std::uint32_t batch = 1024;
 
 /** Processor time of this thread: what else the machine does is not in it. */
@@ -19,26 +20,26 @@ double seconds_now()
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-/** Run an operation on everything in a batch. @return Seconds; negative where a run failed. */
-double run_batch(olv_bench::bed &bed, const olv_bench::operation &operation)
+/** Run an operation on each responder, or bind, of a batch. @return Seconds; negative: a call failed. */
+double run_batch(olv_bench::measured_module &module, const olv_bench::operation &operation)
 {
     std::uint32_t status = 0;
     const double begin = seconds_now();
     for (std::size_t i = 0; i < batch; ++i) {
-        bed.select(i);
-        status |= operation.run(bed);
+        module.select(i);
+        status |= operation.run(module);
     }
     const double elapsed = seconds_now() - begin;
     return status == 0 ? elapsed : -1;
 }
 
-/** Rounds of all operations of a side: what the timed one needs is there, what it leaves goes. */
-void run_rounds(benchmark::State &state, std::span<const olv_bench::operation> side, std::size_t timed)
+/** Run all operations of a side in each iteration, so that each finds what it needs; time one of them. */
+void time_operation(benchmark::State &state, std::span<const olv_bench::operation> side, std::size_t timed)
 {
-    olv_bench::bed bed(batch);
+    olv_bench::measured_module module(batch);
     for ([[maybe_unused]] auto _ : state) {
         for (std::size_t i = 0; i < side.size(); ++i) {
-            const double seconds = run_batch(bed, side[i]);
+            const double seconds = run_batch(module, side[i]);
             if (seconds < 0) {
                 state.SkipWithError(side[i].name);
                 return;
@@ -47,7 +48,7 @@ void run_rounds(benchmark::State &state, std::span<const olv_bench::operation> s
                 state.SetIterationTime(seconds);
             }
         }
-        bed.free_records();
+        module.free_records();
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * batch);
 }
@@ -57,7 +58,7 @@ void register_side(const char *side_name, std::span<const olv_bench::operation> 
     for (std::size_t i = 0; i < side.size(); ++i) {
         const std::string name = std::string(side[i].name) + '/' + side_name;
         benchmark::RegisterBenchmark(name.c_str(), [side, i](benchmark::State &state) {
-            run_rounds(state, side, i);
+            time_operation(state, side, i);
         })->UseManualTime();
     }
 }
@@ -70,8 +71,8 @@ int main(int argc, char **argv)
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 2;
     }
-    register_side("library", olv_bench::operations);
-    register_side("floor", olv_bench::operation_floors);
+    register_side("library", olv_bench::library::operations);
+    register_side("platform_calls", olv_bench::platform_calls::operations);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

@@ -7,22 +7,23 @@
 
 #include <valgrind/callgrind.h>
 
-#include "bed.hpp"
+#include "measured_module.hpp"
 
 namespace {
 
 /** Once round a module's life: what init makes is there before and after. */
 constexpr olv_bench::operation lifecycle[] = {
-    {"shutdown", [](olv_bench::bed &b) { return olv_twamp_shutdown(b.module); }},
-    {"init", [](olv_bench::bed &b) { return olv_twamp_init(b.module); }},
+    {"shutdown", [](olv_bench::measured_module &m) { return olv_twamp_shutdown(m.module); }},
+    {"init", [](olv_bench::measured_module &m) { return olv_twamp_init(m.module); }},
 };
 
 /** Operations in turn. @param dump  Have Callgrind write what each cost. */
-void run_operations(olv_bench::bed &bed, std::span<const olv_bench::operation> operations, bool dump)
+void run_operations(olv_bench::measured_module &module, std::span<const olv_bench::operation> operations,
+                    bool dump)
 {
     for (const olv_bench::operation &operation : operations) {
         CALLGRIND_ZERO_STATS;
-        const std::uint32_t status = operation.run(bed);
+        const std::uint32_t status = operation.run(module);
         if (dump) {
             CALLGRIND_DUMP_STATS_AT(operation.name);
         }
@@ -38,11 +39,11 @@ void run_operations(olv_bench::bed &bed, std::span<const olv_bench::operation> o
 int main()
 {
     try {
-        olv_bench::bed bed(16);
+        olv_bench::measured_module module(16);
         for (const bool dump : {false, true}) { // what happens the first time only is not counted
-            run_operations(bed, olv_bench::operations, dump);
-            run_operations(bed, lifecycle, dump);
-            bed.free_records();
+            run_operations(module, olv_bench::library::operations, dump);
+            run_operations(module, lifecycle, dump);
+            module.free_records();
         }
         return EXIT_SUCCESS;
     } catch (const std::exception &error) {

@@ -2,12 +2,26 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
+#include <stdexcept>
+#include <thread>
 
+#include <poll.h>
+#include <sys/socket.h>
+
+#include "net/twamp_wire.hpp"
 #include "percentiles.hpp"
+#include "reflector_server.hpp"
+#include "udp_socket.hpp"
 
-namespace reflect_bench {
+namespace olv_bench {
 namespace {
 
+namespace wire = olv_net::reflector_packet;
+using clock = std::chrono::steady_clock;
+
+constexpr int patience_milliseconds = 30'000;
+constexpr std::int64_t nanoseconds_in_second = 1'000'000'000;
 constexpr double microsecond = 1e3; ///< In nanoseconds.
 
 /** Nanoseconds that an instant is outside the time from @p begin to @p end; 0 inside. */
@@ -16,82 +30,87 @@ std::int64_t outside(std::int64_t instant, std::int64_t begin, std::int64_t end)
     return std::max({begin - instant, instant - end, std::int64_t{0}});
 }
 
-clock_row row_of(const std::vector<stamped_reply> &replies)
+std::int64_t wall_clock()
+{
+    std::timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now); // cannot fail: the clock exists
+    return std::int64_t{now.tv_sec} * nanoseconds_in_second + now.tv_nsec;
+}
+
+/** A time stamp in nanoseconds since 1970, until 2038. */
+std::int64_t instant_of(const std::uint8_t *stamp)
+{
+    return olv_net::nanoseconds_between(olv_net::ntp_time::from_unix(0, 0), olv_net::load_ntp(stamp));
+}
+
+/** Send a request and wait for the reply. */
+stamped_reply exchange(const udp_socket &socket, const olv_net::socket_address &server)
+{
+    const std::uint8_t request[olv_net::stamp_length] = {};
+    std::uint8_t reply[olv_net::stamp_length];
+    stamped_reply result;
+    result.before_send = wall_clock();
+    const ssize_t sent = sendto(socket.number(), request, sizeof request, 0,
+                                reinterpret_cast<const sockaddr *>(&server.address), server.length);
+    result.after_send = wall_clock();
+    pollfd readable{.fd = socket.number(), .events = POLLIN, .revents = 0};
+    if (sent != sizeof request || poll(&readable, 1, patience_milliseconds) != 1 ||
+        recv(socket.number(), reply, sizeof reply, 0) != sizeof reply) {
+        throw std::runtime_error("a request was not answered");
+    }
+    result.arrival = wall_clock();
+    result.received = instant_of(&reply[wire::receive_timestamp]);
+    result.replied = instant_of(&reply[wire::timestamp]);
+    return result;
+}
+
+} // namespace
+
+run clock_figures(const std::vector<stamped_reply> &replies)
 {
     std::vector<double> offsets;
     std::vector<double> sendings;
     std::int64_t farthest = 0;
+    std::size_t reversed = 0;
     for (const stamped_reply &each : replies) {
         const auto sending = static_cast<double>(each.after_send - each.before_send);
         offsets.push_back(static_cast<double>(each.received - each.before_send) - sending / 2);
         sendings.push_back(sending);
         farthest = std::max({farthest, outside(each.received, each.before_send, each.after_send),
                              outside(each.replied, each.before_send, each.arrival)});
+        reversed += each.replied < each.received ? 1 : 0;
     }
-    return {.replies = replies.size(),
-            .offset = median(std::move(offsets)) / microsecond,
-            .uncertainty = median(std::move(sendings)) / 2 / microsecond,
-            .outside = static_cast<double>(farthest) / microsecond};
+    const double offset = percentile(offsets, 50) / microsecond;
+    const double uncertainty = percentile(sendings, 50) / 2 / microsecond;
+    const double farthest_us = static_cast<double>(farthest) / microsecond;
+    return {.name = "clock/reflector",
+            .figures = {{"offset_us", offset},
+                        {"uncertainty_us", uncertainty},
+                        {"outside_us", farthest_us},
+                        {"error_us", std::max(std::abs(offset) + uncertainty, farthest_us)},
+                        {"replies", static_cast<double>(replies.size())},
+                        {"reversed", static_cast<double>(reversed)}}};
 }
 
-} // namespace
-
-double clock_row::bound() const
+std::vector<run> measure_clock(const clock_options &options)
 {
-    return std::abs(offset) + uncertainty;
-}
-
-void clock_error::add(const stamped_reply &reply)
-{
-    if (rows_.empty()) {
-        start_ = reply.before_send;
+    reflector_server server{1};
+    server.start();
+    const udp_socket socket;
+    std::vector<run> rows;
+    const clock::time_point start = clock::now();
+    for (unsigned number = 0; number < options.intervals; ++number) {
+        const clock::time_point begin = clock::now();
+        std::vector<stamped_reply> replies;
+        do {
+            replies.push_back(exchange(socket, server.address()));
+            std::this_thread::sleep_for(options.pause);
+        } while (clock::now() < begin + options.interval);
+        rows.push_back(clock_figures(replies));
+        rows.back().figures["begin_seconds"] = std::chrono::duration<double>(begin - start).count();
     }
-    const auto row =
-        static_cast<std::size_t>(static_cast<double>(reply.before_send - start_) / nanoseconds_in_row_);
-    rows_.resize(std::max(rows_.size(), row + 1));
-    rows_[row].push_back(reply);
-    reversed_ += reply.replied < reply.received ? 1 : 0;
-}
-
-std::vector<clock_row> clock_error::rows() const
-{
-    std::vector<clock_row> rows;
-    for (std::size_t index = 0; index < rows_.size(); ++index) {
-        if (!rows_[index].empty()) {
-            rows.push_back(row_of(rows_[index]));
-            rows.back().begin_seconds = static_cast<double>(index) * nanoseconds_in_row_ / 1e9;
-        }
-    }
+    server.stop();
     return rows;
 }
 
-double worst_error(const std::vector<clock_row> &rows)
-{
-    double worst = 0;
-    for (const clock_row &each : rows) {
-        worst = std::max({worst, each.bound(), each.outside});
-    }
-    return worst;
-}
-
-double drift_per_hour(const std::vector<clock_row> &rows)
-{
-    if (rows.size() < 2) {
-        return 0;
-    }
-    double mean_time = 0;
-    double mean_offset = 0;
-    for (const clock_row &each : rows) {
-        mean_time += each.begin_seconds / static_cast<double>(rows.size());
-        mean_offset += each.offset / static_cast<double>(rows.size());
-    }
-    double products = 0;
-    double squares = 0;
-    for (const clock_row &each : rows) {
-        products += (each.begin_seconds - mean_time) * (each.offset - mean_offset);
-        squares += (each.begin_seconds - mean_time) * (each.begin_seconds - mean_time);
-    }
-    return products / squares * 3600;
-}
-
-} // namespace reflect_bench
+} // namespace olv_bench

@@ -7,7 +7,7 @@
 
 #include "fastpath/udp/udp_datagrams.hpp"
 
-namespace reflect_bench {
+namespace olv_bench {
 namespace {
 
 constexpr std::size_t longest = 2048;
@@ -16,28 +16,38 @@ constexpr std::size_t batch_length = olv_fastpath::datagram_batch::capacity;
 
 } // namespace
 
+echo_server::~echo_server()
+{
+    end_thread();
+}
+
 void echo_server::start()
 {
-    socket_ = std::make_unique<udp_socket>(olv_net::parse_socket_address("127.0.0.1:0"));
+    socket_.emplace();
     stopping_ = false;
-    thread_ = std::thread{[this] { echo(socket_->number()); }};
+    thread_ = std::thread{[this] { loop_(socket_->number(), stopping_); }};
 }
 
 void echo_server::stop()
+{
+    end_thread();
+    socket_.reset();
+}
+
+void echo_server::end_thread()
 {
     if (!thread_.joinable()) {
         return;
     }
     stopping_ = true;
+    // An empty datagram wakes the thread. Where the socket is full it cannot be sent, nor is it needed.
     const olv_net::socket_address own = address();
-    // Not to be sent when the socket is full, and not needed then.
     (void)sendto(socket_->number(), "", 0, MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&own.address),
                  own.length);
     thread_.join();
-    socket_.reset();
 }
 
-void plain_echo::echo(int socket)
+void echo_one_by_one(int socket, const std::atomic<bool> &stopping)
 {
     std::array<char, longest> buffer{};
     for (;;) {
@@ -45,7 +55,7 @@ void plain_echo::echo(int socket)
         socklen_t sender_length = sizeof sender;
         const ssize_t length = recvfrom(socket, buffer.data(), buffer.size(), 0,
                                         reinterpret_cast<sockaddr *>(&sender), &sender_length);
-        if (is_stopping()) {
+        if (stopping) {
             return;
         }
         if (length >= 0) {
@@ -56,7 +66,7 @@ void plain_echo::echo(int socket)
     }
 }
 
-void batched_echo::echo(int socket)
+void echo_in_batches(int socket, const std::atomic<bool> &stopping)
 {
     std::vector<std::array<char, longest>> buffers(batch_length);
     std::array<sockaddr_in, batch_length> senders{};
@@ -71,7 +81,7 @@ void batched_echo::echo(int socket)
     }
     for (;;) {
         const int received = recvmmsg(socket, messages.data(), batch_length, MSG_WAITFORONE, nullptr);
-        if (is_stopping()) {
+        if (stopping) {
             return;
         }
         const auto count = static_cast<std::size_t>(received < 0 ? 0 : received);
@@ -88,4 +98,4 @@ void batched_echo::echo(int socket)
     }
 }
 
-} // namespace reflect_bench
+} // namespace olv_bench

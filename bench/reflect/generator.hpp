@@ -1,9 +1,9 @@
 /**
  * @file generator.hpp
- * Keeps so many requests on their way to a server and measures what comes back.
+ * Keeps a number of requests on their way to a server and measures what comes back.
  */
-#ifndef REFLECT_BENCH_GENERATOR_HPP
-#define REFLECT_BENCH_GENERATOR_HPP
+#ifndef OLV_BENCH_GENERATOR_HPP
+#define OLV_BENCH_GENERATOR_HPP
 
 #include <array>
 #include <chrono>
@@ -17,15 +17,14 @@
 #include "net/socket_address.hpp"
 #include "udp_socket.hpp"
 
-namespace reflect_bench {
+namespace olv_bench {
 
 struct traffic_options {
     std::uint32_t window = 1;   ///< Requests on their way at the same time.
     std::uint32_t sessions = 1; ///< Source addresses, used in turn; one session is a connected socket.
     std::size_t length = 44;    ///< Octets of a request; 4 to 1472.
-    bool segments = false;      ///< Requests of one session leave as segmented datagrams.
     bool spins = true;          ///< Look for replies without sleeping; needs a core of its own.
-    /** A request that has waited for so long without any reply coming is lost. */
+    /** Requests that wait are lost once no reply at all has come for so long. */
     std::chrono::milliseconds patience{200};
 };
 
@@ -33,7 +32,6 @@ struct traffic_figures {
     std::uint64_t sent = 0;
     std::uint64_t received = 0;             ///< Replies, each to a request that waited for it.
     std::uint64_t lost = 0;                 ///< Requests whose reply did not come: sent = received + lost.
-    std::uint64_t unexpected = 0;           ///< Datagrams that answer no request that waits.
     double seconds = 0;                     ///< From the first request to the end of the last turn.
     std::vector<std::uint32_t> round_trips; ///< Nanoseconds, one for each reply.
 
@@ -44,9 +42,8 @@ struct traffic_figures {
 };
 
 /**
- * One socket and one thread, the caller's. Replies and requests are taken and sent in batches, as many as there
- * are; a batch has one time stamp. A request counts as lost when nothing at all has come for a while. The
- * sessions' source addresses are 127.1.0.1 and those that follow.
+ * One socket, and the thread of its caller. Requests are sent, and replies received, in batches of as many as
+ * there are; a batch has one time stamp. The sessions' source addresses are 127.1.0.1 and those that follow.
  */
 class generator {
   public:
@@ -56,12 +53,14 @@ class generator {
 
     /** @param number_position  Where a reply has the request's first four octets. */
     void aim(const olv_net::socket_address &server, std::size_t number_position);
-    /** Send so many requests, and take what comes back. */
+    /** Send so many requests, and take what comes back.
+     *  @throw std::runtime_error  None can be sent, here and below. */
     void send_requests(std::uint64_t requests);
     /** Send requests for so long. Those under way at the end are waited for, and count. */
     [[nodiscard]] traffic_figures run(std::chrono::nanoseconds duration);
 
-    [[nodiscard]] std::uint16_t port() const { return socket_.local_address().port(); }
+    /** Replies that the kernel has dropped. */
+    [[nodiscard]] std::uint64_t dropped() const { return socket_.dropped(); }
 
   private:
     static constexpr std::size_t batch_length = 64;
@@ -78,9 +77,9 @@ class generator {
 
     void prepare_messages();
     void fill_window(std::uint64_t most);
+    void give_up_sending(clock::time_point now) const;
     /** @return How many were sent. */
     [[nodiscard]] std::uint32_t send_batch(std::uint32_t requests);
-    [[nodiscard]] std::uint32_t send_segments(std::uint32_t requests);
     void write_request(std::size_t place, std::uint32_t number, clock::time_point now);
     std::size_t take_replies();
     void take_reply(std::size_t place, clock::time_point now);
@@ -108,6 +107,6 @@ class generator {
     std::array<mmsghdr, batch_length> reply_messages_{};
 };
 
-} // namespace reflect_bench
+} // namespace olv_bench
 
 #endif

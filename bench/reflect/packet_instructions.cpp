@@ -73,7 +73,7 @@ class driver {
 
     std::vector<std::uint8_t> request_;
     std::vector<std::uint8_t> reply_;
-    reflect_bench::responder_site site_{sessions};
+    olv_bench::responder_site site_{sessions};
     olv_fastpath::reflector reflector_{site_.processor()};
 };
 

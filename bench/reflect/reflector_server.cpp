@@ -3,12 +3,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "fastpath/core/state_entry.hpp"
 #include "hyx.h"
-#include "olv_sim/framework.hpp"
-#include "olv_sim/processor.hpp"
+#include "twamp_program.h"
 
-namespace reflect_bench {
+namespace olv_bench {
 namespace {
 
 constexpr std::uint32_t responder_ids = 16;
@@ -31,7 +29,17 @@ responder_site::responder_site(std::uint32_t sessions)
     require(olv_twamp_responder_create(module_, &info, &responder_), "create a responder");
     const olv_bind_info bind = olv_sim::make_bind_info(module_, framework_.ipv4_module(), &bind_key);
     require(olv_twamp_custom_bind(framework_.system(), &bind), "bind to the IPv4 module");
-    processor_.state(responder_->responder_id)[olv_fastpath::responder_word::maximum_sessions] = sessions;
+    set_maximum_sessions(sessions);
+}
+
+/** The one word of a state entry that its user sets. */
+void responder_site::set_maximum_sessions(std::uint32_t sessions) const
+{
+    twamp_responder_state state{};
+    const std::uint32_t rte = module_->rte_handle;
+    require(hyx_se_state_get(rte, responder_->responder_id, 0, &state, sizeof state), "read the state entry");
+    state.max_sessions = sessions;
+    require(hyx_se_state_set(rte, responder_->responder_id, 0, &state, sizeof state), "write the state entry");
 }
 
 responder_site::~responder_site()
@@ -56,13 +64,12 @@ olv_twamp_responder_stats responder_site::counters() const
     return stats;
 }
 
-reflector_server::reflector_server(std::uint32_t sessions, const olv_fastpath::udp_server_options &options,
-                                   std::uint32_t workers)
+reflector_server::reflector_server(std::uint32_t sessions, std::uint32_t workers)
     : site_(sessions),
       // Each worker has room for all of them, and a quarter more.
       workers_(site_.processor(), {.count = workers,
                                    .reflector = {.session_capacity = (sessions + sessions / 4) * workers},
-                                   .server = options})
+                                   .server = {}})
 {}
 
 void reflector_server::open()
@@ -85,4 +92,4 @@ std::vector<std::uint64_t> reflector_server::replies_by_worker() const
     return replies;
 }
 
-} // namespace reflect_bench
+} // namespace olv_bench

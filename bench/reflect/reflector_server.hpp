@@ -1,10 +1,10 @@
 /**
  * @file reflector_server.hpp
- * The reflector as the control application has it: the module on the software platform, a responder and its
- * output path made by the library, the fast path's server.
+ * The fast path as the control application runs it: a module on the software platform, whose library has made a
+ * responder and bound it, and workers that answer.
  */
-#ifndef REFLECT_BENCH_REFLECTOR_SERVER_HPP
-#define REFLECT_BENCH_REFLECTOR_SERVER_HPP
+#ifndef OLV_BENCH_REFLECTOR_SERVER_HPP
+#define OLV_BENCH_REFLECTOR_SERVER_HPP
 
 #include <cstdint>
 #include <vector>
@@ -15,7 +15,7 @@
 #include "olv_twamp.h"
 #include "server.hpp"
 
-namespace reflect_bench {
+namespace olv_bench {
 
 /** A module with one responder that is bound to the IPv4 module. */
 class responder_site {
@@ -34,6 +34,8 @@ class responder_site {
   private:
     static constexpr std::uint32_t bind_key = 4;
 
+    void set_maximum_sessions(std::uint32_t sessions) const;
+
     olv_sim::framework framework_;
     olv_sim::processor processor_;
     olv_module_handle *module_;
@@ -42,10 +44,7 @@ class responder_site {
 
 class reflector_server final : public server {
   public:
-    explicit reflector_server(std::uint32_t sessions, const olv_fastpath::udp_server_options &options = {},
-                              std::uint32_t workers = 1);
-    ~reflector_server() override = default;
-
+    explicit reflector_server(std::uint32_t sessions, std::uint32_t workers = 1);
     void start() override
     {
         open();
@@ -60,15 +59,16 @@ class reflector_server final : public server {
     {
         return workers_.local_address(listening_);
     }
+    [[nodiscard]] std::uint64_t dropped() const override { return workers_.statistics().socket_full; }
     [[nodiscard]] std::size_t number_position() const override
     {
         return olv_net::reflector_packet::sender_sequence_number;
     }
 
     [[nodiscard]] olv_twamp_responder_stats counters() const { return site_.counters(); }
-    /** Since it was made, by the module's counter. */
+    /** Since it was made, as the module counts. */
     [[nodiscard]] std::uint64_t replies() const { return counters().transmitted; }
-    /** Since it was made, by the sockets' counters. */
+    /** The same by worker, as their sockets count. */
     [[nodiscard]] std::vector<std::uint64_t> replies_by_worker() const;
 
   private:
@@ -77,6 +77,6 @@ class reflector_server final : public server {
     std::size_t listening_ = 0;
 };
 
-} // namespace reflect_bench
+} // namespace olv_bench
 
 #endif

@@ -2,14 +2,15 @@
  * @file server.hpp
  * What is measured: a server that answers datagrams with datagrams of the same length.
  */
-#ifndef REFLECT_BENCH_SERVER_HPP
-#define REFLECT_BENCH_SERVER_HPP
+#ifndef OLV_BENCH_SERVER_HPP
+#define OLV_BENCH_SERVER_HPP
 
 #include <cstddef>
+#include <cstdint>
 
 #include "net/socket_address.hpp"
 
-namespace reflect_bench {
+namespace olv_bench {
 
 class server {
   public:
@@ -24,10 +25,12 @@ class server {
     virtual void stop() = 0;
     /** Of the socket, while it is started. */
     [[nodiscard]] virtual olv_net::socket_address address() const = 0;
+    /** Datagrams that the kernel has dropped at its sockets. */
+    [[nodiscard]] virtual std::uint64_t dropped() const = 0;
     /** Where a reply has the four octets that the request begins with. */
     [[nodiscard]] virtual std::size_t number_position() const = 0;
 };
 
-} // namespace reflect_bench
+} // namespace olv_bench
 
 #endif

@@ -1,41 +1,33 @@
 /**
  * @file udp_socket.hpp
- * A UDP socket of IPv4 with room for bursts, and what the kernel dropped at it.
+ * A UDP socket of IPv4 with room for bursts.
  */
-#ifndef REFLECT_BENCH_UDP_SOCKET_HPP
-#define REFLECT_BENCH_UDP_SOCKET_HPP
+#ifndef OLV_BENCH_UDP_SOCKET_HPP
+#define OLV_BENCH_UDP_SOCKET_HPP
 
 #include <cstdint>
-#include <istream>
-#include <optional>
 
+#include "net/descriptor.hpp"
 #include "net/socket_address.hpp"
 
-namespace reflect_bench {
+namespace olv_bench {
 
 class udp_socket {
   public:
-    /** @throw std::runtime_error  It cannot be bound to the address. */
-    explicit udp_socket(const olv_net::socket_address &address);
-    ~udp_socket();
-    udp_socket(const udp_socket &) = delete;
-    udp_socket &operator=(const udp_socket &) = delete;
+    /** @param text  Its address. @throw std::runtime_error  It cannot be bound to that. */
+    explicit udp_socket(const char *text = "127.0.0.1:0");
 
-    [[nodiscard]] int number() const { return number_; }
+    [[nodiscard]] int number() const { return socket_.number(); }
     /** With the port that it really has. */
     [[nodiscard]] const olv_net::socket_address &local_address() const { return local_; }
+    /** Datagrams that the kernel has dropped here, as the socket was full. */
+    [[nodiscard]] std::uint64_t dropped() const;
 
   private:
-    int number_;
+    olv_net::descriptor socket_;
     olv_net::socket_address local_;
 };
 
-/** Datagrams that the kernel dropped at the socket of a port, from text like that of /proc/net/udp; nothing: no
- *  socket has the port. */
-[[nodiscard]] std::optional<std::uint64_t> dropped_at(std::istream &sockets, std::uint16_t port);
-/** The same of this system's sockets; 0 where it does not tell. */
-[[nodiscard]] std::uint64_t dropped_at(std::uint16_t port);
-
-} // namespace reflect_bench
+} // namespace olv_bench
 
 #endif

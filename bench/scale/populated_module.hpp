@@ -1,6 +1,6 @@
 /**
  * @file populated_module.hpp
- * A module with many responders, and operations on responders chosen at random.
+ * A module with many responders, and operations on some of them.
  */
 #ifndef OLV_BENCH_POPULATED_MODULE_HPP
 #define OLV_BENCH_POPULATED_MODULE_HPP
@@ -9,14 +9,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <random>
-#include <span>
-#include <string>
-#include <vector>
 
-#include "olv_sim/framework.hpp"
-#include "olv_sim/processor.hpp"
-#include "olv_twamp.h"
-#include "twamp_program.h"
+#include "hyx.h"
+#include "measured_module.hpp"
 
 namespace olv_bench {
 
@@ -26,54 +21,51 @@ struct memory_growth {
     std::size_t platform_bytes = 0; ///< All that the platform took from the system, those blocks included.
 };
 
-/** Which responders come next. Either way, with many of them, nothing of theirs is in the processor's caches.
- */
+/** Which responders come next. With many of them the processor's caches hold nothing of theirs, either way. */
 enum class visiting_order : std::uint8_t {
     in_turn,  ///< As they were created: all are visited before one is visited again.
-    at_random ///< Anyone: no hardware can know whose memory will be wanted.
+    at_random ///< Any of them: the processor cannot foresee whose memory will be needed.
 };
+
+/** A deletion, and the release of the record, which belongs to who created it. */
+inline constexpr operation remove_and_free{"delete", [](measured_module &m) {
+                                               const std::uint32_t status = library::remove.run(m);
+                                               hyx_nvm_free(*m.slot);
+                                               *m.slot = nullptr;
+                                               return status;
+                                           }};
 
 class populated_module {
   public:
-    /** Operations that are timed together: what is told apart is not the clock's own time. */
+    /** Operations that are timed together, so that reading the clock takes no share of the time worth counting.
+     */
     static constexpr std::size_t largest_group = 256;
 
     /** @throw std::runtime_error  An operation failed, here and below. */
     explicit populated_module(std::uint32_t responders);
-    ~populated_module();
-    populated_module(const populated_module &) = delete;
-    populated_module &operator=(const populated_module &) = delete;
 
-    [[nodiscard]] std::uint32_t responders() const { return static_cast<std::uint32_t>(handles_.size()); }
-    /** Those that the processor has now. */
-    [[nodiscard]] std::size_t live() const { return processor_.allocated(TWAMP_RESPONDER_NAMESPACE); }
+    [[nodiscard]] std::uint32_t responders() const { return responders_; }
     [[nodiscard]] const memory_growth &memory() const { return memory_; }
-    [[nodiscard]] olv_module_handle &module() { return *module_; }
+    [[nodiscard]] measured_module &module() { return module_; }
 
-    /** Choose the different responders that are timed together. Their handles are at hand then, but not their
-     *  records, nor anything else of theirs. */
+    /** Choose the responders, different ones, that are visited next. Their handles are at hand then, but
+     * nothing else of theirs. */
     void choose(visiting_order order);
     [[nodiscard]] std::size_t chosen() const { return group_; }
-    void read_chosen();
-    void delete_chosen();
-    /** In the place of those that were deleted. */
-    void create_chosen();
-    void bind_chosen();
-    void unbind_chosen();
-    void look_up();
+    /** Call an operation with each of the chosen responders, and with binds of the same numbers. */
+    void run(const operation &operation);
 
   private:
-    void create(twamp_responder_handle *&slot);
+    void populate();
+    /** Let the bind tree take all memory that binds of these responders' numbers need. */
+    void reach_bind_tree();
+    void keep_handles();
     void choose_in_turn();
     void choose_at_random();
-    /** Let the bind tree take the memory that binds of any key here need. */
-    void reach_bind_tree();
 
-    olv_sim::processor processor_;
-    olv_sim::framework framework_;
-    olv_module_handle *module_;
-    std::vector<twamp_responder_handle *> handles_;
-    std::size_t group_;
+    std::uint32_t responders_;
+    measured_module module_;
+    std::size_t group_ = 0;  ///< Responders that are chosen.
     std::uint32_t next_ = 0; ///< In turn.
     std::array<std::uint32_t, largest_group> places_{};
     std::array<twamp_responder_handle *, largest_group> at_hand_{};

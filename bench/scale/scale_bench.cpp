@@ -1,33 +1,55 @@
-// What an operation costs with one responder, and with sixteen million of them. See scripts/bench.sh.
+// scale_bench: what an operation costs beside more and more responders, whose numbers are the arguments. See
+// scripts/bench.sh.
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <exception>
 #include <map>
 #include <memory>
+#include <span>
+#include <stdexcept>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <benchmark/benchmark.h>
 
 #include "populated_module.hpp"
 
 namespace {
 
+using olv_bench::operation;
 using olv_bench::populated_module;
-using clock_type = std::chrono::steady_clock;
 using olv_bench::visiting_order;
-using step = void (populated_module::*)();
+using clock_type = std::chrono::steady_clock;
+namespace library = olv_bench::library;
 
 constexpr std::uint32_t most_responders = 16'000'000;
 
 constexpr std::pair<const char *, visiting_order> orders[] = {{"in_turn", visiting_order::in_turn},
                                                               {"at_random", visiting_order::at_random}};
 
-/** The modules that were asked for so far. Those visited at random are others: who is deleted and created at
- *  random has no neighbour any more. */
-class module_park {
+/** An operation, and those that run before and after it without being timed, so that all stays as it was. */
+struct timed_operation {
+    const operation *before;
+    const operation *timed;
+    const operation *after;
+};
+
+constexpr timed_operation operations[] = {
+    {nullptr, &library::statistics, nullptr},
+    {nullptr, &olv_bench::remove_and_free, &library::create},
+    {&olv_bench::remove_and_free, &library::create, nullptr},
+    {nullptr, &library::bind, &library::unbind},
+    {&library::bind, &library::unbind, nullptr},
+    {nullptr, &library::lookup, nullptr},
+};
+
+/** The modules that were asked for so far. Each order has its own: where responders were deleted and created at
+ *  random, they do not lie beside each other any more. */
+class populated_modules {
   public:
     populated_module &with(std::uint32_t responders, visiting_order order)
     {
@@ -42,40 +64,23 @@ class module_park {
     std::map<std::pair<std::uint32_t, visiting_order>, std::unique_ptr<populated_module>> modules_;
 };
 
-/** An operation on a group of responders; what is done before and after it is not timed. */
-struct timed_operation {
-    const char *name;
-    step before;
-    step timed;
-    step after;
-};
-
-constexpr timed_operation operations[] = {
-    {"statistics", nullptr, &populated_module::read_chosen, nullptr},
-    {"delete", nullptr, &populated_module::delete_chosen, &populated_module::create_chosen},
-    {"create", &populated_module::delete_chosen, &populated_module::create_chosen, nullptr},
-    {"bind", nullptr, &populated_module::bind_chosen, &populated_module::unbind_chosen},
-    {"unbind", &populated_module::bind_chosen, &populated_module::unbind_chosen, nullptr},
-    {"lookup", nullptr, &populated_module::look_up, nullptr},
-};
-
-void take(populated_module &module, step taken)
+void run(populated_module &module, const operation *operation)
 {
-    if (taken != nullptr) {
-        (module.*taken)();
+    if (operation != nullptr) {
+        module.run(*operation);
     }
 }
 
-void measure(benchmark::State &state, populated_module &module, const timed_operation &operation,
+void measure(benchmark::State &state, populated_module &module, const timed_operation &steps,
              visiting_order order)
 {
     for ([[maybe_unused]] auto each : state) {
         module.choose(order);
-        take(module, operation.before);
+        run(module, steps.before);
         const auto start = clock_type::now();
-        take(module, operation.timed);
+        run(module, steps.timed);
         state.SetIterationTime(std::chrono::duration<double>(clock_type::now() - start).count());
-        take(module, operation.after);
+        run(module, steps.after);
     }
     const auto count = static_cast<double>(module.responders());
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(module.chosen()));
@@ -83,48 +88,36 @@ void measure(benchmark::State &state, populated_module &module, const timed_oper
     state.counters["platform_bytes"] = static_cast<double>(module.memory().platform_bytes) / count;
 }
 
-void register_all(module_park &modules, const std::vector<std::uint32_t> &populations)
+void register_all(populated_modules &modules, const std::vector<std::uint32_t> &populations)
 {
-    for (const timed_operation &operation : operations) {
+    for (const timed_operation &steps : operations) {
         for (const auto &[order_name, order] : orders) {
             for (const std::uint32_t responders : populations) {
                 const std::string name =
-                    std::string(operation.name) + "/" + order_name + "/" + std::to_string(responders);
-                benchmark::RegisterBenchmark(name.c_str(), [&operation, &modules, order = order,
+                    std::string(steps.timed->name) + "/" + order_name + "/" + std::to_string(responders);
+                benchmark::RegisterBenchmark(name.c_str(), [&steps, &modules, order = order,
                                                             responders](benchmark::State &state) {
-                    measure(state, modules.with(responders, order), operation, order);
+                    measure(state, modules.with(responders, order), steps, order);
                 })->UseManualTime();
             }
         }
     }
 }
 
-int run_all(int argc, char **argv)
+/** The arguments that are not Google Benchmark's own: numbers of responders. */
+std::vector<std::uint32_t> populations_of(std::span<char *const> arguments)
 {
-    std::vector<std::uint32_t> populations{1, 1000, 1'000'000, most_responders};
-    CLI::App program{"What the library's operations cost beside more and more responders."};
-    program.add_option("--responders", populations, "Numbers of responders")
-        ->delimiter(',')
-        ->check(CLI::Range(std::uint32_t{1}, most_responders));
-    program.allow_extras()->footer("Further options are Google Benchmark's, such as --benchmark_out=FILE.");
-    CLI11_PARSE(program, argc, argv);
-
-    std::vector<std::string> others = program.remaining();
-    std::vector<char *> arguments{argv[0]};
-    for (std::string &each : others) {
-        arguments.push_back(each.data());
+    std::vector<std::uint32_t> populations;
+    for (const std::string_view text : arguments) {
+        std::uint32_t number = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        if (error != std::errc{} || end != text.data() + text.size() || number == 0 ||
+            number > most_responders) {
+            throw std::runtime_error("no number of responders from 1 to 16000000: " + std::string(text));
+        }
+        populations.push_back(number);
     }
-    int count = static_cast<int>(arguments.size());
-    arguments.push_back(nullptr);
-    benchmark::Initialize(&count, arguments.data());
-    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
-        return 2;
-    }
-    module_park modules;
-    register_all(modules, populations);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return populations;
 }
 
 } // namespace
@@ -132,7 +125,12 @@ int run_all(int argc, char **argv)
 int main(int argc, char **argv)
 {
     try {
-        return run_all(argc, argv);
+        benchmark::Initialize(&argc, argv);
+        populated_modules modules;
+        register_all(modules, populations_of(std::span(argv, static_cast<std::size_t>(argc)).subspan(1)));
+        benchmark::RunSpecifiedBenchmarks();
+        benchmark::Shutdown();
+        return 0;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "scale_bench: %s\n", error.what());
         return 2;

@@ -1,14 +1,13 @@
-#include "bed.hpp"
-#include "hyx.h"
-#include "olv_sim/framework.hpp"
-#include "olv_sim/processor.hpp"
-#include "twamp_program.h"
+#include "measured_module.hpp"
 
 #include <stdexcept>
 
+#include "hyx.h"
+#include "twamp_program.h"
+
 namespace olv_bench {
 
-bed::bed(std::uint32_t responders_at_most)
+measured_module::measured_module(std::uint32_t responders_at_most)
     : processor(olv_sim::classifier_program::twamp(responders_at_most)),
       module(framework.create_module({.module_id = olv_sim::module_id_twamp, .processor = &processor})),
       responders(responders_at_most),
@@ -16,7 +15,7 @@ bed::bed(std::uint32_t responders_at_most)
 {
     const std::uint32_t rte = module->rte_handle;
     if (olv_twamp_init(module) != OLV_STATUS_OK ||
-        hyx_rsrc_find(rte, 0, TWAMP_RESPONDER_NAMESPACE, &responder_ns) != 0 ||
+        hyx_rsrc_find(rte, 0, TWAMP_RESPONDER_NAMESPACE, &responder_namespace) != 0 ||
         hyx_ptn_symbol_get_id(rte, TWAMP_RESPONDER_LOOKUP_FUNCTION, &responder_tree) != 0 ||
         hyx_ptn_symbol_get_id(rte, TWAMP_BIND_TO_NEXT_MODULE_FUNCTION, &bind_tree) != 0 ||
         hyx_ptn_symbol_get_id(rte, TWAMP_TO_IP_DIRECT_IMC_FUNCTION, &imc_tree) != 0) {
@@ -24,13 +23,13 @@ bed::bed(std::uint32_t responders_at_most)
     }
 }
 
-bed::~bed()
+measured_module::~measured_module()
 {
     free_records();
     (void)olv_twamp_shutdown(module); // nothing can be done about a failure here
 }
 
-void bed::free_records()
+void measured_module::free_records()
 {
     for (twamp_responder_handle *&responder : responders) {
         if (responder != nullptr) {

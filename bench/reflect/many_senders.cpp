@@ -1,4 +1,4 @@
-#include "crowd.hpp"
+#include "many_senders.hpp"
 
 #include <array>
 
@@ -6,16 +6,17 @@
 
 #include "net/twamp_wire.hpp"
 
-namespace reflect_bench {
+namespace olv_bench {
 
-crowd::crowd(std::size_t senders)
+many_senders::many_senders(std::size_t senders)
 {
     while (senders_.size() < senders) {
-        senders_.emplace_back(olv_net::parse_socket_address("127.0.0.1:0"));
+        senders_.emplace_back();
     }
 }
 
-std::uint64_t crowd::send(std::span<const olv_net::socket_address> servers, std::uint32_t requests_each) const
+std::uint64_t many_senders::send(std::span<const olv_net::socket_address> servers,
+                                 std::uint32_t requests_each) const
 {
     const std::array<unsigned char, olv_net::stamp_length> request{};
     std::uint64_t sent = 0;
@@ -31,7 +32,7 @@ std::uint64_t crowd::send(std::span<const olv_net::socket_address> servers, std:
     return sent;
 }
 
-std::uint64_t crowd::take_replies() const
+std::uint64_t many_senders::take_replies() const
 {
     std::uint64_t taken = 0;
     unsigned char octet = 0;
@@ -43,4 +44,4 @@ std::uint64_t crowd::take_replies() const
     return taken;
 }
 
-} // namespace reflect_bench
+} // namespace olv_bench
