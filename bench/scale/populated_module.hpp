@@ -43,6 +43,9 @@ class populated_module {
 
     /** @throw std::runtime_error  An operation failed, here and below. */
     explicit populated_module(std::uint32_t responders);
+    ~populated_module() { keep_handles(); } // whose records the module frees
+    populated_module(const populated_module &) = delete;
+    populated_module &operator=(const populated_module &) = delete;
 
     [[nodiscard]] std::uint32_t responders() const { return responders_; }
     [[nodiscard]] const memory_growth &memory() const { return memory_; }
