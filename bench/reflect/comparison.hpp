@@ -29,7 +29,7 @@ struct comparison_options {
 };
 
 /**
- * Measure one case. In each round each server has a turn, another one first each time.
+ * Measure one case. In each round every server has a turn, and another one begins.
  * @return A run for each turn, "WINDOW/SESSIONS/OCTETS/SERVER"; servers are plain_echo, batched_echo and
  * reflector. "WINDOW/SESSIONS/OCTETS/module" has `sessions_missed`: how many of the sessions the module has not
  * counted.

@@ -14,7 +14,7 @@
 
 namespace olv_bench {
 
-/** Echo what a socket gets until told to stop, in a datagram's time at the latest. */
+/** Echoes what a socket gets. Once it is to stop, the next datagram ends it. */
 using echo_loop = void (*)(int socket, const std::atomic<bool> &stopping);
 /** One datagram at a time: recvfrom, sendto. */
 void echo_one_by_one(int socket, const std::atomic<bool> &stopping);

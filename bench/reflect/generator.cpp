@@ -127,7 +127,7 @@ void generator::fill_window(std::uint64_t most)
     }
 }
 
-/** One that could not be sent now, as a server was not there, say, may be sent later. None for long: never. */
+/** Requests that cannot be sent now, as no server is there, may be sent later; but not for ever. */
 void generator::give_up_sending(clock::time_point now) const
 {
     if (waiting_ == 0 && now - last_reply_ > options_.patience) {
