@@ -1,4 +1,4 @@
-"""The shell of twampctl as one works in it. OLV_TWAMPCTL is the program."""
+"""The programs as one works with them. OLV_TWAMPCTL and OLV_TWAMP_PROBE are their files."""
 
 import os
 import re
@@ -6,6 +6,7 @@ import signal
 import socket
 import subprocess
 import unittest
+from pathlib import Path
 
 from terminal import COLUMNS, ROWS, Terminal
 
@@ -14,33 +15,26 @@ CONTROL_D = "\x04"
 UP = "\033[A"
 
 
+TWAMPCTL = os.environ["OLV_TWAMPCTL"]
+TWAMP_PROBE = os.environ["OLV_TWAMP_PROBE"]
+
+
 class Shell(unittest.TestCase):
-    def start(self, *words: str, **options: str) -> Terminal:
-        terminal = Terminal(*(words or ("shell",)), **options)
+    def start(self, **options: str) -> Terminal:
+        terminal = Terminal(TWAMPCTL, "shell", **options)
         self.addCleanup(terminal.close)
-        if not words:
-            terminal.wait_for_prompt()
+        terminal.wait_for_prompt()
         return terminal
 
-    def test_greets_and_runs_commands(self) -> None:
+    def test_errors_are_told_in_its_own_way(self) -> None:
         terminal = self.start()
-        self.assertEqual(
-            terminal.lines(),
-            [
-                "twampctl on the software platform. 'help' lists the commands, Tab completes",
-                "them, 'quit' or Ctrl-D takes everything down and ends.",
-                "twampctl>",
-            ],
-        )
-        self.assertEqual(terminal.run("up"), ["module initialised"])
-        self.assertEqual(terminal.run("responder create west"), ["responder west created: ID 0x1"])
-        self.assertEqual(
-            terminal.run("responder stats east"), ["error: no responder 'east'; there are: west"]
-        )
-        self.assertEqual(
-            terminal.run("statsu"), ["error: there is no command 'statsu'; did you mean 'stats'?; try 'help'"]
-        )
-        self.assertEqual(terminal.run("echo 'a  b"), ["error: a quote is not closed, or the line ends in a backslash"])
+        terminal.run("up")
+        for line, error in (
+            ("responder stats east", "no responder 'east', nor any other; 'responder create east' creates it"),
+            ("statsu", "there is no command 'statsu'; did you mean 'stats'?; try 'help'"),
+            ("echo 'a  b", "a quote is not closed, or the line ends in a backslash"),
+        ):
+            self.assertEqual(" ".join(terminal.run(line)), "error: " + error)
 
     def test_the_prompt_is_there_when_keys_are_taken_one_by_one(self) -> None:
         # What is typed between the two would be shown twice. On one processor that is the program's only while nobody
@@ -54,8 +48,7 @@ class Shell(unittest.TestCase):
         for _ in range(300):
             before = len(terminal.written)
             terminal.type("\r")
-            while b"twampctl> " not in terminal.written[before:]:
-                terminal.read()
+            terminal.wait_until(lambda at, before=before: b"twampctl> " in at.written[before:])
             self.assertTrue(terminal.is_editing())
 
     def test_quit_and_end_of_input_take_everything_down(self) -> None:
@@ -69,22 +62,18 @@ class Shell(unittest.TestCase):
                 rows = [row for row in terminal.lines() if row]
                 self.assertEqual(rows[-2:], ["responder west deleted", "module shut down"])
 
-    def test_termination_at_the_prompt_takes_everything_down(self) -> None:
-        terminal = self.start()
-        terminal.run("up")
-        terminal.child.kill(signal.SIGTERM)
-        self.assertEqual(terminal.wait_for_end(), 1)
-        self.assertIn("module shut down", terminal.lines())
-
-    def test_termination_while_watching_takes_everything_down(self) -> None:
-        terminal = self.start()
-        terminal.run("up")
-        terminal.type("watch --interval 0.05\r")
-        terminal.wait_until(lambda at: "RESPONDER" in "\n".join(at.lines()))
-        terminal.child.kill(signal.SIGTERM)
-        self.assertEqual(terminal.wait_for_end(), 1)
-        self.assertIn("error: terminated while watching", terminal.lines())
-        self.assertIn("module shut down", terminal.lines())
+    def test_termination_takes_everything_down(self) -> None:
+        for watching in (False, True):
+            with self.subTest(watching=watching):
+                terminal = self.start()
+                terminal.run("up")
+                if watching:
+                    terminal.type("watch --interval 0.05\r")
+                    terminal.wait_until(lambda at: "RESPONDER" in "\n".join(at.lines()))
+                terminal.child.kill(signal.SIGTERM)
+                self.assertEqual(terminal.wait_for_end(), 1)
+                self.assertEqual("error: terminated while watching" in terminal.lines(), watching)
+                self.assertIn("module shut down", terminal.lines())
 
     def test_history_comes_back(self) -> None:
         terminal = self.start()
@@ -98,10 +87,9 @@ class Shell(unittest.TestCase):
         terminal.wait_until(lambda at: at.lines()[-2:] == ["first", "twampctl>"])
         terminal.type("quit\r")
         self.assertEqual(terminal.wait_for_end(), 0)
-        file = os.path.join(terminal.folder, "history")
-        with open(file, encoding="utf-8") as saved:
-            self.assertIn("echo\\040second\n", saved.read())
-        later = self.start(history=file)
+        file = Path(terminal.folder, "history")
+        self.assertIn("echo\\040second\n", file.read_text(encoding="utf-8"))
+        later = self.start(history=str(file))
         later.type(UP + UP)
         later.wait_for_prompt("echo first")
 
@@ -111,40 +99,30 @@ class Shell(unittest.TestCase):
         self.assertEqual(terminal.wait_for_end(), 0)
         self.assertIn("the history could not be saved to /nonexistent/history", terminal.lines())
 
-    def expect_completion(self, terminal: Terminal, begun: str, completed: str) -> None:
-        terminal.type(begun + "\t")
-        terminal.wait_for_prompt(completed)
-        terminal.type(CONTROL_C)
-        terminal.wait_for_prompt()
-
     def test_tab_completes(self) -> None:
         terminal = self.start()
-        for line in ("up", "responder create western", "responder create westward", "responder create Küche",
-                     "responder create Köln"):
-            terminal.run(line)
+        terminal.run("up")
+        for number, name in enumerate(("western", "westward", "Küche", "Köln"), 1):
+            self.assertEqual(terminal.run("responder create " + name), [f"responder {name} created: ID 0x{number}"])
         for name in ("setup.twamp", "a folder"):
-            with open(os.path.join(terminal.folder, name), "w", encoding="utf-8"):
-                pass
-        for begun, completed in (
-            ("respo", "responder"),
-            ("responder cr", "responder create"),
-            ("responder create --se", "responder create --sessions"),
-            ("responder stats w", "responder stats west"),
-            ("responder stats weste", "responder stats western"),
-            ("responder stats Kü", "responder stats Küche"),
-            ("responder stats K", "responder stats K"),
-            ("fault set hyx_se_state_s", "fault set hyx_se_state_set"),
-            ("tree default olv_twamp.twamp_b", "tree default olv_twamp.twamp_bind_to_next_module"),
-            ("processor use m", "processor use main"),
-            ("script se", "script setup.twamp"),
-            ("script a", "script a\\ folder"),
-            ("help responder st", "help responder stat"),
-            ("nonsense x", "nonsense x"),
-            ("log level ", "log level"),
-            ("echo 'a", "echo 'a"),
+            Path(terminal.folder, name).touch()
+        for begun, completed in (  # what is typed before Tab, the line then: | is its end
+            ("responder create --se", "responder create --sessions |"),
+            ("responder stats w", "responder stats west|"),
+            ("responder stats weste", "responder stats western |"),
+            ("responder stats Kü", "responder stats Küche |"),
+            ("responder stats K", "responder stats K|"),
+            ("processor use m", "processor use main |"),
+            ("script se", "script setup.twamp |"),
+            ("script a", "script a\\ folder |"),
+            ("log level ", "log level |"),
+            ("echo 'a", "echo 'a|"),
         ):
             with self.subTest(begun=begun):
-                self.expect_completion(terminal, begun, completed)
+                terminal.type(begun + "\t|")
+                terminal.wait_for_prompt(completed)
+                terminal.type(CONTROL_C)
+                terminal.wait_for_prompt()
 
     def test_tab_lists_several(self) -> None:
         terminal = self.start()
@@ -184,49 +162,51 @@ class Shell(unittest.TestCase):
         terminal.wait_for_prompt()
         self.assertEqual(terminal.run("echo on"), ["on"])
 
-    def test_names_beyond_ascii(self) -> None:
-        terminal = self.start()
-        terminal.run("up")
-        self.assertEqual(terminal.run("responder create Zürich"), ["responder Zürich created: ID 0x1"])
-        self.assertEqual(terminal.run("responder delete Zürich"), ["responder Zürich deleted"])
-
     def test_watch_stays_in_its_place(self) -> None:
         terminal = self.start()
-        terminal.run("up")
-        terminal.run("bind ipv4")
-        terminal.run("responder create west")
+        for line in ("up", "bind ipv4", "responder create west"):
+            terminal.run(line)
         terminal.type("responder create --count 40\r")
         terminal.wait_until(lambda at: "responder 40 created: ID 0x29" in at.lines())
         terminal.wait_for_prompt()
-        address = re.search(r"listening at 127\.0\.0\.1:(\d+)", terminal.run("listen 127.0.0.1:0 --responder west")[0])
-        self.assertIsNotNone(address)
+        listening = terminal.run("listen 127.0.0.1:0 --responder west")[0]
         for _ in range(30):  # a session each, as all are open at once
             sender = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
             self.addCleanup(sender.close)
-            sender.sendto(bytes(41), ("127.0.0.1", int(address[1])))
-        terminal.type("watch --interval 0.3 --count 8\r")
-        terminal.wait_until(lambda at: at.lines()[-2:] == ["and 24 more", ""])  # a whole screen
-        self.assertIn("and 35 more", terminal.lines())
-        scrolled = len(terminal.screen.history.top)
-        start = len(terminal.written)
-        terminal.wait_until(lambda at: at.written[start:].count(b"every 0.3 s") >= 2 or at.lines()[-1] == "twampctl>")
+            sender.settimeout(60)
+            sender.sendto(bytes(41), ("127.0.0.1", int(listening.rpartition(":")[2])))
+            self.assertEqual(len(sender.recv(100)), 41)
+        before, scrolled = len(terminal.written), len(terminal.screen.history.top)
+        terminal.type("watch --interval 0.1 --count 4\r")
+        terminal.wait_until(lambda at: at.written[before:].count(b"every 0.1 s") == 4)
         terminal.wait_for_prompt()
-        self.assertLessEqual(len(terminal.screen.history.top) - scrolled, 1)
+        self.assertLessEqual(len(terminal.screen.history.top) - scrolled, ROWS)  # for four screens
         rows = terminal.lines()
-        top = next(number for number, row in enumerate(rows) if row.startswith("processor main, module up, every "))
-        self.assertLessEqual(len(rows) - top, ROWS)
         self.assertEqual(sum("RESPONDER" in row and "RECEIVED/S" in row for row in rows), 1)
-        self.assertIn("total    received 30  sent 30  dropped 0", rows)
-        for line in terminal.written[start:].split(b"\r\n"):
+        for row in ("total    received 30  sent 30  dropped 0", "and 35 more", "and 24 more"):
+            self.assertIn(row, rows)
+        for line in terminal.written[before:].split(b"\r\n"):
             self.assertLessEqual(len(re.sub(rb"\033\[[0-9?]*[A-Za-z]", b"", line)), COLUMNS)
+
+
+class Progress(unittest.TestCase):
+    def test_of_the_probe_is_redrawn_in_place_and_wiped_away(self) -> None:
+        silent = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.addCleanup(silent.close)
+        silent.bind(("127.0.0.1", 0))
+        terminal = Terminal(TWAMP_PROBE, f"127.0.0.1:{silent.getsockname()[1]}", "--count=1000", "--interval=60000")
+        self.addCleanup(terminal.close)
+        terminal.wait_until(lambda at: at.written.count(b" s, sent 1 of 1000, received 0") >= 2)
+        self.assertRegex("\n".join(terminal.lines()), r"^1000 packets of 41 .*\n[0-9.]+ s, sent 1 of 1000, received 0$")
+        terminal.child.kill(signal.SIGINT)
+        self.assertEqual(terminal.wait_for_end(), 1)
+        self.assertNotIn(" of 1000, received 0", "\n".join(terminal.lines()))
+        self.assertIn("twamp-probe: interrupted", terminal.lines())
 
 
 class Help(unittest.TestCase):
     def program(self, *words: str) -> str:
-        finished = subprocess.run(
-            [os.environ["OLV_TWAMPCTL"], *words], check=True, capture_output=True, text=True, timeout=100
-        )
-        return finished.stdout
+        return subprocess.run([TWAMPCTL, *words], check=True, capture_output=True, text=True, timeout=100).stdout
 
     def commands(self) -> list[list[str]]:
         """All commands, as the overview and the completion have them."""

@@ -15,9 +15,9 @@ ROWS = 24
 
 
 class Terminal:
-    """twampctl on a pseudo-terminal, with a screen that shows what it writes."""
+    """A program on a pseudo-terminal, with a screen that shows what it writes."""
 
-    def __init__(self, *words: str, history: str | None = None) -> None:
+    def __init__(self, program: str, *words: str, history: str | None = None) -> None:
         environment = {**os.environ, "TERM": "xterm", "LC_ALL": "C.UTF-8"}
         self._folder = tempfile.TemporaryDirectory()  # pylint: disable=consider-using-with
         self.folder = self._folder.name
@@ -25,9 +25,7 @@ class Terminal:
         self.screen = pyte.HistoryScreen(COLUMNS, ROWS, history=10000)
         self._stream = pyte.ByteStream(self.screen)
         self.written = b""
-        self.child = pexpect.spawn(
-            os.environ["OLV_TWAMPCTL"], list(words), dimensions=(ROWS, COLUMNS), env=environment, cwd=self.folder
-        )
+        self.child = pexpect.spawn(program, list(words), dimensions=(ROWS, COLUMNS), env=environment, cwd=self.folder)
         self.child.delaybeforesend = None
 
     def close(self) -> None:
@@ -89,7 +87,6 @@ class Terminal:
 
     def wait_for_end(self) -> int:
         """Read to the end. Returns the exit status, or the negative number of the signal."""
-        while self.read():
-            pass
+        self.wait_until(lambda at: not at.read())
         self.child.wait()
         return self.child.exitstatus if self.child.exitstatus is not None else -self.child.signalstatus
