@@ -5,9 +5,13 @@
 #include <csignal>
 #include <cstring>
 #include <fstream>
+#include <ostream>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -35,20 +39,49 @@ std::string content_of(int descriptor)
     }
 }
 
-[[noreturn]] void become(char *const *arguments, int output, int errors,
+[[noreturn]] void become(char *const *arguments, int input, int output, int errors,
                          const child_program::preparation &prepare)
 {
     (void)prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that crashes leaves nothing running
+    (void)std::signal(SIGPIPE, SIG_DFL);
     if (prepare && !prepare()) {
         _exit(preparation_failed);
     }
-    if (dup2(output, STDOUT_FILENO) >= 0 && dup2(errors, STDERR_FILENO) >= 0) {
+    if (dup2(input, STDIN_FILENO) >= 0 && dup2(output, STDOUT_FILENO) >= 0 &&
+        dup2(errors, STDERR_FILENO) >= 0) {
         execv(arguments[0], arguments);
     }
     _exit(program_missing);
 }
 
 } // namespace
+
+bool holds_in_time(const std::function<bool()> &condition)
+{
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+void PrintTo(const finished_program &program, std::ostream *out)
+{
+    *out << "status " << program.status << "\noutput:\n" << program.output << "errors:\n" << program.errors;
+}
+
+finished_program ends(int status, const std::string &output, const std::string &errors)
+{
+    return {.status = status, .output = output, .errors = errors};
+}
+
+finished_program prints(const std::string &output)
+{
+    return ends(0, output, "");
+}
 
 child_program::child_program(const std::string &path, const std::vector<std::string> &arguments,
                              const preparation &prepare)
@@ -61,13 +94,17 @@ child_program::child_program(const std::string &path, const std::vector<std::str
         pointers.push_back(argument.data());
     }
     pointers.push_back(nullptr);
-    process_ = fork();
+    (void)std::signal(SIGPIPE, SIG_IGN); // feed() sees that nobody reads
+    std::array<int, 2> pipe_ends{};
+    process_ = pipe2(pipe_ends.data(), O_CLOEXEC) == 0 ? fork() : -1;
     if (process_ == 0) {
-        become(pointers.data(), output_, errors_, prepare);
+        become(pointers.data(), pipe_ends[0], output_, errors_, prepare);
     }
     if (process_ < 0) {
-        throw std::runtime_error(std::string("fork: ") + std::strerror(errno));
+        throw std::runtime_error("no program can be started: " + std::string(std::strerror(errno)));
     }
+    (void)close(pipe_ends[0]); // the program has it
+    input_ = pipe_ends[1];
     process_descriptor_ = static_cast<int>(syscall(SYS_pidfd_open, process_, 0));
 }
 
@@ -77,7 +114,7 @@ child_program::~child_program()
         send_signal(SIGKILL);
         (void)waitpid(process_, nullptr, 0); // it is gone either way
     }
-    for (const int descriptor : {output_, errors_, process_descriptor_}) {
+    for (const int descriptor : {input_, output_, errors_, process_descriptor_}) {
         (void)close(descriptor); // all was read
     }
 }
@@ -93,8 +130,16 @@ bool child_program::has_ended(std::chrono::milliseconds limit) const
     return poll(&watched, 1, static_cast<int>(limit.count())) > 0;
 }
 
-int child_program::wait()
+void child_program::feed(const std::string &text) const
 {
+    if (write(input_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        throw std::runtime_error("the program takes no input; printed: " + written() + written(stream::errors));
+    }
+}
+
+finished_program child_program::wait()
+{
+    (void)close(std::exchange(input_, -1)); // it was empty, or has been written
     const bool in_time = has_ended(patience);
     if (!in_time) {
         send_signal(SIGKILL);
@@ -102,40 +147,38 @@ int child_program::wait()
     int status = 0;
     (void)waitpid(process_, &status, 0); // our own child
     waited_ = true;
-    if (!in_time) {
-        return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    const int ended = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return ends(in_time ? ended : -1, written(), written(stream::errors));
 }
 
-std::string child_program::wait_for_line(const std::string &start) const
+finished_program child_program::stop(int signal)
 {
-    return wait_for_line(output_, start);
+    send_signal(signal);
+    return wait();
 }
 
-std::string child_program::wait_for_error_line(const std::string &start) const
+std::string child_program::wait_for_line(const std::string &start, stream from) const
 {
-    return wait_for_line(errors_, start);
-}
-
-std::string child_program::wait_for_line(int descriptor, const std::string &start) const
-{
-    std::string line;
-    (void)holds_in_time([&] {
-        const std::string text = '\n' + content_of(descriptor);
-        const std::size_t found = text.find('\n' + start);
-        const std::size_t newline = found == std::string::npos ? found : text.find('\n', found + 1);
-        if (newline != std::string::npos) {
-            line = text.substr(found + 1, newline - found - 1);
+    std::string rest;
+    const auto is_there = [&] {
+        std::istringstream lines{written(from)};
+        for (std::string line; std::getline(lines, line) && !lines.eof();) {
+            if (line.starts_with(start)) {
+                rest = line.substr(start.size());
+                return true;
+            }
         }
-        return !line.empty();
-    });
-    return line;
+        return false;
+    };
+    if (!holds_while_it_runs(is_there)) {
+        throw std::runtime_error("no line '" + start + "'; printed: " + written() + written(stream::errors));
+    }
+    return rest;
 }
 
 bool child_program::wait_until_asleep() const
 {
-    return holds_in_time([&] {
+    return holds_while_it_runs([&] {
         std::ifstream file{"/proc/" + std::to_string(process_) + "/stat"};
         std::string text;
         std::getline(file, text);
@@ -144,37 +187,20 @@ bool child_program::wait_until_asleep() const
     });
 }
 
-bool child_program::holds_in_time(const std::function<bool()> &condition) const
+bool child_program::holds_while_it_runs(const std::function<bool()> &condition) const
 {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    for (;;) {
-        const bool last = has_ended(std::chrono::milliseconds(0)) || std::chrono::steady_clock::now() >= end;
-        if (condition()) {
-            return true;
-        }
-        if (last) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    bool held = false;
+    (void)holds_in_time([&] {
+        const bool last = has_ended(std::chrono::milliseconds(0)); // what it wrote is there now
+        held = condition();
+        return held || last;
+    });
+    return held;
 }
 
-std::string child_program::output() const
+std::string child_program::written(stream to) const
 {
-    return content_of(output_);
-}
-
-std::string child_program::errors() const
-{
-    return content_of(errors_);
-}
-
-finished_program run_program(const std::string &path, const std::vector<std::string> &arguments,
-                             const child_program::preparation &prepare)
-{
-    child_program program{path, arguments, prepare};
-    const int status = program.wait();
-    return {.status = status, .output = program.output(), .errors = program.errors()};
+    return content_of(to == stream::output ? output_ : errors_);
 }
 
 } // namespace e2e

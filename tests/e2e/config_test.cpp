@@ -1,14 +1,9 @@
 // "twampctl run --config": the file, the command line above it, --check.
 
-#include <csignal>
-#include <cstdio>
-#include <fstream>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include "control_program.hpp"
+#include "programs.hpp"
 
 namespace e2e {
 namespace {
@@ -16,39 +11,27 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-/** A configuration that is gone after the test. */
-class config_file {
-  public:
-    explicit config_file(const std::string &text)
-        : name_(testing::TempDir() + "config_" + std::to_string(getpid()) + ".json")
+/** A folder with a configuration. */
+struct config_file {
+    explicit config_file(const std::string &text) { folder.write("config.json", text); }
+    /** Run "twampctl run --config config.json OPTIONS". */
+    [[nodiscard]] finished_program run(const std::string &options) const
     {
-        std::ofstream{name_} << text;
+        return twampctl("run --config config.json " + options, folder.enter());
     }
-    ~config_file() { (void)std::remove(name_.c_str()); } // nothing else looks at it
-    config_file(const config_file &) = delete;
-    config_file &operator=(const config_file &) = delete;
-    [[nodiscard]] const std::string &name() const { return name_; }
 
-  private:
-    std::string name_;
+    test_folder folder;
 };
 
 TEST(Config, IsRunWith)
 {
-    const config_file file{R"({
-  "listen": ["127.0.0.1:0", "[::1]:0"],
-  "responders": 1,
-  "tables": true,
-  "imc": true,
-  "log-level": 7,
-  "duration": 0
-})"};
-    control_program control{{"--config", file.name()}};
-    ASSERT_EQ(control.addresses().size(), 2u);
-    const finished_program finished = control.wait();
+    const config_file file{R"({"listen": ["127.0.0.1:0", "[::1]:0"], "responders": 1, "tables": true,
+                               "imc": true, "log-level": 7, "duration": 0})"};
+    const finished_program finished = file.run("");
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(finished.errors, "");
     EXPECT_THAT(finished.output, HasSubstr("\nlog level 7\nresponder 1 created: ID 0x1\nbound to the IPv4"));
+    EXPECT_THAT(finished.output, testing::ContainsRegex("\nready 127\\.0\\.0\\.1:[0-9]+ \\[::1\\]:[0-9]+\n"));
     EXPECT_THAT(finished.output, Not(HasSubstr("responder 2")));
     EXPECT_THAT(finished.output, HasSubstr("\nTables:\n"));
     EXPECT_THAT(finished.output, HasSubstr("call to the IPv6 module: tree function 0x101\n"));
@@ -58,75 +41,53 @@ TEST(Config, GivesWayToTheCommandLine)
 {
     const config_file file{
         R"({"listen": ["127.0.0.1:0", "[::1]:0"], "responders": 3, "tables": true, "duration": 1000})"};
-    control_program control{{"--duration", "0", "--config", file.name(), "--listen", "127.0.0.1:0",
-                             "--responders", "2", "--tables=false"}};
-    ASSERT_EQ(control.addresses().size(), 1u);
-    EXPECT_THAT(control.addresses()[0], testing::StartsWith("127.0.0.1:"));
-    const finished_program finished = control.wait();
+    const finished_program finished =
+        file.run("--duration 0 --listen 127.0.0.1:0 --responders 2 --tables=false");
     EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, testing::ContainsRegex("\nready 127\\.0\\.0\\.1:[0-9]+\n"));
     EXPECT_THAT(finished.output, HasSubstr("responder 2 created: ID 0x2\n"));
     EXPECT_THAT(finished.output, Not(HasSubstr("responder 3")));
     EXPECT_THAT(finished.output, Not(HasSubstr("Tables")));
-}
-
-TEST(Config, IsOnlyCheckedWhereThatIsAsked)
-{
-    const config_file file{R"({"listen": ["127.0.0.1:0"]})"};
-    const finished_program finished = run_control({"--config", file.name(), "--check"});
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_EQ(finished.output, file.name() + ": good\n");
-    EXPECT_EQ(finished.errors, "");
-}
-
-TEST(Config, ExampleIsGood)
-{
-    const std::string example = std::string(SOURCE_FOLDER) + "/docs/examples/twampctl.json";
-    const finished_program finished = run_control({"--config", example, "--check"});
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_EQ(finished.output, example + ": good\n");
 }
 
 TEST(Config, ErrorsAreShownTogetherWithTheirLines)
 {
     const config_file file{
         "{\n  \"listen\": [\"127.0.0.1:0\", \"127.0.0.1\"],\n  \"sesions\": 4,\n  \"rate\": 0\n}\n"};
-    for (const auto &arguments :
-         {std::vector<std::string>{"--config", file.name(), "--check"},
-          std::vector<std::string>{"--config", file.name(), "--listen", "127.0.0.1:0"}}) {
-        const finished_program finished = run_control(arguments);
-        EXPECT_EQ(finished.status, 2);
-        EXPECT_EQ(finished.output, "");
-        const std::string start = "twampctl: " + file.name();
-        EXPECT_EQ(finished.errors,
-                  start + ":2: listen[1]: address '127.0.0.1': there is no port; write it as 127.0.0.1:8620\n" +
-                      start + ":3: sesions: there is no such key; did you mean 'sessions'?\n" + start +
-                      ":4: rate: Value 0 not in range 1 to 1000000000\n");
+    for (const char *options : {"--check", "--listen 127.0.0.1:0"}) {
+        EXPECT_EQ(file.run(options),
+                  ends(2, "",
+                       "twampctl: config.json:2: listen[1]: address '127.0.0.1': there is no port; "
+                       "write it as 127.0.0.1:8620\n"
+                       "twampctl: config.json:3: sesions: there is no such key; did you mean "
+                       "'sessions'?\n"
+                       "twampctl: config.json:4: rate: Value 0 not in range 1 to 1000000000\n"));
     }
 }
 
 TEST(Config, IsCheckedTogetherWithTheCommandLine)
 {
     const config_file file{R"({"sessions": 16777216})"};
-    EXPECT_EQ(run_control({"--config", file.name(), "--check"}).errors,
+    EXPECT_EQ(file.run("--check").errors,
               "twampctl: no address to listen on; give one such as --listen 127.0.0.1:8620\n");
-    EXPECT_EQ(run_control({"--config", file.name(), "--check", "--listen", "127.0.0.1:0"}).status, 0);
-    const finished_program finished =
-        run_control({"--config", file.name(), "--check", "--listen", "127.0.0.1:0", "--listen", "127.0.0.1:0"});
-    EXPECT_EQ(finished.status, 2);
-    EXPECT_EQ(finished.errors,
-              "twampctl: 2 responders have no room for 16777216 sessions each, but for 16777216 together\n");
+    EXPECT_EQ(file.run("--check --listen 127.0.0.1:0"), prints("config.json: good\n"));
+    EXPECT_EQ(file.run("--check --listen 127.0.0.1:0 --listen 127.0.0.1:0"),
+              ends(2, "",
+                   "twampctl: 2 responders have no room for 16777216 sessions each, but "
+                   "for 16777216 together\n"));
 }
 
 TEST(Config, ThatCannotBeReadIsAnError)
 {
-    const finished_program missing = run_control({"--config", "/nonexistent/config"});
-    EXPECT_EQ(missing.status, 2);
-    EXPECT_EQ(missing.errors, "twampctl: cannot read the configuration /nonexistent/config: "
-                              "No such file or directory\n");
-    EXPECT_EQ(run_control({"--config", "/"}).errors,
-              "twampctl: cannot read the configuration /: Is a directory\n");
-    EXPECT_EQ(run_control({"--config", "/dev/zero"}).errors,
-              "twampctl: cannot read the configuration /dev/zero: it is longer than 1 MiB\n");
+    const std::pair<const char *, const char *> rows[] = {{"/nonexistent/config", "No such file or directory"},
+                                                          {"/", "Is a directory"},
+                                                          {"/dev/zero", "it is longer than 1 MiB"}};
+    for (const auto &[name, reason] : rows) {
+        const finished_program finished = twampctl(std::string("run --config ") + name);
+        EXPECT_EQ(finished.status, 2);
+        EXPECT_EQ(finished.errors,
+                  std::string("twampctl: cannot read the configuration ") + name + ": " + reason + "\n");
+    }
 }
 
 } // namespace

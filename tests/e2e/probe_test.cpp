@@ -1,96 +1,260 @@
-// twamp-probe against the module, and against nobody.
+// twamp-probe: what it sends and how, what it makes of replies, and how it ends.
 
-#include <chrono>
 #include <csignal>
-#include <ostream>
+#include <functional>
+#include <set>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "control_program.hpp"
+#include "network.hpp"
+#include "programs.hpp"
 
 namespace e2e {
 namespace {
 
+using std::chrono::milliseconds;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-struct size_row {
-    const char *label;
-    const char *listen;
-    std::vector<std::string> arguments;
-    const char *first_line; ///< Without the address.
-};
+// ---------------------------------------------------------------------------------------------------------
+// Packets
+// ---------------------------------------------------------------------------------------------------------
 
-void PrintTo(const size_row &row, std::ostream *out)
+TEST(Probe, FindsEveryReplyValid)
 {
-    *out << row.label;
+    control_program control{"--listen 127.0.0.1:0 --listen [::1]:0 --stamp-mode stateful"};
+    const std::pair<const char *, const char *> rows[] = {{"", "41"},
+                                                          {"--size 14", "14"},
+                                                          {"--size 44", "44"},
+                                                          {"--size 65507", "65507"},
+                                                          {"--dscp 46", "41"},
+                                                          {"--stamp", "44"},
+                                                          {"--stamp --size 1400", "1400"}};
+    for (const std::size_t listener : {0u, 1u}) {
+        for (const auto &[options, length] : rows) {
+            const std::string address = control.address(listener);
+            SCOPED_TRACE(address + " " + options);
+            const finished_program probe = measure(address + " --count 30 --interval 0.5 " + options);
+            EXPECT_EQ(probe.status, 0);
+            EXPECT_EQ(probe.errors, "");
+            EXPECT_THAT(probe.output,
+                        StartsWith(std::string("30 packets of ") + length + " octets to " + address +
+                                   "\nsent: 30\nreceived: 30\nvalid: 30\ninvalid: 0\nlost: 0 (0.00 %)\n"
+                                   "duplicates: 0\nround trip in microseconds: min "));
+        }
+        EXPECT_THAT(measure(control.address(listener) + " --count 3 --ttl 17").output,
+                    ContainsRegex("\nhops forward: min 0, max 0 \\(TTL 17 to 17, sent with 17\\)\n"
+                                  "hops backward: min 0, max 0 \\(TTL [0-9]+ to [0-9]+, "));
+    }
 }
 
-class ProbeSizes : public testing::TestWithParam<size_row> {};
-
-TEST_P(ProbeSizes, AllRepliesAreValid)
+octets padding_of_a_packet(const std::string &options)
 {
-    control_program control{{"--listen", GetParam().listen}};
-    ASSERT_EQ(control.addresses().size(), 1u);
-    std::vector<std::string> arguments{control.addresses()[0], "--count", "30", "--interval", "2"};
-    arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
-    const finished_program probe = run_probe(arguments);
+    loopback_socket silent;
+    EXPECT_EQ(twamp_probe(silent.address() + " --count 1 --timeout 0 --size 100 " + options).status, 1);
+    const octets request = silent.receive();
+    return {request.begin() + 14, request.end()};
+}
+
+TEST(Probe, PadsWithZerosOrAtRandom)
+{
+    EXPECT_EQ(padding_of_a_packet("--padding zero"), octets(86));
+    EXPECT_EQ(padding_of_a_packet("--stamp"), octets(86));
+    const octets random = padding_of_a_packet("--padding random");
+    EXPECT_EQ(random.size(), 86u);
+    EXPECT_GT(std::set<std::uint8_t>(random.begin(), random.end()).size(), 10u);
+    EXPECT_NE(random, padding_of_a_packet(""));
+}
+
+TEST(Probe, ResolvesNames)
+{
+    control_program control{"--listen 127.0.0.1:0"};
+    const std::string port = control.address().substr(control.address().find(':'));
+    EXPECT_THAT(measure("localhost" + port + " -4 --count 2 --interval 1").output,
+                StartsWith("2 packets of 41 octets to " + control.address() + "\nsent: 2\nreceived: 2\n"));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Senders, floods, durations
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(ProbeSenders, TakeTurnsInsideTheInterval)
+{
+    const loopback_socket silent;
+    const finished_program probe =
+        twamp_probe(silent.address() + " --senders 2 --count 1 --interval 60 --timeout 0 --format csv");
+    EXPECT_EQ(probe.status, 1);
+    const std::size_t second = probe.output.find(",0,", probe.output.rfind("127.0.0.1:")) + 3;
+    EXPECT_GE(std::stod(probe.output.substr(second)), 30'000);
+}
+
+TEST(ProbeFlood, SendsAsMuchAsComesBack)
+{
+    control_program control{"--listen 127.0.0.1:0"};
+    const finished_program probe = measure(control.address() + " --flood --window 8 --count 2000 --senders 2");
     EXPECT_EQ(probe.status, 0);
     EXPECT_EQ(probe.errors, "");
-    EXPECT_THAT(probe.output, StartsWith(GetParam().first_line));
-    EXPECT_THAT(probe.output, HasSubstr("\nsent: 30\n"
-                                        "received: 30\n"
-                                        "valid: 30\n"
-                                        "invalid: 0\n"
-                                        "lost: 0 (0.00 %)\n"
-                                        "duplicates: 0\n"
-                                        "round trip in microseconds: min "));
-    EXPECT_THAT(probe.output, ContainsRegex("min -?[0-9.]+, median [0-9.]+, p99 [0-9.]+, max [0-9.]+\n"));
-    EXPECT_EQ(control.stop(SIGINT).status, 0);
+    EXPECT_THAT(probe.output, HasSubstr("\nsent: 4000\nreceived: 4000\nvalid: 4000\n"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Ipv4, ProbeSizes,
-    testing::Values(size_row{"Default", "127.0.0.1:0", {}, "30 packets of 41 octets to 127.0.0.1:"},
-                    size_row{"Size14", "127.0.0.1:0", {"--size", "14"}, "30 packets of 14 "},
-                    size_row{"Size41", "127.0.0.1:0", {"--size", "41"}, "30 packets of 41 "},
-                    size_row{"Size44", "127.0.0.1:0", {"--size", "44"}, "30 packets of 44 "},
-                    size_row{"Size1400", "127.0.0.1:0", {"--size", "1400"}, "30 packets of 1400 "},
-                    size_row{"Size65507", "127.0.0.1:0", {"--size", "65507"}, "30 packets of 65507 "},
-                    size_row{"Dscp46", "127.0.0.1:0", {"--dscp", "46"}, "30 packets of 41 "},
-                    size_row{"Stamp", "127.0.0.1:0", {"--stamp"}, "30 packets of 44 "},
-                    size_row{"Stamp1400", "127.0.0.1:0", {"--stamp", "--size", "1400"}, "30 packets of 1400 "}),
-    [](const auto &row) { return std::string(row.param.label); });
-
-INSTANTIATE_TEST_SUITE_P(
-    Ipv6, ProbeSizes,
-    testing::Values(size_row{"Default", "[::1]:0", {}, "30 packets of 41 octets to [::1]:"},
-                    size_row{"Size14", "[::1]:0", {"--size", "14"}, "30 packets of 14 "},
-                    size_row{"Size41", "[::1]:0", {"--size", "41"}, "30 packets of 41 "},
-                    size_row{"Size1400", "[::1]:0", {"--size", "1400"}, "30 packets of 1400 "},
-                    size_row{"Size65507", "[::1]:0", {"--size", "65507"}, "30 packets of 65507 "},
-                    size_row{"Dscp46", "[::1]:0", {"--dscp", "46"}, "30 packets of 41 "},
-                    size_row{"Stamp", "[::1]:0", {"--stamp"}, "30 packets of 44 "}),
-    [](const auto &row) { return std::string(row.param.label); });
-
-TEST(Probe, AcceptsStatelessReplies)
+TEST(ProbeFlood, HasNoMoreThanTheWindowOnTheirWay)
 {
-    control_program control{{"--listen", "127.0.0.1:0", "--stamp-mode", "stateless"}};
-    ASSERT_EQ(control.addresses().size(), 1u);
-    EXPECT_EQ(run_probe({control.addresses()[0], "--stamp", "--count", "20", "--interval", "0.5"}).status, 0);
-    EXPECT_EQ(control.stop(SIGINT).status, 0);
-}
-
-TEST(Probe, CountsAClosedPortAsLoss)
-{
-    std::string address;
-    {
-        const loopback_socket closed;
-        address = closed.address();
+    loopback_socket reflector;
+    child_program probe{TWAMP_PROBE,
+                        words_of(reflector.address() + " --stamp --flood --window 3 --count 4 --timeout 60")};
+    std::vector<octets> requests;
+    for (int packet = 0; packet < 3; ++packet) {
+        requests.push_back(reflector.receive());
     }
-    const finished_program probe = run_probe({address, "--count", "10", "--interval", "1", "--timeout", "20"});
+    EXPECT_FALSE(reflector.receive_within(milliseconds(50)));
+    const auto answer = [&](std::size_t packet, std::uint8_t number) {
+        octets reply = reply_to(requests[packet]);
+        reply[3] = number;
+        reflector.answer(reply);
+    };
+    answer(1, 0);
+    requests.push_back(reflector.receive());
+    EXPECT_EQ(requests[3][3], 3);
+    answer(0, 1);
+    answer(2, 2);
+    answer(3, 3);
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("\nreordered: 1 (25.00 %)\n"));
+}
+
+TEST(ProbeFlood, LostPacketsLeaveTheWindow)
+{
+    const loopback_socket silent;
+    const finished_program probe =
+        twamp_probe(silent.address() + " --flood --window 2 --count 6 --timeout 0.02 --format csv");
+    EXPECT_EQ(probe.status, 1);
+    EXPECT_EQ(count_lines(probe.output, ",lost,"), 6);
+}
+
+TEST(ProbeDuration, EndsWhenItsTimeIsOver)
+{
+    control_program control{"--listen 127.0.0.1:0 --listen [::1]:0"};
+    const auto start = std::chrono::steady_clock::now();
+    const finished_program probe = measure(control.address(0) + " --duration 0.1 --interval 10");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(100));
+    EXPECT_EQ(probe.status, 0);
+    EXPECT_THAT(probe.output,
+                StartsWith("packets of 41 octets to " + control.address(0) + " for 0.1 s\nsent: "));
+    const int sent = std::stoi(probe.output.substr(probe.output.find("\nsent: ") + 7));
+    EXPECT_GE(sent, 1);
+    EXPECT_LE(sent, 10);
+    EXPECT_EQ(measure(control.address(1) + " --duration 0.1 --flood --window 4").status, 0);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Replies
+// ---------------------------------------------------------------------------------------------------------
+
+/** Begin a measurement with packets of 50 octets. */
+child_program probe_of(const loopback_socket &reflector, const std::string &options)
+{
+    return {TWAMP_PROBE, words_of(reflector.address() + " --size 50 " + options)};
+}
+
+TEST(ProbeReply, ThatIsWrongIsFoundOut)
+{
+    const std::function<void(octets &)> mistakes[] = {
+        [](octets &reply) { reply[35] ^= 1; },      // sender's time stamp
+        [](octets &reply) { reply[36] ^= 1; },      // sender's error estimate
+        [](octets &reply) { reply[40] = 0; },       // sender's TTL
+        [](octets &reply) { reply[3] = 0; },        // sequence number
+        [](octets &reply) { reply[23] = 3; },       // received after it was sent back
+        [](octets &reply) { reply[13] = 0; },       // error estimate
+        [](octets &reply) { reply[49] ^= 0x80; },   // padding
+        [](octets &reply) { reply[24] = 1; },       // sender's sequence number
+        [](octets &reply) { reply[15] = 1; },       // zero
+        [](octets &reply) { reply[38] = 1; },       //
+        [](octets &reply) { reply.clear(); },       // length
+        [](octets &reply) { reply.pop_back(); },    //
+        [](octets &reply) { reply.push_back(0); }}; //
+    loopback_socket reflector;
+    child_program probe = probe_of(reflector, "--count 14 --interval 1 --timeout 60");
+    reflector.answer(reply_to(reflector.receive()));
+    for (const auto &spoil : mistakes) {
+        const octets good = reply_to(reflector.receive());
+        octets reply = good;
+        spoil(reply);
+        reflector.answer(reply);
+        reflector.answer(good); // a duplicate where the wrong one tells which packet it answers
+    }
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.output, HasSubstr("sent: 14\n"
+                                           "received: 27\n"
+                                           "valid: 7\n"
+                                           "invalid: 13\n"
+                                           "  wrong length: 3\n"
+                                           "  a field that must be zero is not: 2\n"
+                                           "  sender sequence number never sent: 1\n"
+                                           "  sender timestamp not as sent: 1\n"
+                                           "  sender error estimate not as sent: 1\n"
+                                           "  sender TTL 0: 1\n"
+                                           "  reflector sequence number not above the one before: 1\n"
+                                           "  received after it was sent back: 1\n"
+                                           "  error estimate with multiplier 0: 1\n"
+                                           "  padding not as sent: 1\n"
+                                           "lost: 0 (0.00 %)\n"
+                                           "duplicates: 7\n"));
+}
+
+TEST(ProbeReply, WithoutTheZerosThatWereSentIsFoundOut)
+{
+    loopback_socket reflector;
+    child_program probe{TWAMP_PROBE,
+                        words_of(reflector.address() + " --padding zero --size 44 --count 1 --timeout 60")};
+    octets reply = reply_to(reflector.receive());
+    reply[43] = 1;
+    reflector.answer(reply);
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.output, HasSubstr("invalid: 1\n  padding not as sent: 1\n"));
+}
+
+TEST(ProbeReply, ThatComesTwiceOrWithAnotherTtlIsForgiven)
+{
+    loopback_socket reflector;
+    child_program probe = probe_of(reflector, "--count 2 --interval 1 --timeout 60");
+    const octets first = reply_to(reflector.receive());
+    reflector.answer(first);
+    reflector.answer(first);
+    octets second = reply_to(reflector.receive());
+    second[40] = 64;
+    reflector.answer(second);
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("received: 3\nvalid: 2\ninvalid: 0\nlost: 0 (0.00 %)\n"
+                                           "duplicates: 1\nsender TTL not 255: 1\n"));
+}
+
+TEST(ProbeReply, ThatIsMissingIsWaitedForAndLost)
+{
+    loopback_socket reflector;
+    const auto start = std::chrono::steady_clock::now();
+    child_program probe = probe_of(reflector, "--count 2 --interval 1 --timeout 0.5");
+    reflector.answer(reply_to(reflector.receive()));
+    const finished_program finished = probe.wait();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.errors, "");
+    EXPECT_THAT(finished.output, HasSubstr("sent: 2\nreceived: 1\nvalid: 1\ninvalid: 0\nlost: 1 (50.00 %)\n"));
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Ends
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(ProbeEnd, AtAClosedPort)
+{
+    const std::string address = closed_address();
+    const finished_program probe = twamp_probe(address + " --count 10 --interval 1 --timeout 20");
     EXPECT_EQ(probe.status, 1);
     EXPECT_EQ(probe.errors, "twamp-probe: " + address + ": connection refused\n");
     EXPECT_THAT(probe.output, HasSubstr("sent: 10\n"
@@ -100,36 +264,68 @@ TEST(Probe, CountsAClosedPortAsLoss)
                                         "lost: 10 (100.00 %)\n"
                                         "duplicates: 0\n"
                                         "round trip: not measured\n"));
+    EXPECT_THAT(twamp_probe(address + " --count 3 --interval 1 --format json").output,
+                HasSubstr("\n  \"refused\": true,\n"));
 }
 
-TEST(Probe, EndsWhenNobodyAnswers)
+TEST(ProbeEnd, BySignalShowsWhatThereIs)
 {
-    const loopback_socket silent;
-    const auto start = std::chrono::steady_clock::now();
-    const finished_program probe =
-        run_probe({silent.address(), "--count", "5", "--interval", "20", "--timeout", "0.4"});
-    const auto taken = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(probe.status, 1);
-    EXPECT_EQ(probe.errors, "");
-    EXPECT_THAT(probe.output, HasSubstr("lost: 5 (100.00 %)\n"));
-    EXPECT_GE(taken, std::chrono::milliseconds(400));
-    EXPECT_LT(taken, patience);
+    for (const int signal : {SIGINT, SIGTERM}) {
+        loopback_socket reflector;
+        child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --interval 100000 --format json")};
+        reflector.answer(reply_to(reflector.receive()));
+        const finished_program finished = probe.stop(signal);
+        EXPECT_EQ(finished.status, 1);
+        EXPECT_EQ(finished.errors, "twamp-probe: interrupted\n");
+        EXPECT_THAT(finished.output, HasSubstr("\n  \"interrupted\": true,\n"));
+        EXPECT_THAT(finished.output, HasSubstr("\n    \"sent\": 1,\n"));
+    }
 }
 
-class ProbeStopped : public testing::TestWithParam<int> {};
+// ---------------------------------------------------------------------------------------------------------
+// Mistakes
+// ---------------------------------------------------------------------------------------------------------
 
-TEST_P(ProbeStopped, PrintsWhatItHas)
+TEST(ProbeMistake, IsSaidInOneLine)
 {
-    loopback_socket silent;
-    child_program probe{TWAMP_PROBE, {silent.address(), "--count", "1000", "--interval", "1000"}};
-    ASSERT_TRUE(silent.receive());
-    probe.send_signal(GetParam());
-    EXPECT_EQ(probe.wait(), 1);
-    EXPECT_THAT(probe.output(), HasSubstr("\nsent: 1\nreceived: 0\n"));
-    EXPECT_EQ(probe.errors(), "twamp-probe: interrupted\n");
+    const std::pair<const char *, const char *> rows[] = {
+        {"", "ADDRESS:PORT is required; try twamp-probe --help"},
+        {"192.0.2.1", "address '192.0.2.1': no port; type 192.0.2.1:862"},
+        {"127.0.0.1:862 -6", "no IPv6 address for '127.0.0.1': Address family for hostname not supported"},
+        {"127.0.0.1:862 -4 -6", "-4 excludes -6; try twamp-probe --help"},
+        {"127.0.0.1:862 --nope", "The following argument was not expected: --nope; try twamp-probe --help"},
+        {"127.0.0.1:862 --count 1 --duration 1", "--count excludes --duration; try twamp-probe --help"},
+        {"127.0.0.1:862 --flood --interval 1", "--interval excludes --flood; try twamp-probe --help"},
+        {"127.0.0.1:862 --window 1", "--window requires --flood; try twamp-probe --help"},
+        {"127.0.0.1:862 --senders 2 --count 5000001",
+         "2 senders of 5000001 packets are more than 10000000 packets together"},
+        {"127.0.0.1:862 --stamp --size 43", "a STAMP packet has at least 44 octets, not 43"},
+        {"127.0.0.1:862 --stamp --padding random",
+         "a STAMP packet is filled with zeros; leave --padding or --stamp out"},
+        {"127.0.0.1:862 --histogram --format json", "--histogram goes with --format text alone, not with json"},
+        {"127.0.0.1:862 --plot delay.jpg", "cannot draw 'delay.jpg': the name has to end in .svg or .png"},
+        {"127.0.0.1:862 --plot .svg", "cannot draw '.svg': the name has to end in .svg or .png"},
+        {"127.255.255.255:862", "cannot reach 127.255.255.255:862: Permission denied"},
+    };
+    for (const auto &[line, error] : rows) {
+        EXPECT_EQ(twamp_probe(line), ends(2, "", std::string("twamp-probe: ") + error + "\n")) << line;
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, ProbeStopped, testing::Values(SIGINT, SIGTERM));
+TEST(ProbeMistake, OutsideOfARangeNamesTheOption)
+{
+    for (const char *option :
+         {"--senders 0", "--senders 257", "--count 0", "--count 10000001", "--duration 0", "--duration nan",
+          "--interval -1", "--interval nan", "--window 0", "--window 65537", "--timeout nan", "--size 13",
+          "--size 65508", "--dscp 64", "--ttl 0", "--ttl 256", "--padding ones", "--format xml"}) {
+        SCOPED_TRACE(option);
+        const finished_program probe = twamp_probe(std::string("127.0.0.1:862 ") + option);
+        EXPECT_EQ(probe.status, 2);
+        EXPECT_EQ(probe.output, "");
+        EXPECT_THAT(probe.errors, StartsWith("twamp-probe: " + words_of(option)[0] + ": "));
+        EXPECT_EQ(count_lines(probe.errors, ""), 1);
+    }
+}
 
 } // namespace
 } // namespace e2e

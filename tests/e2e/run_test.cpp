@@ -1,16 +1,19 @@
-// "twampctl run": its course, its reports, its way down.
+// "twampctl run": its course, its reports, its workers, its way down, and what it cannot begin with.
 
 #include <csignal>
-#include <cstdio>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <ostream>
-#include <thread>
+
+#include <sched.h>
+#include <sys/prctl.h>
+
+#include <linux/capability.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "control_program.hpp"
+#include "network.hpp"
+#include "programs.hpp"
 
 namespace e2e {
 namespace {
@@ -18,58 +21,23 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char *nothing_left = "left behind: 0 blocks, 0 responder IDs, 0 responder entries, "
-                                     "0 bind entries, 0 patterns, 0 violations\n";
-
-TEST(Run, PrintsEachStepUpAndDown)
+TEST(Run, IsStoppedBySignals)
 {
-    control_program control{{"--listen", "127.0.0.1:0", "--duration", "0.1"}};
-    ASSERT_EQ(control.addresses().size(), 1u);
-    const finished_program finished = control.wait();
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_EQ(finished.errors, "");
-    EXPECT_EQ(finished.output, "module initialised\n"
-                               "responder 1 created: ID 0x1\n"
-                               "bound to the IPv4 module: key 4\n"
-                               "ready " +
-                                   control.addresses()[0] +
-                                   "\n"
-                                   "end of the duration\n"
-                                   "packets no longer answered\n"
-                                   "\n"
-                                   "Statistics of responder 1, ID 0x1:\n"
-                                   "TWAMP responder statistics (Non-zero only)\n"
-                                   "\n"
-                                   "Statistics of the module:\n"
-                                   "TWAMP global statistics (Non-zero only)\n"
-                                   "\n"
-                                   "unbound from the IPv4 module\n"
-                                   "responder 1 deleted\n"
-                                   "module shut down\n" +
-                                   nothing_left);
+    for (const int signal : {SIGINT, SIGTERM}) {
+        control_program control{"--listen 127.0.0.1:0"};
+        const finished_program finished = control.stop(signal);
+        EXPECT_EQ(finished.status, 0);
+        EXPECT_EQ(finished.errors, "");
+        EXPECT_THAT(finished.output, HasSubstr("\nstopped by a signal\npackets no longer answered\n"));
+        EXPECT_THAT(finished.output, HasSubstr(nothing_left));
+    }
 }
-
-class RunStopped : public testing::TestWithParam<int> {};
-
-TEST_P(RunStopped, BySignal)
-{
-    control_program control{{"--listen", "127.0.0.1:0"}};
-    ASSERT_EQ(control.addresses().size(), 1u);
-    const finished_program finished = control.stop(GetParam());
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_EQ(finished.errors, "");
-    EXPECT_THAT(finished.output, HasSubstr("stopped by a signal\n"));
-    EXPECT_THAT(finished.output, HasSubstr(nothing_left));
-}
-
-INSTANTIATE_TEST_SUITE_P(Signals, RunStopped, testing::Values(SIGINT, SIGTERM));
 
 TEST(Run, CountsPacketsOfBothFamilies)
 {
-    control_program control{{"--listen", "127.0.0.1:0", "--listen", "[::1]:0"}};
-    ASSERT_EQ(control.addresses().size(), 2u);
-    EXPECT_EQ(run_probe({control.addresses()[0], "--count", "150", "--interval", "1"}).status, 0);
-    EXPECT_EQ(run_probe({control.addresses()[1], "--count", "50", "--interval", "1"}).status, 0);
+    control_program control{"--listen 127.0.0.1:0 --listen [::1]:0 --format text"};
+    EXPECT_EQ(measure(control.address(0) + " --count 150 --interval 1").status, 0);
+    EXPECT_EQ(measure(control.address(1) + " --count 50 --interval 1").status, 0);
     const finished_program finished = control.stop(SIGINT);
     EXPECT_EQ(finished.status, 0);
     EXPECT_THAT(finished.output, HasSubstr("Statistics of responder 1, ID 0x1:\n"
@@ -88,207 +56,211 @@ TEST(Run, CountsPacketsOfBothFamilies)
                                            "TWAMP global statistics (Non-zero only)\n"
                                            "Total received packets: 200\n"
                                            "Total transmitted packets: 200\n"
-                                           "\n"));
-    EXPECT_THAT(finished.output, HasSubstr("unbound from the IPv6 module\n"
+                                           "\n"
+                                           "unbound from the IPv6 module\n"
                                            "unbound from the IPv4 module\n"
                                            "responder 2 deleted\n"
                                            "responder 1 deleted\n"
                                            "module shut down\n"));
 }
 
-TEST(Run, CountsPacketsThatAreTooShort)
-{
-    control_program control{{"--listen", "127.0.0.1:0"}};
-    ASSERT_EQ(control.addresses().size(), 1u);
-    loopback_socket sender;
-    sender.send_to(control.addresses()[0], std::vector<std::uint8_t>(13));
-    EXPECT_EQ(run_probe({control.addresses()[0], "--count", "1"}).status, 0); // the short one came before it
-    const finished_program finished = control.stop(SIGINT);
-    EXPECT_THAT(finished.output, HasSubstr("received packets: 2\n"
-                                           "transmitted packets: 1\n"
-                                           "Packets dropped due to length check failed: 1\n"
-                                           "Number of active sessions: 1\n"));
-    EXPECT_THAT(finished.output, HasSubstr("Total received packets: 2\n"
-                                           "Total transmitted packets: 1\n"
-                                           "Packets dropped due to length check failed: 1\n"));
-}
-
 TEST(Run, SharesAResponderBetweenAddresses)
 {
-    control_program control{{"--listen", "127.0.0.1:0", "--listen", "127.0.0.1:0", "--responders", "1"}};
-    ASSERT_EQ(control.addresses().size(), 2u);
-    EXPECT_EQ(run_probe({control.addresses()[0], "--count", "5"}).status, 0);
-    EXPECT_EQ(run_probe({control.addresses()[1], "--count", "7"}).status, 0);
+    control_program control{"--listen 127.0.0.1:0 --listen 127.0.0.1:0 --responders 1"};
+    EXPECT_EQ(measure(control.address(0) + " --count 5 --interval 1").status, 0);
+    EXPECT_EQ(measure(control.address(1) + " --count 7 --interval 1").status, 0);
     const finished_program finished = control.stop(SIGINT);
-    EXPECT_EQ(finished.status, 0);
     EXPECT_THAT(finished.output, HasSubstr("\nreceived packets: 12\n"));
     EXPECT_THAT(finished.output, Not(HasSubstr("responder 2")));
 }
 
-TEST(Run, CreatesMoreRespondersThanAddresses)
+TEST(Run, PrintsTablesAndCallsOfMoreRespondersThanAddresses)
 {
     const finished_program finished =
-        run_control({"--listen", "[::1]:0", "--responders", "3", "--duration", "0", "--tables"});
+        twampctl("run --listen [::1]:0 --responders 3 --duration 0 --tables --imc");
     EXPECT_EQ(finished.status, 0);
     EXPECT_THAT(finished.output, HasSubstr("responder 3 created: ID 0x3\nbound to the IPv6 module: key 6\n"));
     EXPECT_EQ(count_lines(finished.output, "bound to"), 1);
-    EXPECT_THAT(finished.output, HasSubstr("olv_twamp.twamp_responder_lookup, 0x3, DEFINED\n"));
-    EXPECT_THAT(finished.output, HasSubstr(nothing_left));
-}
-
-TEST(Run, PrintsTablesAndCalls)
-{
-    const finished_program finished =
-        run_control({"--listen", "127.0.0.1:0", "--listen", "[::1]:0", "--duration", "0", "--tables", "--imc"});
-    EXPECT_EQ(finished.status, 0);
     EXPECT_THAT(finished.output,
                 HasSubstr("\nTables:\n"
                           "olv_twamp.twamp_responder_lookup, RESPONDER-ID, DEFINED/NOT_DEFINED \n"
                           "olv_twamp.twamp_responder_lookup, 0x1, DEFINED\n"
                           "olv_twamp.twamp_responder_lookup, 0x2, DEFINED\n"
+                          "olv_twamp.twamp_responder_lookup, 0x3, DEFINED\n"
                           "olv_twamp.twamp_bind_to_next_module, "));
-    EXPECT_EQ(count_lines(finished.output, "olv_twamp.twamp_bind_to_next_module, "), 2);
     EXPECT_THAT(finished.output, HasSubstr("call to the IPv4 module: tree function 0x101\n"
                                            "call to the IPv6 module: tree function 0x101\n"));
+    EXPECT_THAT(finished.output, HasSubstr(nothing_left));
+}
+
+TEST(Run, ShowsRatesWhenItIsTold)
+{
+    control_program control{"--listen 127.0.0.1:0 --watch"};
+    EXPECT_EQ(control.wait_for_line("received "), "0.0/s  sent 0.0/s  dropped 0.0/s  sessions 0");
+    EXPECT_EQ(control.stop(SIGINT).status, 0);
 }
 
 TEST(Run, UndoesWhatWasDoneWhenAStepFails)
 {
-    const finished_program finished =
-        run_control({"--listen", "127.0.0.1:0", "--responders", "3", "--capacity", "2"});
-    EXPECT_EQ(finished.status, 1);
-    EXPECT_EQ(finished.errors,
-              "twampctl: cannot create responder 3: status 0x3001D TWAMP_STATUS_INDEX_ALLOC_FAILED: "
-              "TWAMP: responder ID could not be allocated\n");
-    EXPECT_EQ(finished.output, std::string("module initialised\n"
-                                           "responder 1 created: ID 0x1\n"
-                                           "responder 2 created: ID 0x2\n"
-                                           "responder 2 deleted\n"
-                                           "responder 1 deleted\n"
-                                           "module shut down\n") +
-                                   nothing_left);
+    EXPECT_EQ(twampctl("run --listen 127.0.0.1:0 --responders 3 --capacity 2"),
+              ends(1,
+                   std::string("module initialised\n"
+                               "responder 1 created: ID 0x1\n"
+                               "responder 2 created: ID 0x2\n"
+                               "responder 2 deleted\n"
+                               "responder 1 deleted\n"
+                               "module shut down\n") +
+                       nothing_left,
+                   "twampctl: cannot create responder 3: status 0x3001D "
+                   "TWAMP_STATUS_INDEX_ALLOC_FAILED: TWAMP: responder ID could not be allocated\n"));
 }
 
-TEST(Run, EndsIdleSessions)
+TEST(Run, TracesToAFileOrStandardError)
 {
-    control_program control{{"--listen", "127.0.0.1:0", "--refwait", "1"}};
-    ASSERT_EQ(control.addresses().size(), 1u);
-    EXPECT_EQ(run_probe({control.addresses()[0], "--count", "2"}).status, 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1300));
-    EXPECT_EQ(run_probe({control.addresses()[0], "--count", "2"}).status, 0);
-    EXPECT_THAT(control.stop(SIGINT).output, HasSubstr("Number of active sessions: 1\n"));
-}
-
-// ---------------------------------------------------------------------------------------------------------
-// Logs and traces
-// ---------------------------------------------------------------------------------------------------------
-
-struct verbose_row {
-    const char *step;
-    const char *line; ///< Logged in this step, on its way between the lines of the program.
-};
-
-void PrintTo(const verbose_row &row, std::ostream *out)
-{
-    *out << row.step;
-}
-
-class RunVerbose : public testing::TestWithParam<verbose_row> {};
-
-TEST_P(RunVerbose, LogsOneStep)
-{
-    const finished_program finished = run_control(
-        {"--listen", "127.0.0.1:0", "--duration", "0", "--tables", "--imc", "--verbose-step", GetParam().step});
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_EQ(count_lines(finished.output, "log-level set to 0xf"), 1) << finished.output;
-    EXPECT_THAT(finished.output, HasSubstr(GetParam().line));
-    EXPECT_THAT(finished.output, HasSubstr(nothing_left));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Steps, RunVerbose,
-    testing::Values(verbose_row{"bind", "Custom Bind Successfully done.\nbound to the IPv4 module: key 4\n"},
-                    verbose_row{"create", "log-level set to 0xf\nresponder 1 created: ID 0x1\n"},
-                    verbose_row{"statistics", "log-level set to 0xf\n\nStatistics of responder 1"},
-                    verbose_row{"tables", "log-level set to 0xf\nTables:\n"},
-                    verbose_row{"imc", "log-level set to 0xf\ncall to the IPv4 module"},
-                    verbose_row{"unbind", "Custom Un Bind Successfully done.\nunbound from the IPv4 module\n"},
-                    verbose_row{"delete", "log-level set to 0xf\nresponder 1 deleted\n"},
-                    verbose_row{"shutdown", "log-level set to 0xf\n[twamp_log: info] "}),
-    [](const auto &row) { return std::string(row.param.step); });
-
-TEST(Run, LogsNothingUnlessAsked)
-{
-    const finished_program finished = run_control({"--listen", "127.0.0.1:0", "--duration", "0"});
-    EXPECT_EQ(count_lines(finished.output, "twamp_log"), 0);
-}
-
-TEST(Run, KeepsTheLogLevelItIsGiven)
-{
-    const finished_program finished =
-        run_control({"--listen", "127.0.0.1:0", "--duration", "0", "--log-level", "15"});
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_THAT(finished.output, HasSubstr("\nlog level 15\n"));
-    EXPECT_EQ(count_lines(finished.output, "Custom Bind Successfully done."), 1);
-    EXPECT_EQ(count_lines(finished.output, "Custom Un Bind Successfully done."), 1);
-}
-
-TEST(Run, TracesToStandardError)
-{
-    const finished_program finished =
-        run_control({"--listen", "127.0.0.1:0", "--duration", "0", "--trace", "-"});
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_THAT(finished.errors, HasSubstr("olv_twamp_init"));
-    EXPECT_THAT(finished.errors, HasSubstr("olv_twamp_responder_delete"));
-}
-
-TEST(Run, TracesToAFile)
-{
-    const std::string name = testing::TempDir() + "trace_" + std::to_string(getpid());
-    const finished_program finished =
-        run_control({"--listen", "127.0.0.1:0", "--duration", "0", "--trace", name});
-    std::ifstream file{name};
-    const std::string trace{std::istreambuf_iterator<char>{file}, std::istreambuf_iterator<char>{}};
-    (void)std::remove(name.c_str()); // nothing else looks at it
+    const test_folder folder;
+    const std::string run = "run --listen 127.0.0.1:0 --duration 0 --trace ";
+    const finished_program finished = twampctl(run + folder.path("trace"));
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(finished.errors, "");
-    EXPECT_THAT(trace, HasSubstr("olv_twamp_responder_create"));
+    EXPECT_THAT(folder.read("trace"), HasSubstr("olv_twamp_responder_create"));
+    EXPECT_THAT(twampctl(run + "-").errors, HasSubstr("olv_twamp_responder_create"));
+    EXPECT_EQ(twampctl(run + "/nonexistent/trace"),
+              ends(1, "",
+                   "twampctl: cannot write the trace to /nonexistent/trace: "
+                   "No such file or directory\n"));
 }
 
 // ---------------------------------------------------------------------------------------------------------
-// STAMP
+// Workers
 // ---------------------------------------------------------------------------------------------------------
 
-struct stamp_row {
-    const char *mode;
-    std::uint8_t sequence; ///< Of the reply to a first request that has number 7.
-};
-
-void PrintTo(const stamp_row &row, std::ostream *out)
+TEST(Workers, CountAsOneAndShareTheSessions)
 {
-    *out << row.mode;
+    for (const int workers : {1, 2, 64}) {
+        SCOPED_TRACE(workers);
+        control_program control{"--listen 127.0.0.1:0 --sessions 40 --workers " + std::to_string(workers)};
+        EXPECT_EQ(sockets_at(control.address()).count, workers);
+        EXPECT_EQ(measure(control.address() + " --senders 40 --count 25 --interval 1").status, 0);
+        loopback_socket one_more;
+        one_more.send_to(control.address(), octets(41));
+        EXPECT_TRUE(wait_until_taken(control.address()));
+        const finished_program finished = control.stop(SIGINT);
+        EXPECT_FALSE(one_more.receive_within(std::chrono::milliseconds{0}));
+        EXPECT_EQ(finished.status, 0);
+        EXPECT_EQ(finished.errors, "");
+        EXPECT_THAT(finished.output, HasSubstr("\nreceived packets: 1001\n"
+                                               "transmitted packets: 1000\n"
+                                               "Number of active sessions: 40\n"
+                                               "Packets dropped due to max number of sessions reached: 1\n"));
+        EXPECT_THAT(finished.output, HasSubstr("Total received packets: 1001\n"
+                                               "Total transmitted packets: 1000\n"
+                                               "Packets dropped due to hash errors: 1\n"));
+        EXPECT_THAT(finished.output, HasSubstr(nothing_left));
+    }
 }
 
-class RunStamp : public testing::TestWithParam<stamp_row> {};
-
-TEST_P(RunStamp, NumbersReplies)
+TEST(Workers, OfTwoProgramsDoNotShareAnAddress)
 {
-    control_program control{{"--listen", "127.0.0.1:0", "--stamp-mode", GetParam().mode}};
-    ASSERT_EQ(control.addresses().size(), 1u);
-    std::vector<std::uint8_t> request(44);
-    request[3] = 7;
-    loopback_socket sender;
-    sender.send_to(control.addresses()[0], request);
-    const auto reply = sender.receive();
-    ASSERT_TRUE(reply);
-    ASSERT_EQ(reply->size(), 44u);
-    EXPECT_EQ((*reply)[3], GetParam().sequence);
-    EXPECT_EQ((*reply)[27], 7);
+    control_program control{"--listen 127.0.0.1:0 --workers 2"};
+    const finished_program second = twampctl("run --workers 2 --listen " + control.address());
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.errors, "twampctl: cannot listen on " + control.address() + ": Address already in use\n");
     EXPECT_EQ(control.stop(SIGINT).status, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, RunStamp, testing::Values(stamp_row{"stateless", 7}, stamp_row{"stateful", 0}),
-                         [](const auto &row) { return std::string(row.param.mode); });
+/** How often the threads of a process went to sleep. */
+int times_asleep(pid_t process)
+{
+    int times = 0;
+    for (const auto &thread :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+        std::ifstream status{thread.path() / "status"};
+        const std::string start = "voluntary_ctxt_switches:";
+        for (std::string line; std::getline(status, line);) {
+            times += line.starts_with(start) ? std::stoi(line.substr(start.size())) : 0;
+        }
+    }
+    return times;
+}
+
+/** How often a program with this option goes to sleep while requests come to it 1 ms apart. */
+int times_asleep_between_packets(const std::string &option)
+{
+    constexpr int packets = 200;
+    control_program control{"--listen 127.0.0.1:0 " + option};
+    const int before = times_asleep(control.process());
+    EXPECT_EQ(measure(control.address() + " --interval 1 --count " + std::to_string(packets)).status, 0);
+    return times_asleep(control.process()) - before;
+}
+
+TEST(Workers, SleepAtOnceWithoutBusyPolling)
+{
+    const int looking = times_asleep_between_packets("--busy-poll 1000000");
+    EXPECT_GT(times_asleep_between_packets("--busy-poll 0"), looking + 50);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// What it cannot begin with
+// ---------------------------------------------------------------------------------------------------------
+
+TEST(Usage, OfRunIsOneLineAndStatus2)
+{
+    const std::pair<const char *, const char *> rows[] = {
+        {"", "no address to listen on; give one such as --listen 127.0.0.1:8620"},
+        {"--nope", "The following argument was not expected: --nope; try twampctl --help"},
+        {"--check", "--check requires --config; try twampctl --help"},
+        {"--sessions 0", "--sessions: Value 0 not in range 1 to 16777216; try twampctl --help"},
+        {"--duration nan", "--duration: Value nan not in range 0 to 1e+09; try twampctl --help"},
+        {"--listen ::1:862", "address '::1:862': an IPv6 address is written in brackets, as in [::1]:862"},
+        {"--listen 127.0.0.1:0 --allow 192.0.2.0/33",
+         "prefix '192.0.2.0/33': the length has to be a number from 0 to 32"},
+        {"--listen 127.0.0.1:0 --metrics localhost:1",
+         "address 'localhost:1': 'localhost' is not an IPv4 address"},
+        {"--listen 127.0.0.1:0 --listen 127.0.0.1:0 --sessions 16777216",
+         "2 responders have no room for 16777216 sessions each, but for 16777216 together"}};
+    for (const auto &[options, error] : rows) {
+        EXPECT_EQ(twampctl(std::string("run ") + options),
+                  ends(2, "", std::string("twampctl: ") + error + "\n"));
+    }
+}
+
+/** It got as far as the sockets, and left nothing behind. */
+void expect_undone(const finished_program &finished, const std::string &address, const std::string &reason)
+{
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_EQ(finished.errors, "twampctl: cannot listen on " + address + ": " + reason + "\n");
+    EXPECT_THAT(finished.output, HasSubstr(std::string("unbound from the IPv4 module\n"
+                                                       "responder 1 deleted\n"
+                                                       "module shut down\n") +
+                                           nothing_left));
+}
+
+TEST(Sockets, BusyPort)
+{
+    const loopback_socket other;
+    expect_undone(twampctl("run --listen " + other.address()), other.address(), "Address already in use");
+}
+
+TEST(Sockets, AddressOfAnotherHost)
+{
+    expect_undone(twampctl("run --listen 192.0.2.1:8620"), "192.0.2.1:8620", "Cannot assign requested address");
+}
+
+/** Ports below 1024 need a right that nobody has in a name space of its own after starting a program. Root can
+ *  give it up without one. */
+bool give_rights_up()
+{
+    return unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0 ||
+           prctl(PR_CAPBSET_DROP, CAP_NET_BIND_SERVICE, 0, 0, 0) == 0;
+}
+
+TEST(Sockets, MissingRight)
+{
+    const finished_program finished = twampctl("run --listen 0.0.0.0:862 --duration 0", give_rights_up);
+    ASSERT_NE(finished.status, 99) << "no right can be given up: this user may make no name spaces of users, "
+                                      "and has not CAP_SETPCAP";
+    expect_undone(finished, "0.0.0.0:862", "Permission denied");
+}
 
 } // namespace
 } // namespace e2e
