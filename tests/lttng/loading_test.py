@@ -5,7 +5,6 @@
 import os
 import re
 import shutil
-import signal
 import subprocess
 import tempfile
 import unittest
@@ -13,11 +12,12 @@ from pathlib import Path
 
 from elftools.elf.elffile import ELFFile
 
+from session_daemon import PATIENCE, wait_for
+
 BUILD = Path(os.environ["OLV_BUILD"])
 TWAMPCTL = BUILD / "apps/twampctl"
 PROVIDER = BUILD / "sim/libolv-sim-lttng.so"
 LTTNG = "liblttng-ust.so.1"
-PATIENCE = 30  # seconds
 
 
 def needed(file):
@@ -33,29 +33,31 @@ class Loading(unittest.TestCase):
         self.folder = Path(tempfile.mkdtemp(prefix="olv-lttng-"))
         self.addCleanup(shutil.rmtree, self.folder)
 
-    def run_twampctl(self, *options, program=TWAMPCTL, environment=()):
+    def run_twampctl(self, *options, program=TWAMPCTL, **environment):
         """No session daemon has its home where the program looks for the user's."""
         return subprocess.run([program, "run", "--listen", "127.0.0.1:0", "--duration", "0", *options],
-                              env={**os.environ, "LTTNG_HOME": str(self.folder), **dict(environment)}, cwd=self.folder,
+                              env={**os.environ, "LTTNG_HOME": str(self.folder), **environment}, cwd=self.folder,
                               capture_output=True, text=True, timeout=PATIENCE, check=False)
 
-    def copied_program(self):
-        """The program with its libraries, but not the provider, in a folder of its own."""
+    def expect_refusal_of_a_copy(self, reason):
+        """The program with its libraries, in a folder of its own."""
         for file in ("apps/twampctl", "sim/libolv-sim.so.1", "twamp/libolv-twamp.so.1"):
             shutil.copy(BUILD / file, self.folder)
-        return {"program": self.folder / "twampctl", "environment": {"LD_LIBRARY_PATH": str(self.folder)}}
+        finished = self.run_twampctl("--trace", "lttng", program=self.folder / "twampctl",
+                                     LD_LIBRARY_PATH=str(self.folder))
+        self.assertEqual(finished.returncode, 1)
+        self.assertEqual(finished.stdout, "")
+        self.assertEqual(finished.stderr, f"twampctl: cannot trace to LTTng: {reason}\n")
 
     def loaded_by_a_run(self, *options):
         """Names of the libraries in the process once it is ready, without their versions."""
-        with subprocess.Popen([TWAMPCTL, "run", "--listen", "127.0.0.1:0", *options], stdout=subprocess.PIPE, text=True,
-                              env={**os.environ, "LTTNG_HOME": str(self.folder)}) as control:
+        path = self.folder / "output"
+        with path.open("wb") as output, subprocess.Popen(
+                [TWAMPCTL, "run", "--listen", "127.0.0.1:0", *options], stdout=output,
+                env={**os.environ, "LTTNG_HOME": str(self.folder)}) as control:
             try:
-                for line in control.stdout:
-                    if line.startswith("ready "):
-                        break
+                wait_for(lambda: "\nready " in path.read_text(), "ready")
                 maps = Path(f"/proc/{control.pid}/maps").read_text(encoding="utf-8")
-                control.send_signal(signal.SIGINT)
-                control.communicate(timeout=PATIENCE)
             finally:
                 control.kill()
         return set(re.findall(r"/([^/\s]+)\.so[^/\s]*$", maps, re.MULTILINE))
@@ -74,33 +76,23 @@ class Loading(unittest.TestCase):
         usual = self.run_twampctl("--log-level", "3")
         # Should LTTng wait for a daemon, it is for longer than the run may take.
         traced = self.run_twampctl("--log-level", "3", "--trace", "lttng",
-                                   environment={"LTTNG_UST_REGISTER_TIMEOUT": str(10 * PATIENCE * 1000)})
-        self.assertEqual(usual.returncode, 0)
-        self.assertEqual(traced.returncode, 0)
-        self.assertEqual(traced.stderr, "")
+                                   LTTNG_UST_REGISTER_TIMEOUT=str(10 * PATIENCE * 1000))
+        self.assertEqual((usual.returncode, traced.returncode, traced.stderr), (0, 0, ""))
         port = re.compile(r"(?<=127\.0\.0\.1:)\d+")
         self.assertEqual(port.sub("PORT", traced.stdout), port.sub("PORT", usual.stdout))
 
     def test_a_missing_provider_is_named(self):
-        finished = self.run_twampctl("--trace", "lttng", **self.copied_program())
-        self.assertEqual(finished.returncode, 1)
-        self.assertEqual(finished.stdout, "")
-        self.assertEqual(finished.stderr,
-                         f"twampctl: cannot trace to LTTng: {self.folder}/libolv-sim-lttng.so: cannot open shared "
-                         "object file: No such file or directory; build with OLV_TWAMP_LTTNG=ON, for which Debian has "
-                         "liblttng-ust-dev\n")
+        self.expect_refusal_of_a_copy(
+            f"{self.folder}/libolv-sim-lttng.so: cannot open shared object file: No such file or directory; build with "
+            "OLV_TWAMP_LTTNG=ON, for which Debian has liblttng-ust-dev")
 
     def test_a_missing_lttng_is_named(self):
-        copied = self.copied_program()
         provider = PROVIDER.read_bytes()
         self.assertEqual(provider.count(LTTNG.encode()), 1)
         (self.folder / PROVIDER.name).write_bytes(provider.replace(LTTNG.encode(), b"liblttng-ust.so.0"))
-        finished = self.run_twampctl("--trace", "lttng", **copied)
-        self.assertEqual(finished.returncode, 1)
-        self.assertEqual(finished.stdout, "")
-        self.assertEqual(finished.stderr,
-                         "twampctl: cannot trace to LTTng: liblttng-ust.so.0: cannot open shared object file: No such "
-                         "file or directory; install LTTng-UST, on Debian the package liblttng-ust1\n")
+        self.expect_refusal_of_a_copy(
+            "liblttng-ust.so.0: cannot open shared object file: No such file or directory; install LTTng-UST, on Debian "
+            "the package liblttng-ust1")
 
     def test_a_file_can_still_have_the_name(self):
         finished = self.run_twampctl("--trace", "./lttng")

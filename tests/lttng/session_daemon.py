@@ -1,10 +1,12 @@
 """A session daemon of LTTng for one test: its files lie in a folder of the test's, it ends with the test, and
 neither the machine's daemon nor one of the user's is reached.
 """
+import contextlib
 import grp
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -72,73 +74,61 @@ def remove_wait_file():
 
 def end(process):
     """Ends a program that was started with Popen, and what it has started."""
-    family = descendants(process.pid)
+    family = [process.pid, *descendants(process.pid)]
     process.terminate()
     try:
-        process.wait(PATIENCE)
-        wait_for(lambda: not any(map(is_alive, family)), "end of the children")
-    except (subprocess.TimeoutExpired, AssertionError):
-        process.kill()
-        process.wait()
+        wait_for(lambda: process.poll() is not None and not any(map(is_alive, family)), "end of the session daemon")
+    except AssertionError:
         for each in filter(is_alive, family):
-            os.kill(each, 9)
+            os.kill(each, signal.SIGKILL)
+        process.wait()
         raise
 
 
 class SessionDaemon:
     """To be used with `with`. `environment` is what programs need that are to be traced."""
 
-    def __init__(self):
-        self.folder = None
-        self.environment = None
-        self.process = None
-        self.log = None
-
     def __enter__(self):
-        self.folder = Path(tempfile.mkdtemp(prefix="olv-lttng-"))
-        self.environment = {**os.environ, "LTTNG_HOME": str(self.folder), "LTTNG_UST_REGISTER_TIMEOUT": str(PATIENCE * 1000)}
-        try:
-            self.start()
-        except BaseException:
-            self.__exit__()
-            raise
+        with contextlib.ExitStack() as done:
+            self.folder = Path(done.enter_context(tempfile.TemporaryDirectory(prefix="olv-lttng-")))
+            self.environment = {**os.environ, "LTTNG_HOME": str(self.folder),
+                                "LTTNG_UST_REGISTER_TIMEOUT": str(PATIENCE * 1000)}
+            done.callback(remove_wait_file)
+            log = done.enter_context((self.folder / "daemon.log").open("wb"))
+            self.process = subprocess.Popen([*ENDS_WITH_US, "lttng-sessiond", "--no-kernel"], env=self.environment,
+                                            stdout=log, stderr=log, stdin=subprocess.DEVNULL)
+            done.callback(end, self.process)
+            wait_for(self.answers, "answer of the session daemon")
+            self.undo = done.pop_all()
         return self
 
     def __exit__(self, *_):
-        try:
-            if self.process is not None:
-                end(self.process)
-        finally:
-            if self.log is not None:
-                self.log.close()
-            shutil.rmtree(self.folder)
-            remove_wait_file()
-
-    def start(self):
-        self.log = (self.folder / "daemon.log").open("wb")
-        self.process = subprocess.Popen(
-            [*ENDS_WITH_US, "lttng-sessiond", "--no-kernel"], env=self.environment, stdout=self.log,
-            stderr=self.log, stdin=subprocess.DEVNULL)
-        wait_for(self.answers, "answer of the session daemon")
+        self.undo.close()
 
     def answers(self):
         if self.process.poll() is not None:
             raise AssertionError("the session daemon has ended: " + (self.folder / "daemon.log").read_text())
-        return self.lttng_command("list").returncode == 0
+        return self.finished("lttng", "--no-sessiond", "list").returncode == 0
 
-    def lttng_command(self, *arguments):
-        return subprocess.run(["lttng", "--no-sessiond", *arguments], env=self.environment, capture_output=True,
-                              text=True, timeout=PATIENCE, check=False)
+    def finished(self, *command):
+        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=PATIENCE,
+                              check=False)
+
+    def run(self, *command):
+        """Run a program, which has to succeed."""
+        done = self.finished(*command)
+        if done.returncode != 0:
+            raise AssertionError(f"{command}: {done.stdout}{done.stderr}")
+        return done
 
     def lttng(self, *arguments):
-        done = self.lttng_command(*arguments)
-        if done.returncode != 0:
-            raise AssertionError(f"lttng {' '.join(arguments)}: {done.stdout}{done.stderr}")
+        self.run("lttng", "--no-sessiond", *arguments)
 
     def record(self, work, *choices):
         """Does some work and returns the events that it sent, as lines of text. Each choice is what
         `lttng enable-event` is told."""
-        self.lttng("create", "test", f"--output={self.folder / 'trace'}")
+        trace = tempfile.mkdtemp(dir=self.folder)
+        self.lttng("create", "test", f"--output={trace}")
         self.lttng("enable-channel", "--userspace", "channel", "--subbuf-size=64k", "--num-subbuf=4")
         for choice in choices:
             self.lttng("enable-event", "--userspace", "--channel=channel", *choice)
@@ -146,18 +136,20 @@ class SessionDaemon:
         work()
         self.lttng("stop")
         self.lttng("destroy")
-        return self.read()
-
-    def read(self):
-        done = subprocess.run(["babeltrace2", "--no-delta", str(self.folder / "trace")], env=self.environment,
-                              capture_output=True, text=True, timeout=PATIENCE, check=False)
-        if done.returncode != 0 or "discarded" in done.stderr:
+        done = self.run("babeltrace2", "--no-delta", trace)
+        if "discarded" in done.stderr:
             raise AssertionError(f"babeltrace2: {done.stderr}")
-        return done.stdout.splitlines()
+        return [plain(line) for line in done.stdout.splitlines()]
 
 
 def plain(line):
-    """An event's line without time, machine and processor, and its arrays as their values alone."""
+    """An event's line without time, machine and processor, its arrays as their values alone, word 0 of a pattern, which
+    is the platform's own, as P."""
     line = re.sub(r"^\[[0-9:.]+\] (?:\(\+[0-9.?]+\) )?\S+ olv_twamp:(\w+): \{ cpu_id = \d+ \}, \{ (.*?)(?: \})?$",
                   r"\1: \2", line)
-    return re.sub(r"\[(\d+)\] = ", "", line)
+    return re.sub(r"pattern = \[ 0x[0-9A-F]+, 0x18,", "pattern = [ P, 0x18,", re.sub(r"\[(\d+)\] = ", "", line))
+
+
+def without_places(line):
+    """Lines of the source as N, addresses of records as ADDRESS."""
+    return re.sub(r"(?<= module )0x[0-9a-f]+", "ADDRESS", re.sub(r"(?<=line = )\d+", "N", line))
