@@ -3,52 +3,33 @@
 Live, with dumpcap, where the machine lets us. Elsewhere datagrams go through a relay that keeps each one as it was,
 with its TTL and its traffic class, and writes them to the file.
 """
+import dataclasses
 import os
 import select
+import socket
 import subprocess
 import threading
 import time
 
-from datagram_socket import DatagramSocket, Datagram
-from programs import required_tool
+from datagram_socket import DatagramSocket, raw_socket_is_allowed
+from programs import END_SECONDS, Program, required_tool
 
-START_SECONDS = 10
 LIMIT_SECONDS = 60
 
 
-class LiveCapture:
+class LiveCapture(Program):
     """dumpcap on the loopback interface until so many packets have been seen."""
 
     def __init__(self, path, ports, packets):
+        super().__init__([required_tool("dumpcap"), "-q", "-i", "lo", "-w", path, "-c", str(packets),
+                          "-a", f"duration:{LIMIT_SECONDS}", "-f", f"udp port {ports[4]} or udp port {ports[6]}"],
+                         "^File: ", stderr=subprocess.PIPE)
         self.path = path
         self.ports = ports
-        command = [required_tool("dumpcap"), "-q", "-i", "lo", "-w", path, "-c", str(packets),
-                   "-a", f"duration:{LIMIT_SECONDS}", "-f", f"udp port {ports[4]} or udp port {ports[6]}"]
-        self.process = subprocess.Popen(command, stderr=subprocess.PIPE)  # pylint: disable=consider-using-with
-        self.said = b""
-
-    def starts(self):
-        """Whether it captures by now; False when it is not allowed to."""
-        deadline = time.monotonic() + START_SECONDS
-        stream = self.process.stderr.fileno()
-        while b"File: " not in self.said:
-            left = deadline - time.monotonic()
-            if left <= 0 or not select.select([stream], [], [], left)[0]:
-                return False
-            piece = os.read(stream, 4096)
-            if not piece:
-                return False
-            self.said += piece
-        return True
 
     def finish(self):
         """Wait for the last packet; the limit of time ends the wait."""
-        self.process.communicate(timeout=LIMIT_SECONDS + START_SECONDS)
-
-    def close(self):
-        if self.process.poll() is None:
-            self.process.kill()
-        self.process.communicate()
+        self.process.communicate(timeout=LIMIT_SECONDS + END_SECONDS)
 
 
 class RelayedCapture:
@@ -90,41 +71,25 @@ class RelayedCapture:
             self.keep(family, datagram, self.ports[family], probe)
 
     def keep(self, family, datagram, source, destination):
-        kept = Datagram(datagram.payload, source, destination, datagram.ttl, datagram.traffic_class)
-        self.seen.append((time.time(), family, kept))
+        self.seen.append((time.time(), family, dataclasses.replace(datagram, source=source, destination=destination)))
 
     def finish(self):
         self.ending.set()
-        self.thread.join(timeout=START_SECONDS)
+        self.thread.join(timeout=END_SECONDS)
         if self.failure is not None:
             raise self.failure
-        # Slow to import, and only here is it needed.
-        from scapy.all import IP, UDP, Ether, IPv6, Raw, wrpcap  # pylint: disable=import-outside-toplevel
-        packets = []
-        for instant, family, datagram in self.seen:
-            if family == 4:
-                network = IP(src="127.0.0.1", dst="127.0.0.1", ttl=datagram.ttl, tos=datagram.traffic_class)
-            else:
-                network = IPv6(src="::1", dst="::1", hlim=datagram.ttl, tc=datagram.traffic_class)
-            link = Ether(src="00:00:00:00:00:00", dst="00:00:00:00:00:00")
-            packet = link / network / UDP(sport=datagram.source, dport=datagram.destination) / Raw(datagram.payload)
-            packet.time = instant
-            packets.append(packet)
-        wrpcap(self.path, packets)
+        from packets import write_capture  # slow, and needed here alone; pylint: disable=import-outside-toplevel
+        write_capture(self.path, self.seen)
 
     def close(self):
         self.ending.set()
-        self.thread.join(timeout=START_SECONDS)
+        self.thread.join(timeout=END_SECONDS)
         for relay in (*self.listeners.values(), *self.senders.values()):
             relay.close()
 
 
 def begin(path, ports, packets):
     """A capture that has begun. OLV_CAPTURE=relay asks for the relay where live captures are allowed, too."""
-    if os.environ.get("OLV_CAPTURE") != "relay":
-        live = LiveCapture(path, ports, packets)
-        if live.starts():
-            return live
-        live.close()
-        print(f"no live capture here, relaying instead: {live.said.decode()}")
+    if os.environ.get("OLV_CAPTURE") != "relay" and raw_socket_is_allowed(socket.AF_PACKET, 0):
+        return LiveCapture(path, ports, packets)
     return RelayedCapture(path, ports)

@@ -7,6 +7,22 @@ LOOPBACK = {4: "127.0.0.1", 6: "::1"}
 LONGEST = 65535
 IP_RECVTTL = 12  # Linux; Python has no name for it
 
+# Domain and level of a family; the options that set TTL and traffic class, ask to be told of them, and tell them.
+NAMES = {
+    4: (socket.AF_INET, socket.IPPROTO_IP, (socket.IP_TTL, socket.IP_TOS), (IP_RECVTTL, socket.IP_RECVTOS),
+        (socket.IP_TTL, socket.IP_TOS)),
+    6: (socket.AF_INET6, socket.IPPROTO_IPV6, (socket.IPV6_UNICAST_HOPS, socket.IPV6_TCLASS),
+        (socket.IPV6_RECVHOPLIMIT, socket.IPV6_RECVTCLASS), (socket.IPV6_HOPLIMIT, socket.IPV6_TCLASS)),
+}
+
+
+def raw_socket_is_allowed(domain, protocol):
+    try:
+        socket.socket(domain, socket.SOCK_RAW, protocol).close()
+    except PermissionError:
+        return False
+    return True
+
 
 @dataclasses.dataclass(frozen=True)
 class Datagram:
@@ -22,17 +38,8 @@ class DatagramSocket:
 
     def __init__(self, family, port=0):
         self.family = family
-        kind = socket.AF_INET if family == 4 else socket.AF_INET6
-        self.socket = socket.socket(kind, socket.SOCK_DGRAM)
-        if family == 4:
-            self.level, self.set_ttl, self.set_class = socket.IPPROTO_IP, socket.IP_TTL, socket.IP_TOS
-            wanted = (IP_RECVTTL, socket.IP_RECVTOS)
-            self.told_ttl, self.told_class = socket.IP_TTL, socket.IP_TOS
-        else:
-            self.level = socket.IPPROTO_IPV6
-            self.set_ttl, self.set_class = socket.IPV6_UNICAST_HOPS, socket.IPV6_TCLASS
-            wanted = (socket.IPV6_RECVHOPLIMIT, socket.IPV6_RECVTCLASS)
-            self.told_ttl, self.told_class = socket.IPV6_HOPLIMIT, socket.IPV6_TCLASS
+        domain, self.level, self.setting, wanted, self.told = NAMES[family]
+        self.socket = socket.socket(domain, socket.SOCK_DGRAM)
         for option in wanted:
             self.socket.setsockopt(self.level, option, 1)
         self.socket.bind((LOOPBACK[family], port))
@@ -45,8 +52,8 @@ class DatagramSocket:
         return self.socket.fileno()
 
     def send(self, payload, port, ttl, traffic_class):
-        self.socket.setsockopt(self.level, self.set_ttl, ttl)
-        self.socket.setsockopt(self.level, self.set_class, traffic_class)
+        for option, value in zip(self.setting, (ttl, traffic_class)):
+            self.socket.setsockopt(self.level, option, value)
         self.socket.sendto(payload, (LOOPBACK[self.family], port))
 
     def receive(self, timeout):
@@ -55,4 +62,4 @@ class DatagramSocket:
         payload, ancillary, _, source = self.socket.recvmsg(LONGEST, socket.CMSG_SPACE(4) * 4)
         told = {kind: int.from_bytes(data, "little") if len(data) == 1 else struct.unpack("=i", data)[0]
                 for level, kind, data in ancillary if level == self.level}
-        return Datagram(payload, source[1], self.port, told[self.told_ttl], told[self.told_class])
+        return Datagram(payload, source[1], self.port, *(told[kind] for kind in self.told))

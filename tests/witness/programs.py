@@ -20,45 +20,27 @@ def required_tool(name):
     return path
 
 
-class ControlProgram:
-    """twampctl, answering test packets over both families until it is stopped."""
+class Program:
+    """A program that has begun, as it has said: `said` is what it wrote up to this pattern."""
 
-    def __init__(self, *options):
-        command = [os.environ["OLV_TWAMPCTL"], "run", "--listen", "127.0.0.1:0", "--listen", "[::1]:0",
-                   "--duration", "120", *options]
-        # Ends by itself after --duration should this test be killed.
-        self.process = subprocess.Popen(  # pylint: disable=consider-using-with
-            command, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.text = ""
-        self.ports = {}
+    def __init__(self, command, pattern, **pipes):
+        self.process = subprocess.Popen(command, **pipes)  # pylint: disable=consider-using-with
         try:
-            ready = self.wait_for_line("ready ")
-            self.ports[4], self.ports[6] = (int(port) for port in re.findall(r":(\d+)(?= |$)", ready))
+            self.said = self.read_until(self.process.stdout or self.process.stderr, pattern)
         except BaseException:
             self.close()
             raise
 
-    def wait_for_line(self, start):
+    def read_until(self, stream, pattern):
         deadline = time.monotonic() + READY_SECONDS
-        stream = self.process.stdout.fileno()
-        while True:
-            for line in self.text.splitlines(keepends=True):
-                if line.startswith(start) and line.endswith("\n"):
-                    return line.rstrip("\n")
-            left = deadline - time.monotonic()
-            if left <= 0 or not select.select([stream], [], [], left)[0]:
-                raise RuntimeError(f"twampctl printed no line '{start}' in time: {self.text!r}")
-            piece = os.read(stream, 4096)
+        text = ""
+        while not re.search(pattern, text, re.MULTILINE):
+            left = max(0, deadline - time.monotonic())
+            piece = os.read(stream.fileno(), 4096) if select.select([stream], [], [], left)[0] else b""
             if not piece:
-                raise RuntimeError(f"twampctl ended early: {self.text!r} {self.process.stderr.read()!r}")
-            self.text += piece.decode()
-
-    def stop(self):
-        """Let it end as an operator would. Returns the exit status and all that it printed."""
-        self.process.send_signal(signal.SIGINT)
-        output, errors = self.process.communicate(timeout=END_SECONDS)
-        self.text += output.decode()
-        return self.process.returncode, self.text + errors.decode()
+                raise RuntimeError(f"{self.process.args[0]} has not begun: {text!r}")
+            text += piece.decode()
+        return text
 
     def close(self):
         """Leave nothing behind, whatever happened."""
@@ -67,10 +49,22 @@ class ControlProgram:
         self.process.communicate()
 
 
-def figures(output, heading):
-    """The lines of one section of twampctl's statistics."""
-    section = output.split(heading + "\n", 1)[1].split("\n\n", 1)[0]
-    return section.splitlines()
+class ControlProgram(Program):
+    """twampctl, answering test packets over both families until it is stopped."""
+
+    def __init__(self, *options):
+        # Ends by itself after --duration should this test be killed.
+        super().__init__([os.environ["OLV_TWAMPCTL"], "run", "--listen", "127.0.0.1:0", "--listen", "[::1]:0",
+                          "--duration", "120", *options],
+                         r"^ready .*\n", stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self.ports = dict(zip((4, 6), map(int, re.findall(r":(\d+)(?= |$)", self.said.splitlines()[-1]))))
+
+    def stop(self):
+        """Let it end as an operator would."""
+        self.process.send_signal(signal.SIGINT)
+        output, _ = self.process.communicate(timeout=END_SECONDS)
+        if self.process.returncode != 0:
+            raise RuntimeError(f"twampctl: {self.process.returncode} {output!r}")
 
 
 def run_probe(family, port, *options):

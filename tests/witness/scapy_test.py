@@ -13,13 +13,12 @@ import unittest
 from scapy.arch.linux import L3PacketSocket
 from scapy.config import conf
 from scapy.fields import ByteField, ShortField, StrField, XIntField, XLongField, XShortField
-from scapy.layers.inet import IP, UDP
-from scapy.layers.inet6 import IPv6
 from scapy.packet import Packet
 from scapy.supersocket import L3RawSocket
 
-from datagram_socket import LOOPBACK, DatagramSocket
-from programs import ControlProgram, figures
+from datagram_socket import Datagram, DatagramSocket, raw_socket_is_allowed
+from packets import ip_packet
+from programs import ControlProgram
 
 ANSWER_SECONDS = 20
 SECONDS_1900_TO_1970 = 2208988800
@@ -39,14 +38,6 @@ class TestReply(Packet):
                    ShortField("zero_38", None), ByteField("sender_ttl", 0), StrField("padding", b"")]
 
 
-def raw_sockets_are_allowed():
-    try:
-        socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_RAW).close()
-    except PermissionError:
-        return False
-    return os.environ.get("OLV_WIRE") != "udp"
-
-
 class Sender:
     """A session sender at a UDP port of its own. The socket takes the replies, whoever sent the requests."""
 
@@ -55,7 +46,7 @@ class Sender:
         self.port = port
         self.socket = DatagramSocket(family)
         self.raw = None
-        if raw_sockets_are_allowed():
+        if os.environ.get("OLV_WIRE") != "udp" and raw_socket_is_allowed(socket.AF_INET, socket.IPPROTO_RAW):
             # What is sent to 127.0.0.1 below the IP layer is never delivered; Scapy has no IPv6 raw socket.
             kind = L3RawSocket if family == 4 else L3PacketSocket
             self.raw = kind(iface=conf.loopback_name)
@@ -68,16 +59,13 @@ class Sender:
     def send(self, request, ttl=255, traffic_class=0):
         if self.raw is None:
             self.socket.send(bytes(request), self.port, ttl, traffic_class)
-            return
-        loopback = LOOPBACK[self.family]
-        if self.family == 4:
-            network = IP(src=loopback, dst=loopback, ttl=ttl, tos=traffic_class)
         else:
-            network = IPv6(src=loopback, dst=loopback, hlim=ttl, tc=traffic_class)
-        self.raw.send(network / UDP(sport=self.socket.port, dport=self.port) / request)
+            datagram = Datagram(bytes(request), self.socket.port, self.port, ttl, traffic_class)
+            self.raw.send(ip_packet(self.family, datagram))
 
-    def reply(self):
-        """The next reply and the datagram that it came in."""
+    def exchange(self, request, **network):
+        """Send a request. Returns the next reply and the datagram that it came in."""
+        self.send(request, **network)
         datagram = self.socket.receive(ANSWER_SECONDS)
         return TestReply(datagram.payload), datagram
 
@@ -85,39 +73,23 @@ class Sender:
 class Reflector:
     """The tests, for one family each; a twampctl of its own for each test."""
     family = 0
-    heading = ""
 
-    def start(self, *options):
+    def sender_to(self, *options):
+        """A sender to a twampctl with these options."""
         control = ControlProgram(*options)
         self.addCleanup(control.close)
-        return control
-
-    def sender(self, control):
         sender = Sender(self.family, control.ports[self.family])
         self.addCleanup(sender.close)
         return sender
 
-    def stop(self, control, expected, expected_global):
-        """End twampctl and compare what it counted."""
-        status, output = control.stop()
-        self.assertEqual(status, 0, output)
-        self.assertEqual(figures(output, self.heading), ["TWAMP responder statistics (Non-zero only)", *expected])
-        self.assertEqual(figures(output, "Statistics of the module:"),
-                         ["TWAMP global statistics (Non-zero only)", *expected_global])
-
-    def exchange(self, sender, request, **network):
-        sender.send(request, **network)
-        return sender.reply()
-
     def test_returns_what_the_request_said(self):
-        control = self.start()
-        sender = self.sender(control)
+        sender = self.sender_to()
         request = TestRequest(sequence=0xCAFE0001, timestamp=0xE1E2E3E4F1F2F3F4, error_estimate=0xBFFE,
                               padding=bytes(range(0x20, 0x3B)) + b"rest")
         self.assertEqual(bytes(request).hex(), "cafe0001" "e1e2e3e4f1f2f3f4" "bffe"
                          "202122232425262728292a2b2c2d2e2f303132333435363738393a" "72657374")
         before = time.time()
-        reply, datagram = self.exchange(sender, request, ttl=97)
+        reply, datagram = sender.exchange(request, ttl=97)
         after = time.time()
         payload = datagram.payload
         self.assertEqual(len(payload), 45)
@@ -129,14 +101,11 @@ class Reflector:
             self.assertGreater(seconds, before - 1)
             self.assertLess(seconds, after + 1)
         self.assertLessEqual(reply.receive_timestamp, reply.timestamp)
-        self.assertEqual(datagram.source, control.ports[self.family])
+        self.assertEqual(datagram.source, sender.port)
         self.assertEqual(datagram.ttl, 255)
-        self.stop(control, ["received packets: 1", "transmitted packets: 1", "Number of active sessions: 1"],
-                  ["Total received packets: 1", "Total transmitted packets: 1"])
 
     def test_answers_in_the_lengths_of_the_layouts(self):
-        control = self.start()
-        sender = self.sender(control)
+        sender = self.sender_to()
         padding = bytes(octet % 251 + 1 for octet in range(1386))
         sender.send(b"\1" * 13)  # dropped: what comes back first is the reply to the next one
         # Octets of the request and of the reply, and what stands behind the 41 octets of its header.
@@ -144,82 +113,41 @@ class Reflector:
                 (14, 41, b""), (15, 41, b""), (41, 41, b""), (42, 42, padding[:1]), (44, 44, b"\0\0\0"),
                 (45, 45, padding[:4]), (100, 100, padding[:59]), (1400, 1400, padding[:1359]))):
             with self.subTest(octets=asked):
-                reply, datagram = self.exchange(sender, TestRequest(sequence=number, padding=padding[:asked - 14]))
+                reply, datagram = sender.exchange(TestRequest(sequence=number, padding=padding[:asked - 14]))
                 self.assertEqual(len(datagram.payload), answered)
                 self.assertEqual(reply.padding, rest)
                 self.assertEqual((reply.sequence, reply.sender_sequence), (number, number))
                 self.assertEqual((reply.zero_14, reply.zero_38), (0, 0))
                 self.assertEqual(reply.sender_timestamp, 0x0123456789ABCDEF)
                 self.assertEqual(reply.sender_error_estimate, 0xA51F)
-        self.stop(control,
-                  ["received packets: 9", "transmitted packets: 8",
-                   "Packets dropped due to length check failed: 1", "Number of active sessions: 1"],
-                  ["Total received packets: 9", "Total transmitted packets: 8",
-                   "Packets dropped due to length check failed: 1"])
-
-    def test_tells_the_ttl_that_a_request_came_with(self):
-        sender = self.sender(self.start())
-        for ttl in (1, 2, 63, 64, 128, 254, 255):
-            with self.subTest(ttl=ttl):
-                reply, datagram = self.exchange(sender, TestRequest(), ttl=ttl)
-                self.assertEqual(reply.sender_ttl, ttl)
-                self.assertEqual(datagram.ttl, 255)
 
     def test_copies_every_dscp_and_no_ecn_bit(self):
-        sender = self.sender(self.start())
+        sender = self.sender_to()
         for dscp in range(64):
             with self.subTest(dscp=dscp):
-                _, datagram = self.exchange(sender, TestRequest(sequence=dscp), traffic_class=dscp * 4 + dscp % 4)
+                _, datagram = sender.exchange(TestRequest(sequence=dscp), traffic_class=dscp * 4 + dscp % 4)
                 self.assertEqual(datagram.traffic_class, dscp * 4)
 
     def test_counts_for_itself_where_the_senders_numbers_wrap(self):
-        sender = self.sender(self.start())
+        sender = self.sender_to()
         for own, senders in enumerate((0xFFFFFFFD, 0xFFFFFFFE, 0xFFFFFFFF, 0, 1, 0x7FFFFFFF, 0x80000000)):
             with self.subTest(sequence=senders):
-                reply, _ = self.exchange(sender, TestRequest(sequence=senders))
+                reply, _ = sender.exchange(TestRequest(sequence=senders))
                 self.assertEqual((reply.sequence, reply.sender_sequence), (own, senders))
 
-    def test_has_a_session_for_each_source_port(self):
-        control = self.start()
-        senders = [self.sender(control) for _ in range(5)]
-        for number in range(3):
-            for sender in senders:
-                reply, datagram = self.exchange(sender, TestRequest(sequence=100 + number))
-                self.assertEqual((reply.sequence, reply.sender_sequence), (number, 100 + number))
-                self.assertEqual(datagram.destination, sender.socket.port)
-        self.stop(control, ["received packets: 15", "transmitted packets: 15", "Number of active sessions: 5"],
-                  ["Total received packets: 15", "Total transmitted packets: 15"])
-
-    def test_has_no_more_sessions_than_it_may_have(self):
-        control = self.start("--sessions", "2")
-        first, second, third = (self.sender(control) for _ in range(3))
-        self.assertEqual(self.exchange(first, TestRequest())[0].sequence, 0)
-        self.assertEqual(self.exchange(second, TestRequest())[0].sequence, 0)
-        third.send(TestRequest())
-        self.assertEqual(self.exchange(first, TestRequest())[0].sequence, 1)
-        with self.assertRaises(socket.timeout):
-            third.socket.receive(0.2)
-        self.stop(control,
-                  ["received packets: 4", "transmitted packets: 3", "Number of active sessions: 2",
-                   "Packets dropped due to max number of sessions reached: 1"],
-                  ["Total received packets: 4", "Total transmitted packets: 3",
-                   "Packets dropped due to hash errors: 1"])
-
     def test_numbers_stamp_replies_as_their_requests_when_stateless(self):
-        sender = self.sender(self.start("--stamp-mode", "stateless"))
+        sender = self.sender_to("--stamp-mode", "stateless")
         for sequence in (7, 0xFFFFFFFF, 0):
-            reply, _ = self.exchange(sender, TestRequest(sequence=sequence, padding=bytes(30)))
+            reply, _ = sender.exchange(TestRequest(sequence=sequence, padding=bytes(30)))
             self.assertEqual((reply.sequence, reply.sender_sequence), (sequence, sequence))
 
 
 class OverIPv4(Reflector, unittest.TestCase):
     family = 4
-    heading = "Statistics of responder 1, ID 0x1:"
 
 
 class OverIPv6(Reflector, unittest.TestCase):
     family = 6
-    heading = "Statistics of responder 2, ID 0x2:"
 
 
 if __name__ == "__main__":
