@@ -1,6 +1,5 @@
 // "twampctl run": its figures over HTTP while packets flow, and as a document at the end.
 
-#include <atomic>
 #include <csignal>
 #include <thread>
 
@@ -64,16 +63,15 @@ TEST(RunMetrics, AreServedWhilePacketsFlow)
 {
     control_program control{"--listen 127.0.0.1:0 --metrics [::1]:0"};
     const std::string host = metrics_host(control);
-    std::atomic<bool> done{false};
     int answered = 0;
     int refused = 0;
-    std::thread scraper{[&] {
-        while (!done) {
+    std::jthread scraper{[&](const std::stop_token &stopped) {
+        while (!stopped.stop_requested()) {
             ++(http_get(host, "/metrics").starts_with("HTTP/1.1 200 OK\r\n") ? answered : refused);
         }
     }};
     EXPECT_EQ(measure(control.address() + " --count 500 --interval 0.2").status, 0);
-    done = true;
+    scraper.request_stop();
     scraper.join();
     EXPECT_GT(answered, 0);
     EXPECT_EQ(refused, 0);

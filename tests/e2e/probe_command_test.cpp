@@ -43,9 +43,9 @@ class ProbeCommand : public testing::Test {
 
 TEST_F(ProbeCommand, ShowsWhatItMeasured)
 {
-    talk_.tell("probe run " + address_ + " --count 5 --interval 1");
+    talk_.tell("probe run " + address_ + " --count 5 --interval 1 --timeout 60");
     talk_.tell({"stats", "sessions"});
-    talk_.tell("probe run " + address_ + " --count 3 --interval 1 --senders 2 --format json");
+    talk_.tell("probe run " + address_ + " --count 3 --interval 1 --timeout 60 --senders 2 --format json");
     const finished_program finished = talk_.wait();
     EXPECT_THAT(finished.output, HasSubstr("sent: 5\nreceived: 5\nvalid: 5\ninvalid: 0\nlost: 0 (0.00 %)\n"));
     EXPECT_THAT(finished.output, HasSubstr("Total received packets: 5\nTotal transmitted packets: 5\n"));
@@ -75,7 +75,7 @@ TEST_F(ProbeCommand, SendsInTheBackgroundUntilItIsStopped)
 
 TEST_F(ProbeCommand, InTheBackgroundEndsByItselfAndWithTheProgram)
 {
-    talk_.tell("probe start " + address_ + " --count 1");
+    talk_.tell("probe start " + address_ + " --count 1 --timeout 60");
     talk_.tell("probe start " + address_ + " --duration 60");
     wait_until_listed(HasSubstr(": sent 1, received 1, valid 1, ended\n"));
     talk_.tell({"probe stop --all", "probe list"});
