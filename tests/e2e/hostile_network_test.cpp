@@ -90,8 +90,8 @@ TEST(Hostile, PacketsAboveTheRateAreDroppedAndCounted)
         sender.send_to(control.address(), octets(41));
     }
     EXPECT_TRUE(wait_until_taken(control.address()));
+    const finished_program finished = control.stop(SIGINT); // has judged them all
     const std::chrono::duration<double> taken = steady_clock::now() - start;
-    const finished_program finished = control.stop(SIGINT);
     std::uint64_t replies = 0;
     while (sender.receive_within(at_once)) {
         ++replies;
