@@ -1,9 +1,12 @@
 #include "child_program.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <ostream>
 #include <sstream>
@@ -178,13 +181,27 @@ std::string child_program::wait_for_line(const std::string &start, stream from) 
 
 bool child_program::wait_until_asleep() const
 {
-    return holds_while_it_runs([&] {
-        std::ifstream file{"/proc/" + std::to_string(process_) + "/stat"};
+    const auto sleeps = [](const std::filesystem::directory_entry &thread) {
+        std::ifstream file{thread.path() / "stat"};
         std::string text;
         std::getline(file, text);
         const std::size_t name_end = text.rfind(") "); // the state follows the name
         return name_end != std::string::npos && text.compare(name_end + 2, 1, "S") == 0;
+    };
+    return holds_while_it_runs([&] {
+        const std::filesystem::directory_iterator threads{"/proc/" + std::to_string(process_) + "/task"};
+        return std::all_of(begin(threads), end(threads), sleeps);
     });
+}
+
+std::chrono::nanoseconds child_program::processor_time() const
+{
+    clockid_t clock{};
+    timespec used{};
+    if (clock_getcpuclockid(process_, &clock) != 0 || clock_gettime(clock, &used) != 0) {
+        throw std::runtime_error("the system tells no processor time");
+    }
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
 bool child_program::holds_while_it_runs(const std::function<bool()> &condition) const

@@ -51,7 +51,6 @@ class child_program {
     child_program(const child_program &) = delete;
     child_program &operator=(const child_program &) = delete;
 
-    [[nodiscard]] pid_t process() const { return process_; }
     void send_signal(int number) const;
     /** Write to its standard input. */
     void feed(const std::string &text) const;
@@ -63,8 +62,10 @@ class child_program {
     /** Wait for a line that begins like this. @return The rest of it.
      *  @throw std::runtime_error  None comes: what came instead. */
     [[nodiscard]] std::string wait_for_line(const std::string &start, stream from = stream::output) const;
-    /** Wait until its first thread sleeps. @return Whether it did before the program ended. */
+    /** Wait until all its threads sleep. @return Whether they did before the program ended. */
     [[nodiscard]] bool wait_until_asleep() const;
+    /** That it has used so far. */
+    [[nodiscard]] std::chrono::nanoseconds processor_time() const;
 
     /** What was written so far. */
     [[nodiscard]] std::string written(stream to = stream::output) const;

@@ -1,8 +1,6 @@
 // "twampctl run": its course, its reports, its workers, its way down, and what it cannot begin with.
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 
 #include <sched.h>
 #include <sys/prctl.h>
@@ -168,35 +166,23 @@ TEST(Workers, OfTwoProgramsDoNotShareAnAddress)
     EXPECT_EQ(control.stop(SIGINT).status, 0);
 }
 
-/** How often the threads of a process went to sleep. */
-int times_asleep(pid_t process)
+/** Processor time for packets one after the other, and until the program sleeps. */
+std::chrono::nanoseconds time_used(const std::string &option)
 {
-    int times = 0;
-    for (const auto &thread :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
-        std::ifstream status{thread.path() / "status"};
-        const std::string start = "voluntary_ctxt_switches:";
-        for (std::string line; std::getline(status, line);) {
-            times += line.starts_with(start) ? std::stoi(line.substr(start.size())) : 0;
-        }
-    }
-    return times;
-}
-
-/** How often a program with this option goes to sleep while requests come to it 1 ms apart. */
-int times_asleep_between_packets(const std::string &option)
-{
-    constexpr int packets = 200;
     control_program control{"--listen 127.0.0.1:0 " + option};
-    const int before = times_asleep(control.process());
-    EXPECT_EQ(measure(control.address() + " --interval 1 --count " + std::to_string(packets)).status, 0);
-    return times_asleep(control.process()) - before;
+    const std::chrono::nanoseconds before = control.processor_time();
+    loopback_socket sender;
+    for (int packet = 0; packet < 20; ++packet) {
+        sender.send_to(control.address(), octets(41));
+        (void)sender.receive();
+    }
+    EXPECT_TRUE(control.wait_until_asleep());
+    return control.processor_time() - before;
 }
 
 TEST(Workers, SleepAtOnceWithoutBusyPolling)
 {
-    const int looking = times_asleep_between_packets("--busy-poll 1000000");
-    EXPECT_GT(times_asleep_between_packets("--busy-poll 0"), looking + 50);
+    EXPECT_GT(time_used("--busy-poll 300000").count(), 3 * time_used("--busy-poll 0").count());
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -12,7 +12,7 @@ import threading
 import time
 
 from datagram_socket import DatagramSocket, raw_socket_is_allowed
-from programs import END_SECONDS, Program, required_tool
+from programs import PATIENCE, Program, required_tool
 
 LIMIT_SECONDS = 60
 
@@ -29,7 +29,7 @@ class LiveCapture(Program):
 
     def finish(self):
         """Wait for the last packet; the limit of time ends the wait."""
-        self.process.communicate(timeout=LIMIT_SECONDS + END_SECONDS)
+        self.process.communicate(timeout=LIMIT_SECONDS + PATIENCE)
 
 
 class RelayedCapture:
@@ -75,7 +75,7 @@ class RelayedCapture:
 
     def finish(self):
         self.ending.set()
-        self.thread.join(timeout=END_SECONDS)
+        self.thread.join(timeout=PATIENCE)
         if self.failure is not None:
             raise self.failure
         from packets import write_capture  # slow, and needed here alone; pylint: disable=import-outside-toplevel
@@ -83,7 +83,7 @@ class RelayedCapture:
 
     def close(self):
         self.ending.set()
-        self.thread.join(timeout=END_SECONDS)
+        self.thread.join(timeout=PATIENCE)
         for relay in (*self.listeners.values(), *self.senders.values()):
             relay.close()
 

@@ -8,8 +8,7 @@ import signal
 import subprocess
 import time
 
-READY_SECONDS = 30
-END_SECONDS = 30
+PATIENCE = 30  # seconds
 
 
 def required_tool(name):
@@ -32,7 +31,7 @@ class Program:
             raise
 
     def read_until(self, stream, pattern):
-        deadline = time.monotonic() + READY_SECONDS
+        deadline = time.monotonic() + PATIENCE
         text = ""
         while not re.search(pattern, text, re.MULTILINE):
             left = max(0, deadline - time.monotonic())
@@ -62,7 +61,7 @@ class ControlProgram(Program):
     def stop(self):
         """Let it end as an operator would."""
         self.process.send_signal(signal.SIGINT)
-        output, _ = self.process.communicate(timeout=END_SECONDS)
+        output, _ = self.process.communicate(timeout=PATIENCE)
         if self.process.returncode != 0:
             raise RuntimeError(f"twampctl: {self.process.returncode} {output!r}")
 
