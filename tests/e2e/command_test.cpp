@@ -314,7 +314,6 @@ TEST(Help, OfACommandHasAnExample)
                                             "Positionals:\n  WORD (optional)         What to print\n\n"
                                             "Options:\n  -h,--help               Print this help\n\n"
                                             "Examples:\n  echo two responders are up\n"));
-    EXPECT_THAT(twampctl("script --help").output, HasSubstr("Usage: twampctl script [OPTIONS] FILE\n"));
     EXPECT_THAT(twampctl_reading("help script\n", "script -").output,
                 HasSubstr("Usage: script [OPTIONS] FILE\n"));
 }
@@ -325,6 +324,12 @@ TEST(Help, IsShownWithoutACommand)
     EXPECT_EQ(finished.status, 2);
     EXPECT_THAT(finished.output, HasSubstr("twampctl run --listen 127.0.0.1:8620\n"));
     EXPECT_THAT(twampctl("--version").output, MatchesRegex("twampctl [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST(Output, ThatCannotBeWrittenIsAFailure)
+{
+    EXPECT_EQ(in_shell("exec \"$@\" >/dev/full", {TWAMPCTL, "echo", "a"}),
+              ends(1, "", "twampctl: standard output is not complete\n"));
 }
 
 TEST(Completion, OffersRunAtTheStartAlone)

@@ -55,29 +55,26 @@ TEST(Sessions, EndWhenTheyAreIdle)
     EXPECT_THAT(talk.wait().output, EndsWith("\nNo sessions\n"));
 }
 
-TEST(Show, HasEachFormat)
+TEST(Show, HasEachFormatAndNothingElseWhenQuiet)
 {
     const std::pair<const char *, const char *> rows[] = {
         {"show", "Processor main, module up, .* UTC\n\nModule\n  received packets  *0\n"},
-        {"show --format json", "  \"processor\": \"main\",\n  \"module_up\": true,\n"},
-        {"show --format prometheus", "responder=\"west\""},
+        {"show --format json",
+         "\\{\n  \"taken_at\": .*,\n  \"processor\": \"main\",\n  \"module_up\": true,\n"},
+        {"show --format prometheus", "# HELP olv_twamp_processor_info "},
         {"listeners", "Listener 127\\.0\\.0\\.1:[0-9]+\n  responder  *west\n  bind key  *4\n"},
-        {"listeners --format json", "\n\\[\n  \\{\n    \"address\": \"127"},
-        {"listeners --format prometheus", "# TYPE olv_twamp_listener_"},
-        {"sessions --format json", "\n\\[\\]\n"},
-        {"usage", "\nPlatform\n  memory blocks  *2\n  responder IDs  *1\n"},
-        {"stats --format json", "\n\\{\n  \"received_packets\": 0,\n"},
-        {"stats --format prometheus", "# TYPE olv_twamp_received_packets_total "},
-        {"responder stats west --format json", "\n\\{\n  \"name\": \"west\",\n  \"id\": 1,\n"},
-        {"responder stats west --format prometheus", "# TYPE olv_twamp_responder_"},
-        {"responder list --format json", "\n\\[\n  \\{\n    \"name\": \"west\",\n"},
-    };
+        {"listeners --format json", "\\[\n  \\{\n    \"address\": \"127"},
+        {"listeners --format prometheus", "# HELP olv_twamp_listener_"},
+        {"sessions --format json", "\\[\\]\n"},
+        {"usage", "Platform\n  memory blocks  *2\n  responder IDs  *1\n"},
+        {"stats --format json", "\\{\n  \"received_packets\": 0,\n"},
+        {"stats --format prometheus", "# HELP olv_twamp_received_packets_total "},
+        {"responder stats west --format json", "\\{\n  \"name\": \"west\",\n  \"id\": 1,\n"},
+        {"responder stats west --format prometheus", "# HELP olv_twamp_responder_"},
+        {"responder list --format json", "\\[\n  \\{\n    \"name\": \"west\",\n"}};
+    const std::string up = "--quiet up then responder create west then listen 127.0.0.1:0 then ";
     for (const auto &[command, shown] : rows) {
-        EXPECT_THAT(
-            twampctl(std::string("up then responder create west then listen 127.0.0.1:0 then ") + command)
-                .output,
-            ContainsRegex(shown))
-            << command;
+        EXPECT_THAT(twampctl(up + command).output, ContainsRegex(std::string("^") + shown)) << command;
     }
 }
 
