@@ -4,7 +4,6 @@
 """
 import os
 import re
-import shutil
 import subprocess
 import tempfile
 import unittest
@@ -22,8 +21,7 @@ def blocks(kind):
 
 class Guide(unittest.TestCase):
     def setUp(self):
-        self.folder = Path(tempfile.mkdtemp(prefix="olv-lttng-"))
-        self.addCleanup(shutil.rmtree, self.folder)
+        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(prefix="olv-lttng-")))
         self.addCleanup(remove_wait_file)
         self.addCleanup(self.end_daemon)
         (self.folder / "build/release").mkdir(parents=True)

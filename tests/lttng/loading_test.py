@@ -30,8 +30,7 @@ class Loading(unittest.TestCase):
     maxDiff = None
 
     def setUp(self):
-        self.folder = Path(tempfile.mkdtemp(prefix="olv-lttng-"))
-        self.addCleanup(shutil.rmtree, self.folder)
+        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory(prefix="olv-lttng-")))
 
     def run_twampctl(self, *options, program=TWAMPCTL, **environment):
         """No session daemon has its home where the program looks for the user's."""

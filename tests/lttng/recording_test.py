@@ -129,23 +129,28 @@ class Recording(unittest.TestCase):
 
     def test_everything_of_a_run_is_there_in_order(self):
         with SessionDaemon() as daemon:
-            lines = daemon.record(lambda: self.run_twampctl(daemon), ["olv_twamp:*"])
-        self.assertEqual([without_places(line) for line in lines], RUN)
+            recorded = daemon.record(lambda: self.run_twampctl(daemon), {"all": [["olv_twamp:*"]]})
+        self.assertEqual([without_places(line) for line in recorded["all"]], RUN)
 
     def test_what_is_recorded_of_every_kind_of_event_can_be_chosen(self):
-        rows = [
-            ("all", [["olv_twamp:*"]], MESSAGES + FUNCTIONS + STATE_WRITES + ENTRIES + [FORCED_ERROR]),
-            ("by name", [["olv_twamp:function_*"]], FUNCTIONS),
-            ("by key", [["olv_twamp:entry_*", "--filter", "key == 0xABCDEF"]], ENTRIES[:2]),
-            ("by severity", [["olv_twamp:message", "--filter", "severity == 2 || severity == 4"]], MESSAGES[1:3]),
-            ("errors", [["olv_twamp:*", "--loglevel=ERR"]], [FORCED_ERROR]),
-            ("no details", [["olv_twamp:*", "--loglevel=INFO"]], [*MESSAGES, FORCED_ERROR]),
-        ]
+        choices = {
+            "all": [["olv_twamp:*"]],
+            "by_name": [["olv_twamp:function_*"]],
+            "by_key": [["olv_twamp:entry_*", "--filter", "key == 0xABCDEF"]],
+            "by_severity": [["olv_twamp:message", "--filter", "severity == 2 || severity == 4"]],
+            "errors": [["olv_twamp:*", "--loglevel=ERR"]],
+            "no_details": [["olv_twamp:*", "--loglevel=INFO"]],
+        }
         with SessionDaemon() as daemon:
-            for label, choices, expected in rows:
-                with self.subTest(label):
-                    lines = daemon.record(lambda: daemon.run(EVERY_EVENT), *choices)
-                    self.assertEqual(lines, expected)
+            recorded = daemon.record(lambda: daemon.run(EVERY_EVENT), choices)
+        self.assertEqual(recorded, {
+            "all": MESSAGES + FUNCTIONS + STATE_WRITES + ENTRIES + [FORCED_ERROR],
+            "by_name": FUNCTIONS,
+            "by_key": ENTRIES[:2],
+            "by_severity": MESSAGES[1:3],
+            "errors": [FORCED_ERROR],
+            "no_details": [*MESSAGES, FORCED_ERROR],
+        })
 
 
 if __name__ == "__main__":

@@ -124,19 +124,22 @@ class SessionDaemon:
     def lttng(self, *arguments):
         self.run("lttng", "--no-sessiond", *arguments)
 
-    def record(self, work, *choices):
-        """Does some work and returns the events that it sent, as lines of text. Each choice is what
-        `lttng enable-event` is told."""
-        trace = tempfile.mkdtemp(dir=self.folder)
-        self.lttng("create", "test", f"--output={trace}")
-        self.lttng("enable-channel", "--userspace", "channel", "--subbuf-size=64k", "--num-subbuf=4")
-        for choice in choices:
-            self.lttng("enable-event", "--userspace", "--channel=channel", *choice)
-        self.lttng("start")
+    def record(self, work, sessions):
+        """Does some work and returns the events that each session has recorded of it, as lines of text. A session's
+        choices are what `lttng enable-event` is told."""
+        for name, choices in sessions.items():
+            self.lttng("create", name, f"--output={self.folder / name}")
+            self.lttng("enable-channel", "--userspace", "channel", "--subbuf-size=64k", "--num-subbuf=4")
+            for choice in choices:
+                self.lttng("enable-event", "--userspace", "--channel=channel", *choice)
+            self.lttng("start")
         work()
-        self.lttng("stop")
-        self.lttng("destroy")
-        done = self.run("babeltrace2", "--no-delta", trace)
+        for name in sessions:
+            self.lttng("stop", name)  # when all of it is in the files
+        return {name: self.events_of(name) for name in sessions}
+
+    def events_of(self, session):
+        done = self.run("babeltrace2", "--no-delta", str(self.folder / session))
         if "discarded" in done.stderr:
             raise AssertionError(f"babeltrace2: {done.stderr}")
         return [plain(line) for line in done.stdout.splitlines()]
