@@ -90,8 +90,8 @@ class Loading(unittest.TestCase):
         self.assertEqual(provider.count(LTTNG.encode()), 1)
         (self.folder / PROVIDER.name).write_bytes(provider.replace(LTTNG.encode(), b"liblttng-ust.so.0"))
         self.expect_refusal_of_a_copy(
-            "liblttng-ust.so.0: cannot open shared object file: No such file or directory; install LTTng-UST, on Debian "
-            "the package liblttng-ust1")
+            "liblttng-ust.so.0: cannot open shared object file: No such file or directory; install LTTng-UST, on "
+            "Debian the package liblttng-ust1")
 
     def test_a_file_can_still_have_the_name(self):
         finished = self.run_twampctl("--trace", "./lttng")
