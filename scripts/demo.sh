@@ -116,7 +116,7 @@ prepare() {
 bring_up() {
   section '2. The control application brings the module up'
   local command=("$build/apps/twampctl" run --listen 127.0.0.1:0 --listen '[::1]:0' --tables --imc
-    --verbose-step unbind)
+    --log-level 15)
   echo "\$ ${command[*]}"
   : >"$work/control"
   "${command[@]}" >>"$work/control" 2>&1 &

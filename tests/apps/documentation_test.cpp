@@ -107,7 +107,7 @@ TEST(MetricsGuide, HasEveryLabelAndReason)
 TEST(ConfigurationGuide, HasEveryKey)
 {
     const std::vector<std::string> keys = twampctl::run_config_keys();
-    EXPECT_EQ(keys.size(), 22u);
+    EXPECT_EQ(keys.size(), 21u);
     EXPECT_EQ(first_cells(section(content_of("docs/configuration.md"), "## Keys")),
               names(keys.begin(), keys.end()));
 }

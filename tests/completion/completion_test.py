@@ -54,8 +54,8 @@ TWAMPCTL = [
     # what the shell breaks words at
     ("twampctl listen 127.0.0.1:8620 --resp", ["--responder"], "twampctl listen 127.0.0.1:8620 --responder |"),
     ("twampctl listen '[::1]:0' then resp", ["responder"], "twampctl listen '[::1]:0' then responder |"),
-    ("twampctl run --listen 127.0.0.1:0 --verbose-step s", ["shutdown", "statistics"],
-     "twampctl run --listen 127.0.0.1:0 --verbose-step s|"),
+    ("twampctl run --listen 127.0.0.1:0 --stamp-mode s", ["stateful", "stateless"],
+     "twampctl run --listen 127.0.0.1:0 --stamp-mode state|"),
     ("twampctl run --listen=127.0.0.1:0 --stamp-mode=statel", ["stateless"],
      "twampctl run --listen=127.0.0.1:0 --stamp-mode=stateless |"),
     # files

@@ -22,8 +22,6 @@ namespace {
 
 using olv_apps::append;
 
-constexpr std::uint32_t everything_logged = 15;
-
 site_options options_for(const run_options &options)
 {
     return {.name = "main",
@@ -62,15 +60,13 @@ class course {
     [[nodiscard]] figures collect() { return site_.collect(); }
     void report();
     /** @return Whether all of it worked. */
-    bool take_down();
+    bool take_down() { return site_.tear_down(); }
     [[nodiscard]] platform_usage usage() const { return site_.usage(); }
 
   private:
     void bind();
     void print_statistics();
     void print_imc();
-    /** Run @p work, at log level 15 if it is the verbose step. */
-    void during(step which, const std::function<void()> &work);
 
     const run_options &options_;
     const document_output &document_;
@@ -85,13 +81,11 @@ void course::bring_up()
         site_.set_log_level(*options_.log_level);
         say("log level %u", *options_.log_level);
     }
-    during(step::create, [this] {
-        for (std::uint32_t index = 0; index < options_.responders; ++index) {
-            // This fast path gives neither parameter a meaning.
-            (void)site_.create_responder({.name = {}, .info = {}, .sessions = options_.sessions});
-        }
-    });
-    during(step::bind, [this] { bind(); });
+    for (std::uint32_t index = 0; index < options_.responders; ++index) {
+        // This fast path gives neither parameter a meaning.
+        (void)site_.create_responder({.name = {}, .info = {}, .sessions = options_.sessions});
+    }
+    bind();
 }
 
 /** To the IPv4 and the IPv6 module, as far as the addresses need them. */
@@ -123,19 +117,17 @@ void course::listen()
 void course::report()
 {
     if (options_.format == output_format::text) {
-        during(step::statistics, [this] { print_statistics(); });
+        print_statistics();
     } else {
-        during(step::statistics, [this] { document_.write(format(collect(), options_.format)); });
+        document_.write(format(collect(), options_.format));
     }
     if (options_.tables) {
-        during(step::tables, [this] {
-            std::printf("Tables:");
-            site_.require(olv_twamp_tables_dump(site_.module(), OLV_TWAMP_TABLE_GROUP_ALL), "print the tables");
-            std::printf("\n");
-        });
+        std::printf("Tables:");
+        site_.require(olv_twamp_tables_dump(site_.module(), OLV_TWAMP_TABLE_GROUP_ALL), "print the tables");
+        std::printf("\n");
     }
     if (options_.imc) {
-        during(step::imc, [this] { print_imc(); });
+        print_imc();
     }
 }
 
@@ -159,31 +151,6 @@ void course::print_imc()
         bind_request request;
         request.to = to;
         std::printf("call to the %s module: tree function 0x%X\n", name_of(to), site_.imc(request));
-    }
-}
-
-bool course::take_down()
-{
-    return site_.tear_down([this](step which, const std::function<void()> &work) { during(which, work); });
-}
-
-void course::during(step which, const std::function<void()> &work)
-{
-    if (options_.verbose_step != which) {
-        work();
-        return;
-    }
-    const std::uint32_t usual = site_.module()->log_flags & OLV_LOG_LEVEL_MASK;
-    site_.set_log_level(everything_logged);
-    try {
-        work();
-    } catch (const std::exception &) {
-        // The failure of the step says more than one of going back to the usual level would.
-        (void)site_.framework().set_log_level(site_.module(), usual);
-        throw;
-    }
-    if (site_.is_up()) {
-        site_.set_log_level(usual);
     }
 }
 

@@ -32,14 +32,9 @@ constexpr const char *examples = "Examples:\n"
                                  "  twampctl run --listen 127.0.0.1:8620\n"
                                  "  twampctl run --listen 127.0.0.1:0 --listen '[::1]:0' --tables --imc\n"
                                  "  twampctl run --listen '[::]:8620' --stamp-mode stateless --duration 60\n"
-                                 "  twampctl run --listen 127.0.0.1:8620 --verbose-step unbind --trace -\n"
+                                 "  twampctl run --listen 127.0.0.1:8620 --log-level 15 --trace -\n"
                                  "  twampctl run --listen 0.0.0.0:862 --allow 192.0.2.0/24 --min-request 41\n"
                                  "  twampctl run --config twampctl.json --metrics 127.0.0.1:9862 --format json";
-
-const std::map<std::string, step> steps = {
-    {"bind", step::bind},     {"create", step::create},    {"statistics", step::statistics},
-    {"tables", step::tables}, {"imc", step::imc},          {"unbind", step::unbind},
-    {"delete", step::remove}, {"shutdown", step::shutdown}};
 
 /** The command line as written. */
 struct raw_options {
@@ -48,23 +43,12 @@ struct raw_options {
     std::uint32_t capacity = usual_capacity;
     double duration_seconds = -1;
     std::optional<std::uint32_t> log_level;
-    std::string step;
     traffic_options traffic;
     std::optional<std::string> metrics;
     std::string format = "text";
     std::optional<std::string> config;
     bool check = false;
 };
-
-template <typename Value> std::vector<std::string> names_of(const std::map<std::string, Value> &map)
-{
-    std::vector<std::string> names;
-    names.reserve(map.size());
-    for (const auto &entry : map) {
-        names.push_back(entry.first);
-    }
-    return names;
-}
 
 void add_options(CLI::App &run, raw_options &raw, run_options &options)
 {
@@ -79,14 +63,13 @@ void add_options(CLI::App &run, raw_options &raw, run_options &options)
     run.add_flag("--tables", options.tables, "Print the classifier tables before taking down");
     run.add_flag("--imc", options.imc, "Print the tree functions that call the IPv4 and the IPv6 module");
     add_log_level(run.add_option("--log-level", raw.log_level, "Log level of the module: 0, 1, 3, 7 or 15"));
-    one_of(run.add_option("--verbose-step", raw.step, "Log everything during one step"), names_of(steps));
     run.add_option("--trace", options.trace_file, "File for a text trace; -: standard error; lttng: LTTng-UST")
         ->type_name("FILE");
     run.add_option("--metrics", raw.metrics, "ADDRESS:PORT to serve metrics at, for Prometheus; port 0: any");
     one_of(run.add_option("--format", raw.format,
                           "Format of the figures at the end (text); other than text: they alone go to standard "
                           "output, everything else to standard error"),
-           names_of(output_formats));
+           {"json", "prometheus", "text"});
     CLI::Option *config = run.add_option("--config", raw.config,
                                          "JSON file with options by their names; those "
                                          "of the command line win")
@@ -213,9 +196,6 @@ bool convert(const raw_options &raw, run_options &options)
     options.log_level = raw.log_level;
     if (raw.duration_seconds >= 0) {
         options.duration = std::chrono::nanoseconds(static_cast<std::int64_t>(raw.duration_seconds * 1e9));
-    }
-    if (!raw.step.empty()) {
-        options.verbose_step = steps.at(raw.step);
     }
     options.format = output_formats.at(raw.format);
     return true;

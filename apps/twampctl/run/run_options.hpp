@@ -14,7 +14,6 @@
 
 #include "apps/twampctl/figures/output_format.hpp"
 #include "apps/twampctl/program.hpp"
-#include "apps/twampctl/site/step.hpp"
 #include "fastpath/udp/udp_workers.hpp"
 
 namespace CLI {
@@ -34,7 +33,6 @@ struct run_options {
     bool imc = false;
     bool watch = false; ///< Show the figures as they change, until the end.
     std::optional<std::uint32_t> log_level;
-    std::optional<step> verbose_step;
     std::optional<olv_net::socket_address> metrics; ///< Where they are served; nothing: nowhere.
     output_format format = output_format::text;     ///< Of the figures at the end.
     std::string trace_file;                         ///< Empty: no trace; "-": standard error.

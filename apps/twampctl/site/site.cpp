@@ -391,17 +391,13 @@ platform_usage site::usage() const
 // Down, in the reverse order
 // --------------------------------------------------------------------------------------------------------
 
-bool site::tear_down(const step_runner &runner)
+bool site::tear_down()
 {
     const std::lock_guard lock{mutex_};
     bool good = true;
-    const auto attempt = [&](step which, const std::function<void()> &work) {
+    const auto attempt = [&good](const auto &work) {
         try {
-            if (runner) {
-                runner(which, work);
-            } else {
-                work();
-            }
+            work();
         } catch (const std::exception &error) {
             olv_apps::report_error(program_name, "%s", error.what());
             good = false;
@@ -414,12 +410,11 @@ bool site::tear_down(const step_runner &runner)
     if (is_up()) { // a module that is down can take nothing back
         const std::list<binding> bound = bound_;
         std::for_each(bound.rbegin(), bound.rend(),
-                      [&](const binding &each) { attempt(step::unbind, [&] { unbind(each.request); }); });
+                      [&](const binding &each) { attempt([&] { unbind(each.request); }); });
         const std::vector<named_responder> responders = responders_;
-        std::for_each(responders.rbegin(), responders.rend(), [&](const named_responder &each) {
-            attempt(step::remove, [&] { delete_responder(each.name); });
-        });
-        attempt(step::shutdown, [this] { shut_down(); });
+        std::for_each(responders.rbegin(), responders.rend(),
+                      [&](const named_responder &each) { attempt([&] { delete_responder(each.name); }); });
+        attempt([this] { shut_down(); });
     }
     bound_.clear();
     for (const named_responder &each : responders_) {

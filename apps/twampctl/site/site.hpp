@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "apps/twampctl/figures/figures.hpp"
-#include "apps/twampctl/site/step.hpp"
 #include "fastpath/udp/udp_workers.hpp"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/processor.hpp"
@@ -31,9 +30,6 @@ class step_failure : public std::runtime_error {
   public:
     using runtime_error::runtime_error;
 };
-
-/** Runs a step's work. */
-using step_runner = std::function<void(step, const std::function<void()> &)>;
 
 /** Responder IDs that a processor has when nothing else is said. */
 inline constexpr std::uint32_t usual_capacity = 65536;
@@ -134,7 +130,7 @@ class site {
 
     /** Undo every step that was done, the last one first; a failure is reported and the rest goes on.
      *  @return Whether all of it worked. */
-    bool tear_down(const step_runner &runner = {});
+    bool tear_down();
 
     /** @throw step_failure  The status is not 0. */
     void require(std::uint32_t status, const std::string &what) const;
