@@ -2,43 +2,41 @@
 
 #include <stdexcept>
 
-#include "apps/common/command_line.hpp"
-
 namespace olv_probe {
 namespace {
 
-void add_packet_options(CLI::App &app, session_input &input)
+void add_packet_options(olv_apps::command to, session_input &input)
 {
-    app.add_option("--size", input.size, "Octets of UDP payload, 14 to 65507 (41, with --stamp 44)")
-        ->check(CLI::Range(olv_net::sender_packet::header_length, olv_net::maximum_payload_ipv4));
-    app.add_option("--padding", input.padding,
-                   "What fills a packet: random or zero (random, with --stamp zero)")
-        ->check(CLI::IsMember({"random", "zero"}));
-    app.add_option("--dscp", input.dscp, "DSCP of the packets, 0 to 63 (0)")->check(CLI::Range(0u, 63u));
-    app.add_option("--ttl", input.ttl, "TTL or hop limit of the packets, 1 to 255 (255)")
-        ->check(CLI::Range(1u, 255u));
-    app.add_flag("--stamp", input.stamp, "Send STAMP packets");
+    to.add_option("--size", input.size, "Octets of UDP payload, 14 to 65507 (41, with --stamp 44)")
+        .whole_number_between(olv_net::sender_packet::header_length, olv_net::maximum_payload_ipv4);
+    to.add_option("--padding", input.padding, "What fills a packet: random or zero (random, with --stamp zero)")
+        .one_of({"random", "zero"});
+    to.add_option("--dscp", input.dscp, "DSCP of the packets, 0 to 63 (0)").whole_number_between(0, 63);
+    to.add_option("--ttl", input.ttl, "TTL or hop limit of the packets, 1 to 255 (255)")
+        .whole_number_between(1, 255);
+    to.add_flag("--stamp", input.stamp, "Send STAMP packets");
 }
 
-void add_time_options(CLI::App &app, session_input &input)
+void add_time_options(olv_apps::command to, session_input &input)
 {
-    CLI::Option *count = app.add_option("--count", input.count, "Packets to send from each sender (100)")
-                             ->check(CLI::Range(1u, maximum_packets));
-    app.add_option("--duration", input.duration_seconds, "Seconds to send for, instead of a count")
-        ->check(olv_apps::number_between(0.001, 31'536'000.0))
-        ->excludes(count);
-    CLI::Option *interval = app.add_option("--interval", input.interval_milliseconds,
-                                           "Milliseconds between two packets of a sender (10)")
-                                ->check(olv_apps::number_between(0.0, 3'600'000.0));
-    CLI::Option *flood =
-        app.add_flag("--flood", input.flood, "Send as soon as the window has room, not in intervals")
-            ->excludes(interval);
-    app.add_option("--window", input.window, "Packets of each sender on their way in a flood, 1 to 65536 (64)")
-        ->check(CLI::Range(1u, 65536u))
-        ->needs(flood);
-    app.add_option("--timeout", input.timeout_seconds,
-                   "Seconds to wait for the last replies; in a flood, for each reply (2)")
-        ->check(olv_apps::number_between(0.0, 3600.0));
+    const olv_apps::option count =
+        to.add_option("--count", input.count, "Packets to send from each sender (100)")
+            .whole_number_between(1, maximum_packets);
+    to.add_option("--duration", input.duration_seconds, "Seconds to send for, instead of a count")
+        .number_between(0.001, 31'536'000)
+        .excludes(count);
+    const olv_apps::option interval = to.add_option("--interval", input.interval_milliseconds,
+                                                    "Milliseconds between two packets of a sender (10)")
+                                          .number_between(0, 3'600'000);
+    const olv_apps::option flood =
+        to.add_flag("--flood", input.flood, "Send as soon as the window has room, not in intervals")
+            .excludes(interval);
+    to.add_option("--window", input.window, "Packets of each sender on their way in a flood, 1 to 65536 (64)")
+        .whole_number_between(1, 65536)
+        .needs(flood);
+    to.add_option("--timeout", input.timeout_seconds,
+                  "Seconds to wait for the last replies; in a flood, for each reply (2)")
+        .number_between(0, 3600);
 }
 
 std::chrono::nanoseconds nanoseconds_of(double value, double nanoseconds_each)
@@ -48,12 +46,12 @@ std::chrono::nanoseconds nanoseconds_of(double value, double nanoseconds_each)
 
 } // namespace
 
-void add_session_options(CLI::App &app, session_input &input)
+void add_session_options(olv_apps::command to, session_input &input)
 {
-    app.add_option("--senders", input.senders, "Sessions at once, each with a port of its own, 1 to 256 (1)")
-        ->check(CLI::Range(1u, maximum_senders));
-    add_time_options(app, input);
-    add_packet_options(app, input);
+    to.add_option("--senders", input.senders, "Sessions at once, each with a port of its own, 1 to 256 (1)")
+        .whole_number_between(1, maximum_senders);
+    add_time_options(to, input);
+    add_packet_options(to, input);
 }
 
 session_options session_input::options() const

@@ -10,8 +10,7 @@
 #include <optional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
+#include "apps/common/command_line.hpp"
 #include "probe/session_options.hpp"
 
 namespace olv_probe {
@@ -36,7 +35,7 @@ struct session_input {
     [[nodiscard]] session_options options() const;
 };
 
-void add_session_options(CLI::App &app, session_input &input);
+void add_session_options(olv_apps::command to, session_input &input);
 
 } // namespace olv_probe
 

@@ -4,8 +4,8 @@
 #include <exception>
 #include <string>
 
+#include "apps/common/errors.hpp"
 #include "apps/common/probe_report.hpp"
-#include "apps/common/report.hpp"
 #include "apps/common/signal_watch.hpp"
 #include "apps/twamp-probe/histogram.hpp"
 #include "apps/twamp-probe/plot.hpp"
@@ -148,7 +148,7 @@ int main(int argc, char **argv)
 {
     try {
         probe_options options;
-        if (const std::optional<int> status = read_options(argc, argv, options)) {
+        if (const std::optional<int> status = read_options({argv + 1, argv + argc}, options)) {
             return *status;
         }
         return measure_and_report(options);

@@ -3,7 +3,7 @@
 #include <map>
 #include <stdexcept>
 
-#include "apps/common/command_line.hpp"
+#include "apps/common/errors.hpp"
 #include "apps/common/session_input.hpp"
 
 namespace olv_probe {
@@ -34,28 +34,29 @@ struct raw_options {
     std::string plot;
 };
 
-void add_output_options(CLI::App &app, raw_options &raw)
+void add_output_options(olv_apps::command to, raw_options &raw)
 {
-    app.add_option("--format", raw.format,
-                   "What to print: text, json, or csv with a line for each packet (text)")
-        ->check(CLI::IsMember({"text", "json", "csv"}));
-    app.add_flag("--histogram", raw.histogram, "Print a histogram of the round trips, too; with text only");
-    app.add_option("--plot", raw.plot,
-                   "Draw the round trips over time and their histogram: FILE.svg, FILE.png");
+    to.add_option("--format", raw.format,
+                  "What to print: text, json, or csv with a line for each packet (text)")
+        .one_of({"text", "json", "csv"});
+    to.add_flag("--histogram", raw.histogram, "Print a histogram of the round trips, too; with text only");
+    to.add_option("--plot", raw.plot, "Draw the round trips over time and their histogram: FILE.svg, FILE.png");
 }
 
-std::optional<int> parse(int argc, char **argv, raw_options &raw)
+std::optional<int> parse(const std::vector<std::string> &words, raw_options &raw)
 {
-    CLI::App app{description, program_name};
-    app.footer(examples);
-    app.add_option("ADDRESS:PORT", raw.address,
-                   "The reflector, an address or a name; IPv6 addresses in brackets")
-        ->required();
-    CLI::Option *ipv4 = app.add_flag("-4", raw.ipv4, "Take an IPv4 address of a name");
-    app.add_flag("-6", raw.ipv6, "Take an IPv6 address of a name")->excludes(ipv4);
-    add_session_options(app, raw.session);
-    add_output_options(app, raw);
-    return olv_apps::parse_command_line(app, program_name, argc, argv);
+    olv_apps::command_line line{program_name, description};
+    const olv_apps::command options = line.options();
+    options
+        .add_option("ADDRESS:PORT", raw.address,
+                    "The reflector, an address or a name; IPv6 addresses in brackets")
+        .required();
+    const olv_apps::option ipv4 = options.add_flag("-4", raw.ipv4, "Take an IPv4 address of a name");
+    options.add_flag("-6", raw.ipv6, "Take an IPv6 address of a name").excludes(ipv4);
+    add_session_options(options, raw.session);
+    add_output_options(options, raw);
+    options.end_help_with(examples);
+    return line.read_or_report(program_name, words);
 }
 
 bool ends_with_name(const std::string &file, const std::string &extension)
@@ -83,10 +84,10 @@ int family_of(const raw_options &raw)
 
 } // namespace
 
-std::optional<int> read_options(int argc, char **argv, probe_options &options)
+std::optional<int> read_options(const std::vector<std::string> &words, probe_options &options)
 {
     raw_options raw;
-    if (const std::optional<int> status = parse(argc, argv, raw)) {
+    if (const std::optional<int> status = parse(words, raw)) {
         return status;
     }
     try {

@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <sys/socket.h>
 
@@ -28,8 +29,9 @@ struct probe_options {
     std::string plot; ///< File name with an extension that can be drawn; empty: none.
 };
 
-/** @return The status to exit with, help or an error having been printed; nothing when @p options is filled. */
-[[nodiscard]] std::optional<int> read_options(int argc, char **argv, probe_options &options);
+/** @param words  Behind the program's name.
+ *  @return The status to exit with, help or an error having been printed; nothing when @p options is filled. */
+[[nodiscard]] std::optional<int> read_options(const std::vector<std::string> &words, probe_options &options);
 
 } // namespace olv_probe
 

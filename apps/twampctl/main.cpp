@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/common/report.hpp"
+#include "apps/common/errors.hpp"
 #include "apps/twampctl/commands/command_context.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/console/interpreter.hpp"
@@ -20,10 +20,11 @@ namespace {
 
 constexpr std::string_view run_word = "run";
 
-int run_from(int argc, char **argv)
+/** @param words  Behind "run". */
+int run_from(const std::vector<std::string> &words)
 {
     run_options options;
-    const std::optional<int> early = read_options(argc, argv, options);
+    const std::optional<int> early = read_options(words, options);
     return early ? *early : run(options);
 }
 
@@ -103,7 +104,8 @@ int run_commands(const std::vector<std::string> &words)
 int dispatch(int argc, char **argv)
 {
     std::vector<std::string> words{argv + 1, argv + argc};
-    if (!words.empty() && words.front() == "--quiet") {
+    const bool quiet = !words.empty() && words.front() == "--quiet";
+    if (quiet) {
         say_to(nullptr); // what commands show is all that is to be read
         words.erase(words.begin());
     }
@@ -115,7 +117,11 @@ int dispatch(int argc, char **argv)
         return olv_apps::exit_good;
     }
     if (words.front() == run_word) {
-        return run_from(argc, argv);
+        words.erase(words.begin());
+        if (quiet) {
+            words.insert(words.begin(), "--quiet"); // it has no such option, and says so
+        }
+        return run_from(words);
     }
     if (words.front() == "--complete") {
         return print_completions({words.begin() + 1, words.end()});

@@ -63,6 +63,8 @@ TEST(Config, TakesTextsAsTheyAre)
     EXPECT_THAT(words_of(R"({"trace": "--tables"})"), ElementsAre("--trace", "--tables"));
     EXPECT_THAT(words_of(R"({"trace": "[a,b] \"c\" \u00e9"})"), ElementsAre("--trace", "[a,b] \"c\" \xc3\xa9"));
     EXPECT_THAT(words_of("\xef\xbb\xbf{\"allow\": []}"), IsEmpty());
+    EXPECT_THAT(words_of(R"({"rate": "4", "listen": "127.0.0.1:1"})"),
+                ElementsAre("--rate", "4", "--listen", "127.0.0.1:1"));
 }
 
 struct error_row {
@@ -131,26 +133,23 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &row) { return std::string(row.param.label); });
 
 INSTANTIATE_TEST_SUITE_P(
-    Types, ConfigError,
+    NoValues, ConfigError,
     testing::Values(
         error_row{"FlagAsNumber", "{\"tables\":\n1}", {"2: tables: true or false is wanted, not 1"}},
-        error_row{"NumberAsText", "{\"rate\": \"4\"}", {"1: rate: a whole number is wanted, not \"4\""}},
-        error_row{"Fraction", "{\"rate\": 4.0}", {"1: rate: a whole number is wanted, not 4.0"}},
-        error_row{"DurationAsFlag", "{\"duration\": true}", {"1: duration: a number is wanted, not true"}},
-        error_row{"TextAsNull", "{\"trace\": null}", {"1: trace: a text, in quotes, is wanted, not null"}},
-        error_row{"TextAsObject",
-                  "{\"trace\": {\"a\": {\"b\": [1]}}}",
-                  {"1: trace: a text, in quotes, is wanted, not an object"}},
-        error_row{"NumberAsList", "{\"rate\": [4]}", {"1: rate: a whole number is wanted, not a list"}},
-        error_row{"ListAsText",
-                  "{\"listen\": \"127.0.0.1:1\"}",
-                  {"1: listen: a list of texts, as in [\"...\"], is wanted, not \"127.0.0.1:1\""}},
+        error_row{"DurationAsFlag", "{\"duration\": true}", {"1: duration: a value is wanted, not true"}},
+        error_row{"Null", "{\"trace\": null}", {"1: trace: a value is wanted, not null"}},
+        error_row{
+            "Object",
+            "{\"trace\": {\"a\": {\"b\": [1]}}, \"rate\": 0}",
+            {"1: trace: a value is wanted, not an object", "1: rate: Value 0 not in range 1 to 1000000000"}},
         error_row{"Elements",
-                  "{\"listen\": [\n1,\n[2, {}],\n{\"a\": 3}]}",
-                  {"2: listen[0]: a text, in quotes, is wanted, not 1",
-                   "3: listen[1]: a text, in quotes, is wanted, not a list",
-                   "4: listen[2]: a text, in quotes, is wanted, not an object"}},
-        error_row{"ZeroByte", "{\"trace\": \"a\\u0000b\"}", {"1: trace: the text contains a zero byte"}}),
+                  "{\"listen\": [\nnull,\n[2, {}],\n{\"a\": 3}]}",
+                  {"2: listen[0]: a value is wanted, not null", "3: listen[1]: a value is wanted, not a list",
+                   "4: listen[2]: a value is wanted, not an object"}},
+        error_row{"ZeroByte",
+                  "{\"trace\": \"a\\u0000b\"}",
+                  {"1: trace: a value is wanted, not a text with a zero byte"}},
+        error_row{"Two", "{\n\"rate\": [4,\n5]}", {"2: rate: At Most 1 required but received 2"}}),
     [](const auto &row) { return std::string(row.param.label); });
 
 INSTANTIATE_TEST_SUITE_P(
@@ -166,6 +165,8 @@ INSTANTIATE_TEST_SUITE_P(
             "Prefix",
             "{\"allow\": [\"192.0.2.1/24\"]}",
             {"1: allow[0]: prefix '192.0.2.1/24': bits behind the prefix are set; the prefix is 192.0.2.0/24"}},
+        error_row{"Fraction", "{\"rate\": 4.0}", {"1: rate: Value 4.0 not in range 1 to 1000000000"}},
+        error_row{"Word", "{\"rate\": \"fast\"}", {"1: rate: Value fast not in range 1 to 1000000000"}},
         error_row{"BelowRange", "{\"sessions\": 0}", {"1: sessions: Value 0 not in range 1 to 16777216"}},
         error_row{"Negative", "{\"capacity\": -1}", {"1: capacity: Value -1 not in range 1 to 16777214"}},
         error_row{"AboveRange",
@@ -188,14 +189,10 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &row) { return std::string(row.param.label); });
 
 /** What a run is told about its workers. */
-olv_fastpath::udp_workers_options workers_of(std::vector<std::string> words)
+olv_fastpath::udp_workers_options workers_of(const std::vector<std::string> &words)
 {
-    std::vector<char *> arguments;
-    for (std::string &word : words) {
-        arguments.push_back(word.data());
-    }
     twampctl::run_options options;
-    EXPECT_FALSE(twampctl::read_options(static_cast<int>(arguments.size()), arguments.data(), options));
+    EXPECT_FALSE(twampctl::read_options(words, options));
     return options.workers;
 }
 
@@ -207,19 +204,17 @@ std::uint32_t session_capacity(const std::vector<std::string> &words)
 
 TEST(RunOptions, RepliesLeaveTogetherUnlessToldNotTo)
 {
-    EXPECT_TRUE(workers_of({"twampctl", "run", "--listen", "127.0.0.1:0"}).server.segments);
-    EXPECT_FALSE(
-        workers_of({"twampctl", "run", "--listen", "127.0.0.1:0", "--separate-replies"}).server.segments);
+    EXPECT_TRUE(workers_of({"--listen", "127.0.0.1:0"}).server.segments);
+    EXPECT_FALSE(workers_of({"--listen", "127.0.0.1:0", "--separate-replies"}).server.segments);
 }
 
 TEST(RunOptions, EachWorkerHasRoomForAllSessions)
 {
-    EXPECT_EQ(session_capacity({"twampctl", "run", "--listen", "127.0.0.1:0"}), 65536u);
-    EXPECT_EQ(session_capacity({"twampctl", "run", "--listen", "127.0.0.1:0", "--workers", "64"}), 65536u);
-    EXPECT_EQ(session_capacity({"twampctl", "run", "--listen", "127.0.0.1:0", "--sessions", "100000"}),
-              100000u);
-    EXPECT_EQ(session_capacity({"twampctl", "run", "--listen", "127.0.0.1:0", "--listen", "127.0.0.1:0",
-                                "--sessions", "100000", "--workers", "4"}),
+    EXPECT_EQ(session_capacity({"--listen", "127.0.0.1:0"}), 65536u);
+    EXPECT_EQ(session_capacity({"--listen", "127.0.0.1:0", "--workers", "64"}), 65536u);
+    EXPECT_EQ(session_capacity({"--listen", "127.0.0.1:0", "--sessions", "100000"}), 100000u);
+    EXPECT_EQ(session_capacity({"--listen", "127.0.0.1:0", "--listen", "127.0.0.1:0", "--sessions", "100000",
+                                "--workers", "4"}),
               800000u);
 }
 

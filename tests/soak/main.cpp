@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "apps/common/command_line.hpp"
+#include "apps/common/errors.hpp"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/processor.hpp"
 #include "olv_sim/resources.hpp"
@@ -125,13 +126,14 @@ void soak(const soak_options &options)
 int main(int argc, char **argv)
 {
     soak_options options;
-    CLI::App app{"Random control operations with random faults on many responders, while packets flow."};
-    app.add_option("--seconds", options.seconds, "How long")->capture_default_str();
-    app.add_option("--responders", options.responders, "IDs of each processor")->capture_default_str();
-    app.add_option("--processors", options.processors, "Processors, each with a module and senders")
-        ->capture_default_str();
-    app.add_option("--seed", options.seed, "Of what happens")->capture_default_str();
-    if (const auto status = olv_apps::parse_command_line(app, "soak", argc, argv)) {
+    olv_apps::command_line line{
+        "soak", "Random control operations with random faults on many responders, while packets flow."};
+    const olv_apps::command command = line.options();
+    command.add_option("--seconds", options.seconds, "How long (60)");
+    command.add_option("--responders", options.responders, "IDs of each processor (5000)");
+    command.add_option("--processors", options.processors, "Processors, each with a module and senders (2)");
+    command.add_option("--seed", options.seed, "Of what happens (1)");
+    if (const auto status = line.read_or_report("soak", {argv + 1, argv + argc})) {
         return *status;
     }
     try {

@@ -1,7 +1,6 @@
 #include "apps/twampctl/commands/checks.hpp"
 
 #include <algorithm>
-#include <string>
 
 #include "apps/twampctl/commands/usage_error.hpp"
 
@@ -16,7 +15,16 @@ bool has_to_be_quoted(char character)
     return code <= ' ' || code == 0x7F || character == '"' || character == '\'' || character == '\\';
 }
 
-std::string reason_against(const std::string &name)
+} // namespace
+
+void require_some_or_all(const char *command, const char *what, bool some, bool all)
+{
+    if (some == all) {
+        throw usage_error(std::string(command) + ": give " + what + ", or --all");
+    }
+}
+
+std::string reason_against_name(const std::string &name)
 {
     if (name.empty()) {
         return "a name has one character at least";
@@ -34,31 +42,9 @@ std::string reason_against(const std::string &name)
     return {};
 }
 
-} // namespace
-
-void require_some_or_all(const char *command, const char *what, bool some, bool all)
+std::string reason_against_sign(const std::string &number)
 {
-    if (some == all) {
-        throw usage_error(std::string(command) + ": give " + what + ", or --all");
-    }
-}
-
-CLI::Validator name_check()
-{
-    return {[](const std::string &name) { return reason_against(name); }, ""};
-}
-
-CLI::Validator not_negative()
-{
-    return {[](const std::string &number) {
-                return number.find('-') == std::string::npos ? "" : "'" + number + "' is negative";
-            },
-            ""};
-}
-
-CLI::Validator of_24_bits()
-{
-    return CLI::Range(0u, 0xFFFFFFu);
+    return number.find('-') == std::string::npos ? "" : "'" + number + "' is negative";
 }
 
 } // namespace twampctl

@@ -5,7 +5,8 @@
 #ifndef OLV_TWAMPCTL_CHECKS_HPP
 #define OLV_TWAMPCTL_CHECKS_HPP
 
-#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <string>
 
 namespace twampctl {
 
@@ -13,15 +14,16 @@ namespace twampctl {
  *  @throw usage_error  Both or neither was asked for: "COMMAND: give WHAT, or --all". */
 void require_some_or_all(const char *command, const char *what, bool some, bool all);
 
-/** Takes names that can be typed again as they are: of 1 to 64 bytes, not an option's nor a comment's
- * beginning, without blanks, quotes, backslashes and control characters. */
-[[nodiscard]] CLI::Validator name_check();
+/** @return Why this is no name that can be typed again as it is; empty: it is one, of 1 to 64 bytes, not an
+ *  option's nor a comment's beginning, without blanks, quotes, backslashes and control characters. */
+[[nodiscard]] std::string reason_against_name(const std::string &name);
 
-/** Takes numbers without a sign: as 64 bits, others would be taken for very large ones. */
-[[nodiscard]] CLI::Validator not_negative();
+/** @return Why this number has a sign; empty: it has none. As 64 bits, negative ones would be taken for very
+ * large ones. */
+[[nodiscard]] std::string reason_against_sign(const std::string &number);
 
-/** Takes numbers that fit a classifier tree's key. */
-[[nodiscard]] CLI::Validator of_24_bits();
+/** The largest key of a classifier tree. */
+inline constexpr std::int64_t largest_key = 0xFFFFFF;
 
 } // namespace twampctl
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "apps/common/report.hpp"
+#include "apps/common/errors.hpp"
 #include "apps/twampctl/console/progress.hpp"
-#include "apps/twampctl/program.hpp"
+#include "apps/twampctl/program_name.hpp"
 #include "olv_sim/faults.hpp"
 #include "olv_sim/processor.hpp"
 

@@ -3,18 +3,20 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <regex>
 
-#include "apps/common/choices.hpp"
-#include "apps/common/closest.hpp"
-#include "apps/common/help_format.hpp"
+#include <CLI/CLI.hpp>
+
+#include "apps/common/words.hpp"
 #include "apps/twampctl/commands/commands.hpp"
-#include "apps/twampctl/program.hpp"
+#include "apps/twampctl/program_name.hpp"
 #include "apps/twampctl/run/run_options.hpp"
 #include "apps/twampctl/site/platform_names.hpp"
 
 namespace twampctl {
 namespace {
+
+using olv_apps::did_you_mean;
+using olv_apps::joined;
 
 constexpr const char *command_line_intro =
     "Drives the TWAMP module on the software platform.\n"
@@ -91,8 +93,7 @@ std::vector<std::string> files_like(const std::string &begun)
     return found;
 }
 
-} // namespace
-
+/** The words of a command without the program: "responder create". */
 std::string path_of(const CLI::App &command)
 {
     const CLI::App *parent = command.get_parent();
@@ -103,17 +104,53 @@ std::string path_of(const CLI::App &command)
     return above.empty() ? command.get_name() : above + " " + command.get_name();
 }
 
-command_tree::command_tree(command_context &context)
-    : context_(context), root_("", context.source() == command_source::command_line ? program_name : "")
+/** A message without the limits behind the kind of a value: "1 required UINT:UINT in [1 - 9] missing". */
+std::string without_limits(std::string message)
 {
-    root_.formatter(std::make_shared<olv_apps::help_format>());
-    root_.set_help_flag("-h,--help", "Print this help");
-    root_.require_subcommand(0, 1); // what follows is its arguments, even where it is a command's name
+    const std::size_t limits = message.find(" in [");
+    if (limits != std::string::npos) {
+        const std::size_t start = message.rfind(':', limits);
+        message.erase(start, message.find(']', limits) + 1 - start);
+    }
+    return message;
+}
+
+/** Why the words after a command are not taken. */
+std::string reason_against_words(const CLI::App &command, const CLI::ParseError &error)
+{
+    if (dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr) {
+        const std::vector<std::string> words = command.remaining();
+        const auto option = std::find_if(words.begin(), words.end(), is_option);
+        if (option != words.end()) {
+            return "'" + path_of(command) + "' has no option " + *option +
+                   did_you_mean(*option, long_names_of(command));
+        }
+        return "'" + path_of(command) + "' does not take " +
+               (words.empty() ? "that" : "'" + words.front() + "'");
+    }
+    std::string message = without_limits(error.what());
+    std::replace(message.begin(), message.end(), '\n', ' ');
+    if (dynamic_cast<const CLI::ConversionError *>(&error) != nullptr) {
+        message += ", a number that fits there is expected";
+    }
+    return path_of(command) + ": " + message;
+}
+
+} // namespace
+
+command_tree::command_tree(command_context &context)
+    : context_(context),
+      root_(
+          std::make_unique<CLI::App>("", context.source() == command_source::command_line ? program_name : ""))
+{
+    olv_apps::use_help_format(*root_);
+    root_->set_help_flag("-h,--help", "Print this help");
+    root_->require_subcommand(0, 1); // what follows is its arguments, even where it is a command's name
     if (context.source() == command_source::command_line) {
         CLI::App &run =
-            *root_.add_subcommand("run", "Answer test packets until a signal comes, then tell and end");
-        describe_run(run);
-        run.parse_complete_callback([this] { // the final one holds what the options fill
+            *root_->add_subcommand("run", "Answer test packets until a signal comes, then tell and end");
+        const std::shared_ptr<void> places = describe_run(olv_apps::command{run});
+        run.parse_complete_callback([this, places] { // the final one holds what the options fill
             chosen_ = [](command_context &) {
                 throw usage_error("'run' stands alone: it brings up what it needs; try 'twampctl run --help'");
             };
@@ -127,31 +164,33 @@ command_tree::command_tree(command_context &context)
     add_log_commands(*this);
     add_platform_commands(*this);
     add_fault_commands(*this);
-    add_session_commands(*this);
+    add_console_commands(*this);
 }
 
-CLI::App &command_tree::add_group(const std::string &name, const std::string &summary)
+command_tree::~command_tree() = default;
+
+olv_apps::command command_tree::add_group(const std::string &name, const std::string &summary)
 {
-    CLI::App *group = root_.add_subcommand(name, summary);
+    CLI::App *group = root_->add_subcommand(name, summary);
     group->require_subcommand(0, 1);
-    return *group;
+    return olv_apps::command{*group};
 }
 
-CLI::App &command_tree::add(CLI::App &parent, const command_text &text, const action &work)
+olv_apps::command command_tree::add(olv_apps::command parent, const command_text &text, const action &work)
 {
-    CLI::App *command = parent.add_subcommand(text.name, text.summary);
+    CLI::App *command = parent.described().add_subcommand(text.name, text.summary);
     std::string footer = text.examples.empty() ? "" : "Examples:";
     for (const std::string &each : text.examples) {
         footer += "\n  " + each;
     }
     command->footer(footer);
     command->final_callback([this, work] { chosen_ = work; });
-    return *command;
+    return olv_apps::command{*command};
 }
 
 CLI::App &command_tree::find(const std::vector<std::string> &words, bool whole)
 {
-    CLI::App *command = &root_;
+    CLI::App *command = root_.get();
     for (const std::string &word : words) {
         if (is_option(word) || !is_group(*command)) {
             break;
@@ -168,13 +207,13 @@ CLI::App &command_tree::find(const std::vector<std::string> &words, bool whole)
     }
     const bool asks_for_help = std::any_of(
         words.begin(), words.end(), [](const std::string &word) { return word == "--help" || word == "-h"; });
-    if (command == &root_ && !asks_for_help && !words.empty() && is_option(words.front())) {
-        throw usage_error("there is no option " + words.front() + " before a command; " + advice(root_));
+    if (command == root_.get() && !asks_for_help && !words.empty() && is_option(words.front())) {
+        throw usage_error("there is no option " + words.front() + " before a command; " + advice(*root_));
     }
     if (whole && is_group(*command) && !asks_for_help) {
-        throw usage_error((command == &root_ ? "a command is missing"
-                                             : "'" + path_of(*command) + "' is followed by one of " +
-                                                   joined(names_of(*command))) +
+        throw usage_error((command == root_.get() ? "a command is missing"
+                                                  : "'" + path_of(*command) + "' is followed by one of " +
+                                                        joined(names_of(*command))) +
                           "; " + advice(*command));
     }
     return *command;
@@ -189,38 +228,16 @@ std::string command_tree::advice(const CLI::App &command) const
     return "try 'help" + (path.empty() ? "" : " " + path) + "'";
 }
 
-std::string command_tree::explain(const CLI::App &command, const CLI::ParseError &error) const
-{
-    if (dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr) {
-        for (const std::string &word : command.remaining()) {
-            if (is_option(word)) {
-                return "'" + path_of(command) + "' has no option " + word +
-                       did_you_mean(word, long_names_of(command));
-            }
-        }
-        const std::vector<std::string> words = command.remaining();
-        return "'" + path_of(command) + "' does not take " +
-               (words.empty() ? "that" : "'" + words.front() + "'");
-    }
-    static const std::regex limits{":[A-Z]+ in \\[[^\\]]*\\]"}; // behind the kind of a value
-    std::string message = std::regex_replace(error.what(), limits, "");
-    std::replace(message.begin(), message.end(), '\n', ' ');
-    if (dynamic_cast<const CLI::ConversionError *>(&error) != nullptr) {
-        message += ", a number that fits there is expected";
-    }
-    return path_of(command) + ": " + message;
-}
-
 void command_tree::run(const std::vector<std::string> &words)
 {
     CLI::App &command = find(words, true);
     try {
-        root_.parse(std::vector<std::string>{words.rbegin(), words.rend()});
+        root_->parse(std::vector<std::string>{words.rbegin(), words.rend()});
     } catch (const CLI::CallForHelp &) {
         (void)std::fputs(help(words).c_str(), stdout); // an error shows at exit
         return;
     } catch (const CLI::ParseError &error) {
-        throw usage_error(explain(command, error) + "; " + advice(command));
+        throw usage_error(reason_against_words(command, error) + "; " + advice(command));
     }
     chosen_(context_);
 }
@@ -243,7 +260,7 @@ std::string command_tree::overview() const
     constexpr std::size_t column = 14;
     const bool for_command_line = context_.source() == command_source::command_line;
     std::string text = for_command_line ? command_line_intro : "Commands:\n";
-    for (const CLI::App *each : root_.get_subcommands([](const CLI::App *) { return true; })) {
+    for (const CLI::App *each : root_->get_subcommands([](const CLI::App *) { return true; })) {
         const std::string name = each->get_name() + (is_group(*each) ? " ..." : "");
         text.append("  ").append(name).append(column - std::min(column, name.size()), ' ');
         text.append(each->get_description()).append("\n");
@@ -272,7 +289,7 @@ std::vector<std::string> command_tree::values_of(const CLI::Option &option, cons
     } else if (kind == value_kind::file) {
         values = files_like(begun);
     } else {
-        values = choices_of(option);
+        values = olv_apps::choices_of(option);
     }
     return values;
 }
@@ -309,7 +326,7 @@ std::vector<std::string> command_tree::argument_candidates(const CLI::App &comma
 std::vector<std::string> command_tree::completions(const std::vector<std::string> &words)
 {
     const bool for_help = words.size() > 1 && words.front() == "help";
-    CLI::App *command = &root_;
+    CLI::App *command = root_.get();
     std::size_t position = for_help ? 1 : 0;
     for (; position + 1 < words.size() && is_group(*command); ++position) {
         command = child(*command, words[position]);

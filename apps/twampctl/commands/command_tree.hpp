@@ -6,11 +6,11 @@
 #define OLV_TWAMPCTL_COMMAND_TREE_HPP
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "apps/common/command_line.hpp"
 #include "apps/twampctl/commands/command_context.hpp"
 
 namespace twampctl {
@@ -38,14 +38,17 @@ class command_tree {
     using action = std::function<void(command_context &)>;
 
     explicit command_tree(command_context &context);
+    ~command_tree();
+    command_tree(const command_tree &) = delete;
+    command_tree &operator=(const command_tree &) = delete;
 
-    [[nodiscard]] CLI::App &root() { return root_; }
+    [[nodiscard]] olv_apps::command root() { return olv_apps::command{*root_}; }
 
     /** A first word for several commands. */
-    CLI::App &add_group(const std::string &name, const std::string &summary);
+    olv_apps::command add_group(const std::string &name, const std::string &summary);
     /** A command below a group or the root; @p work runs when it was given. */
-    CLI::App &add(CLI::App &parent, const command_text &text, const action &work);
-    CLI::App &add(const command_text &text, const action &work) { return add(root_, text, work); }
+    olv_apps::command add(olv_apps::command parent, const command_text &text, const action &work);
+    olv_apps::command add(const command_text &text, const action &work) { return add(root(), text, work); }
 
     /** Read one command and run it. @throw usage_error, std::runtime_error. */
     void run(const std::vector<std::string> &words);
@@ -59,19 +62,15 @@ class command_tree {
     /** The command that the first of these words name. @throw usage_error  They name none. */
     CLI::App &find(const std::vector<std::string> &words, bool whole);
     [[nodiscard]] std::string advice(const CLI::App &command) const;
-    [[nodiscard]] std::string explain(const CLI::App &command, const CLI::ParseError &error) const;
     [[nodiscard]] std::string overview() const;
     [[nodiscard]] std::vector<std::string> values_of(const CLI::Option &option, const std::string &begun) const;
     [[nodiscard]] std::vector<std::string> argument_candidates(const CLI::App &command,
                                                                const std::vector<std::string> &words) const;
 
     command_context &context_;
-    CLI::App root_;
+    std::unique_ptr<CLI::App> root_;
     action chosen_;
 };
-
-/** The words of a command, from the command itself down to but without the program: "responder create". */
-[[nodiscard]] std::string path_of(const CLI::App &command);
 
 } // namespace twampctl
 

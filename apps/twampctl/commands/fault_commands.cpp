@@ -2,7 +2,6 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "apps/common/choices.hpp"
 #include "apps/common/formatted.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/commands/commands.hpp"
@@ -93,31 +92,33 @@ void clear_faults(const std::string &name)
     say("%s fails no more", name.c_str());
 }
 
-void add_course(CLI::App &command, fault_options &options)
+void add_course(olv_apps::command command, fault_options &options)
 {
     command.add_option("--skip", options.skip, "Calls that succeed first (0)");
-    CLI::Option *count = command.add_option("--count", options.count, "Calls that fail then (1)")
-                             ->check(CLI::Range(1u, UINT32_MAX - 1));
-    command.add_flag("--forever", options.forever, "All calls fail then")->excludes(count);
+    const olv_apps::option count = command.add_option("--count", options.count, "Calls that fail then (1)")
+                                       .whole_number_between(1, UINT32_MAX - 1);
+    command.add_flag("--forever", options.forever, "All calls fail then").excludes(count);
     command.add_option("--code", options.code, "Status that they return; default: an injected fault's");
 }
 
 void add_fault_group(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("fault", "Make platform calls fail");
+    const olv_apps::command group = tree.add_group("fault", "Make platform calls fail");
     const auto options = std::make_shared<fault_options>();
-    CLI::App &set = tree.add(group,
-                             {"set",
-                              "Make a platform call fail",
-                              {"fault set hyx_ptn_learn", "fault set hyx_rsrc_allocate --skip 2 --forever",
-                               "fault set hyx_se_state_set --code 0x10D"}},
-                             [options](command_context &) { set_fault(*options); });
-    one_of(set.add_option("CALL", options->call, "The call; Tab completes it"), failing_calls())
-        ->required()
-        ->type_name(value_kind::call);
+    const olv_apps::command set =
+        tree.add(group,
+                 {"set",
+                  "Make a platform call fail",
+                  {"fault set hyx_ptn_learn", "fault set hyx_rsrc_allocate --skip 2 --forever",
+                   "fault set hyx_se_state_set --code 0x10D"}},
+                 [options](command_context &) { set_fault(*options); });
+    set.add_option("CALL", options->call, "The call; Tab completes it")
+        .one_of(failing_calls())
+        .required()
+        .called(value_kind::call);
     add_course(set, *options);
 
-    CLI::App &any =
+    const olv_apps::command any =
         tree.add(group, {"any", "Make whatever call comes fail, counted together", {"fault any --skip 4"}},
                  [options](command_context &) {
                      olv_sim::faults::set_any(options->plan(0)); // 0: the call's own code
@@ -126,11 +127,12 @@ void add_fault_group(command_tree &tree)
     add_course(any, *options);
     tree.add(group, {"list", "List the faults, and how often they fired", {"fault list"}},
              [](command_context &) { list_faults(); });
-    CLI::App &clear =
+    const olv_apps::command clear =
         tree.add(group, {"clear", "Clear one fault, or all", {"fault clear", "fault clear hyx_ptn_learn"}},
                  [options](command_context &) { clear_faults(options->call); });
-    one_of(clear.add_option("CALL", options->call, "The call; default: all"), failing_calls())
-        ->type_name(value_kind::call);
+    clear.add_option("CALL", options->call, "The call; default: all")
+        .one_of(failing_calls())
+        .called(value_kind::call);
 }
 
 const std::map<std::string, olv_sim::call_kind> &kinds()
@@ -168,13 +170,13 @@ void print_record()
 
 void add_record_group(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("record", "Record the platform calls of the library");
+    const olv_apps::command group = tree.add_group("record", "Record the platform calls of the library");
     const auto names = std::make_shared<std::vector<std::string>>(std::vector<std::string>{"service"});
-    CLI::App &start = tree.add(
+    const olv_apps::command start = tree.add(
         group, {"start", "Forget the record and record from now on", {"record start", "record start text"}},
         [names](command_context &) { start_record(*names); });
-    one_of(start.add_option("KIND", *names, "service, text, print, trace, byte-order (service)"),
-           {"service", "text", "print", "trace", "byte-order"});
+    start.add_option("KIND", *names, "service, text, print, trace, byte-order (service)")
+        .one_of({"service", "text", "print", "trace", "byte-order"});
     tree.add(group, {"show", "Show the recorded calls, in order", {"record show"}},
              [](command_context &) { print_record(); });
     tree.add(group, {"stop", "Record no more; what was recorded stays", {"record stop"}},

@@ -5,8 +5,6 @@
 
 #include <unistd.h>
 
-#include "apps/common/choices.hpp"
-#include "apps/common/command_line.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/commands/commands.hpp"
 #include "apps/twampctl/console/progress.hpp"
@@ -23,10 +21,10 @@ struct format_option {
     [[nodiscard]] bool is_text() const { return value() == output_format::text; }
 };
 
-void add_format(CLI::App &command, format_option &format)
+void add_format(olv_apps::command command, format_option &format)
 {
-    one_of(command.add_option("--format", format.name, "Text, JSON, or Prometheus' format (text)"),
-           {"text", "json", "prometheus"});
+    command.add_option("--format", format.name, "Text, JSON, or Prometheus' format (text)")
+        .one_of({"text", "json", "prometheus"});
 }
 
 void print(const std::string &text)
@@ -36,7 +34,7 @@ void print(const std::string &text)
 
 /** A command that prints a part of the figures. */
 template <typename Part>
-void add_part(command_tree &tree, CLI::App &parent, const command_text &text, Part figures::*part)
+void add_part(command_tree &tree, olv_apps::command parent, const command_text &text, Part figures::*part)
 {
     const auto chosen = std::make_shared<format_option>();
     add_format(tree.add(parent, text,
@@ -125,27 +123,28 @@ void watch_site(command_context &context, const watch_request &request)
 void add_watch(command_tree &tree)
 {
     const auto request = std::make_shared<watch_request>();
-    CLI::App &command = tree.add({"watch",
-                                  "Show rates, drops and sessions as they change",
-                                  {"watch", "watch --interval 0.5 --count 10"}},
-                                 [request](command_context &context) { watch_site(context, *request); });
+    const olv_apps::command command =
+        tree.add({"watch",
+                  "Show rates, drops and sessions as they change",
+                  {"watch", "watch --interval 0.5 --count 10"}},
+                 [request](command_context &context) { watch_site(context, *request); });
     command.add_option("--interval", request->interval, "Seconds between two looks (1)")
-        ->check(olv_apps::number_between(0.05, 3600.0));
+        .number_between(0.05, 3600.0);
     command.add_option("--count", request->count, "Looks; default: until Ctrl-C")
-        ->check(CLI::Range(1u, UINT32_MAX));
+        .whole_number_between(1, UINT32_MAX);
     add_format(command, request->format);
 }
 
 void add_metrics(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("metrics", "Serve the figures over HTTP");
+    const olv_apps::command group = tree.add_group("metrics", "Serve the figures over HTTP");
     const auto where = std::make_shared<std::string>();
     tree.add(group, {"at", "Serve them for Prometheus to fetch", {"metrics at 127.0.0.1:9862"}},
              [where](command_context &context) {
                  say("metrics %s", context.serve_metrics(olv_net::parse_socket_address(*where)).c_str());
              })
         .add_option("ADDRESS:PORT", *where, "Where; port 0: any")
-        ->required();
+        .required();
     tree.add(group, {"off", "Serve them no more", {}}, [](command_context &context) {
         context.end_metrics();
         say("metrics are no longer served");
@@ -154,7 +153,7 @@ void add_metrics(command_tree &tree)
 
 } // namespace
 
-void add_responder_figures(command_tree &tree, CLI::App &group)
+void add_responder_figures(command_tree &tree, olv_apps::command group)
 {
     add_part(
         tree, group,
@@ -162,10 +161,10 @@ void add_responder_figures(command_tree &tree, CLI::App &group)
         &figures::responders);
     const auto name = std::make_shared<std::string>();
     const auto chosen = std::make_shared<format_option>();
-    CLI::App &stats = tree.add(
+    const olv_apps::command stats = tree.add(
         group, {"stats", "Show a responder's counters", {"responder stats west"}},
         [name, chosen](command_context &context) { print_responder_statistics(context, *name, *chosen); });
-    stats.add_option("NAME", *name, "The responder")->required()->type_name(value_kind::responder);
+    stats.add_option("NAME", *name, "The responder").required().called(value_kind::responder);
     add_format(stats, *chosen);
 }
 

@@ -1,7 +1,6 @@
 // What the module says: log levels and bits, the trace, the classifier tables.
 #include <cstdio>
 
-#include "apps/common/choices.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/commands/commands.hpp"
 #include "apps/twampctl/console/progress.hpp"
@@ -43,7 +42,7 @@ void map_level(command_context &context, std::uint32_t level)
 
 void add_log_group(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("log", "Choose what the module writes to the console");
+    const olv_apps::command group = tree.add_group("log", "Choose what the module writes to the console");
     tree.add(group, {"show", "Show the log level and the log bits", {"log show"}}, print_log);
 
     const auto level = std::make_shared<std::uint32_t>();
@@ -54,25 +53,25 @@ void add_log_group(command_tree &tree)
                  print_log(context);
              })
         .add_option("LEVEL", *level, "0, 1, 3, 7 or 15")
-        ->required();
+        .required();
     tree.add(group, {"map", "Map a log level to the module's", {"log map 7"}},
              [level](command_context &context) { map_level(context, *level); })
         .add_option("LEVEL", *level, "0, 1, 3, 7 or 15")
-        ->required();
+        .required();
 
     const auto names = std::make_shared<std::vector<std::string>>();
-    CLI::App &bits = tree.add(group,
-                              {"bits",
-                               "Set the log bits beside the level; none: clear them",
-                               {"log bits function pattern state", "log bits"}},
-                              [names](command_context &context) { set_bits(context, *names); });
-    one_of(bits.add_option("NAME", *names, "function: entry and exit lines; pattern: entries; state: dumps"),
-           log_bit_names());
+    const olv_apps::command bits = tree.add(group,
+                                            {"bits",
+                                             "Set the log bits beside the level; none: clear them",
+                                             {"log bits function pattern state", "log bits"}},
+                                            [names](command_context &context) { set_bits(context, *names); });
+    bits.add_option("NAME", *names, "function: entry and exit lines; pattern: entries; state: dumps")
+        .one_of(log_bit_names());
 }
 
 void add_trace_group(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("trace", "Choose where the trace goes");
+    const olv_apps::command group = tree.add_group("trace", "Choose where the trace goes");
     const auto where = std::make_shared<std::string>();
     tree.add(group,
              {"to",
@@ -83,8 +82,8 @@ void add_trace_group(command_tree &tree)
                  say("trace goes to %s", where->c_str());
              })
         .add_option("FILE", *where, "File for a text trace; -: standard error; lttng: LTTng")
-        ->required()
-        ->type_name(value_kind::file);
+        .required()
+        .called(value_kind::file);
     tree.add(group, {"off", "Trace no more", {"trace off"}}, [](command_context &context) {
         context.trace_to("");
         say("trace is off");
@@ -163,11 +162,11 @@ void dump(command_context &context, const dump_options &options)
 void add_dump(command_tree &tree)
 {
     const auto options = std::make_shared<dump_options>();
-    CLI::App &command =
+    const olv_apps::command command =
         tree.add({"dump", "Print the classifier tables", {"dump", "dump responder", "dump --entries"}},
                  [options](command_context &context) { dump(context, *options); });
-    one_of(command.add_option("TABLES", options->tables, "responder, bind or all (all)"),
-           {"responder", "bind", "all"});
+    command.add_option("TABLES", options->tables, "responder, bind or all (all)")
+        .one_of({"responder", "bind", "all"});
     command.add_option("--group", options->group, "Table group by number, known or not");
     command.add_flag("--walk", options->walk, "Call the walk alone, with the lock held");
     command.add_flag("--entries", options->entries, "Print the responder tree entry by entry");

@@ -47,9 +47,10 @@ void print_status(command_context &context)
 void add_module_commands(command_tree &tree)
 {
     const auto options = std::make_shared<up_options>();
-    CLI::App &up = tree.add({"up", "Initialise the module", {"up", "up --log-level 15"}},
-                            [options](command_context &context) { bring_up(context, *options); });
-    add_log_level(up.add_option("--log-level", options->log_level, "Log level from then on: 0, 1, 3, 7 or 15"));
+    const olv_apps::command up = tree.add({"up", "Initialise the module", {"up", "up --log-level 15"}},
+                                          [options](command_context &context) { bring_up(context, *options); });
+    take_log_levels(
+        up.add_option("--log-level", options->log_level, "Log level from then on: 0, 1, 3, 7 or 15"));
     tree.add({"down", "Shut the module down", {"down"}},
              [](command_context &context) { context.current().shut_down(); });
     tree.add({"update", "Hand the service functions to the framework again", {"update"}}, update);

@@ -1,7 +1,6 @@
 // Ways in and out: binds, and the addresses at which packets are answered.
 #include <cstdio>
 
-#include "apps/common/choices.hpp"
 #include "apps/twampctl/commands/checks.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/commands/commands.hpp"
@@ -25,12 +24,13 @@ struct bind_options {
     }
 };
 
-void add_request_options(CLI::App &command, bind_options &options)
+void add_request_options(olv_apps::command command, bind_options &options)
 {
-    one_of(command.add_option("MODULE", options.to, "The module to leave by: ipv4 or ipv6"), {"ipv4", "ipv6"})
-        ->required();
+    command.add_option("MODULE", options.to, "The module to leave by: ipv4 or ipv6")
+        .one_of({"ipv4", "ipv6"})
+        .required();
     command.add_option("--key", options.request.key, "Bind key, 24 bits (ipv4: 4, ipv6: 6)")
-        ->check(of_24_bits());
+        .whole_number_between(0, largest_key);
     command.add_option("--type", options.request.type, "Bind type (2)");
     command.add_option("--subtype", options.request.subtype, "Bind subtype (0); 2: default entry point");
     command.add_option("--path", options.request.path, "Bind path (1, direct)");
@@ -117,26 +117,27 @@ void redirect(command_context &context, const listen_options &options)
     }
 }
 
-void add_path_options(CLI::App &command, listen_options &options)
+void add_path_options(olv_apps::command command, listen_options &options)
 {
-    CLI::Option *name =
+    const olv_apps::option name =
         command.add_option("--responder", options.responder, "Who answers; default: the only one there is")
-            ->type_name(value_kind::responder);
+            .called(value_kind::responder);
     command.add_option("--id", options.id, "A responder ID, whether there is one or not")
-        ->check(of_24_bits())
-        ->excludes(name);
-    command.add_option("--key", options.key, "Bind key of the way out (ipv4: 4, ipv6: 6)")->check(of_24_bits());
+        .whole_number_between(0, largest_key)
+        .excludes(name);
+    command.add_option("--key", options.key, "Bind key of the way out (ipv4: 4, ipv6: 6)")
+        .whole_number_between(0, largest_key);
 }
 
 void add_listen(command_tree &tree)
 {
     const auto options = std::make_shared<listen_options>();
-    CLI::App &command =
+    const olv_apps::command command =
         tree.add({"listen",
                   "Answer packets at addresses",
                   {"listen 127.0.0.1:8620", "listen [::1]:0 --responder west", "listen 127.0.0.1:0 --id 0x99"}},
                  [options](command_context &context) { listen(context, *options); });
-    command.add_option("ADDRESS:PORT", options->addresses, "Where; port 0: any")->required();
+    command.add_option("ADDRESS:PORT", options->addresses, "Where; port 0: any").required();
     add_path_options(command, *options);
 }
 
@@ -147,23 +148,22 @@ void add_unlisten(command_tree &tree)
         bool all = false;
     };
     const auto options = std::make_shared<unlisten_options>();
-    CLI::App &command = tree.add(
+    const olv_apps::command command = tree.add(
         {"unlisten", "Answer no more packets at addresses", {"unlisten 127.0.0.1:8620", "unlisten --all"}},
         [options](command_context &context) { unlisten(context, options->addresses, options->all); });
-    command.add_option("ADDRESS:PORT", options->addresses, "Where")->type_name(value_kind::listener);
+    command.add_option("ADDRESS:PORT", options->addresses, "Where").called(value_kind::listener);
     command.add_flag("--all", options->all, "At all of them");
 }
 
 void add_redirect(command_tree &tree)
 {
     const auto options = std::make_shared<listen_options>();
-    CLI::App &command = tree.add({"redirect",
-                                  "Have another responder answer at addresses",
-                                  {"redirect 127.0.0.1:8620 --responder east"}},
-                                 [options](command_context &context) { redirect(context, *options); });
-    command.add_option("ADDRESS:PORT", options->addresses, "Where")
-        ->required()
-        ->type_name(value_kind::listener);
+    const olv_apps::command command =
+        tree.add({"redirect",
+                  "Have another responder answer at addresses",
+                  {"redirect 127.0.0.1:8620 --responder east"}},
+                 [options](command_context &context) { redirect(context, *options); });
+    command.add_option("ADDRESS:PORT", options->addresses, "Where").required().called(value_kind::listener);
     add_path_options(command, *options);
 }
 

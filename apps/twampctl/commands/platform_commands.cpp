@@ -83,22 +83,21 @@ void list_processors(command_context &context)
     }
 }
 
-void add_create_processor(command_tree &tree, CLI::App &group)
+void add_create_processor(command_tree &tree, olv_apps::command group)
 {
     const auto options = std::make_shared<processor_options>();
-    CLI::App &command =
+    const olv_apps::command command =
         tree.add(group,
                  {"create",
                   "Load a classifier program on a further processor, and use it",
                   {"processor create small --capacity 2", "processor create odd --without twamp_responder",
                    "processor create odd --rename twamp_responder=other"}},
                  [options](command_context &context) { create_processor(context, *options); });
-    command.add_option("NAME", options->name, "Its name")->required()->check(name_check());
+    command.add_option("NAME", options->name, "Its name").required().check(reason_against_name);
     command.add_option("--capacity", options->capacity, "Responder IDs that it has (65536)")
-        ->check(CLI::Range(1u, (1u << 24) - 2));
-    command.add_option("--without", options->without, "Leave out a namespace or tree function")
-        ->allow_extra_args(false);
-    command.add_option("--rename", options->renamed, "OLD=NEW: call it otherwise")->allow_extra_args(false);
+        .whole_number_between(1, largest_capacity);
+    command.add_option("--without", options->without, "Leave out a namespace or tree function").repeatable();
+    command.add_option("--rename", options->renamed, "OLD=NEW: call it otherwise").repeatable();
     command.add_flag("--no-statistics", options->no_statistics, "Leave the statistics block out");
     command.add_flag("--unlocked", options->unlocked, "Give the module record no lock");
     command.add_flag("--no-system", options->no_system, "Give the module record no system record");
@@ -108,7 +107,7 @@ void add_create_processor(command_tree &tree, CLI::App &group)
 
 void add_processor_group(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("processor", "Make and choose processors");
+    const olv_apps::command group = tree.add_group("processor", "Make and choose processors");
     add_create_processor(tree, group);
     tree.add(group, {"list", "List the processors; * is in use", {"processor list"}}, list_processors);
     const auto name = std::make_shared<std::string>();
@@ -118,16 +117,16 @@ void add_processor_group(command_tree &tree)
                  say("processor %s in use", name->c_str());
              })
         .add_option("NAME", *name, "The processor")
-        ->required()
-        ->type_name(value_kind::processor);
+        .required()
+        .called(value_kind::processor);
     tree.add(group, {"remove", "Take everything on a processor down, and it away", {"processor remove small"}},
              [name](command_context &context) {
                  context.remove(*name);
                  say("processor %s removed", name->c_str());
              })
         .add_option("NAME", *name, "The processor")
-        ->required()
-        ->type_name(value_kind::processor);
+        .required()
+        .called(value_kind::processor);
 }
 
 // --------------------------------------------------------------------------------------------------------
@@ -162,23 +161,25 @@ void require_tree(const olv_sim::processor &processor, const std::string &name)
 
 void add_tree_group(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("tree", "Look into classifier trees, set entries without a key");
+    const olv_apps::command group =
+        tree.add_group("tree", "Look into classifier trees, set entries without a key");
     tree.add(group, {"list", "List the tree functions and how many entries they have", {"tree list"}},
              list_trees);
     const auto options = std::make_shared<entry_options>();
-    CLI::App &set = tree.add(group,
-                             {"default",
-                              "Set the entry without a key, for keys that have none",
-                              {"tree default olv_twamp.twamp_responder_lookup --action 4 1 0"}},
-                             [options](command_context &context) {
-                                 olv_sim::processor &processor = context.current().processor();
-                                 require_tree(processor, options->tree);
-                                 processor.set_default_entry(
-                                     options->tree, {options->words[0], options->words[1], options->words[2]});
-                                 say("entry without a key set");
-                             });
-    set.add_option("TREE", options->tree, "The tree")->required()->type_name(value_kind::tree);
-    set.add_option("--action", options->words, "The action's three words (0 0 0)")->expected(3);
+    const olv_apps::command set =
+        tree.add(group,
+                 {"default",
+                  "Set the entry without a key, for keys that have none",
+                  {"tree default olv_twamp.twamp_responder_lookup --action 4 1 0"}},
+                 [options](command_context &context) {
+                     olv_sim::processor &processor = context.current().processor();
+                     require_tree(processor, options->tree);
+                     processor.set_default_entry(options->tree,
+                                                 {options->words[0], options->words[1], options->words[2]});
+                     say("entry without a key set");
+                 });
+    set.add_option("TREE", options->tree, "The tree").required().called(value_kind::tree);
+    set.add_option("--action", options->words, "The action's three words (0 0 0)").values(3);
     tree.add(group,
              {"clear-default",
               "Remove the entry without a key",
@@ -189,8 +190,8 @@ void add_tree_group(command_tree &tree)
                  say("entry without a key removed");
              })
         .add_option("TREE", options->tree, "The tree")
-        ->required()
-        ->type_name(value_kind::tree);
+        .required()
+        .called(value_kind::tree);
 }
 
 // --------------------------------------------------------------------------------------------------------
@@ -209,7 +210,7 @@ void print_clock(command_context &context)
 
 void add_clock_group(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("clock", "Stop, set and run the clocks");
+    const olv_apps::command group = tree.add_group("clock", "Stop, set and run the clocks");
     tree.add(group, {"show", "Show both clocks", {"clock show"}}, print_clock);
     const auto ticks = std::make_shared<std::uint64_t>();
     tree.add(group, {"timer", "Stop timer 0 at a reading", {"clock timer 1000000"}},
@@ -218,8 +219,8 @@ void add_clock_group(command_tree &tree)
                  print_clock(context);
              })
         .add_option("TICKS", *ticks, "The reading")
-        ->required()
-        ->check(not_negative());
+        .required()
+        .check(reason_against_sign);
     const auto seconds = std::make_shared<std::uint32_t>();
     tree.add(group, {"wall", "Stop the wall clock at an instant", {"clock wall 1700000000"}},
              [seconds](command_context &context) {
@@ -227,7 +228,7 @@ void add_clock_group(command_tree &tree)
                  print_clock(context);
              })
         .add_option("SECONDS", *seconds, "Since 1970")
-        ->required();
+        .required();
     tree.add(group, {"run", "Let both run by themselves again", {"clock run"}}, [](command_context &context) {
         context.current().processor().run_timer();
         olv_sim::set_wall_clock(std::nullopt);

@@ -1,7 +1,6 @@
 // Measuring from inside: session senders of this process.
 #include <cstdio>
 
-#include "apps/common/choices.hpp"
 #include "apps/common/probe_report.hpp"
 #include "apps/common/reflector_name.hpp"
 #include "apps/common/session_input.hpp"
@@ -26,11 +25,11 @@ struct probe_request {
     }
 };
 
-void add_request(CLI::App &command, probe_request &request)
+void add_request(olv_apps::command command, probe_request &request)
 {
     command.add_option("ADDRESS:PORT", request.address, "The reflector, an address or a name")
-        ->required()
-        ->type_name(value_kind::listener);
+        .required()
+        .called(value_kind::listener);
     olv_probe::add_session_options(command, request.input);
 }
 
@@ -78,22 +77,23 @@ void list(const command_context &context)
     }
 }
 
-void add_run(command_tree &tree, CLI::App &group)
+void add_run(command_tree &tree, olv_apps::command group)
 {
     const auto request = std::make_shared<probe_request>();
-    CLI::App &run = tree.add(group,
-                             {"run",
-                              "Send test packets, wait for the replies, show the figures",
-                              {"probe run 127.0.0.1:8620", "probe run [::1]:8620 --count 1000 --interval 1"}},
-                             [request](command_context &context) { measure(context, *request); });
+    const olv_apps::command run =
+        tree.add(group,
+                 {"run",
+                  "Send test packets, wait for the replies, show the figures",
+                  {"probe run 127.0.0.1:8620", "probe run [::1]:8620 --count 1000 --interval 1"}},
+                 [request](command_context &context) { measure(context, *request); });
     add_request(run, *request);
-    one_of(run.add_option("--format", request->format, "Text or JSON (text)"), {"text", "json"});
+    run.add_option("--format", request->format, "Text or JSON (text)").one_of({"text", "json"});
 }
 
-void add_start(command_tree &tree, CLI::App &group)
+void add_start(command_tree &tree, olv_apps::command group)
 {
     const auto request = std::make_shared<probe_request>();
-    CLI::App &start =
+    const olv_apps::command start =
         tree.add(group,
                  {"start",
                   "Send in the background; 'watch' and 'sessions' show round trips",
@@ -107,24 +107,24 @@ void add_start(command_tree &tree, CLI::App &group)
     add_request(start, *request);
 }
 
-void add_stop(command_tree &tree, CLI::App &group)
+void add_stop(command_tree &tree, olv_apps::command group)
 {
     struct stop_request {
         std::string address;
         bool all = false;
     };
     const auto request = std::make_shared<stop_request>();
-    CLI::App &stop = tree.add(group, {"stop", "End a probe in the background", {"probe stop --all"}},
-                              [request](command_context &context) {
-                                  require_some_or_all("probe stop", "the sender's address",
-                                                      !request->address.empty(), request->all);
-                                  if (request->all) {
-                                      context.background().stop_all();
-                                  } else {
-                                      context.background().stop(request->address);
-                                  }
-                                  say("no longer sending");
-                              });
+    const olv_apps::command stop = tree.add(
+        group, {"stop", "End a probe in the background", {"probe stop --all"}},
+        [request](command_context &context) {
+            require_some_or_all("probe stop", "the sender's address", !request->address.empty(), request->all);
+            if (request->all) {
+                context.background().stop_all();
+            } else {
+                context.background().stop(request->address);
+            }
+            say("no longer sending");
+        });
     stop.add_option("ADDRESS:PORT", request->address, "The sender's, as listed");
     stop.add_flag("--all", request->all, "All of them");
 }
@@ -133,7 +133,7 @@ void add_stop(command_tree &tree, CLI::App &group)
 
 void add_probe_commands(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("probe", "Send test packets and measure");
+    const olv_apps::command group = tree.add_group("probe", "Send test packets and measure");
     add_run(tree, group);
     add_start(tree, group);
     tree.add(group, {"list", "List the probes in the background", {"probe list"}},

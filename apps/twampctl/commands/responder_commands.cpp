@@ -64,49 +64,49 @@ void print_state(command_context &context, const std::string &name)
     std::printf("\n");
 }
 
-void add_create_responder(command_tree &tree, CLI::App &group)
+void add_create_responder(command_tree &tree, olv_apps::command group)
 {
     const auto options = std::make_shared<create_options>();
-    CLI::App &create_command =
+    const olv_apps::command create_command =
         tree.add(group,
                  {"create",
                   "Create a responder",
                   {"responder create", "responder create west --sessions 64", "responder create --count 1000"}},
                  [options](command_context &context) { create(context, *options); });
     create_command.add_option("NAME", options->request.name, "Its name; default: the lowest free number")
-        ->check(name_check());
+        .check(reason_against_name);
     create_command.add_option("--param-a", options->request.info.param_a, "Bytes 0-1 of its state entry (0)");
     create_command.add_option("--param-b", options->request.info.param_b, "Bytes 6-7 of its state entry (0)");
     create_command.add_option("--sessions", options->request.sessions, "Sessions that it has at most (32)")
-        ->check(CLI::Range(1u, olv_fastpath::session_table::maximum_capacity));
-    create_command.add_option("--count", options->count, "Create so many (1)")->check(CLI::Range(1u, 1u << 24));
+        .whole_number_between(1, olv_fastpath::session_table::maximum_capacity);
+    create_command.add_option("--count", options->count, "Create so many (1)").whole_number_between(1, 1 << 24);
 }
 
-void add_delete(command_tree &tree, CLI::App &group)
+void add_delete(command_tree &tree, olv_apps::command group)
 {
     const auto options = std::make_shared<delete_options>();
-    CLI::App &delete_command =
+    const olv_apps::command delete_command =
         tree.add(group, {"delete", "Delete responders", {"responder delete west", "responder delete --all"}},
                  [options](command_context &context) { remove(context, *options); });
-    delete_command.add_option("NAME", options->names, "Their names")->type_name(value_kind::responder);
+    delete_command.add_option("NAME", options->names, "Their names").called(value_kind::responder);
     delete_command.add_flag("--all", options->all, "All of them");
 }
 
-void add_state(command_tree &tree, CLI::App &group)
+void add_state(command_tree &tree, olv_apps::command group)
 {
     const auto name = std::make_shared<std::string>();
     tree.add(group, {"state", "Show a responder's state entry, in words", {"responder state west"}},
              [name](command_context &context) { print_state(context, *name); })
         .add_option("NAME", *name, "The responder")
-        ->required()
-        ->type_name(value_kind::responder);
+        .required()
+        .called(value_kind::responder);
 }
 
 } // namespace
 
 void add_responder_commands(command_tree &tree)
 {
-    CLI::App &group = tree.add_group("responder", "Create, delete, list and read responders");
+    const olv_apps::command group = tree.add_group("responder", "Create, delete, list and read responders");
     add_create_responder(tree, group);
     add_delete(tree, group);
     add_responder_figures(tree, group);

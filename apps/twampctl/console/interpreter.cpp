@@ -12,9 +12,9 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "apps/common/report.hpp"
+#include "apps/common/errors.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
-#include "apps/twampctl/program.hpp"
+#include "apps/twampctl/program_name.hpp"
 
 namespace twampctl {
 namespace {

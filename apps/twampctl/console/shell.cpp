@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-#include "apps/common/report.hpp"
+#include "apps/common/errors.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/console/interpreter.hpp"
 #include "apps/twampctl/console/line_editor.hpp"

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "apps/common/report.hpp"
-#include "apps/twampctl/program.hpp"
+#include "apps/common/errors.hpp"
+#include "apps/twampctl/program_name.hpp"
 
 namespace twampctl {
 

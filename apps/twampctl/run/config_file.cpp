@@ -56,54 +56,19 @@ std::string reason_of(const std::string &token, const std::exception &error)
     return start == std::string::npos ? message : message.substr(start + 2);
 }
 
-/** Takes the parser's events. Values below the second level are no one's: their list or object is refused. */
+/** Takes the parser's events. An entry begins with its value; what stands inside a value that is refused is no
+ *  one's. */
 class event_taker final : public nlohmann::json_sax<nlohmann::json> {
   public:
     event_taker(config_document &document, const std::size_t &line) : document_(document), line_(line) {}
 
-    bool null() override { return take(config_kind::null, "null"); }
-    bool boolean(bool value) override { return take(config_kind::boolean, value ? "true" : "false"); }
-    bool number_integer(number_integer_t value) override
-    {
-        return take(config_kind::whole_number, std::to_string(value));
-    }
-    bool number_unsigned(number_unsigned_t value) override
-    {
-        return take(config_kind::whole_number, std::to_string(value));
-    }
-    bool number_float(number_float_t /*value*/, const string_t &text) override
-    {
-        return take(config_kind::number, text);
-    }
-    bool string(string_t &value) override { return take(config_kind::text, value); }
+    bool null() override { return refuse("null"); }
+    bool boolean(bool value) override { return take(value ? "true" : "false", true); }
+    bool number_integer(number_integer_t value) override { return take(std::to_string(value)); }
+    bool number_unsigned(number_unsigned_t value) override { return take(std::to_string(value)); }
+    bool number_float(number_float_t /*value*/, const string_t &text) override { return take(text); }
+    bool string(string_t &value) override { return take(value); }
     bool binary(binary_t & /*value*/) override { return false; } // JSON has none
-
-    bool start_object(std::size_t /*elements*/) override
-    {
-        const bool taken = depth_ == 0 || take(config_kind::object, "");
-        ++depth_;
-        return taken;
-    }
-    bool end_object() override
-    {
-        --depth_;
-        return true;
-    }
-    bool start_array(std::size_t /*elements*/) override
-    {
-        if (depth_ == 1) {
-            document_.entries.back().is_list = true;
-        } else if (!take(config_kind::list, "")) {
-            return false;
-        }
-        ++depth_;
-        return true;
-    }
-    bool end_array() override
-    {
-        --depth_;
-        return true;
-    }
 
     bool key(string_t &name) override
     {
@@ -113,36 +78,88 @@ class event_taker final : public nlohmann::json_sax<nlohmann::json> {
         const auto same = [&name](const config_entry &entry) { return entry.key == name; };
         const auto first = std::find_if(document_.entries.begin(), document_.entries.end(), same);
         if (first != document_.entries.end()) {
-            document_.errors.push_back(
-                {line_, name + ": this key is there already, in line " + std::to_string(first->line)});
+            add_error(name + ": this key is there already, in line " + std::to_string(first->line));
         }
-        document_.entries.push_back({name, line_, false, {}});
+        begun_ = {name, line_, {}};
+        is_list_ = false;
+        return true;
+    }
+    bool start_object(std::size_t /*elements*/) override
+    {
+        const bool taken = depth_ == 0 || refuse("an object");
+        ++depth_;
+        return taken;
+    }
+    bool start_array(std::size_t /*elements*/) override
+    {
+        const bool taken = depth_ == 1 || refuse("a list");
+        if (depth_ == 1) {
+            document_.entries.push_back(begun_);
+            is_list_ = true;
+            element_ = 0;
+        }
+        ++depth_;
+        return taken;
+    }
+    bool end_object() override { return end_array(); }
+    bool end_array() override
+    {
+        --depth_;
         return true;
     }
 
     bool parse_error(std::size_t /*position*/, const std::string &token,
                      const nlohmann::json::exception &error) override
     {
-        document_.errors.push_back({line_, reason_of(token, error)});
+        add_error(reason_of(token, error));
         return false;
     }
 
   private:
-    bool take(config_kind kind, const std::string &text)
+    bool take(const std::string &text, bool is_switch = false)
+    {
+        if (text.find('\0') != std::string::npos) {
+            return refuse("a text with a zero byte");
+        }
+        if (depth_ == 1) {
+            document_.entries.push_back(begun_);
+        }
+        if (is_value()) {
+            document_.entries.back().values.push_back({name_of_value(), text, line_, is_switch});
+        }
+        return is_in_object();
+    }
+
+    bool refuse(const char *kind)
+    {
+        if (is_value()) {
+            add_error(name_of_value() + ": a value is wanted, not " + kind);
+        }
+        return is_in_object();
+    }
+
+    [[nodiscard]] bool is_value() const { return depth_ == 1 || (depth_ == 2 && is_list_); }
+
+    std::string name_of_value()
+    {
+        return depth_ == 1 ? begun_.key : begun_.key + "[" + std::to_string(element_++) + "]";
+    }
+
+    bool is_in_object()
     {
         if (depth_ == 0) {
-            document_.errors.push_back({line_, "all of the file has to be an object: { ... }"});
-            return false;
+            add_error("all of the file has to be an object: { ... }");
         }
-        config_entry &entry = document_.entries.back();
-        if (depth_ == 1 || (depth_ == 2 && entry.is_list)) {
-            entry.values.push_back({kind, text, line_});
-        }
-        return true;
+        return depth_ != 0;
     }
+
+    void add_error(const std::string &reason) { document_.errors.push_back({line_, reason}); }
 
     config_document &document_;
     const std::size_t &line_;
+    config_entry begun_;
+    bool is_list_ = false; ///< The value of what was begun.
+    std::size_t element_ = 0;
     std::size_t depth_ = 0;
 };
 

@@ -7,25 +7,22 @@
 #define OLV_TWAMPCTL_CONFIG_FILE_HPP
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace twampctl {
 
-enum class config_kind : std::uint8_t { boolean, whole_number, number, text, null, list, object };
-
 struct config_value {
-    config_kind kind = config_kind::null;
-    std::string text; ///< As written; of a text, what stands between the quotes. Empty for lists and objects.
+    std::string name; ///< "rate"; "listen[1]": the second one of a list.
+    std::string text; ///< As on the command line.
     std::size_t line = 0;
+    bool is_switch = false; ///< true or false.
 };
 
 struct config_entry {
     std::string key;
     std::size_t line = 0;
-    bool is_list = false;
     std::vector<config_value> values; ///< One, unless it is a list.
 };
 
@@ -34,13 +31,14 @@ struct config_error {
     std::string reason;
 };
 
-/** What stands in a file. Where the text is no JSON, entries before the error are there. */
+/** What stands in a file. Where the text is no JSON, what stands before the error. */
 struct config_document {
     std::vector<config_entry> entries;
     std::vector<config_error> errors;
 };
 
-/** Lines count from 1. Keys that occur twice are errors, as everything is that is no JSON. */
+/** Lines count from 1. Errors: what is no JSON, keys that occur twice, values that no command line could say.
+ */
 [[nodiscard]] config_document parse_config(std::string_view text);
 
 /** @throw std::runtime_error  One line: the file, and why it cannot be read. */

@@ -1,6 +1,6 @@
 /**
  * @file config_options.hpp
- * A configuration file as options of a command line, checked by the command line's own rules.
+ * A configuration file as options of a command line, judged by the command line's own rules.
  */
 #ifndef OLV_TWAMPCTL_CONFIG_OPTIONS_HPP
 #define OLV_TWAMPCTL_CONFIG_OPTIONS_HPP
@@ -9,9 +9,11 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "apps/twampctl/run/config_file.hpp"
+
+namespace olv_apps {
+class command;
+}
 
 namespace twampctl {
 
@@ -30,14 +32,10 @@ struct config_options {
 using words_check = std::function<std::string(const std::vector<std::string> &words)>;
 
 /** The keys that a file can have: the options of the command but those that are for the command line alone. */
-[[nodiscard]] std::vector<std::string> config_keys(const CLI::App &command);
+[[nodiscard]] std::vector<std::string> config_keys(olv_apps::command described);
 
-/**
- * Each key is the name of an option of @p command without its dashes; the option tells which type its value
- * has,
- * @p check whether the value is good.
- */
-[[nodiscard]] config_options options_of(const config_document &document, const CLI::App &command,
+/** Each key is the name of an option of @p described without its dashes; @p check judges its values. */
+[[nodiscard]] config_options options_of(const config_document &document, olv_apps::command described,
                                         const words_check &check);
 
 } // namespace twampctl

@@ -4,8 +4,8 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "apps/common/errors.hpp"
 #include "apps/common/formatted.hpp"
-#include "apps/common/report.hpp"
 #include "apps/common/signal_watch.hpp"
 #include "apps/twampctl/console/document_output.hpp"
 #include "apps/twampctl/console/progress.hpp"
@@ -14,7 +14,7 @@
 #include "apps/twampctl/figures/figures_formats.hpp"
 #include "apps/twampctl/figures/figures_output.hpp"
 #include "apps/twampctl/figures/metrics_server.hpp"
-#include "apps/twampctl/program.hpp"
+#include "apps/twampctl/program_name.hpp"
 #include "apps/twampctl/site/site.hpp"
 
 namespace twampctl {

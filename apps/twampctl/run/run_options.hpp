@@ -7,17 +7,19 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "apps/twampctl/figures/output_format.hpp"
-#include "apps/twampctl/program.hpp"
+#include "apps/twampctl/program_name.hpp"
+#include "apps/twampctl/site/site.hpp"
 #include "fastpath/udp/udp_workers.hpp"
 
-namespace CLI {
-class App;
+namespace olv_apps {
+class command;
 }
 
 namespace twampctl {
@@ -27,7 +29,7 @@ struct config_options;
 struct run_options {
     std::vector<olv_net::socket_address> addresses;
     std::uint32_t responders = 0;
-    std::uint32_t capacity = 0; ///< Responder IDs that the processor has.
+    std::uint32_t capacity = usual_capacity; ///< Responder IDs that the processor has.
     std::optional<std::chrono::nanoseconds> duration;
     bool tables = false;
     bool imc = false;
@@ -40,16 +42,18 @@ struct run_options {
     olv_fastpath::udp_workers_options workers;
 };
 
-/** Add what a run takes to a command that explains and completes it. */
-void describe_run(CLI::App &run);
+/** Add what a run takes to a command that explains and completes it.
+ *  @return What has to live as long as the command. */
+[[nodiscard]] std::shared_ptr<void> describe_run(olv_apps::command to);
 
 /** The keys that a configuration file can have. */
 [[nodiscard]] std::vector<std::string> run_config_keys();
 /** What a configuration file with this text says, or what is wrong with it. */
 [[nodiscard]] config_options read_run_config(std::string_view text);
 
-/** @return The status to exit with, help or an error having been printed; nothing when @p options is filled. */
-[[nodiscard]] std::optional<int> read_options(int argc, char **argv, run_options &options);
+/** @param words  Behind "run".
+ *  @return The status to exit with, help or an error having been printed; nothing when @p options is filled. */
+[[nodiscard]] std::optional<int> read_options(const std::vector<std::string> &words, run_options &options);
 
 } // namespace twampctl
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "apps/common/choices.hpp"
 #include "olv.h"
 
 namespace twampctl {
@@ -52,9 +51,9 @@ std::uint32_t log_bits(const std::vector<std::string> &names)
     return word;
 }
 
-CLI::Option *add_log_level(CLI::Option *option)
+void take_log_levels(olv_apps::option option)
 {
-    return one_of(option, {"0", "1", "3", "7", "15"})->type_name("UINT"); // a number to configuration files
+    option.one_of({"0", "1", "3", "7", "15"}).called("UINT");
 }
 
 } // namespace twampctl

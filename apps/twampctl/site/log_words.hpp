@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
+#include "apps/common/command_line.hpp"
 
 namespace twampctl {
 
@@ -22,7 +22,7 @@ namespace twampctl {
 [[nodiscard]] std::uint32_t log_bits(const std::vector<std::string> &names);
 
 /** Let an option take the supported log levels and no others. */
-CLI::Option *add_log_level(CLI::Option *option);
+void take_log_levels(olv_apps::option option);
 
 } // namespace twampctl
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "apps/common/report.hpp"
-#include "apps/twampctl/program.hpp"
+#include "apps/common/errors.hpp"
+#include "apps/twampctl/program_name.hpp"
 
 namespace twampctl {
 namespace {

@@ -5,9 +5,9 @@
 
 #include <netinet/in.h>
 
-#include "apps/common/report.hpp"
+#include "apps/common/errors.hpp"
 #include "apps/twampctl/console/progress.hpp"
-#include "apps/twampctl/program.hpp"
+#include "apps/twampctl/program_name.hpp"
 #include "apps/twampctl/site/platform_names.hpp"
 #include "apps/twampctl/site/status_text.hpp"
 #include "fastpath/core/state_entry.hpp"

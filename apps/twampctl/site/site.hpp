@@ -33,6 +33,8 @@ class step_failure : public std::runtime_error {
 
 /** Responder IDs that a processor has when nothing else is said. */
 inline constexpr std::uint32_t usual_capacity = 65536;
+/** And at most. */
+inline constexpr std::uint32_t largest_capacity = (1u << 24) - 2;
 
 /** How a site is made. */
 struct site_options {

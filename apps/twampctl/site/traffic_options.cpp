@@ -1,45 +1,35 @@
 #include "apps/twampctl/site/traffic_options.hpp"
 
-#include "apps/common/choices.hpp"
-
 namespace twampctl {
 
-void add_traffic_options(CLI::App &command, traffic_options &options)
+void add_traffic_options(olv_apps::command to, traffic_options &options)
 {
     using olv_net::sender_packet::header_length;
-    one_of(
-        command.add_option("--stamp-mode", options.stamp_mode, "Sequence numbers of STAMP replies (stateful)"),
-        {"stateful", "stateless"});
-    command
-        .add_option("--refwait", options.workers.reflector.refwait_seconds,
-                    "Seconds until an idle session ends (900)")
-        ->check(CLI::Range(1u, 1'000'000u));
-    command
-        .add_option("--allow", options.allowed,
-                    "Answer no other senders than those in PREFIX, 192.0.2.0/24 or an address (repeatable)")
-        ->allow_extra_args(false);
-    command
-        .add_option("--min-source-port", options.workers.server.lowest_source_port,
-                    "Answer no lower source ports; 1024: no well-known service, nor a reflector at 862 (1)")
-        ->check(CLI::Range(1u, 65535u));
-    command
-        .add_option("--min-request", options.workers.reflector.minimum_request,
-                    "Octets that a request has at least; 41: no reply is longer than its request (14)")
-        ->check(CLI::Range(header_length, olv_net::maximum_payload_ipv4));
-    command
-        .add_option("--rate", options.workers.server.packets_per_second,
-                    "Packets that each responder takes in a second; default: no limit")
-        ->check(CLI::Range(1u, 1'000'000'000u));
-    command
-        .add_option("--workers", options.workers.count,
-                    "Threads that answer packets, each sender's by the same one (1)")
-        ->check(CLI::Range(1u, olv_fastpath::udp_workers_options::most_workers));
-    command
-        .add_option("--busy-poll", options.workers.server.busy_poll_microseconds,
-                    "Microseconds to look for the next packet before sleeping; 0: never look (20)")
-        ->check(CLI::Range(0u, 1'000'000u));
-    command.add_flag("--separate-replies", options.separate_replies,
-                     "Send each reply by itself, as captures on this machine then show them");
+    to.add_option("--stamp-mode", options.stamp_mode, "Sequence numbers of STAMP replies (stateful)")
+        .one_of({"stateful", "stateless"});
+    to.add_option("--refwait", options.workers.reflector.refwait_seconds,
+                  "Seconds until an idle session ends (900)")
+        .whole_number_between(1, 1'000'000);
+    to.add_option("--allow", options.allowed,
+                  "Answer no other senders than those in PREFIX, 192.0.2.0/24 or an address (repeatable)")
+        .repeatable();
+    to.add_option("--min-source-port", options.workers.server.lowest_source_port,
+                  "Answer no lower source ports; 1024: no well-known service, nor a reflector at 862 (1)")
+        .whole_number_between(1, 65535);
+    to.add_option("--min-request", options.workers.reflector.minimum_request,
+                  "Octets that a request has at least; 41: no reply is longer than its request (14)")
+        .whole_number_between(header_length, olv_net::maximum_payload_ipv4);
+    to.add_option("--rate", options.workers.server.packets_per_second,
+                  "Packets that each responder takes in a second; default: no limit")
+        .whole_number_between(1, 1'000'000'000);
+    to.add_option("--workers", options.workers.count,
+                  "Threads that answer packets, each sender's by the same one (1)")
+        .whole_number_between(1, olv_fastpath::udp_workers_options::most_workers);
+    to.add_option("--busy-poll", options.workers.server.busy_poll_microseconds,
+                  "Microseconds to look for the next packet before sleeping; 0: never look (20)")
+        .whole_number_between(0, 1'000'000);
+    to.add_flag("--separate-replies", options.separate_replies,
+                "Send each reply by itself, as captures on this machine then show them");
 }
 
 void traffic_options::apply(olv_fastpath::udp_workers_options &to) const

@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "apps/common/command_line.hpp"
 #include "fastpath/udp/udp_workers.hpp"
 
 namespace twampctl {
@@ -25,7 +24,7 @@ struct traffic_options {
     void apply(olv_fastpath::udp_workers_options &to) const;
 };
 
-void add_traffic_options(CLI::App &command, traffic_options &options);
+void add_traffic_options(olv_apps::command to, traffic_options &options);
 
 } // namespace twampctl
 

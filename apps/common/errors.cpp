@@ -1,4 +1,4 @@
-#include "apps/common/report.hpp"
+#include "apps/common/errors.hpp"
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,9 +1,9 @@
-#include "apps/common/closest.hpp"
+#include "apps/common/words.hpp"
 
 #include <algorithm>
 #include <numeric>
 
-namespace twampctl {
+namespace olv_apps {
 namespace {
 
 /** Letters to insert, to remove or to replace. */
@@ -25,6 +25,15 @@ std::size_t distance(const std::string &left, const std::string &right)
 
 } // namespace
 
+std::string joined(const std::vector<std::string> &words)
+{
+    std::string text;
+    for (const std::string &each : words) {
+        text += (text.empty() ? "" : ", ") + each;
+    }
+    return text;
+}
+
 std::string did_you_mean(const std::string &word, const std::vector<std::string> &known)
 {
     constexpr std::size_t longest = 40; // no known word is nearly as long
@@ -40,4 +49,4 @@ std::string did_you_mean(const std::string &word, const std::vector<std::string>
     return closest.empty() ? "" : "; did you mean '" + closest + "'?";
 }
 
-} // namespace twampctl
+} // namespace olv_apps

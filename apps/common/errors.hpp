@@ -1,9 +1,9 @@
 /**
- * @file report.hpp
+ * @file errors.hpp
  * How both programs end, and what they say of errors.
  */
-#ifndef OLV_APPS_REPORT_HPP
-#define OLV_APPS_REPORT_HPP
+#ifndef OLV_APPS_ERRORS_HPP
+#define OLV_APPS_ERRORS_HPP
 
 namespace olv_apps {
 

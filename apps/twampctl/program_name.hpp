@@ -1,9 +1,9 @@
 /**
- * @file program.hpp
+ * @file program_name.hpp
  * The program's name, before its messages.
  */
-#ifndef OLV_TWAMPCTL_PROGRAM_HPP
-#define OLV_TWAMPCTL_PROGRAM_HPP
+#ifndef OLV_TWAMPCTL_PROGRAM_NAME_HPP
+#define OLV_TWAMPCTL_PROGRAM_NAME_HPP
 
 namespace twampctl {
 
