@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "fastpath/udp/udp_server.hpp"
@@ -63,6 +64,11 @@ struct figures {
     std::vector<session_figures> sessions;
     platform_usage usage;
 };
+
+/** What single commands show: everything, a member, or one responder. */
+using figures_part = std::variant<figures, std::optional<olv_twamp_global_stats>, responder_figures,
+                                  std::vector<responder_figures>, std::vector<listener_figures>,
+                                  std::vector<session_figures>, platform_usage>;
 
 } // namespace twampctl
 

@@ -6,10 +6,7 @@
 #define OLV_TWAMPCTL_FIGURES_FORMATS_HPP
 
 #include <cstdint>
-#include <optional>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "apps/twampctl/figures/figures.hpp"
@@ -38,39 +35,14 @@ struct usage_item {
 /** A name as all of it can be shown in a column of this width, or its beginning. */
 [[nodiscard]] std::string shortened(const std::string &name, std::size_t width);
 
-namespace as_text {
-[[nodiscard]] std::string of(const figures &all);
-[[nodiscard]] std::string of(const std::optional<olv_twamp_global_stats> &module);
-[[nodiscard]] std::string of(const responder_figures &responder);
-[[nodiscard]] std::string of(const std::vector<responder_figures> &responders);
-[[nodiscard]] std::string of(const std::vector<listener_figures> &listeners);
-[[nodiscard]] std::string of(const std::vector<session_figures> &sessions);
-[[nodiscard]] std::string of(const platform_usage &usage);
-} // namespace as_text
-
-namespace as_json {
 /** In UTF-8, whatever the user typed. */
 [[nodiscard]] std::string valid_utf8(const std::string &text);
 /** In ASCII with JSON's escapes, so that each byte is a column and none of them moves the cursor. */
 [[nodiscard]] std::string printable(const std::string &text);
-[[nodiscard]] std::string of(const figures &all);
-[[nodiscard]] std::string of(const std::optional<olv_twamp_global_stats> &module);
-[[nodiscard]] std::string of(const responder_figures &responder);
-[[nodiscard]] std::string of(const std::vector<responder_figures> &responders);
-[[nodiscard]] std::string of(const std::vector<listener_figures> &listeners);
-[[nodiscard]] std::string of(const std::vector<session_figures> &sessions);
-[[nodiscard]] std::string of(const platform_usage &usage);
-} // namespace as_json
 
-namespace as_prometheus {
-[[nodiscard]] std::string of(const figures &all);
-[[nodiscard]] std::string of(const std::optional<olv_twamp_global_stats> &module);
-[[nodiscard]] std::string of(const responder_figures &responder);
-[[nodiscard]] std::string of(const std::vector<responder_figures> &responders);
-[[nodiscard]] std::string of(const std::vector<listener_figures> &listeners);
-[[nodiscard]] std::string of(const std::vector<session_figures> &sessions);
-[[nodiscard]] std::string of(const platform_usage &usage);
-} // namespace as_prometheus
+[[nodiscard]] std::string as_text(const figures_part &part);
+[[nodiscard]] std::string as_json(const figures_part &part);
+[[nodiscard]] std::string as_prometheus(const figures_part &part);
 
 } // namespace twampctl
 

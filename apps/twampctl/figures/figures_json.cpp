@@ -2,7 +2,7 @@
 
 #include "apps/twampctl/figures/figures_formats.hpp"
 
-namespace twampctl::as_json {
+namespace twampctl {
 namespace {
 
 using json = nlohmann::ordered_json;
@@ -100,11 +100,6 @@ json tree_of(const figures &all)
             {"platform", tree_of(all.usage)}};
 }
 
-std::string document(const json &tree)
-{
-    return tree.dump(2, ' ', false, replace_invalid) + "\n";
-}
-
 } // namespace
 
 std::string valid_utf8(const std::string &text)
@@ -118,39 +113,10 @@ std::string printable(const std::string &text)
     return quoted.substr(1, quoted.size() - 2);
 }
 
-std::string of(const figures &all)
+std::string as_json(const figures_part &part)
 {
-    return document(tree_of(all));
+    const json tree = std::visit([](const auto &each) { return tree_of(each); }, part);
+    return tree.dump(2, ' ', false, replace_invalid) + "\n";
 }
 
-std::string of(const std::optional<olv_twamp_global_stats> &module)
-{
-    return document(tree_of(module));
-}
-
-std::string of(const responder_figures &responder)
-{
-    return document(tree_of(responder));
-}
-
-std::string of(const std::vector<responder_figures> &responders)
-{
-    return document(tree_of(responders));
-}
-
-std::string of(const std::vector<listener_figures> &listeners)
-{
-    return document(tree_of(listeners));
-}
-
-std::string of(const std::vector<session_figures> &sessions)
-{
-    return document(tree_of(sessions));
-}
-
-std::string of(const platform_usage &usage)
-{
-    return document(tree_of(usage));
-}
-
-} // namespace twampctl::as_json
+} // namespace twampctl

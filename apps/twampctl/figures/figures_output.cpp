@@ -3,22 +3,6 @@
 #include "apps/twampctl/figures/figures_formats.hpp"
 
 namespace twampctl {
-namespace {
-
-template <typename Figures> std::string dispatch(const Figures &value, output_format as)
-{
-    switch (as) {
-    case output_format::json:
-        return as_json::of(value);
-    case output_format::prometheus:
-        return as_prometheus::of(value);
-    case output_format::text:
-        break;
-    }
-    return as_text::of(value);
-}
-
-} // namespace
 
 std::vector<drop_reason> drops_of(const olv_twamp_global_stats &counters)
 {
@@ -56,43 +40,21 @@ std::vector<usage_item> items_of(const platform_usage &usage)
 
 std::string shortened(const std::string &name, std::size_t width)
 {
-    const std::string shown = as_json::printable(name);
+    const std::string shown = printable(name);
     return shown.size() <= width ? shown : shown.substr(0, width - 3) + "...";
 }
 
-std::string format(const figures &all, output_format as)
+std::string format(const figures_part &part, output_format as)
 {
-    return dispatch(all, as);
-}
-
-std::string format(const std::optional<olv_twamp_global_stats> &module, output_format as)
-{
-    return dispatch(module, as);
-}
-
-std::string format(const responder_figures &responder, output_format as)
-{
-    return dispatch(responder, as);
-}
-
-std::string format(const std::vector<responder_figures> &responders, output_format as)
-{
-    return dispatch(responders, as);
-}
-
-std::string format(const std::vector<listener_figures> &listeners, output_format as)
-{
-    return dispatch(listeners, as);
-}
-
-std::string format(const std::vector<session_figures> &sessions, output_format as)
-{
-    return dispatch(sessions, as);
-}
-
-std::string format(const platform_usage &usage, output_format as)
-{
-    return dispatch(usage, as);
+    switch (as) {
+    case output_format::json:
+        return as_json(part);
+    case output_format::prometheus:
+        return as_prometheus(part);
+    case output_format::text:
+        break;
+    }
+    return as_text(part);
 }
 
 } // namespace twampctl

@@ -3,7 +3,7 @@
 
 #include "apps/twampctl/figures/figures_formats.hpp"
 
-namespace twampctl::as_prometheus {
+namespace twampctl {
 namespace {
 
 using labels = std::vector<prometheus::ClientMetric::Label>;
@@ -24,7 +24,7 @@ class family {
     {
         prometheus::ClientMetric metric;
         for (const auto &label : with) {
-            metric.label.push_back({label.name, as_json::valid_utf8(label.value)});
+            metric.label.push_back({label.name, valid_utf8(label.value)});
         }
         if (family_.type == MetricType::Counter) {
             metric.counter.value = value;
@@ -104,6 +104,11 @@ void append(std::vector<MetricFamily> &to, const std::vector<responder_figures> 
     }
 }
 
+void append(std::vector<MetricFamily> &to, const responder_figures &responder)
+{
+    append(to, std::vector{responder});
+}
+
 void append(std::vector<MetricFamily> &to, const std::vector<listener_figures> &listeners)
 {
     family info = gauge("listener_info", "Where the packets of a listener go. Always 1.");
@@ -179,48 +184,13 @@ void append(std::vector<MetricFamily> &to, const figures &all)
     append(to, all.usage);
 }
 
-template <typename Figures> std::string page(const Figures &value)
+} // namespace
+
+std::string as_prometheus(const figures_part &part)
 {
     std::vector<MetricFamily> families;
-    append(families, value);
+    std::visit([&families](const auto &each) { append(families, each); }, part);
     return prometheus::TextSerializer{}.Serialize(families);
 }
 
-} // namespace
-
-std::string of(const figures &all)
-{
-    return page(all);
-}
-
-std::string of(const std::optional<olv_twamp_global_stats> &module)
-{
-    return page(module);
-}
-
-std::string of(const responder_figures &responder)
-{
-    return page(std::vector{responder});
-}
-
-std::string of(const std::vector<responder_figures> &responders)
-{
-    return page(responders);
-}
-
-std::string of(const std::vector<listener_figures> &listeners)
-{
-    return page(listeners);
-}
-
-std::string of(const std::vector<session_figures> &sessions)
-{
-    return page(sessions);
-}
-
-std::string of(const platform_usage &usage)
-{
-    return page(usage);
-}
-
-} // namespace twampctl::as_prometheus
+} // namespace twampctl

@@ -7,7 +7,7 @@
 #include "apps/common/formatted.hpp"
 #include "apps/twampctl/figures/figures_formats.hpp"
 
-namespace twampctl::as_text {
+namespace twampctl {
 namespace {
 
 using olv_apps::append;
@@ -72,9 +72,7 @@ void add_row(std::string &text, const session_figures &session)
     text += session.sender + "\n";
 }
 
-} // namespace
-
-std::string of(const std::optional<olv_twamp_global_stats> &module)
+std::string section_of(const std::optional<olv_twamp_global_stats> &module)
 {
     std::string text = "Module\n";
     if (!module) {
@@ -86,9 +84,9 @@ std::string of(const std::optional<olv_twamp_global_stats> &module)
     return text;
 }
 
-std::string of(const responder_figures &responder)
+std::string section_of(const responder_figures &responder)
 {
-    std::string text = "Responder " + as_json::printable(responder.name);
+    std::string text = "Responder " + printable(responder.name);
     append(text, "\n  %-32s %20s\n", "ID", hexadecimal(responder.id).c_str());
     if (!responder.counters) {
         return text + "  its counters cannot be read\n";
@@ -100,7 +98,7 @@ std::string of(const responder_figures &responder)
     return text;
 }
 
-std::string of(const std::vector<responder_figures> &responders)
+std::string section_of(const std::vector<responder_figures> &responders)
 {
     if (responders.empty()) {
         return "No responders\n";
@@ -112,7 +110,7 @@ std::string of(const std::vector<responder_figures> &responders)
     return text;
 }
 
-std::string of(const std::vector<listener_figures> &listeners)
+std::string section_of(const std::vector<listener_figures> &listeners)
 {
     std::string text;
     for (const listener_figures &listener : listeners) {
@@ -127,7 +125,7 @@ std::string of(const std::vector<listener_figures> &listeners)
     return text.empty() ? "No listeners\n" : text;
 }
 
-std::string of(const std::vector<session_figures> &sessions)
+std::string section_of(const std::vector<session_figures> &sessions)
 {
     // A table for each responder; the one with the oldest session comes first.
     std::map<std::string, std::size_t> places;
@@ -143,7 +141,7 @@ std::string of(const std::vector<session_figures> &sessions)
     return tables.empty() ? "No sessions\n" : std::accumulate(tables.begin(), tables.end(), std::string{});
 }
 
-std::string of(const platform_usage &usage)
+std::string section_of(const platform_usage &usage)
 {
     std::string text = "Platform\n";
     for (const usage_item &item : items_of(usage)) {
@@ -153,15 +151,22 @@ std::string of(const platform_usage &usage)
     return text;
 }
 
-std::string of(const figures &all)
+std::string section_of(const figures &all)
 {
     std::string text = "Processor " + column(all.processor) + ", module " + (all.module_up ? "up" : "down") +
                        ", " + date(all.taken_at) + "\n\n";
-    text += of(all.module) + "\n";
-    text += of(all.responders) + "\n";
-    text += of(all.listeners) + "\n";
-    text += of(all.sessions) + "\n";
-    return text + of(all.usage);
+    text += section_of(all.module) + "\n";
+    text += section_of(all.responders) + "\n";
+    text += section_of(all.listeners) + "\n";
+    text += section_of(all.sessions) + "\n";
+    return text + section_of(all.usage);
 }
 
-} // namespace twampctl::as_text
+} // namespace
+
+std::string as_text(const figures_part &part)
+{
+    return std::visit([](const auto &each) { return section_of(each); }, part);
+}
+
+} // namespace twampctl
