@@ -1,5 +1,5 @@
-// What a session sender measured, for the reports.
-#include "apps/common/probe_report.hpp"
+#include "apps/common/run_report.hpp"
+
 #include "probe/probe.hpp"
 
 namespace olv_probe {

@@ -1,7 +1,8 @@
+#include "apps/common/text_report.hpp"
+
 #include <cinttypes>
 
 #include "apps/common/formatted.hpp"
-#include "apps/common/probe_report.hpp"
 
 namespace olv_probe {
 namespace {

@@ -1,7 +1,9 @@
+#include "apps/twamp-probe/csv_report.hpp"
+
 #include <cinttypes>
 
 #include "apps/common/formatted.hpp"
-#include "apps/common/probe_report.hpp"
+#include "apps/common/run_report.hpp"
 
 namespace olv_probe {
 namespace {

@@ -5,8 +5,10 @@
 #include <string>
 
 #include "apps/common/errors.hpp"
-#include "apps/common/probe_report.hpp"
+#include "apps/common/json_report.hpp"
 #include "apps/common/signal_watch.hpp"
+#include "apps/common/text_report.hpp"
+#include "apps/twamp-probe/csv_report.hpp"
 #include "apps/twamp-probe/histogram.hpp"
 #include "apps/twamp-probe/plot.hpp"
 #include "apps/twamp-probe/probe_options.hpp"

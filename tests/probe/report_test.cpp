@@ -1,6 +1,8 @@
 // Figures as text, JSON and CSV.
 
-#include "apps/common/probe_report.hpp"
+#include "apps/common/json_report.hpp"
+#include "apps/common/text_report.hpp"
+#include "apps/twamp-probe/csv_report.hpp"
 
 #include <cstdlib>
 

@@ -14,7 +14,7 @@
 #include "apps/twampctl/commands/usage_error.hpp"
 #include "apps/twampctl/console/trace_output.hpp"
 #include "apps/twampctl/figures/metrics_server.hpp"
-#include "apps/twampctl/site/probes.hpp"
+#include "apps/twampctl/site/background_probes.hpp"
 #include "apps/twampctl/site/site.hpp"
 
 namespace twampctl {
@@ -53,8 +53,8 @@ class command_context {
     void end_metrics() { metrics_.reset(); }
 
     /** Probes in the background; their round trips are in the figures. */
-    [[nodiscard]] probes &background() { return probes_; }
-    [[nodiscard]] const probes &background() const { return probes_; }
+    [[nodiscard]] background_probes &background() { return probes_; }
+    [[nodiscard]] const background_probes &background() const { return probes_; }
 
     /** No command after this one. */
     void quit() { over_ = true; }
@@ -71,7 +71,7 @@ class command_context {
 
     const olv_apps::signal_watch &signals_;
     command_source source_;
-    probes probes_;
+    background_probes probes_;
     std::list<site> sites_; ///< In the order in which they were made.
     site *current_ = nullptr;
     std::string trace_name_;

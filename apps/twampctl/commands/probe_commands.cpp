@@ -1,9 +1,10 @@
 // Measuring from inside: session senders of this process.
 #include <cstdio>
 
-#include "apps/common/probe_report.hpp"
+#include "apps/common/json_report.hpp"
 #include "apps/common/reflector_name.hpp"
 #include "apps/common/session_input.hpp"
+#include "apps/common/text_report.hpp"
 #include "apps/twampctl/commands/checks.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/commands/commands.hpp"
@@ -65,8 +66,8 @@ void measure(command_context &context, const probe_request &request)
 
 void list(const command_context &context)
 {
-    const std::vector<probes::status> all = context.background().list();
-    for (const probes::status &each : all) {
+    const std::vector<background_probes::status> all = context.background().list();
+    for (const background_probes::status &each : all) {
         std::printf("%s to %s: sent %llu, received %llu, valid %llu%s\n", each.sender.c_str(),
                     each.reflector.c_str(), static_cast<unsigned long long>(each.progress.sent),
                     static_cast<unsigned long long>(each.progress.received),

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "apps/twampctl/figures/figures.hpp"
+#include "apps/twampctl/site/output.hpp"
 #include "fastpath/udp/udp_workers.hpp"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/processor.hpp"
@@ -45,13 +46,6 @@ struct site_options {
     std::uint16_t default_entry_point = 0;
     olv_fastpath::udp_workers_options workers;
 };
-
-/** The modules that packets can leave by. */
-enum class output : std::uint8_t { ipv4, ipv6 };
-
-[[nodiscard]] const char *name_of(output to);
-[[nodiscard]] std::uint32_t usual_bind_key(output to);
-[[nodiscard]] output output_for(int family);
 
 /** A bind, unbind or IMC request. What is left out is as the framework fills it. */
 struct bind_request {

@@ -1,4 +1,4 @@
-#include "apps/twampctl/site/probes.hpp"
+#include "apps/twampctl/site/background_probes.hpp"
 
 #include <algorithm>
 #include <stdexcept>
@@ -16,12 +16,12 @@ double seconds_of(std::chrono::nanoseconds duration)
 
 } // namespace
 
-probes::~probes()
+background_probes::~background_probes()
 {
     stop_all();
 }
 
-std::string probes::start(const olv_probe::session_options &options)
+std::string background_probes::start(const olv_probe::session_options &options)
 {
     const std::lock_guard lock{mutex_};
     probe &started = running_.emplace_back(options);
@@ -36,7 +36,7 @@ std::string probes::start(const olv_probe::session_options &options)
     return started.sender.local_address();
 }
 
-void probes::end(probe &which)
+void background_probes::end(probe &which)
 {
     which.sender.stop();
     which.thread.join();
@@ -45,7 +45,7 @@ void probes::end(probe &which)
     }
 }
 
-void probes::stop(const std::string &address)
+void background_probes::stop(const std::string &address)
 {
     const std::lock_guard lock{mutex_};
     const auto found = std::find_if(running_.begin(), running_.end(),
@@ -57,7 +57,7 @@ void probes::stop(const std::string &address)
     running_.erase(found);
 }
 
-void probes::stop_all()
+void background_probes::stop_all()
 {
     const std::lock_guard lock{mutex_};
     for (probe &each : running_) {
@@ -66,7 +66,7 @@ void probes::stop_all()
     running_.clear();
 }
 
-std::vector<probes::status> probes::list() const
+std::vector<background_probes::status> background_probes::list() const
 {
     const std::lock_guard lock{mutex_};
     std::vector<status> all;
@@ -76,13 +76,13 @@ std::vector<probes::status> probes::list() const
     return all;
 }
 
-void probes::note(const std::string &sender, double round_trip_seconds)
+void background_probes::note(const std::string &sender, double round_trip_seconds)
 {
     const std::lock_guard lock{mutex_};
     ended_[sender] = round_trip_seconds;
 }
 
-std::optional<double> probes::round_trip_of(const std::string &sender) const
+std::optional<double> background_probes::round_trip_of(const std::string &sender) const
 {
     const std::lock_guard lock{mutex_};
     for (const probe &each : running_) {

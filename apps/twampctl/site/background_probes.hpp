@@ -1,9 +1,9 @@
 /**
- * @file probes.hpp
+ * @file background_probes.hpp
  * Session senders of this process that go on in the background, and the round trips that they measure.
  */
-#ifndef OLV_TWAMPCTL_PROBES_HPP
-#define OLV_TWAMPCTL_PROBES_HPP
+#ifndef OLV_TWAMPCTL_BACKGROUND_PROBES_HPP
+#define OLV_TWAMPCTL_BACKGROUND_PROBES_HPP
 
 #include <list>
 #include <map>
@@ -18,13 +18,13 @@
 
 namespace twampctl {
 
-class probes {
+class background_probes {
   public:
-    probes() = default;
+    background_probes() = default;
     /** Stops all. */
-    ~probes();
-    probes(const probes &) = delete;
-    probes &operator=(const probes &) = delete;
+    ~background_probes();
+    background_probes(const background_probes &) = delete;
+    background_probes &operator=(const background_probes &) = delete;
 
     /** Begin to send. @return The sender's address. @throw std::runtime_error  It cannot. */
     std::string start(const olv_probe::session_options &options);

@@ -1,13 +1,12 @@
 /**
- * @file probe_report.hpp
- * The figures of a run as text, JSON and CSV. docs/probe.md says what each of them means.
+ * @file run_report.hpp
+ * The figures of a run, for the reports. docs/probe.md says what each of them means.
  */
-#ifndef OLV_PROBE_PROBE_REPORT_HPP
-#define OLV_PROBE_PROBE_REPORT_HPP
+#ifndef OLV_PROBE_RUN_REPORT_HPP
+#define OLV_PROBE_RUN_REPORT_HPP
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -36,12 +35,6 @@ struct run_report {
 [[nodiscard]] std::vector<const measurement *> results_of(const probe &sender);
 [[nodiscard]] run_report report_of(const probe &sender, const session_options &options, bool complete);
 
-/** A session's packets, for output by packet. */
-struct sender_packets {
-    std::string address;
-    const measurement *result;
-};
-
 /** What nanoseconds are in the unit of every report. */
 [[nodiscard]] inline double microseconds(double nanoseconds)
 {
@@ -51,14 +44,6 @@ struct sender_packets {
 {
     return microseconds(static_cast<double>(nanoseconds));
 }
-
-/** "100 packets of 41 octets to 127.0.0.1:8620", with its newline: said before measuring. */
-[[nodiscard]] std::string announcement(const session_options &options);
-[[nodiscard]] std::string text_report(const run_report &report);
-/** One object and a newline. */
-[[nodiscard]] std::string json_report(const run_report &report);
-/** A line of names, and one for each packet sent. */
-void write_csv(std::FILE *output, const std::vector<sender_packets> &senders);
 
 } // namespace olv_probe
 

@@ -1,8 +1,8 @@
+#include "apps/common/json_report.hpp"
+
 #include <array>
 
 #include <nlohmann/json.hpp>
-
-#include "apps/common/probe_report.hpp"
 
 namespace olv_probe {
 namespace {

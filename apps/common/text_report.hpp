@@ -1,0 +1,20 @@
+/**
+ * @file text_report.hpp
+ * The figures of a run as text for people.
+ */
+#ifndef OLV_PROBE_TEXT_REPORT_HPP
+#define OLV_PROBE_TEXT_REPORT_HPP
+
+#include <string>
+
+#include "apps/common/run_report.hpp"
+
+namespace olv_probe {
+
+/** "100 packets of 41 octets to 127.0.0.1:8620", with its newline: said before measuring. */
+[[nodiscard]] std::string announcement(const session_options &options);
+[[nodiscard]] std::string text_report(const run_report &report);
+
+} // namespace olv_probe
+
+#endif

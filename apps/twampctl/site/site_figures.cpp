@@ -1,0 +1,100 @@
+// What a site counts and knows.
+#include <algorithm>
+#include <chrono>
+
+#include "apps/twampctl/site/site.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
+#include "twamp_program.h"
+
+namespace twampctl {
+namespace {
+
+std::size_t entries_in(const olv_sim::processor &processor, const char *tree)
+{
+    const olv_sim::classifier_tree *found = processor.tree(tree); // a program may leave it out
+    return found == nullptr ? 0 : found->size();
+}
+
+} // namespace
+
+figures site::collect()
+{
+    using seconds = std::chrono::duration<double>;
+    const std::lock_guard lock{mutex_};
+    figures now;
+    now.taken_at = seconds(std::chrono::system_clock::now().time_since_epoch()).count();
+    now.processor = name_;
+    now.module_up = is_up();
+    if (now.module_up) {
+        olv_twamp_global_stats counters{};
+        if (olv_twamp_global_stats_get(module_, &counters) == OLV_STATUS_OK) {
+            now.module = counters;
+        }
+    }
+    collect_responders(now);
+    collect_listeners(now);
+    collect_sessions(now);
+    now.usage = usage();
+    return now;
+}
+
+void site::collect_responders(figures &into)
+{
+    for (const named_responder &each : responders_) {
+        responder_figures one{.name = each.name, .id = each.handle->responder_id, .counters = {}};
+        olv_twamp_responder_stats counters{};
+        if (into.module_up && olv_twamp_responder_stats_get(module_, each.handle, &counters) == OLV_STATUS_OK) {
+            one.counters = counters;
+        }
+        into.responders.push_back(one);
+    }
+}
+
+void site::collect_listeners(figures &into) const
+{
+    for (const listener &each : listeners_) {
+        const olv_fastpath::packet_path path = workers_.path(each.index);
+        into.listeners.push_back({.address = each.address,
+                                  .responder = responder_with(path.responder_id),
+                                  .bind_key = path.bind_key,
+                                  .counters = workers_.statistics(each.index)});
+    }
+}
+
+void site::collect_sessions(figures &into) const
+{
+    const std::vector<olv_fastpath::session> sessions = workers_.sessions();
+    const std::uint64_t now = processor_.timer_now();
+    const auto frequency = static_cast<double>(processor_.timer_frequency());
+    for (const olv_fastpath::session &each : sessions) {
+        const std::uint64_t idle = now > each.last_arrival ? now - each.last_arrival : 0;
+        const std::string sender =
+            olv_net::text_of(olv_net::ip_endpoint{each.key.sender_address, each.key.sender_port});
+        into.sessions.push_back({.responder = responder_with(each.key.responder_id),
+                                 .sender = sender,
+                                 .replies = each.next_sequence_number,
+                                 .idle_seconds = static_cast<double>(idle) / frequency,
+                                 .round_trip_seconds = round_trips_ ? round_trips_(sender) : std::nullopt});
+    }
+}
+
+std::string site::responder_with(std::uint32_t id) const
+{
+    const auto found = std::find_if(responders_.begin(), responders_.end(), [id](const named_responder &each) {
+        return each.handle->responder_id == id;
+    });
+    return found == responders_.end() ? "" : found->name;
+}
+
+platform_usage site::usage() const
+{
+    return {.blocks = olv_sim::memory::in_use().live_blocks,
+            .responder_ids = processor_.allocated(TWAMP_RESPONDER_NAMESPACE),
+            .responder_entries = entries_in(processor_, TWAMP_RESPONDER_LOOKUP_FUNCTION),
+            .bind_entries = entries_in(processor_, TWAMP_BIND_TO_NEXT_MODULE_FUNCTION),
+            .patterns = olv_sim::patterns::live(),
+            .violations = olv_sim::violations::count()};
+}
+
+} // namespace twampctl
