@@ -9,15 +9,10 @@
 
 namespace apps_tests {
 
+/** Received, transmitted, dropped for its length, sessions, dropped for want of one. */
 inline twampctl::responder_figures example_responder()
 {
-    return {.name = "edge",
-            .id = 0x1A,
-            .counters = olv_twamp_responder_stats{.received = 20,
-                                                  .transmitted = 15,
-                                                  .drop_length_check = 3,
-                                                  .active_sessions = 4,
-                                                  .drop_max_sessions = 2}};
+    return {.name = "edge", .id = 0x1A, .counters = olv_twamp_responder_stats{20, 15, 3, 4, 2}};
 }
 
 inline twampctl::listener_figures example_listener()
@@ -39,31 +34,18 @@ inline twampctl::listener_figures example_listener()
 
 inline twampctl::session_figures example_session()
 {
-    return {.responder = "edge",
-            .sender = "192.0.2.7:40000",
-            .replies = 41,
-            .idle_seconds = 1.5,
-            .round_trip_seconds = 0.00025};
+    return {"edge", "192.0.2.7:40000", 41, 1.5, 0.00025};
 }
 
+/** Received, transmitted, dropped for want of a responder, of length, of a hash, of a bind. */
 inline olv_twamp_global_stats example_module()
 {
-    return {.total_rx = 10,
-            .total_tx = 11,
-            .drop_no_responder = 12,
-            .drop_length_check = 13,
-            .drop_hash_error = 14,
-            .drop_no_bind = 4294967295};
+    return {10, 11, 12, 13, 14, 4294967295};
 }
 
 inline twampctl::platform_usage example_usage()
 {
-    return {.blocks = 51,
-            .responder_ids = 52,
-            .responder_entries = 53,
-            .bind_entries = 54,
-            .patterns = 55,
-            .violations = 56};
+    return {51, 52, 53, 54, 55, 56};
 }
 
 inline twampctl::figures example_figures()

@@ -11,7 +11,11 @@ namespace {
 
 using testing::HasSubstr;
 using testing::Not;
-using twampctl::output_format;
+
+std::string prometheus_of(const twampctl::figures_part &part)
+{
+    return twampctl::format(part, twampctl::output_format::prometheus);
+}
 
 constexpr const char *module_metrics =
     R"(# HELP olv_twamp_received_packets_total Test packets that reached the module.
@@ -91,7 +95,7 @@ olv_twamp_platform_violations_total 56
 
 TEST(FiguresPrometheus, HasEveryMetric)
 {
-    EXPECT_EQ(twampctl::format(example_figures(), output_format::prometheus),
+    EXPECT_EQ(prometheus_of(example_figures()),
               std::string(R"(# HELP olv_twamp_processor_info The processor that the module runs on. Always 1.
 # TYPE olv_twamp_processor_info gauge
 olv_twamp_processor_info{processor="np0"} 1
@@ -107,11 +111,11 @@ olv_twamp_collection_timestamp_seconds 1738324800.25
 
 TEST(FiguresPrometheus, OfOnePieceHasItsMetrics)
 {
-    EXPECT_EQ(twampctl::format(std::optional{example_module()}, output_format::prometheus), module_metrics);
-    EXPECT_EQ(twampctl::format(example_responder(), output_format::prometheus), responder_metrics);
-    EXPECT_EQ(twampctl::format(std::vector{example_responder()}, output_format::prometheus), responder_metrics);
-    EXPECT_EQ(twampctl::format(std::vector{example_listener()}, output_format::prometheus), listener_metrics);
-    EXPECT_EQ(twampctl::format(example_usage(), output_format::prometheus), platform_metrics);
+    EXPECT_EQ(prometheus_of(std::optional{example_module()}), module_metrics);
+    EXPECT_EQ(prometheus_of(example_responder()), responder_metrics);
+    EXPECT_EQ(prometheus_of(std::vector{example_responder()}), responder_metrics);
+    EXPECT_EQ(prometheus_of(std::vector{example_listener()}), listener_metrics);
+    EXPECT_EQ(prometheus_of(example_usage()), platform_metrics);
 }
 
 TEST(FiguresPrometheus, OfSessionsHasASeriesForEach)
@@ -119,7 +123,7 @@ TEST(FiguresPrometheus, OfSessionsHasASeriesForEach)
     twampctl::session_figures other = example_session();
     other.sender = "[2001:db8::7]:40001";
     other.round_trip_seconds = std::nullopt;
-    EXPECT_EQ(twampctl::format(std::vector{example_session(), other}, output_format::prometheus),
+    EXPECT_EQ(prometheus_of(std::vector{example_session(), other}),
               R"(# HELP olv_twamp_session_replies_total Replies to the sender.
 # TYPE olv_twamp_session_replies_total counter
 olv_twamp_session_replies_total{responder="edge",sender="192.0.2.7:40000"} 41
@@ -136,11 +140,9 @@ olv_twamp_session_round_trip_seconds{responder="edge",sender="192.0.2.7:40000"} 
 
 TEST(FiguresPrometheus, LeavesOutWhatCannotBeRead)
 {
-    EXPECT_EQ(twampctl::format(std::optional<olv_twamp_global_stats>{}, output_format::prometheus), "");
-    EXPECT_EQ(twampctl::format(twampctl::responder_figures{.name = "b", .id = 2, .counters = {}},
-                               output_format::prometheus),
-              "");
-    const std::string nothing = twampctl::format(twampctl::figures{}, output_format::prometheus);
+    EXPECT_EQ(prometheus_of(std::optional<olv_twamp_global_stats>{}), "");
+    EXPECT_EQ(prometheus_of(twampctl::responder_figures{.name = "b", .id = 2, .counters = {}}), "");
+    const std::string nothing = prometheus_of(twampctl::figures{});
     EXPECT_THAT(nothing, HasSubstr("\nolv_twamp_module_up 0\n"));
     EXPECT_THAT(nothing, Not(HasSubstr("packets_total")));
 }
@@ -149,7 +151,7 @@ TEST(FiguresPrometheus, EscapesNames)
 {
     twampctl::responder_figures responder = example_responder();
     responder.name = hostile_name;
-    EXPECT_THAT(twampctl::format(responder, output_format::prometheus),
+    EXPECT_THAT(prometheus_of(responder),
                 HasSubstr("\nolv_twamp_responder_received_packets_total"
                           "{responder=\"a\\\"b\\\\c\\nd\x1b[2J\xc3\xa9\xef\xbf\xbd\",id=\"26\"} 20\n"));
 }

@@ -108,30 +108,25 @@ TEST(MetricsServer, AnswersSeveralRequestsOnAConnection)
     EXPECT_THAT(answers, HasSubstr("\nolv_twamp_received_packets_total 10\n"));
 }
 
-TEST(MetricsServer, AnswersAHeadWithoutABody)
+TEST(MetricsServer, AnswersToMethodAndPath)
 {
     const metrics_server server{any_port(), example_figures};
-    const std::string answer = ask(host_of(server), "HEAD /metrics");
-    EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 OK\r\n"));
-    EXPECT_THAT(answer, EndsWith("\r\n\r\n"));
-}
-
-TEST(MetricsServer, PointsToTheMetrics)
-{
-    const metrics_server server{any_port(), example_figures};
-    const std::string answer = ask(host_of(server), "GET /");
-    EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 OK\r\n"));
-    EXPECT_THAT(answer, EndsWith("\r\n\r\nthe metrics are at /metrics\n"));
-}
-
-TEST(MetricsServer, KnowsNothingElse)
-{
-    const metrics_server server{any_port(), example_figures};
-    for (const char *path : {"GET /metrics/", "GET /metric", "GET /../metrics", "HEAD /favicon.ico"}) {
-        EXPECT_THAT(ask(host_of(server), path), StartsWith("HTTP/1.1 404 Not Found\r\n")) << path;
+    const std::string nothing_here = "nothing here; the metrics are at /metrics\n";
+    const struct {
+        const char *request;
+        const char *status;
+        std::string body;
+    } rows[] = {{"HEAD /metrics", "200 OK", ""},
+                {"GET /", "200 OK", "the metrics are at /metrics\n"},
+                {"GET /metrics/", "404 Not Found", nothing_here},
+                {"GET /metric", "404 Not Found", nothing_here},
+                {"GET /../metrics", "404 Not Found", nothing_here},
+                {"HEAD /favicon.ico", "404 Not Found", ""}};
+    for (const auto &row : rows) {
+        const std::string answer = ask(host_of(server), row.request);
+        EXPECT_THAT(answer, StartsWith(std::string("HTTP/1.1 ") + row.status + "\r\n")) << row.request;
+        EXPECT_THAT(answer, EndsWith("\r\n\r\n" + row.body)) << row.request;
     }
-    EXPECT_THAT(ask(host_of(server), "GET /x"),
-                EndsWith("\r\n\r\nnothing here; the metrics are at /metrics\n"));
 }
 
 TEST(MetricsServer, TakesNoOtherMethod)
