@@ -13,29 +13,24 @@ TEST(Histogram, OfNothingHasNoBars)
     EXPECT_EQ(histogram_text(histogram_of({}, 20)), "");
 }
 
-TEST(Histogram, OfOneValueHasOneBar)
+TEST(Histogram, HasRoundEdgesBelowAndAboveZero)
 {
-    const histogram figures = histogram_of({12'345}, 20);
-    EXPECT_EQ(figures.start, 12'345);
-    EXPECT_EQ(figures.width, 1);
-    EXPECT_EQ(figures.bars, (std::vector<std::uint64_t>{1}));
-    EXPECT_FALSE(figures.has_above);
-}
-
-TEST(Histogram, HasRoundEdges)
-{
-    const histogram figures = histogram_of({1'700, 2'100, 2'900, 11'300}, 10);
-    EXPECT_EQ(figures.width, 2'000);
-    EXPECT_EQ(figures.start, 0);
-    EXPECT_EQ(figures.bars, (std::vector<std::uint64_t>{1, 2, 0, 0, 0, 1}));
-}
-
-TEST(Histogram, TakesNegativeDelays)
-{
-    const histogram figures = histogram_of({-1'700, -100, 900}, 4);
-    EXPECT_EQ(figures.width, 1'000);
-    EXPECT_EQ(figures.start, -2'000);
-    EXPECT_EQ(figures.bars, (std::vector<std::uint64_t>{1, 1, 1}));
+    const struct {
+        std::vector<std::int64_t> samples;
+        std::size_t most;
+        std::int64_t start;
+        std::int64_t width;
+        std::vector<std::uint64_t> bars;
+    } rows[] = {{{12'345}, 20, 12'345, 1, {1}},
+                {{1'700, 2'100, 2'900, 11'300}, 10, 0, 2'000, {1, 2, 0, 0, 0, 1}},
+                {{-1'700, -100, 900}, 4, -2'000, 1'000, {1, 1, 1}}};
+    for (const auto &row : rows) {
+        const histogram figures = histogram_of(row.samples, row.most);
+        EXPECT_EQ(figures.start, row.start);
+        EXPECT_EQ(figures.width, row.width);
+        EXPECT_EQ(figures.bars, row.bars);
+        EXPECT_FALSE(figures.has_above) << row.start;
+    }
 }
 
 TEST(Histogram, PutsOutliersIntoTheLastBar)

@@ -25,13 +25,6 @@ TEST(PlotScript, HasPointsAndBars)
     EXPECT_THAT(script, HasSubstr("$points << END\n0.000000 100.000\n0.500000 300.000\nEND\n"));
     EXPECT_THAT(script, HasSubstr("$bars << END\n102.500 1\n"));
     EXPECT_THAT(script, HasSubstr("title 'to 127.0.0.1:862'\n"));
-}
-
-TEST(PlotScript, OfAPngHasAnotherTerminal)
-{
-    scripted_session session;
-    session.send();
-    session.receive(0, {}, 100'000);
     EXPECT_THAT(plot_script({&session.result}, "", true), StartsWith("set terminal pngcairo "));
 }
 

@@ -2,19 +2,23 @@
 
 #include "probe/statistics.hpp"
 
+#include <algorithm>
+#include <numeric>
+
 #include <gtest/gtest.h>
 
 namespace olv_probe {
 namespace {
 
-std::vector<std::int64_t> numbers(std::int64_t first, std::int64_t last)
+/** From the last one down to 1. */
+std::vector<std::int64_t> numbers_to(std::int64_t last)
 {
-    std::vector<std::int64_t> all;
-    for (std::int64_t number = last; number >= first; --number) {
-        all.push_back(number);
-    }
+    std::vector<std::int64_t> all(static_cast<std::size_t>(last));
+    std::iota(all.rbegin(), all.rend(), 1);
     return all;
 }
+
+using percentiles = std::array<std::int64_t, 5>;
 
 TEST(Distribution, OfNothingIsZero)
 {
@@ -34,17 +38,15 @@ TEST(Distribution, OfOneSampleIsThatSample)
     EXPECT_EQ(figures.mean, -7);
     EXPECT_EQ(figures.mean_magnitude, 7);
     EXPECT_EQ(figures.standard_deviation, 0);
-    EXPECT_EQ(figures.percentiles, (std::array<std::int64_t, 5>{-7, -7, -7, -7, -7}));
+    EXPECT_EQ(figures.percentiles, (percentiles{-7, -7, -7, -7, -7}));
 }
 
 TEST(Distribution, HasPercentilesOfNearestRank)
 {
-    EXPECT_EQ(distribution_of(numbers(1, 1000)).percentiles,
-              (std::array<std::int64_t, 5>{500, 900, 950, 990, 999}));
-    EXPECT_EQ(distribution_of(numbers(1, 10)).percentiles, (std::array<std::int64_t, 5>{5, 9, 10, 10, 10}));
-    EXPECT_EQ(distribution_of(numbers(1, 2)).percentiles, (std::array<std::int64_t, 5>{1, 2, 2, 2, 2}));
-    EXPECT_EQ(distribution_of(numbers(1, 1001)).percentiles,
-              (std::array<std::int64_t, 5>{501, 901, 951, 991, 1000}));
+    EXPECT_EQ(distribution_of(numbers_to(1000)).percentiles, (percentiles{500, 900, 950, 990, 999}));
+    EXPECT_EQ(distribution_of(numbers_to(10)).percentiles, (percentiles{5, 9, 10, 10, 10}));
+    EXPECT_EQ(distribution_of(numbers_to(2)).percentiles, (percentiles{1, 2, 2, 2, 2}));
+    EXPECT_EQ(distribution_of(numbers_to(1001)).percentiles, (percentiles{501, 901, 951, 991, 1000}));
 }
 
 TEST(Distribution, HasMeanAndDeviation)
@@ -71,74 +73,53 @@ TEST(Distribution, MeanMagnitudeForgetsSigns)
     EXPECT_DOUBLE_EQ(figures.mean_magnitude, 2);
 }
 
-std::vector<std::uint32_t> late_ones(const std::vector<std::uint32_t> &arrivals)
+using sequence = std::vector<std::uint32_t>;
+
+struct arrival_row {
+    sequence arrivals;
+    sequence found;
+};
+
+/** Expects that of the numbers those are found, as they arrive, that are what they are asked to be. */
+template <typename Memory>
+void expect_found(bool (Memory::*is_it)(std::uint32_t), const std::vector<arrival_row> &rows)
 {
-    arrival_order order;
-    std::vector<std::uint32_t> late;
-    for (const std::uint32_t number : arrivals) {
-        if (order.is_late(number)) {
-            late.push_back(number);
-        }
+    for (const arrival_row &row : rows) {
+        Memory memory;
+        sequence found;
+        std::copy_if(row.arrivals.begin(), row.arrivals.end(), std::back_inserter(found),
+                     [&](std::uint32_t number) { return (memory.*is_it)(number); });
+        EXPECT_EQ(found, row.found) << testing::PrintToString(row.arrivals);
     }
-    return late;
-}
-
-TEST(ArrivalOrder, InOrderNothingIsLate)
-{
-    EXPECT_EQ(late_ones({0, 1, 2, 3}), (std::vector<std::uint32_t>{}));
-}
-
-TEST(ArrivalOrder, LossMakesNothingLate)
-{
-    EXPECT_EQ(late_ones({0, 5, 9}), (std::vector<std::uint32_t>{}));
 }
 
 TEST(ArrivalOrder, WhatIsBelowTheExpectedNumberIsLate)
 {
-    EXPECT_EQ(late_ones({0, 3, 1, 2, 4}), (std::vector<std::uint32_t>{1, 2}));
-    EXPECT_EQ(late_ones({3, 2, 1, 0}), (std::vector<std::uint32_t>{2, 1, 0}));
-}
-
-TEST(ArrivalOrder, HoldsAcrossTheWrap)
-{
-    EXPECT_EQ(late_ones({4294967294, 4294967295, 0, 1}), (std::vector<std::uint32_t>{}));
-    EXPECT_EQ(late_ones({4294967294, 0, 4294967295, 1}), (std::vector<std::uint32_t>{4294967295}));
-}
-
-std::vector<std::uint32_t> repeated_ones(const std::vector<std::uint32_t> &arrivals)
-{
-    number_memory memory;
-    std::vector<std::uint32_t> repeated;
-    for (const std::uint32_t number : arrivals) {
-        if (memory.is_repeated(number)) {
-            repeated.push_back(number);
-        }
-    }
-    return repeated;
+    expect_found(&arrival_order::is_late, {{{0, 1, 2, 3}, {}},
+                                           {{0, 5, 9}, {}}, // loss makes nothing late
+                                           {{0, 3, 1, 2, 4}, {1, 2}},
+                                           {{3, 2, 1, 0}, {2, 1, 0}},
+                                           {{4294967294, 4294967295, 0, 1}, {}},
+                                           {{4294967294, 0, 4294967295, 1}, {4294967295}}});
 }
 
 TEST(NumberMemory, TellsLateFromRepeated)
 {
-    EXPECT_EQ(repeated_ones({0, 1, 2, 3}), (std::vector<std::uint32_t>{}));
-    EXPECT_EQ(repeated_ones({7, 9, 8, 10}), (std::vector<std::uint32_t>{}));
-    EXPECT_EQ(repeated_ones({7, 9, 8, 8, 10, 7, 10}), (std::vector<std::uint32_t>{8, 7, 10}));
-}
-
-TEST(NumberMemory, HoldsAcrossTheWrap)
-{
-    EXPECT_EQ(repeated_ones({4294967295, 1, 0, 4294967295, 0}), (std::vector<std::uint32_t>{4294967295, 0}));
+    expect_found(&number_memory::is_repeated, {{{0, 1, 2, 3}, {}},
+                                               {{7, 9, 8, 10}, {}},
+                                               {{7, 9, 8, 8, 10, 7, 10}, {8, 7, 10}},
+                                               {{4294967295, 1, 0, 4294967295, 0}, {4294967295, 0}}});
 }
 
 TEST(NumberMemory, ForgetsNumbersOfOneRoundBefore)
 {
-    EXPECT_EQ(repeated_ones({5, 65541, 65540}), (std::vector<std::uint32_t>{}));
-    EXPECT_EQ(repeated_ones({5, 100, 65541, 6}), (std::vector<std::uint32_t>{}));
-    EXPECT_EQ(repeated_ones({5, 200000, 199999}), (std::vector<std::uint32_t>{}));
+    expect_found(&number_memory::is_repeated,
+                 {{{5, 65541, 65540}, {}}, {{5, 100, 65541, 6}, {}}, {{5, 200000, 199999}, {}}});
 }
 
 TEST(NumberMemory, TakesWhatIsTooFarBelowForRepeated)
 {
-    EXPECT_EQ(repeated_ones({100000, 34464, 34465}), (std::vector<std::uint32_t>{34464}));
+    expect_found(&number_memory::is_repeated, {{{100000, 34464, 34465}, {34464}}});
 }
 
 } // namespace
