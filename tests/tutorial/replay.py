@@ -1,29 +1,17 @@
 """Types what the tutorial says, in its order."""
 
 import re
+import socket
 import subprocess
 import tempfile
-import time
 from collections.abc import Callable
-from contextlib import ExitStack
+from contextlib import ExitStack, suppress
 from pathlib import Path
 
-from ports import KeptPorts, senders_to
-from terminals import Commands, Session
+from terminals import PATIENCE, Session, environment, has_sender_to, wait_until
 from transcript import SESSION_PROMPT, Names, Step
 
-# From one terminal to the other; a packet that nobody answers has been counted by then.
-SECONDS_TO_TURN = 0.1
-SECONDS_TO_BEGIN = 60
-SECONDS_TO_LOOK = 0.01
-
 Check = Callable[[Step, list[str]], None]
-
-
-def senders_of(command: str) -> set[int]:
-    """Ports from which programs send to the address in the command now."""
-    address = re.search(r"127\.0\.0\.1:(\d+)", command)
-    return senders_to(int(address[1])) if address is not None else set()
 
 
 class Replay:
@@ -38,17 +26,12 @@ class Replay:
         self._cleanup = ExitStack()
         self._folder = self._cleanup.enter_context(tempfile.TemporaryDirectory())
         (Path(self._folder) / "docs").symlink_to(root / "docs")
-        self._commands = Commands(programs, self._folder)
-        self._cleanup.callback(self._commands.end)
-
-        self._ports = KeptPorts()
-        self._cleanup.callback(self._ports.close)
-        self._senders: set[int] = set()
+        self._taken: set[tuple[int, int]] = set()
 
     def run(self, steps: list[Step]) -> None:
         with self._cleanup:
             for step in steps:
-                self._ports.keep(self._names.ports() | self._senders)
+                self._keep_ports()
                 command = self._names.in_command(step.command)
                 if step.prompt == SESSION_PROMPT:
                     self._type_in_session(step, command)
@@ -58,6 +41,16 @@ class Replay:
                     self._run(step, command)
             self._finish_meanwhile()
             assert self._session is None, "the page leaves a session open"
+
+    def _keep_ports(self) -> None:
+        """The page has another port for each program. The system may give one again that is free: take it."""
+        for kind in (socket.SOCK_DGRAM, socket.SOCK_STREAM):
+            for port in self._names.ports():
+                if (kind, port) not in self._taken:
+                    taken = self._cleanup.enter_context(socket.socket(socket.AF_INET, kind))
+                    with suppress(OSError):  # a program has it still
+                        taken.bind(("127.0.0.1", port))
+                        self._taken.add((kind, port))
 
     def _begin_session(self, step: Step) -> None:
         self._session = Session(self._programs, self._folder)
@@ -72,32 +65,26 @@ class Replay:
             self._session = None
 
     def _run(self, step: Step, command: str) -> None:
+        """In the system's shell."""
         self._finish_meanwhile()
-        process = self._commands.start(command)
-        if step.meanwhile:
-            self._meanwhile = (step, process)
-            self._wait_for_sender(command)
-        else:
-            self._look_for_senders(command, process)
-            self._check(step, self._commands.result(process))
-            time.sleep(SECONDS_TO_TURN)
-
-    def _wait_for_sender(self, command: str) -> None:
-        """Until a program sends to the address in the command: what is typed next shows its packets."""
-        deadline = time.monotonic() + SECONDS_TO_BEGIN
-        while not (found := senders_of(command)):
-            assert time.monotonic() < deadline, f"'{command}' has not begun to send"
-            time.sleep(SECONDS_TO_LOOK)
-        self._senders |= found
-
-    def _look_for_senders(self, command: str, process: subprocess.Popen[str]) -> None:
-        """Until the command is over."""
-        while process.poll() is None:
-            self._senders |= senders_of(command)
-            time.sleep(SECONDS_TO_LOOK)
+        process = subprocess.Popen(
+            ["bash", "-c", command], cwd=self._folder, env=environment(self._programs), text=True,
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+        )
+        self._cleanup.callback(process.communicate)
+        self._cleanup.callback(process.kill)
+        self._meanwhile = (step, process)
+        if not step.meanwhile:
+            self._finish_meanwhile()
+            if self._session is not None:
+                self._session.wait_until_idle()
+            return
+        address = re.search(r"127\.0\.0\.1:(\d+)", command)
+        assert address is not None, f"line {step.line}: nothing is sent to an address"
+        wait_until(lambda: has_sender_to(int(address[1])), f"'{command}' begins to send")
 
     def _finish_meanwhile(self) -> None:
         if self._meanwhile is not None:
             step, process = self._meanwhile
             self._meanwhile = None
-            self._check(step, self._commands.result(process))
+            self._check(step, process.communicate(timeout=PATIENCE)[0].splitlines())

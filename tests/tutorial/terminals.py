@@ -1,8 +1,11 @@
-"""The two terminals of the tutorial."""
+"""The first terminal of the tutorial, and what the system knows of its programs."""
 
 import os
 import re
-import subprocess
+import time
+from collections.abc import Callable
+from pathlib import Path
+from typing import NamedTuple
 
 import pexpect
 
@@ -10,6 +13,30 @@ from transcript import SESSION_PROMPT
 
 # A screen that is drawn in the place of the one before: the page shows the last one.
 DRAWN_AGAIN = re.compile(r".*\x1b\[\d+A\x1b\[J", re.DOTALL)
+PATIENCE = 60
+
+
+def wait_until(holds: Callable[[], bool], what: str) -> None:
+    deadline = time.monotonic() + PATIENCE
+    while not holds():
+        assert time.monotonic() < deadline, f"in vain: {what}"
+        time.sleep(0.005)
+
+
+class UdpSocket(NamedTuple):
+    peer: str
+    is_waiting: bool  # Something to be read.
+    inode: str
+
+
+def udp_sockets() -> list[UdpSocket]:
+    rows = [line.split() for line in Path("/proc/net/udp").read_text(encoding="ascii").splitlines()[1:]]
+    return [UdpSocket(row[2], not row[4].endswith(":00000000"), row[9]) for row in rows]
+
+
+def has_sender_to(port: int) -> bool:
+    """Whether a program has a socket that is connected to 127.0.0.1:PORT."""
+    return any(each.peer == f"0100007F:{port:04X}" for each in udp_sockets())
 
 
 def environment(programs: str) -> dict[str, str]:
@@ -32,7 +59,7 @@ class Session:
             cwd=folder,
             env=environment(programs),
             dimensions=(50, 250),  # no line is broken
-            timeout=60,
+            timeout=PATIENCE,
             encoding="utf-8",
         )
 
@@ -49,6 +76,18 @@ class Session:
             raise AssertionError(f"'{command}' was typed, the terminal shows {echo!r}")
         return DRAWN_AGAIN.sub("", printed).splitlines()
 
+    def wait_until_idle(self) -> None:
+        """Until the packets that were sent to it are counted: none waits in a socket, and no thread runs."""
+        process = Path(f"/proc/{self._terminal.pid}")
+
+        def is_idle() -> bool:
+            own = {os.readlink(each) for each in (process / "fd").iterdir()}
+            waits = any(each.is_waiting and f"socket:[{each.inode}]" in own for each in udp_sockets())
+            stats = [(task / "stat").read_text(encoding="ascii") for task in (process / "task").iterdir()]
+            return not waits and all(stat.rpartition(")")[2].split()[0] == "S" for stat in stats)
+
+        wait_until(is_idle, "the session has counted what was sent")
+
     def exit_status(self) -> int | None:
         """After its end; nothing: a signal ended it."""
         self._terminal.close()
@@ -56,36 +95,3 @@ class Session:
 
     def end(self) -> None:
         self._terminal.close(force=True)
-
-
-class Commands:
-    """The system's shell, command by command."""
-
-    def __init__(self, programs: str, folder: str) -> None:
-        self._programs = programs
-        self._folder = folder
-        self._running: list[subprocess.Popen[str]] = []
-
-    def start(self, command: str) -> subprocess.Popen[str]:
-        process = subprocess.Popen(
-            ["bash", "-c", command],
-            cwd=self._folder,
-            env=environment(self._programs),
-            stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT,
-            text=True,
-        )
-        self._running.append(process)
-        return process
-
-    def result(self, process: subprocess.Popen[str]) -> list[str]:
-        """What the command has printed when it is over."""
-        printed, _ = process.communicate(timeout=60)
-        self._running.remove(process)
-        return printed.splitlines()
-
-    def end(self) -> None:
-        for process in self._running:
-            process.kill()
-            process.communicate()
