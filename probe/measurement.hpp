@@ -28,7 +28,7 @@ enum class path : std::uint8_t {
 };
 inline constexpr std::size_t path_count = 3;
 
-/** Smallest and largest of something that was there at all. */
+/** The smallest and the largest TTL, if there was any. */
 struct ttl_range {
     std::uint8_t minimum = 255;
     std::uint8_t maximum = 0;

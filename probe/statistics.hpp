@@ -25,8 +25,8 @@ struct distribution {
     std::int64_t maximum = 0;
     double mean = 0;
     double mean_magnitude = 0;     ///< Of the samples without their signs.
-    double standard_deviation = 0; ///< Of all samples there are: divided by their number.
-    std::array<std::int64_t, percentile_ranks.size()> percentiles{}; ///< Nearest rank: samples that there are.
+    double standard_deviation = 0; ///< Divided by the number of samples, not by one less.
+    std::array<std::int64_t, percentile_ranks.size()> percentiles{}; ///< Nearest rank: each is a sample.
 };
 
 [[nodiscard]] distribution distribution_of(std::vector<std::int64_t> samples);

@@ -24,7 +24,7 @@ constexpr std::size_t reply_room = 65536;
 constexpr int replies_at_once = 64;
 /** Packets of a flood sent between two looks for replies. */
 constexpr int packets_at_once = 16;
-/** Between two attempts at sending while the system refuses without saying when it will not. */
+/** Between two attempts to send, while the system refuses and poll() does not say when it will not. */
 constexpr std::chrono::milliseconds stall_pause{1};
 
 std::runtime_error system_error(const std::string &what)
@@ -192,7 +192,7 @@ void test_session::send_due(steady_clock::time_point now)
 bool test_session::try_to_send()
 {
     const auto length = static_cast<ssize_t>(request_.size());
-    // The report about an earlier packet comes instead of sending; the second attempt sends.
+    // The first attempt may fail with a report about an earlier packet; then the second one sends.
     for (int attempt = 0; attempt < 2; ++attempt) {
         const olv_net::ntp_time departure = wall_clock();
         const steady_clock::time_point instant = steady_clock::now();

@@ -37,7 +37,7 @@ class test_session {
     [[nodiscard]] int descriptor() const { return socket_; }
     /** What to poll the socket for. */
     [[nodiscard]] short awaited_events(steady_clock::time_point now) const;
-    /** When something is to be done although nothing came; once finished, never. */
+    /** When to look again although nothing came; never, once it is finished. */
     [[nodiscard]] steady_clock::time_point next_action(steady_clock::time_point now) const;
 
     [[nodiscard]] const measurement &result() const { return measurement_; }

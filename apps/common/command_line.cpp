@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t easily_read = 8; ///< Words; among more, one is hard to find.
 
-/** CLI::Range would let "nan" through, which is never outside. */
+/** Unlike CLI::Range, it refuses "nan", which is neither below nor above anything. */
 template <typename Number> CLI::Validator range_of(Number minimum, Number maximum, const char *kind)
 {
     std::ostringstream limits;

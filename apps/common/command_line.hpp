@@ -19,7 +19,7 @@ class Option;
 
 namespace olv_apps {
 
-/** What an option or an argument without a name takes. Copies mean the same one; members give it back. */
+/** An option, or an argument without a name. A copy describes the same one, and each member returns it. */
 class option {
   public:
     explicit option(CLI::Option &described) : described_(&described) {}
@@ -27,9 +27,9 @@ class option {
     option required() const;
     /** @param kind  What help and completion call its value, such as "FILE". */
     option called(const std::string &kind) const;
-    /** So many values, no more and no less. */
+    /** Takes so many values, no more and no less. */
     option values(int count) const;
-    /** One value each time that it is given, which may be often. */
+    /** Takes one value each time that it is given, and may be given often. */
     option repeatable() const;
     option excludes(option other) const;
     option needs(option other) const;
@@ -45,7 +45,7 @@ class option {
     CLI::Option *described_;
 };
 
-/** What a command takes. Copies mean the same one. */
+/** A command of a program. A copy describes the same one. */
 class command {
   public:
     explicit command(CLI::App &described) : described_(&described) {}
@@ -59,9 +59,9 @@ class command {
 
     /** Its long options, without their dashes. */
     [[nodiscard]] std::vector<std::string> option_names() const;
-    // Of one of these names.
+    /** Whether the option of this name takes no value. */
     [[nodiscard]] bool is_flag(const std::string &name) const;
-    /** Whether it stood on the command line that was read. */
+    /** Whether the option of this name stood on the command line that was read. */
     [[nodiscard]] bool was_given(const std::string &name) const;
 
     [[nodiscard]] CLI::App &described() const { return *described_; }
@@ -93,7 +93,7 @@ class command_line {
 
 /** Give a command, and those that are added to it, help that fits a terminal of 80 columns. */
 void use_help_format(CLI::App &described);
-/** The words that an option takes; none: it is not one of a few. */
+/** The words of option::one_of(); none for other options. */
 [[nodiscard]] std::vector<std::string> choices_of(const CLI::Option &described);
 
 } // namespace olv_apps

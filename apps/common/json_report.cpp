@@ -9,7 +9,7 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-/** Names that programs read; the texts of the text output have spaces. */
+/** What is wrong with a reply, as fields are named. */
 constexpr std::array<const char *, reply_fault_count> fault_names = {"none",
                                                                      "length",
                                                                      "must_be_zero",

@@ -87,7 +87,7 @@ const char *name_of(int family)
 
 reflector_name parse_reflector_name(std::string_view text)
 {
-    // The C library would take the text up to the zero for all of it.
+    // The C library would read no further than the zero.
     if (text.find('\0') != std::string_view::npos) {
         reject(text.substr(0, text.find('\0')), "contains a zero byte");
     }

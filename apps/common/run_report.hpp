@@ -31,11 +31,11 @@ struct run_report {
     std::vector<sender_report> senders;
 };
 
-/** The results of all its sessions, once it has run; here and below. */
+/** The results of all its sessions; both after its run. */
 [[nodiscard]] std::vector<const measurement *> results_of(const probe &sender);
 [[nodiscard]] run_report report_of(const probe &sender, const session_options &options, bool complete);
 
-/** What nanoseconds are in the unit of every report. */
+/** Reports are in microseconds. */
 [[nodiscard]] inline double microseconds(double nanoseconds)
 {
     return nanoseconds / 1000;

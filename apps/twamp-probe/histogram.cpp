@@ -41,7 +41,7 @@ histogram histogram_of(std::vector<std::int64_t> samples, std::size_t most)
     std::nth_element(samples.begin(), upper, samples.end());
     const std::int64_t high = *upper;
     const auto [minimum, maximum] = std::minmax_element(samples.begin(), samples.end());
-    // One bar less: rounding the start down can take one.
+    // One bar less: rounding the start down can add one.
     result.width = round_width(high - *minimum, static_cast<std::int64_t>(most) - 1);
     result.start = floor_to(*minimum, result.width);
     const std::int64_t count = (high - result.start) / result.width + 1;

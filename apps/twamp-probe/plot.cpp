@@ -67,7 +67,7 @@ class memory_file {
     int descriptor_;
 };
 
-/** A file that appears under its name when it is complete, and is removed if that never comes. */
+/** A file that gets its name when it is complete, and is removed if it never is. */
 class pending_file {
   public:
     explicit pending_file(const std::string &name) : name_(name), temporary_(name + ".XXXXXX")
@@ -117,7 +117,7 @@ int run_gnuplot(int input, int output, int errors, int &status)
     (void)posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
     (void)posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
     (void)posix_spawn_file_actions_adddup2(&files, errors, STDERR_FILENO);
-    // This process may block signals; gnuplot is to end by them.
+    // Signals that this process blocks would be blocked in gnuplot, too.
     sigset_t none;
     (void)sigemptyset(&none);
     (void)posix_spawnattr_setsigmask(&attributes, &none);

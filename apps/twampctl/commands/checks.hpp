@@ -10,7 +10,7 @@
 
 namespace twampctl {
 
-/** For commands that take things one by one, or all of them.
+/** For commands that take some things by their names, or all of them with --all.
  *  @throw usage_error  Both or neither was asked for: "COMMAND: give WHAT, or --all". */
 void require_some_or_all(const char *command, const char *what, bool some, bool all);
 

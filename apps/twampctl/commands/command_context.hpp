@@ -19,7 +19,7 @@
 
 namespace twampctl {
 
-/** How commands are given, as far as advice depends on it. */
+/** Where commands are typed: what advice says depends on it. */
 enum class command_source : std::uint8_t { command_line, script, shell };
 
 class command_context {
@@ -60,7 +60,7 @@ class command_context {
     void quit() { over_ = true; }
     [[nodiscard]] bool is_over() const { return over_; }
 
-    /** From now on only failures are news: neither progress nor the modules' log. */
+    /** From now on print neither progress nor the modules' log, but failures alone. */
     void silence();
     /** Clear the faults, undo everything on all processors, and tell what is left. @return Whether all of it
      *  worked and nothing is. */

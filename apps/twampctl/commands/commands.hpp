@@ -23,7 +23,7 @@ void add_figure_commands(command_tree &tree);   ///< stats, listeners, sessions,
 void add_log_commands(command_tree &tree);      ///< log, trace, dump
 void add_platform_commands(command_tree &tree); ///< processor, tree, clock, violations
 void add_fault_commands(command_tree &tree);    ///< fault, record
-void add_console_commands(command_tree &tree);  ///< help, script, wait, echo, quit
+void add_console_commands(command_tree &tree);  ///< help, script, shell, wait, echo, quit
 
 } // namespace twampctl
 

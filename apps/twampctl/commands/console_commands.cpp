@@ -1,4 +1,4 @@
-// The session itself: help, scripts, waiting, the end.
+// Commands about commands: help, scripts, the shell, waiting, the end.
 #include <cmath>
 #include <cstdio>
 

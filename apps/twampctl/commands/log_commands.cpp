@@ -105,7 +105,7 @@ struct dump_options {
     bool entries = false;
 };
 
-/** Entries one by one, by the library's own printing of a single one. */
+/** Have the library print one entry after the other. */
 void print_responder_entry(void *context, void * /*unused*/, const olv_ptn *pattern,
                            const olv_ptn_action *action)
 {
@@ -132,7 +132,7 @@ void dump_entries(site &on)
     }
 }
 
-/** The walk as a caller makes it that holds the module's lock. */
+/** Call the walk as the library's other callers do: with the module's lock held. */
 std::uint32_t walk_locked(const site &on, std::uint32_t group)
 {
     const std::uint32_t lock = on.module()->lock;

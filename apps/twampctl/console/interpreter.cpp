@@ -21,7 +21,7 @@ namespace {
 
 constexpr int deepest_script = 16; ///< Scripts that run scripts: one that runs itself ends.
 
-/** Counts the scripts that are being run, and has errors give the advice that fits there. */
+/** Counts the scripts that run each other; meanwhile errors give the advice that fits in scripts. */
 class script_depth {
   public:
     script_depth(command_context &context, const std::string &file)
@@ -55,7 +55,7 @@ class script_depth {
     command_source outside_;
 };
 
-/** A line up to its comment, which may hold quotes that are not closed. Lines may end as on other systems. */
+/** A line without its comment, whose quotes need not be closed, and without a carriage return at its end. */
 std::string without_comment(const std::string &line)
 {
     char quote = 0; // that is open

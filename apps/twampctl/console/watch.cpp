@@ -118,7 +118,7 @@ std::size_t rows_of_terminal()
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : usual_rows;
 }
 
-/** Over the screen before. @param lines  Of the screen before. */
+/** Draw over the screen before, which has so many lines. */
 void redraw(const std::string &screen, std::size_t lines)
 {
     if (lines > 0) {

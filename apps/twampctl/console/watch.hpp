@@ -17,7 +17,7 @@
 
 namespace twampctl {
 
-/** "rx 1000.0/s  tx 999.0/s  ...": what has changed between two instants. */
+/** "received 1000.0/s  sent 999.0/s  ...": how fast counters grew between two instants. */
 [[nodiscard]] std::string watch_line(const figures &before, const figures &now);
 
 /** The same for a screen: rates, counters by drop reason, responders, sessions.

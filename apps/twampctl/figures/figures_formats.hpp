@@ -24,7 +24,7 @@ struct drop_reason {
 [[nodiscard]] std::vector<drop_reason> drops_of(const olv_twamp_responder_stats &counters);
 [[nodiscard]] std::vector<drop_reason> drops_of(const olv_fastpath::udp_statistics &counters);
 
-/** What is in use on the platform, named alike; violations are counted, not used. */
+/** How many of something are in use on the platform, with its names for programs and for people. */
 struct usage_item {
     const char *name;
     const char *title;
@@ -32,12 +32,12 @@ struct usage_item {
 };
 [[nodiscard]] std::vector<usage_item> items_of(const platform_usage &usage);
 
-/** A name as all of it can be shown in a column of this width, or its beginning. */
+/** A name as it can be printed, cut to this width with "..." where it is longer. */
 [[nodiscard]] std::string shortened(const std::string &name, std::size_t width);
 
-/** In UTF-8, whatever the user typed. */
+/** With U+FFFD for whatever is not UTF-8. */
 [[nodiscard]] std::string valid_utf8(const std::string &text);
-/** In ASCII with JSON's escapes, so that each byte is a column and none of them moves the cursor. */
+/** In ASCII, with JSON's escapes for everything else: each byte takes a column, and none moves the cursor. */
 [[nodiscard]] std::string printable(const std::string &text);
 
 [[nodiscard]] std::string as_text(const figures_part &part);

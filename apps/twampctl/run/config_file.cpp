@@ -14,7 +14,7 @@
 namespace twampctl {
 namespace {
 
-constexpr std::size_t longest_file = 1U << 20; ///< Octets; what is longer is something else.
+constexpr std::size_t longest_file = 1U << 20; ///< Octets; no configuration is as long.
 
 /** Reads a text and knows the line of what was read last. */
 class counting_iterator {
@@ -56,8 +56,8 @@ std::string reason_of(const std::string &token, const std::exception &error)
     return start == std::string::npos ? message : message.substr(start + 2);
 }
 
-/** Takes the parser's events. An entry begins with its value; what stands inside a value that is refused is no
- *  one's. */
+/** Takes the parser's events. An entry begins with its value; what stands inside a value that is refused is
+ *  ignored. */
 class event_taker final : public nlohmann::json_sax<nlohmann::json> {
   public:
     event_taker(config_document &document, const std::size_t &line) : document_(document), line_(line) {}

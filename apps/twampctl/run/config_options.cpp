@@ -49,7 +49,7 @@ class converter {
             is_good = is_switched_or_not(entry.key, value) && judge(entry.key, value.line, value.name, words) &&
                       is_good;
         }
-        // Each alone may be good where all together are too many.
+        // An option that takes one value refuses two, each of which is good.
         if (is_good && judge(entry.key, entry.line, entry.key, option.words)) {
             result_.options.push_back(std::move(option));
         }

@@ -82,7 +82,7 @@ void course::bring_up()
         say("log level %u", *options_.log_level);
     }
     for (std::uint32_t index = 0; index < options_.responders; ++index) {
-        // This fast path gives neither parameter a meaning.
+        // The two parameters of a responder mean nothing to this fast path.
         (void)site_.create_responder({.name = {}, .info = {}, .sessions = options_.sessions});
     }
     bind();
@@ -154,7 +154,7 @@ void course::print_imc()
     }
 }
 
-/** Serve the figures until the end of its life, if they are wanted. */
+/** Serve the figures, if they are wanted, as long as @p metrics lives. */
 void serve_metrics(std::optional<metrics_server> &metrics, course &on, const run_options &options)
 {
     if (options.metrics) {
@@ -176,7 +176,7 @@ bool wait_for_end(course &on, const run_options &options, const olv_apps::signal
                   .format = output_format::text});
 }
 
-/** @return Whether the signal or the end of the duration found everything in order. */
+/** @return Whether no step failed before a signal or the end of the duration. */
 bool serve(course &on, const run_options &options, const olv_apps::signal_watch &signals)
 {
     try {
@@ -209,7 +209,7 @@ bool tell_left_behind(const platform_usage &usage)
 
 int run(const run_options &options)
 {
-    // The first to open a descriptor, so that a closed standard output or error is still seen to be closed.
+    // Before anything else opens a descriptor: it would take the place of a standard output that is closed.
     const document_output document{options.format != output_format::text};
     const olv_apps::signal_watch signals; // before any thread
     const trace_output trace{options.trace_file};

@@ -59,7 +59,7 @@ class background_probes {
 
     void end(probe &which);
 
-    mutable std::mutex mutex_; ///< Guards both.
+    mutable std::mutex mutex_; ///< Guards what follows.
     std::list<probe> running_;
     std::map<std::string, double> ended_;
 };

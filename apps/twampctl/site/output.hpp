@@ -14,7 +14,7 @@ enum class output : std::uint8_t { ipv4, ipv6 };
 
 /** "IPv4", "IPv6". */
 [[nodiscard]] const char *name_of(output to);
-/** Of a bind that is given none. */
+/** The key that a bind gets when none is given. */
 [[nodiscard]] std::uint32_t usual_bind_key(output to);
 /** @param family  AF_INET or AF_INET6. */
 [[nodiscard]] output output_for(int family);

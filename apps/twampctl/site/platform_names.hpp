@@ -10,7 +10,7 @@
 
 namespace twampctl {
 
-/** Of the TWAMP program. */
+/** The tree functions of the TWAMP classifier program. */
 [[nodiscard]] std::vector<std::string> tree_functions();
 
 /** The platform calls that can be told to fail. */

@@ -34,7 +34,7 @@ class step_failure : public std::runtime_error {
 
 /** Responder IDs that a processor has when nothing else is said. */
 inline constexpr std::uint32_t usual_capacity = 65536;
-/** And at most. */
+/** The most that a processor can have. */
 inline constexpr std::uint32_t largest_capacity = (1u << 24) - 2;
 
 /** How a site is made. */
@@ -136,7 +136,7 @@ class site {
         std::size_t index;
         std::string address;
     };
-    /** A bind that is in force; the key stays where it is. */
+    /** A bind that is in force. */
     struct binding {
         bind_request request;
         std::uint32_t key;

@@ -20,7 +20,7 @@ struct traffic_options {
     bool separate_replies = false;
     olv_fastpath::udp_workers_options workers;
 
-    /** @throw std::invalid_argument  Something that is not a prefix is to be allowed. */
+    /** @throw std::invalid_argument  A text of --allow is no prefix. */
     void apply(olv_fastpath::udp_workers_options &to) const;
 };
 
