@@ -26,8 +26,7 @@ samples delays(const scripted_session &session, path which)
 
 TEST(Delays, AreNetOfTheReflector)
 {
-    scripted_session session;
-    session.send();
+    scripted_session session{1};
     // T2 = T1 + 1/4 s, T3 = T1 + 1/2 s, T4 = T1 + 3/4 s
     EXPECT_EQ(session.receive(0, {.received = quarter, .sent_back = 2 * quarter}, 750'000'000), 500'000'000);
     EXPECT_EQ(delays(session, path::round_trip), samples{500'000'000});
@@ -38,8 +37,7 @@ TEST(Delays, AreNetOfTheReflector)
 TEST(Delays, OneWayHaveTheSignOfTheClocksDifference)
 {
     for (const std::int64_t ahead : {1, -1}) { // seconds, of the reflector's clock
-        scripted_session session;
-        session.send();
+        scripted_session session{1};
         session.receive(0, {.received = ahead * 4 * quarter, .sent_back = ahead * 4 * quarter}, 500'000'000);
         EXPECT_EQ(delays(session, path::forward), samples{ahead * 1'000'000'000});
         EXPECT_EQ(delays(session, path::backward), samples{500'000'000 - ahead * 1'000'000'000});
@@ -49,27 +47,26 @@ TEST(Delays, OneWayHaveTheSignOfTheClocksDifference)
 
 TEST(Delays, HoldAcrossTheWrapOfSeconds)
 {
-    scripted_session session;
-    session.send(3); // the last one leaves in second 0
+    scripted_session session{3}; // the last one leaves in second 0
     EXPECT_EQ(session.receive(1, {.number = 0, .received = 2 * quarter, .sent_back = 2 * quarter}, 600'000'000),
               600'000'000);
     EXPECT_EQ(delays(session, path::forward), samples{500'000'000});
 }
 
 /** Packets 0, 1, 3, 4 come back in 100, 160, 130, 110 ms; 2 is lost. */
-void fill(scripted_session &session)
+scripted_session with_one_lost()
 {
-    session.send(5);
+    scripted_session session{5};
     session.receive(0, {.number = 0}, 100'000'000);
     session.receive(1, {.number = 1}, 160'000'000);
     session.receive(3, {.number = 2}, 130'000'000);
     session.receive(4, {.number = 3}, 110'000'000);
+    return session;
 }
 
 TEST(Variation, IsBetweenNeighboursThatBothCameBack)
 {
-    scripted_session session;
-    fill(session);
+    const scripted_session session = with_one_lost();
     const append_samples variation = &measurement::append_delay_variation;
     EXPECT_EQ(of(session, variation), (samples{60'000'000, -20'000'000}));
     EXPECT_EQ(of(session, variation, path::forward), (samples{0, 0}));
@@ -78,16 +75,14 @@ TEST(Variation, IsBetweenNeighboursThatBothCameBack)
 
 TEST(Variation, AboveTheMinimumIsOfEachPacket)
 {
-    scripted_session session;
-    fill(session);
+    const scripted_session session = with_one_lost();
     EXPECT_EQ(of(session, &measurement::append_delay_above_minimum),
               (samples{0, 60'000'000, 30'000'000, 10'000'000}));
 }
 
 TEST(Variation, OfNothingIsNothing)
 {
-    scripted_session session;
-    session.send(2);
+    scripted_session session{2};
     EXPECT_EQ(of(session, &measurement::append_delay_variation), samples{});
     EXPECT_EQ(of(session, &measurement::append_delay_above_minimum), samples{});
 }
@@ -107,8 +102,7 @@ TEST(Counts, AreOfWhatComesBack)
                 {"a reflector's number twice", {{0, 7}, {1, 8}, {2, 7}}, {2, 1, 0, 1, 0}},
                 {"a reflector's numbers go round", {{0, last}, {1, 0}, {2, 1}}, {3, 0, 0, 1, 0}}};
     for (const auto &row : rows) {
-        scripted_session session;
-        session.send(4);
+        scripted_session session{4};
         for (const auto &[sequence, number] : row.replies) {
             session.receive(sequence, {.number = number}, 1000);
         }
@@ -124,8 +118,7 @@ TEST(Counts, AreOfWhatComesBack)
 
 TEST(Counts, AreKeptOfEachPacketToo)
 {
-    scripted_session session;
-    session.send(3);
+    scripted_session session{3};
     session.receive(0, {.number = 0}, 1000);
     EXPECT_EQ(session.receive(0, {.number = 0}, 2000), std::nullopt);
     session.receive(2, {.number = 1}, 1000);
@@ -139,8 +132,7 @@ TEST(Counts, AreKeptOfEachPacketToo)
 
 TEST(Counts, DuplicatesOfOnePacketStopAt65535)
 {
-    scripted_session session;
-    session.send();
+    scripted_session session{1};
     for (int reply = 0; reply < 65538; ++reply) {
         session.receive(0, {}, 1000);
     }
@@ -150,8 +142,7 @@ TEST(Counts, DuplicatesOfOnePacketStopAt65535)
 
 TEST(Counts, TtlsAreThoseOfValidReplies)
 {
-    scripted_session session{64};
-    session.send(4);
+    scripted_session session{4, 64};
     EXPECT_TRUE(session.result.counts().request_ttl.is_empty());
     session.receive(0, {.number = 0, .request_ttl = 60, .reply_ttl = 250}, 1000);
     session.receive(1, {.number = 1, .request_ttl = 62, .reply_ttl = 0}, 1000);
@@ -167,8 +158,7 @@ TEST(Counts, TtlsAreThoseOfValidReplies)
 
 TEST(Window, LosesWhatIsAnsweredOrExpired)
 {
-    scripted_session session;
-    session.send(3);
+    scripted_session session{3};
     EXPECT_EQ(session.result.on_their_way(), 3u);
     session.receive(1, {}, 1000);
     EXPECT_EQ(session.result.on_their_way(), 2u);
@@ -185,10 +175,8 @@ TEST(Window, LosesWhatIsAnsweredOrExpired)
 
 TEST(Figures, OfSeveralSessionsAreTheirSum)
 {
-    scripted_session one;
-    scripted_session other;
-    fill(one);
-    other.send(2);
+    const scripted_session one = with_one_lost();
+    scripted_session other{2};
     other.receive(0, {.number = 0, .request_ttl = 200, .reply_ttl = 64}, 300'000'000);
     other.receive(1, {.number = 1}, 310'000'000);
     const std::array<const measurement *, 2> both{&one.result, &other.result};
@@ -210,8 +198,7 @@ TEST(Figures, OfSeveralSessionsAreTheirSum)
 
 TEST(Figures, EstimateTheClocksDifferenceFromTheQuickestPacket)
 {
-    scripted_session session;
-    session.send(3);
+    scripted_session session{3};
     EXPECT_EQ(figures_of(std::array<const measurement *, 1>{&session.result}).clock_offset, std::nullopt);
     session.receive(0, {.number = 0, .received = 4 * quarter, .sent_back = 4 * quarter}, 500'000'000);
     session.receive(1, {.number = 1, .received = 8 * quarter, .sent_back = 8 * quarter}, 700'000'000);

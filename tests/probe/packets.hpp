@@ -30,7 +30,12 @@ inline constexpr std::int64_t quarter_nanoseconds = 250'000'000;
 /** Requests of 41 octets with zeros, a quarter of a second apart. */
 class scripted_session {
   public:
-    explicit scripted_session(std::uint8_t ttl = 255) : result(format_, ttl) { result.begin(start_); }
+    /** Sends so many packets. */
+    explicit scripted_session(int packets = 0, std::uint8_t ttl = 255) : result(format_, ttl)
+    {
+        result.begin(start_);
+        send(packets);
+    }
 
     void send(int packets = 1)
     {

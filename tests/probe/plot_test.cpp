@@ -16,8 +16,7 @@ using testing::StartsWith;
 
 TEST(PlotScript, HasPointsAndBars)
 {
-    scripted_session session;
-    session.send(3);
+    scripted_session session{3};
     session.receive(0, {.number = 0}, 100'000);
     session.receive(2, {.number = 1}, 300'000);
     const std::string script = plot_script({&session.result}, "to 127.0.0.1:862", false);
@@ -53,8 +52,7 @@ TEST(PlotScript, KeepsTheShortestAndTheLongestOfAMoment)
 
 TEST(PlotScript, SaysThatTheLastBarHasEverythingAbove)
 {
-    scripted_session session;
-    session.send(200);
+    scripted_session session{200};
     for (std::uint32_t sequence = 0; sequence < 200; ++sequence) {
         session.receive(sequence, {.number = sequence}, sequence == 7 ? 900'000'000 : 1'000 + sequence);
     }
@@ -63,8 +61,7 @@ TEST(PlotScript, SaysThatTheLastBarHasEverythingAbove)
 
 TEST(Plot, OfNothingIsRefused)
 {
-    scripted_session session;
-    session.send();
+    scripted_session session{1};
     try {
         draw_plot("x.svg", {&session.result}, "");
         FAIL() << "drawn";

@@ -19,14 +19,15 @@ namespace {
 using nlohmann::ordered_json;
 using testing::HasSubstr;
 
-/** Four packets: 100 us, a duplicate of it, lost, spoilt padding, late 300 us. */
-void send_and_receive(scripted_session &session)
+/** Four packets: late and 300 us, a repeated number, lost, 100 us and a duplicate of it. */
+scripted_session example()
 {
-    session.send(4);
+    scripted_session session{4};
     session.receive(3, {.number = 0, .request_ttl = 250, .reply_ttl = 60}, 100'000);
     session.receive(3, {.number = 0}, 200'000);
     session.receive(0, {.number = 2}, 300'000);
     session.receive(1, {.number = 2}, 300'000);
+    return session;
 }
 
 run_report report_of(const scripted_session &session)
@@ -55,9 +56,7 @@ TEST(Announcement, SaysWhatIsSent)
 
 TEST(Text, HasAllFigures)
 {
-    scripted_session session;
-    send_and_receive(session);
-    EXPECT_EQ(text_report(report_of(session)),
+    EXPECT_EQ(text_report(report_of(example())),
               "sent: 4\n"
               "received: 4\n"
               "valid: 2\n"
@@ -93,11 +92,8 @@ TEST(Text, HasAllFigures)
 
 TEST(Text, HasALineForEachOfSeveralSenders)
 {
-    scripted_session session;
-    send_and_receive(session);
-    scripted_session silent;
-    silent.send(2);
-    run_report report = report_of(session);
+    const scripted_session silent{2};
+    run_report report = report_of(example());
     const measurement *result = &silent.result;
     report.senders.push_back({.address = "192.0.2.9:40001", .figures = figures_of({&result, 1})});
     EXPECT_THAT(
@@ -110,15 +106,14 @@ TEST(Text, HasALineForEachOfSeveralSenders)
 
 TEST(Text, OfNothingSaysSo)
 {
-    scripted_session session;
-    EXPECT_EQ(text_report(report_of(session)), "sent: 0\n"
-                                               "received: 0\n"
-                                               "valid: 0\n"
-                                               "invalid: 0\n"
-                                               "lost: 0 (0.00 %)\n"
-                                               "duplicates: 0\n"
-                                               "round trip: not measured\n"
-                                               "reordered: 0 (0.00 %)\n");
+    EXPECT_EQ(text_report(report_of(scripted_session{})), "sent: 0\n"
+                                                          "received: 0\n"
+                                                          "valid: 0\n"
+                                                          "invalid: 0\n"
+                                                          "lost: 0 (0.00 %)\n"
+                                                          "duplicates: 0\n"
+                                                          "round trip: not measured\n"
+                                                          "reordered: 0 (0.00 %)\n");
 }
 
 /** "sent received valid". */
@@ -133,9 +128,7 @@ std::string names_of(const ordered_json &object)
 
 TEST(Json, HasTheDocumentedNames)
 {
-    scripted_session session;
-    send_and_receive(session);
-    const auto document = ordered_json::parse(json_report(report_of(session)));
+    const auto document = ordered_json::parse(json_report(report_of(example())));
     EXPECT_EQ(names_of(document), "options elapsed_s interrupted refused total senders");
     EXPECT_EQ(names_of(document["options"]),
               "reflector packets size padding dscp ttl timeout_s interval_ms count");
@@ -161,9 +154,7 @@ void expect_values(const ordered_json &document,
 
 TEST(Json, HasTheFigures)
 {
-    scripted_session session;
-    send_and_receive(session);
-    const auto document = ordered_json::parse(json_report(report_of(session)));
+    const auto document = ordered_json::parse(json_report(report_of(example())));
     expect_values(document, {{"/elapsed_s", 1.5},
                              {"/options/reflector", "192.0.2.1:862"},
                              {"/total/sent", 4},
@@ -183,8 +174,7 @@ TEST(Json, HasTheFigures)
 
 TEST(Json, HasNullForWhatWasNotMeasured)
 {
-    scripted_session session;
-    run_report report = report_of(session);
+    run_report report = report_of(scripted_session{});
     report.options.window = 8;
     report.options.duration = std::chrono::seconds(2);
     report.options.stamp = true;
@@ -215,8 +205,7 @@ std::string csv_of(const std::vector<sender_packets> &senders)
 
 TEST(Csv, HasALineForEachPacket)
 {
-    scripted_session session;
-    send_and_receive(session);
+    const scripted_session session = example();
     EXPECT_EQ(csv_of({{.address = "192.0.2.9:40000", .result = &session.result}}),
               "sender,sequence,sent_us,result,round_trip_us,forward_us,backward_us,request_ttl,reply_ttl,"
               "reordered,duplicates\n"

@@ -3,6 +3,7 @@
 #include "probe/statistics.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 
 #include <gtest/gtest.h>
@@ -20,43 +21,37 @@ std::vector<std::int64_t> numbers_to(std::int64_t last)
 
 using percentiles = std::array<std::int64_t, 5>;
 
-TEST(Distribution, OfNothingIsZero)
+TEST(Distribution, HasWhatItsSamplesSay)
 {
-    const distribution figures = distribution_of({});
-    EXPECT_EQ(figures.count, 0u);
-    EXPECT_EQ(figures.minimum, 0);
-    EXPECT_EQ(figures.maximum, 0);
-    EXPECT_EQ(figures.mean, 0);
-}
-
-TEST(Distribution, OfOneSampleIsThatSample)
-{
-    const distribution figures = distribution_of({-7});
-    EXPECT_EQ(figures.count, 1u);
-    EXPECT_EQ(figures.minimum, -7);
-    EXPECT_EQ(figures.maximum, -7);
-    EXPECT_EQ(figures.mean, -7);
-    EXPECT_EQ(figures.mean_magnitude, 7);
-    EXPECT_EQ(figures.standard_deviation, 0);
-    EXPECT_EQ(figures.percentiles, (percentiles{-7, -7, -7, -7, -7}));
+    const struct {
+        std::vector<std::int64_t> samples;
+        std::int64_t minimum;
+        std::int64_t maximum;
+        double mean;
+        double mean_magnitude;
+        double standard_deviation;
+    } rows[] = {{{}, 0, 0, 0, 0, 0},
+                {{-7}, -7, -7, -7, 7, 0},
+                {{-1, 0, 1}, -1, 1, 0, 2.0 / 3, std::sqrt(2.0 / 3)},
+                {{2, 4, 4, 4, 5, 5, 7, 9}, 2, 9, 5, 5, 2}};
+    for (const auto &row : rows) {
+        const distribution figures = distribution_of(row.samples);
+        EXPECT_EQ(figures.count, row.samples.size());
+        EXPECT_EQ(figures.minimum, row.minimum);
+        EXPECT_EQ(figures.maximum, row.maximum);
+        EXPECT_DOUBLE_EQ(figures.mean, row.mean);
+        EXPECT_DOUBLE_EQ(figures.mean_magnitude, row.mean_magnitude);
+        EXPECT_DOUBLE_EQ(figures.standard_deviation, row.standard_deviation);
+    }
 }
 
 TEST(Distribution, HasPercentilesOfNearestRank)
 {
     EXPECT_EQ(distribution_of(numbers_to(1000)).percentiles, (percentiles{500, 900, 950, 990, 999}));
     EXPECT_EQ(distribution_of(numbers_to(10)).percentiles, (percentiles{5, 9, 10, 10, 10}));
+    EXPECT_EQ(distribution_of({-7}).percentiles, (percentiles{-7, -7, -7, -7, -7}));
     EXPECT_EQ(distribution_of(numbers_to(2)).percentiles, (percentiles{1, 2, 2, 2, 2}));
     EXPECT_EQ(distribution_of(numbers_to(1001)).percentiles, (percentiles{501, 901, 951, 991, 1000}));
-}
-
-TEST(Distribution, HasMeanAndDeviation)
-{
-    const distribution figures = distribution_of({2, 4, 4, 4, 5, 5, 7, 9});
-    EXPECT_EQ(figures.count, 8u);
-    EXPECT_EQ(figures.minimum, 2);
-    EXPECT_EQ(figures.maximum, 9);
-    EXPECT_DOUBLE_EQ(figures.mean, 5);
-    EXPECT_DOUBLE_EQ(figures.standard_deviation, 2);
 }
 
 TEST(Distribution, KeepsSmallDifferencesOfLongDelays)
@@ -64,13 +59,6 @@ TEST(Distribution, KeepsSmallDifferencesOfLongDelays)
     const std::int64_t years = 1'000'000'000'000'000'000;
     const distribution figures = distribution_of({years - 128, years + 128});
     EXPECT_DOUBLE_EQ(figures.standard_deviation, 128);
-}
-
-TEST(Distribution, MeanMagnitudeForgetsSigns)
-{
-    const distribution figures = distribution_of({-3, 1, 2});
-    EXPECT_DOUBLE_EQ(figures.mean, 0);
-    EXPECT_DOUBLE_EQ(figures.mean_magnitude, 2);
 }
 
 using sequence = std::vector<std::uint32_t>;
