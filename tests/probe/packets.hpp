@@ -88,6 +88,17 @@ class scripted_session {
     measurement result;
 };
 
+/** Four packets: late and 300 us, a repeated number, lost, 100 us and a duplicate of it. */
+inline scripted_session example()
+{
+    scripted_session session{4};
+    session.receive(3, {.number = 0, .request_ttl = 250, .reply_ttl = 60}, 100'000);
+    session.receive(3, {.number = 0}, 200'000);
+    session.receive(0, {.number = 2}, 300'000);
+    session.receive(1, {.number = 2}, 300'000);
+    return session;
+}
+
 } // namespace olv_probe
 
 #endif

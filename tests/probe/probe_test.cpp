@@ -162,11 +162,10 @@ TEST(Probe, SendsForItsDurationAndWaitsForItsTimeout)
     }
 }
 
-/** Why a run, or its beginning, is refused. */
-std::string refusal(const session_options &options)
+std::string refusal(const std::function<void()> &work)
 {
     try {
-        (void)probe{options}.run();
+        work();
         return "none";
     } catch (const std::runtime_error &error) {
         return error.what();
@@ -178,9 +177,13 @@ TEST(Probe, SaysThatTheSystemRefusesAPacketOrItsWay)
     const silent_socket reflector;
     session_options options = options_for(reflector);
     options.size = 65508; // more than fits into an IPv4 datagram
-    EXPECT_EQ(refusal(options), "cannot send to " + reflector.address().text() + ": Message too long");
+    probe sender{options};
+    EXPECT_EQ(refusal([&] { (void)sender.run(); }),
+              "cannot send to " + reflector.address().text() + ": Message too long");
+    EXPECT_EQ(sender.progress().sent, 0u);
     options.reflector = olv_net::parse_socket_address("255.255.255.255:862");
-    EXPECT_THAT(refusal(options), StartsWith("cannot reach 255.255.255.255:862: "));
+    EXPECT_THAT(refusal([&] { const probe nowhere{options}; }),
+                StartsWith("cannot reach 255.255.255.255:862: "));
 }
 
 } // namespace
