@@ -11,13 +11,11 @@ from pathlib import Path
 from terminals import PATIENCE, Session, environment, has_sender_to, wait_until
 from transcript import SESSION_PROMPT, Names, Step
 
-Check = Callable[[Step, list[str]], None]
-
 
 class Replay:
     """Calls `check` for each step with what was printed; names that it learns count for what is typed after it."""
 
-    def __init__(self, root: Path, programs: str, names: Names, check: Check) -> None:
+    def __init__(self, root: Path, programs: str, names: Names, check: Callable[[Step, list[str]], None]) -> None:
         self._names = names
         self._check = check
         self._programs = programs

@@ -5,7 +5,6 @@ import re
 import time
 from collections.abc import Callable
 from pathlib import Path
-from typing import NamedTuple
 
 import pexpect
 
@@ -14,6 +13,7 @@ from transcript import SESSION_PROMPT
 # A screen that is drawn in the place of the one before: the page shows the last one.
 DRAWN_AGAIN = re.compile(r".*\x1b\[\d+A\x1b\[J", re.DOTALL)
 PATIENCE = 60
+PEER, QUEUES, INODE = 2, 4, 9  # fields of the system's table of sockets
 
 
 def wait_until(holds: Callable[[], bool], what: str) -> None:
@@ -23,20 +23,13 @@ def wait_until(holds: Callable[[], bool], what: str) -> None:
         time.sleep(0.005)
 
 
-class UdpSocket(NamedTuple):
-    peer: str
-    is_waiting: bool  # Something to be read.
-    inode: str
-
-
-def udp_sockets() -> list[UdpSocket]:
-    rows = [line.split() for line in Path("/proc/net/udp").read_text(encoding="ascii").splitlines()[1:]]
-    return [UdpSocket(row[2], not row[4].endswith(":00000000"), row[9]) for row in rows]
+def udp_sockets() -> list[list[str]]:
+    return [line.split() for line in Path("/proc/net/udp").read_text(encoding="ascii").splitlines()[1:]]
 
 
 def has_sender_to(port: int) -> bool:
     """Whether a program has a socket that is connected to 127.0.0.1:PORT."""
-    return any(each.peer == f"0100007F:{port:04X}" for each in udp_sockets())
+    return any(each[PEER] == f"0100007F:{port:04X}" for each in udp_sockets())
 
 
 def environment(programs: str) -> dict[str, str]:
@@ -82,9 +75,10 @@ class Session:
 
         def is_idle() -> bool:
             own = {os.readlink(each) for each in (process / "fd").iterdir()}
-            waits = any(each.is_waiting and f"socket:[{each.inode}]" in own for each in udp_sockets())
+            full = [each for each in udp_sockets() if not each[QUEUES].endswith(":00000000")]
             stats = [(task / "stat").read_text(encoding="ascii") for task in (process / "task").iterdir()]
-            return not waits and all(stat.rpartition(")")[2].split()[0] == "S" for stat in stats)
+            sleeps = all(stat.rpartition(")")[2].split()[0] == "S" for stat in stats)
+            return sleeps and not any(f"socket:[{each[INODE]}]" in own for each in full)
 
         wait_until(is_idle, "the session has counted what was sent")
 
