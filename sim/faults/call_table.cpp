@@ -1,6 +1,7 @@
 #include <array>
 
 #include "olv_sim/calls.hpp"
+#include "olv_sim/statuses.hpp"
 
 namespace olv_sim {
 namespace {
@@ -8,11 +9,11 @@ namespace {
 struct call_traits {
     std::string_view name;
     call_kind kind;
-    bool can_fail;
+    failure fails_by;
 };
 
 constexpr std::array<call_traits, call_count> call_table{{
-#define OLV_SIM_CALL_TRAITS(name, kind, can_fail) {#name, call_kind::kind, can_fail},
+#define OLV_SIM_CALL_TRAITS(name, kind, fails_by) {#name, call_kind::kind, failure::fails_by},
     OLV_SIM_CALLS(OLV_SIM_CALL_TRAITS)
 #undef OLV_SIM_CALL_TRAITS
 }};
@@ -34,9 +35,26 @@ call_kind kind_of(call which)
     return traits(which).kind;
 }
 
+failure failure_of(call which)
+{
+    return traits(which).fails_by;
+}
+
 bool can_fail(call which)
 {
-    return traits(which).can_fail;
+    return failure_of(which) != failure::never;
+}
+
+std::uint32_t usual_code(call which)
+{
+    switch (failure_of(which)) {
+    case failure::rte_status:
+        return rte_injected;
+    case failure::framework_status:
+        return framework_injected;
+    default:
+        return 0;
+    }
 }
 
 std::optional<call> call_by_name(std::string_view name)

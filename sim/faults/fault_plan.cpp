@@ -4,7 +4,6 @@
 
 #include "olv_sim/calls.hpp"
 #include "olv_sim/faults.hpp"
-#include "olv_sim/statuses.hpp"
 #include "sim/faults/platform_call.hpp"
 #include "sim/process_wide.hpp"
 
@@ -79,21 +78,6 @@ void switch_faults(const fault_plan &plan)
     }
 }
 
-bool returns_framework_status(call which)
-{
-    switch (which) {
-    case call::olv_module_service_function_register:
-    case call::olv_module_service_function_update:
-    case call::olv_ptn_new:
-    case call::olv_ptn_extend:
-    case call::olv_ptn_parse:
-    case call::entry_point_lookup:
-        return true;
-    default:
-        return false;
-    }
-}
-
 /** Let every fault of whatever call count this one. @return The first that fires, NULL if none does. */
 const fault *fires_for_any(fault_plan &plan)
 {
@@ -106,12 +90,9 @@ const fault *fires_for_any(fault_plan &plan)
     return firing;
 }
 
-std::uint32_t code_or_default(call which, const fault &planned_fault)
+std::uint32_t code_of(call which, const fault &planned_fault)
 {
-    if (planned_fault.code != 0) {
-        return planned_fault.code;
-    }
-    return returns_framework_status(which) ? std::uint32_t{framework_injected} : std::uint32_t{rte_injected};
+    return planned_fault.code != 0 ? planned_fault.code : usual_code(which);
 }
 
 } // namespace
@@ -124,10 +105,10 @@ std::optional<std::uint32_t> injected(call which)
     const fault *any = which != call::olv_lttng_fn_ptr_get ? fires_for_any(plan) : nullptr;
     progress &own = single(plan, which);
     if (own.fires()) {
-        return code_or_default(which, *own.plan);
+        return code_of(which, *own.plan);
     }
     if (any != nullptr) {
-        return code_or_default(which, *any);
+        return code_of(which, *any);
     }
     return std::nullopt;
 }

@@ -21,50 +21,57 @@ enum class call_kind : std::uint8_t {
     byte_order = 16 ///< Converts.
 };
 
+/** How a call tells that it failed. */
+enum class failure : std::uint8_t {
+    never,            ///< It cannot fail.
+    rte_status,       ///< Returns a status of the runtime environment; its text comes from hyx_status_get().
+    framework_status, ///< Returns a status of the framework; its text comes from olv_sys_status_get().
+    null_pointer,     ///< Returns NULL.
+    empty_slot        ///< Leaves the slot that it was to fill as it is.
+};
+
 /**
- * Every platform call: name, kind, and whether it can be told to fail.
- * `entry_point_lookup` is the lookup that the framework's IPv4 and IPv6 modules put into
- * moduleMgrCpuServiceFn. olv_lttng_fn_ptr_get fails by leaving the slot untouched, hyx_nvm_calloc by
- * returning NULL, every other one by returning the fault's code.
+ * Every platform call: name, kind, and how it fails when it is told to. `entry_point_lookup` is the lookup that
+ * the framework's IPv4 and IPv6 modules put into moduleMgrCpuServiceFn.
  */
 #define OLV_SIM_CALLS(X)                                                                                       \
-    X(olv_sys_sem_lock_wait, service, true)                                                                    \
-    X(olv_sys_status_get, text, false)                                                                         \
-    X(olv_module_service_function_register, service, true)                                                     \
-    X(olv_module_service_function_update, service, true)                                                       \
-    X(olv_ptn_new, service, true)                                                                              \
-    X(olv_ptn_extend, service, true)                                                                           \
-    X(olv_ptn_free, service, false)                                                                            \
-    X(olv_ptn_parse, service, true)                                                                            \
-    X(olv_ptn_print, print, false)                                                                             \
-    X(olv_ptn_action_print, print, false)                                                                      \
-    X(olv_byte_string_print, print, false)                                                                     \
-    X(olv_sif_fps_map, text, false)                                                                            \
-    X(olv_lttng_fn_ptr_get, trace, true)                                                                       \
-    X(olv_lttng_trace_sif_force_error, trace, false)                                                           \
-    X(hyx_nvm_calloc, service, true)                                                                           \
-    X(hyx_nvm_free, service, false)                                                                            \
-    X(hyx_sem_post, service, true)                                                                             \
-    X(hyx_status_get, text, false)                                                                             \
-    X(hyx_gettime, service, false)                                                                             \
-    X(hyx_timer_get_timestamp, service, true)                                                                  \
-    X(hyx_rsrc_find, service, true)                                                                            \
-    X(hyx_rsrc_allocate, service, true)                                                                        \
-    X(hyx_rsrc_free, service, true)                                                                            \
-    X(hyx_ptn_symbol_get_id, service, true)                                                                    \
-    X(hyx_ptn_learn, service, true)                                                                            \
-    X(hyx_ptn_unlearn, service, true)                                                                          \
-    X(hyx_ptn_list_ptns, service, true)                                                                        \
-    X(hyx_se_state_set, service, true)                                                                         \
-    X(hyx_se_state_get, service, true)                                                                         \
-    X(hyx_htons, byte_order, false)                                                                            \
-    X(hyx_htonl, byte_order, false)                                                                            \
-    X(hyx_ntohl, byte_order, false)                                                                            \
-    X(entry_point_lookup, service, true)
+    X(olv_sys_sem_lock_wait, service, rte_status)                                                              \
+    X(olv_sys_status_get, text, never)                                                                         \
+    X(olv_module_service_function_register, service, framework_status)                                         \
+    X(olv_module_service_function_update, service, framework_status)                                           \
+    X(olv_ptn_new, service, framework_status)                                                                  \
+    X(olv_ptn_extend, service, framework_status)                                                               \
+    X(olv_ptn_free, service, never)                                                                            \
+    X(olv_ptn_parse, service, framework_status)                                                                \
+    X(olv_ptn_print, print, never)                                                                             \
+    X(olv_ptn_action_print, print, never)                                                                      \
+    X(olv_byte_string_print, print, never)                                                                     \
+    X(olv_sif_fps_map, text, never)                                                                            \
+    X(olv_lttng_fn_ptr_get, trace, empty_slot)                                                                 \
+    X(olv_lttng_trace_sif_force_error, trace, never)                                                           \
+    X(hyx_nvm_calloc, service, null_pointer)                                                                   \
+    X(hyx_nvm_free, service, never)                                                                            \
+    X(hyx_sem_post, service, rte_status)                                                                       \
+    X(hyx_status_get, text, never)                                                                             \
+    X(hyx_gettime, service, never)                                                                             \
+    X(hyx_timer_get_timestamp, service, rte_status)                                                            \
+    X(hyx_rsrc_find, service, rte_status)                                                                      \
+    X(hyx_rsrc_allocate, service, rte_status)                                                                  \
+    X(hyx_rsrc_free, service, rte_status)                                                                      \
+    X(hyx_ptn_symbol_get_id, service, rte_status)                                                              \
+    X(hyx_ptn_learn, service, rte_status)                                                                      \
+    X(hyx_ptn_unlearn, service, rte_status)                                                                    \
+    X(hyx_ptn_list_ptns, service, rte_status)                                                                  \
+    X(hyx_se_state_set, service, rte_status)                                                                   \
+    X(hyx_se_state_get, service, rte_status)                                                                   \
+    X(hyx_htons, byte_order, never)                                                                            \
+    X(hyx_htonl, byte_order, never)                                                                            \
+    X(hyx_ntohl, byte_order, never)                                                                            \
+    X(entry_point_lookup, service, framework_status)
 
 /** The platform calls, an enumerator for each of #OLV_SIM_CALLS in its order. */
 enum class call : std::uint8_t {
-#define OLV_SIM_CALL_ENUMERATOR(name, kind, can_fail) name,
+#define OLV_SIM_CALL_ENUMERATOR(name, kind, failure) name,
     OLV_SIM_CALLS(OLV_SIM_CALL_ENUMERATOR)
 #undef OLV_SIM_CALL_ENUMERATOR
 };
@@ -76,8 +83,13 @@ inline constexpr std::size_t call_count = static_cast<std::size_t>(call::entry_p
 [[nodiscard]] std::string_view call_name(call which);
 /** What a call is for. */
 [[nodiscard]] call_kind kind_of(call which);
+/** How a call fails. */
+[[nodiscard]] failure failure_of(call which);
 /** Whether a call can be told to fail. */
 [[nodiscard]] bool can_fail(call which);
+/** What a call returns when a fault that has no code of its own makes it fail: a status of the call's family,
+ *  0 where it returns none. */
+[[nodiscard]] std::uint32_t usual_code(call which);
 /** @return Nothing when no call has that name. */
 [[nodiscard]] std::optional<call> call_by_name(std::string_view name);
 

@@ -16,7 +16,7 @@ namespace olv_sim {
 struct fault {
     static constexpr std::uint32_t forever = UINT32_MAX; ///< `count` of a fault that does not end.
 
-    std::uint32_t code = 0;  ///< Returned by the call; not 0 where a status is returned.
+    std::uint32_t code = 0;  ///< What a call that returns a status returns; 0: its usual_code().
     std::uint32_t skip = 0;  ///< Calls that succeed first.
     std::uint32_t count = 1; ///< Calls that fail then, or `forever`.
 };
@@ -28,8 +28,8 @@ namespace faults {
 bool set(call which, const fault &plan);
 /**
  * Plan a fault for whatever call comes: calls that can fail are counted together, in the order in which
- * they are made. olv_lttng_fn_ptr_get, which comes with every message, is left out. A code of 0 stands for a
- * plausible code of the call's own. Beside it, faults of single calls stay in force.
+ * they are made. olv_lttng_fn_ptr_get, which comes with every message, is left out. Beside it, faults of single
+ * calls stay in force.
  */
 void set_any(const fault &plan);
 /** A further fault beside that of set_any(), with a count of its own over the same calls. */

@@ -184,6 +184,20 @@ olv_ptn_new fails at call 1 with 0x201FF
 olv_ptn_new fails from call 1 on with 0x7
 > fault clear
 no faults
+> fault set olv_sys_sem_lock_wait
+olv_sys_sem_lock_wait fails at call 1 with 0x1FF
+> fault set entry_point_lookup
+entry_point_lookup fails at call 1 with 0x201FF
+> fault set olv_lttng_fn_ptr_get
+olv_lttng_fn_ptr_get fails at call 1 with no function
+> fault clear
+no faults
+> fault set hyx_nvm_calloc
+hyx_nvm_calloc fails at call 1 with NULL
+> fault list
+hyx_nvm_calloc fails at call 1 with NULL; fired: 0
+> fault clear
+no faults
 > up
 module initialised
 > fault any --skip 90

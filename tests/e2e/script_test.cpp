@@ -119,6 +119,16 @@ TEST(Script, QuitInsideEndsTheChain)
     EXPECT_EQ(twampctl("script end then echo b", folder.enter()), prints("a\n"));
 }
 
+TEST(Log, OfAFaultOfTheLockHasATextOfItsOwn)
+{
+    const finished_program finished = twampctl_reading(
+        "up --log-level 3\nfault set olv_sys_sem_lock_wait\nresponder create west\n", "script - --keep-going");
+    EXPECT_THAT(
+        without_places(finished.output),
+        HasSubstr("[twamp_log: ERROR] twamp_responder.c:LINE  Failed to acquire lock, RTE error code: 511. "
+                  "Injected fault\n"));
+}
+
 TEST(Trace, GoesToStandardErrorUntilItIsOff)
 {
     const finished_program finished =

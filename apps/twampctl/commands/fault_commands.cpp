@@ -10,7 +10,6 @@
 #include "olv_sim/call_record.hpp"
 #include "olv_sim/calls.hpp"
 #include "olv_sim/faults.hpp"
-#include "olv_sim/statuses.hpp"
 
 namespace twampctl {
 namespace {
@@ -30,34 +29,43 @@ struct fault_options {
     }
 };
 
-/** The code that a call fails with when none is given: of the interface that it belongs to. */
-std::uint32_t usual_code(olv_sim::call which)
+std::string calls_of(const fault &plan)
 {
-    return olv_sim::call_name(which).substr(0, 4) == "hyx_" ? std::uint32_t{olv_sim::rte_injected}
-                                                            : std::uint32_t{olv_sim::framework_injected};
+    const std::string first = std::to_string(plan.skip + 1);
+    if (plan.count == fault::forever) {
+        return "fails from call " + first + " on";
+    }
+    return plan.count == 1 ? "fails at call " + first
+                           : "fails at calls " + first + " to " + std::to_string(plan.skip + plan.count);
 }
 
-std::string course_of(const fault &plan)
+std::string course_of(olv_sim::call which, const fault &plan)
 {
-    std::string text = plan.count == fault::forever ? "fails from call " + std::to_string(plan.skip + 1) + " on"
-                       : plan.count == 1            ? "fails at call " + std::to_string(plan.skip + 1)
-                                         : "fails at calls " + std::to_string(plan.skip + 1) + " to " +
-                                               std::to_string(plan.skip + plan.count);
-    if (plan.code == 0) {
-        return text + " with its own code";
+    switch (olv_sim::failure_of(which)) {
+    case olv_sim::failure::null_pointer:
+        return calls_of(plan) + " with NULL";
+    case olv_sim::failure::empty_slot:
+        return calls_of(plan) + " with no function";
+    default:
+        return calls_of(plan) + olv_apps::formatted(" with 0x%X", plan.code);
     }
-    return text + olv_apps::formatted(" with 0x%X", plan.code);
+}
+
+std::string course_of_any(const fault &plan)
+{
+    return calls_of(plan) +
+           (plan.code == 0 ? " with its own code" : olv_apps::formatted(" with 0x%X", plan.code));
 }
 
 void set_fault(const fault_options &options)
 {
     const olv_sim::call which = olv_sim::call_by_name(options.call).value(); // the option takes no other name
-    const fault plan = options.plan(usual_code(which));
-    if (plan.code == 0) {
+    if (options.code == 0u) {
         throw usage_error("fault set: code 0 is success; give another one with --code");
     }
+    const fault plan = options.plan(olv_sim::usual_code(which));
     (void)olv_sim::faults::set(which, plan); // it can fail
-    say("%s %s", options.call.c_str(), course_of(plan).c_str());
+    say("%s %s", options.call.c_str(), course_of(which, plan).c_str());
 }
 
 void list_faults()
@@ -66,7 +74,7 @@ void list_faults()
     for (const std::string &name : failing_calls()) {
         const olv_sim::call which = olv_sim::call_by_name(name).value();
         if (const std::optional<fault> plan = olv_sim::faults::planned(which)) {
-            std::printf("%s %s; fired: %u\n", name.c_str(), course_of(*plan).c_str(),
+            std::printf("%s %s; fired: %u\n", name.c_str(), course_of(which, *plan).c_str(),
                         olv_sim::faults::hits(which));
             ++listed;
         }
@@ -122,7 +130,7 @@ void add_fault_group(command_tree &tree)
         tree.add(group, {"any", "Make whatever call comes fail, counted together", {"fault any --skip 4"}},
                  [options](command_context &) {
                      olv_sim::faults::set_any(options->plan(0)); // 0: the call's own code
-                     say("any call %s", course_of(options->plan(0)).c_str());
+                     say("any call %s", course_of_any(options->plan(0)).c_str());
                  });
     add_course(any, *options);
     tree.add(group, {"list", "List the faults, and how often they fired", {"fault list"}},
