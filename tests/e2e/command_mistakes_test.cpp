@@ -193,6 +193,12 @@ TEST(Refusals, FollowFromFaults)
           "cannot read the statistics of responder w: status 0x3002B TWAMP_STATUS_STATE_READ_FAILED: TWAMP: "
           "state could not be read"},
          {"up then fault set hyx_ptn_list_ptns then dump --entries", "cannot list the tree: Injected fault"},
+         {"fault set hyx_ptn_learn then tree default olv_twamp.twamp_responder_lookup",
+          "cannot set the entry without a key: Injected fault"},
+         {"fault set hyx_ptn_unlearn then tree clear-default olv_twamp.twamp_responder_lookup",
+          "cannot remove the entry without a key: Injected fault"},
+         {"fault set olv_ptn_new then tree default olv_twamp.twamp_responder_lookup",
+          "cannot set the entry without a key: status 0x201FF framework_injected: Framework: injected fault"},
          {"up then fault set olv_module_service_function_update --code 0x20003 then update",
           "cannot update the service functions: status 0x20003 framework_not_registered: Framework: service "
           "functions not registered"}});

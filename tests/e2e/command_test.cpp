@@ -221,6 +221,21 @@ TEST(Record, HasTheCallsOfOneOperationInOrder)
                 prints("recording platform calls\nno calls recorded\nno longer recording\n"));
 }
 
+TEST(Record, HasTheCallsOfTheEntryWithoutAKey)
+{
+    EXPECT_THAT(
+        twampctl("record start then tree default olv_twamp.twamp_bind_to_next_module --action 1 2 3 then "
+                 "tree clear-default olv_twamp.twamp_bind_to_next_module then record show"),
+        prints("recording platform calls\nentry without a key set\nentry without a key removed\n"
+               "   1 olv_ptn_new(width=24) -> 0x0\n"
+               "   2 hyx_ptn_learn(rte=1, tree=0x105, key=*/0, action=0x00000001 0x00000002 0x00000003) -> 0x0\n"
+               "   3 olv_ptn_free(key=*/0) -> 0x0\n"
+               "   4 olv_ptn_new(width=24) -> 0x0\n"
+               "   5 hyx_ptn_unlearn(rte=1, tree=0x105, key=*/0, key_bits=0, "
+               "action=0x00000000 0x00000000 0x00000000, count=1) -> 0x0\n"
+               "   6 olv_ptn_free(key=*/0) -> 0x0\n"));
+}
+
 TEST(Record, HasByteOrderCallsWhenTold)
 {
     const finished_program finished = twampctl(
@@ -276,10 +291,19 @@ TEST(Commands, LookIntoTrees)
       olv_twamp.twamp_lli_processing: code only, or not there
 0x104 olv_twamp.twamp_responder_lookup: 0 entries
 0x105 olv_twamp.twamp_bind_to_next_module: 0 entries
+> tree clear-default olv_twamp.twamp_responder_lookup
+entry without a key removed
 > tree default olv_twamp.twamp_responder_lookup --action 4 1 0
+entry without a key set
+> tree default olv_twamp.twamp_responder_lookup --action 1 0 0
 entry without a key set
 > up
 module initialised
+> dump responder
+
+olv_twamp.twamp_responder_lookup, RESPONDER-ID, DEFINED/NOT_DEFINED 
+olv_twamp.twamp_responder_lookup, *, NOT_DEFINED
+
 > tree clear-default olv_twamp.twamp_responder_lookup
 entry without a key removed
 > violations

@@ -102,7 +102,10 @@ class fastpath_test : public testing::Test {
         ASSERT_EQ(hyx_se_state_set(processor_.rte_handle(), id, 0, zeros.data(), 60), 0u);
     }
 
-    void learn(const char *tree, std::uint32_t key, std::uint32_t return_value)
+    /** A key, or none. */
+    using optional_key = std::optional<std::uint32_t>;
+
+    void learn(const char *tree, optional_key key, std::uint32_t return_value)
     {
         olv_ptn pattern = make_pattern(key);
         olv_ptn_action action{{return_value, 0, 0}};
@@ -110,11 +113,12 @@ class fastpath_test : public testing::Test {
         olv_ptn_free(pattern);
     }
 
-    void unlearn(const char *tree, std::uint32_t key)
+    void unlearn(const char *tree, optional_key key)
     {
         olv_ptn pattern = make_pattern(key);
         olv_ptn_action action{};
-        EXPECT_EQ(hyx_ptn_unlearn(processor_.rte_handle(), tree_id(tree), &pattern, 24, &action, 1), 0u);
+        EXPECT_EQ(hyx_ptn_unlearn(processor_.rte_handle(), tree_id(tree), &pattern, key ? 24 : 0, &action, 1),
+                  0u);
         olv_ptn_free(pattern);
     }
 
@@ -150,11 +154,13 @@ class fastpath_test : public testing::Test {
         return id;
     }
 
-    static olv_ptn make_pattern(std::uint32_t key)
+    static olv_ptn make_pattern(optional_key key)
     {
         olv_ptn pattern{};
         EXPECT_EQ(olv_ptn_new(24, &pattern), 0u);
-        EXPECT_EQ(olv_ptn_extend(&pattern, key, 24), 0u);
+        if (key) {
+            EXPECT_EQ(olv_ptn_extend(&pattern, *key, 24), 0u);
+        }
         return pattern;
     }
 };

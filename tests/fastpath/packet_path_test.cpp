@@ -57,16 +57,17 @@ TEST_F(packet_path_test, entry_without_a_key_stands_for_responders_without_one)
 {
     write_state(responder_id, {});
     learn(bind_tree, bind_key, 0x401);
-    processor_.set_default_entry(responder_tree, {{0, 0, 0}});
+    learn(responder_tree, std::nullopt, 0);
     EXPECT_EQ(result_of(request_of(14)), outcome::reflected);
-    processor_.set_default_entry(responder_tree, {{1, 0, 0}});
+    unlearn(responder_tree, std::nullopt);
+    learn(responder_tree, std::nullopt, 1);
     EXPECT_EQ(result_of(request_of(14)), outcome::drop_no_responder);
 }
 
 TEST_F(packet_path_test, entry_without_a_key_reaches_no_state_that_was_never_written)
 {
     learn(bind_tree, bind_key, 0x401);
-    processor_.set_default_entry(responder_tree, {{0, 0, 0}});
+    learn(responder_tree, std::nullopt, 0);
     EXPECT_EQ(result_of(request_of(14)), outcome::drop_no_responder);
     EXPECT_EQ(result_of(request_of(14), {0xFFFFFF, bind_key}), outcome::drop_no_responder);
     EXPECT_EQ(counters(), responder_counters{});

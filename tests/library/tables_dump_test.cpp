@@ -1,4 +1,5 @@
-#include "listing.hpp"
+#include <optional>
+
 #include "olv_sim/calls.hpp"
 #include "olv_sim/processor.hpp"
 #include "olv_sim/resources.hpp"
@@ -65,18 +66,27 @@ std::function<void(bench &)> asking_for(std::uint32_t table_group)
     return [table_group](bench &) { group = table_group; };
 }
 
+void learn(bench &b, const char *tree, std::optional<std::uint32_t> key, std::uint32_t return_value)
+{
+    std::uint32_t id = 0;
+    ASSERT_EQ(hyx_ptn_symbol_get_id(b.module->rte_handle, tree, &id), 0u);
+    olv_ptn pattern{};
+    ASSERT_EQ(olv_ptn_new(24, &pattern), 0u);
+    if (key) {
+        EXPECT_EQ(olv_ptn_extend(&pattern, *key, 24), 0u);
+    }
+    olv_ptn_action action{{return_value, 0, 0}};
+    EXPECT_EQ(hyx_ptn_learn(b.module->rte_handle, id, &pattern, &action), 0u);
+    olv_ptn_free(pattern);
+}
+
 /** One responder, whose ID is 1, and one bind of key 0xABCDEF to entry point 0x401. */
 std::function<void(bench &)> filled(std::uint32_t table_group)
 {
     return [table_group](bench &b) {
         group = table_group;
         EXPECT_EQ(b.create_responder()->responder_id, 1u);
-        std::uint32_t tree = 0;
-        ASSERT_EQ(hyx_ptn_symbol_get_id(b.module->rte_handle, bind_tree, &tree), 0u);
-        olv_ptn pattern = make_pattern({.key = 0xABCDEF, .key_length = 24, .third_word = 0, .action = 0});
-        olv_ptn_action action{{0x401, 0, 0}};
-        ASSERT_EQ(hyx_ptn_learn(b.module->rte_handle, tree, &pattern, &action), 0u);
-        olv_ptn_free(pattern);
+        learn(b, bind_tree, 0xABCDEF, 0x401);
     };
 }
 
@@ -143,7 +153,7 @@ const table rows{
          .arrange =
              [](bench &b) {
                  group = 1;
-                 b.processor.set_default_entry(responder_tree, {{1, 0, 0}});
+                 learn(b, responder_tree, std::nullopt, 1);
              },
          .console = ENTERING WALKING HEADER RESPONDERS "*, NOT_DEFINED\n" EXITING,
          .traces = walked,

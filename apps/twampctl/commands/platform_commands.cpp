@@ -5,10 +5,14 @@
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/commands/commands.hpp"
 #include "apps/twampctl/console/progress.hpp"
+#include "apps/twampctl/site/status_text.hpp"
 #include "apps/twampctl/site/traffic_options.hpp"
+#include "hyx.h"
 #include "olv_sim/process.hpp"
 #include "olv_sim/processor.hpp"
+#include "olv_sim/statuses.hpp"
 #include "olv_sim/violations.hpp"
+#include "twamp_program.h"
 
 namespace twampctl {
 namespace {
@@ -151,12 +155,77 @@ struct entry_options {
     std::vector<std::uint32_t> words{0, 0, 0};
 };
 
-void require_tree(const olv_sim::processor &processor, const std::string &name)
+const olv_sim::classifier_tree &tree_of(const olv_sim::processor &processor, const std::string &name)
 {
-    if (processor.tree(name) == nullptr) {
+    const olv_sim::classifier_tree *tree = processor.tree(name);
+    if (tree == nullptr) {
         throw std::runtime_error("this processor has no classifier tree '" + name +
                                  "'; 'tree list' lists them");
     }
+    return *tree;
+}
+
+/** The pattern of an entry without a key. */
+class empty_pattern {
+  public:
+    empty_pattern(site &on, const std::string &purpose)
+    {
+        const std::uint32_t status = olv_ptn_new(TWAMP_KEY_BITS, &pattern_);
+        if (status != OLV_STATUS_OK) {
+            throw std::runtime_error("cannot " + purpose + ": " + status_text(on.framework().system(), status));
+        }
+    }
+    ~empty_pattern() { olv_ptn_free(pattern_); }
+    empty_pattern(const empty_pattern &) = delete;
+    empty_pattern &operator=(const empty_pattern &) = delete;
+
+    [[nodiscard]] olv_ptn *record() { return &pattern_; }
+
+  private:
+    olv_ptn pattern_{};
+};
+
+std::uint32_t unlearn(site &on, const olv_sim::classifier_tree &tree, olv_ptn *pattern)
+{
+    olv_ptn_action action{};
+    return hyx_ptn_unlearn(on.processor().rte_handle(), tree.id(), pattern, 0, &action, 1);
+}
+
+void require_rte(std::uint32_t status, const std::string &what)
+{
+    if (status != olv_sim::rte_ok) {
+        throw std::runtime_error("cannot " + what + ": " + hyx_status_get(status));
+    }
+}
+
+void set_default_entry(site &on, const entry_options &options)
+{
+    static constexpr const char *purpose = "set the entry without a key";
+    const olv_sim::classifier_tree &tree = tree_of(on.processor(), options.tree);
+    empty_pattern pattern{on, purpose};
+    olv_ptn_action action{{options.words[0], options.words[1], options.words[2]}};
+    const auto learn = [&] {
+        return hyx_ptn_learn(on.processor().rte_handle(), tree.id(), pattern.record(), &action);
+    };
+    std::uint32_t status = learn();
+    if (status == olv_sim::rte_duplicate_entry) { // no entry changes in place
+        require_rte(unlearn(on, tree, pattern.record()), "replace the entry without a key");
+        status = learn();
+    }
+    require_rte(status, purpose);
+    say("entry without a key set");
+}
+
+void clear_default_entry(site &on, const entry_options &options)
+{
+    static constexpr const char *purpose = "remove the entry without a key";
+    const olv_sim::classifier_tree &tree = tree_of(on.processor(), options.tree);
+    empty_pattern pattern{on, purpose};
+    const std::uint32_t status = unlearn(on, tree, pattern.record());
+    if (status != olv_sim::rte_no_such_entry) { // it need not be there
+        require_rte(status, purpose);
+    }
+    say("entry without a key removed");
 }
 
 void add_tree_group(command_tree &tree)
@@ -171,24 +240,14 @@ void add_tree_group(command_tree &tree)
                  {"default",
                   "Set the entry without a key, for keys that have none",
                   {"tree default olv_twamp.twamp_responder_lookup --action 4 1 0"}},
-                 [options](command_context &context) {
-                     olv_sim::processor &processor = context.current().processor();
-                     require_tree(processor, options->tree);
-                     processor.set_default_entry(options->tree,
-                                                 {options->words[0], options->words[1], options->words[2]});
-                     say("entry without a key set");
-                 });
+                  [options](command_context &context) { set_default_entry(context.current(), *options); });
     set.add_option("TREE", options->tree, "The tree").required().called(value_kind::tree);
     set.add_option("--action", options->words, "The action's three words (0 0 0)").values(3);
     tree.add(group,
              {"clear-default",
               "Remove the entry without a key",
               {"tree clear-default olv_twamp.twamp_responder_lookup"}},
-             [options](command_context &context) {
-                 require_tree(context.current().processor(), options->tree);
-                 context.current().processor().clear_default_entry(options->tree);
-                 say("entry without a key removed");
-             })
+             [options](command_context &context) { clear_default_entry(context.current(), *options); })
         .add_option("TREE", options->tree, "The tree")
         .required()
         .called(value_kind::tree);

@@ -68,6 +68,7 @@ class reflector_run {
     void remove();
     void change_bind();
     void set_default_entry();
+    void change_default_entry(const char *tree, std::optional<std::uint32_t> return_value);
     void read_statistics();
     void advance();
     /** The same packet from so many ports, one after the other. */
@@ -217,6 +218,21 @@ void reflector_run::change_bind()
     stdout = console;
 }
 
+/** Put an entry without a key in the place of the one that may be there; nothing: take it away. */
+void reflector_run::change_default_entry(const char *tree, std::optional<std::uint32_t> return_value)
+{
+    const std::uint32_t rte = processor_.rte_handle();
+    const std::uint32_t tree_id = processor_.tree(tree)->id();
+    olv_ptn pattern{};
+    olv_ptn_action action{{return_value.value_or(0), 0, 0}};
+    require(olv_ptn_new(24, &pattern) == 0, "there is a pattern");
+    (void)hyx_ptn_unlearn(rte, tree_id, &pattern, 0, &action, 1); // it need not be there
+    if (return_value) {
+        require(hyx_ptn_learn(rte, tree_id, &pattern, &action) == 0, "an entry without a key is learnt");
+    }
+    olv_ptn_free(pattern);
+}
+
 /** Entries without a key lead to IDs that nobody created: no packet is answered for them. */
 void reflector_run::set_default_entry()
 {
@@ -224,17 +240,17 @@ void reflector_run::set_default_entry()
     const std::uint32_t value = input_.below(6);
     switch (choice) {
     case 0:
-        processor_.set_default_entry(responder_tree, {{value, 0, 0}});
+        change_default_entry(responder_tree, value);
         break;
     case 1:
-        processor_.clear_default_entry(responder_tree);
+        change_default_entry(responder_tree, std::nullopt);
         break;
     case 2:
-        processor_.set_default_entry(bind_tree, {{value, 0, 0}});
+        change_default_entry(bind_tree, value);
         expected_.set_default_bind(true);
         break;
     default:
-        processor_.clear_default_entry(bind_tree);
+        change_default_entry(bind_tree, std::nullopt);
         expected_.set_default_bind(false);
         break;
     }
