@@ -20,6 +20,7 @@
 
 #include "olv_sim/call_record.hpp"
 #include "olv_sim/calls.hpp"
+#include "olv_sim/fast_path_seam.hpp"
 #include "olv_sim/faults.hpp"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/process.hpp"

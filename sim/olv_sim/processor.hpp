@@ -25,6 +25,9 @@ struct classifier_program {
         std::uint32_t first = 1;        ///< Value of the first resource.
         std::uint32_t capacity = 0;     ///< Resources that can be allocated at the same time.
         std::uint32_t state_length = 0; ///< Bytes of a state entry for each resource value, 0: none.
+
+        /** How many values there are from the first to the last, one that is left out included. */
+        [[nodiscard]] std::uint32_t values() const;
     };
     /** A function of the program. */
     struct tree_function {
@@ -69,11 +72,17 @@ class classifier_tree {
  *  Word N holds the bytes 4N to 4N+3 in the order in which they stand in memory. */
 using state_words = std::span<std::atomic<std::uint32_t>>;
 
+struct provided_state;
+class processor_observer;
+
 /** One network processor with its runtime environment. */
 class processor {
   public:
     /** A processor with its program loaded and nothing allocated. */
     explicit processor(classifier_program program);
+    /** The same with state in memory that a fast path provides, see fast_path_seam.hpp.
+     *  @throw std::invalid_argument  The program has no such state, or it does not fit the memory. */
+    processor(classifier_program program, const provided_state &memory);
     ~processor();
     processor(const processor &) = delete;
     processor &operator=(const processor &) = delete;
@@ -83,14 +92,18 @@ class processor {
 
     /** NULL where the program has no such tree. The tree lives as long as the processor. */
     [[nodiscard]] classifier_tree *tree(std::string_view name) const;
-    /** Add or replace an entry without a key ("*"). */
-    void set_default_entry(std::string_view tree_name, const tree_action &action);
-    /** Remove the entry without a key. */
-    void clear_default_entry(std::string_view tree_name);
 
     /** The words of a state entry, empty where there is none. Constant time, no lock. They live as long as
      *  the processor. */
     [[nodiscard]] state_words state(std::uint32_t namespace_id, std::uint32_t index = 0) const;
+
+    /**
+     * Tell an observer of every change from now on, see fast_path_seam.hpp; first, of the entries that the
+     * trees have and of the state entries that are not all zeros, except those in provided memory. One observer
+     * at a time: it takes the place of the one before. NULL: nobody is told. When this returns, no call of the
+     * one before is under way, nor will one come; until then it has to live.
+     */
+    void set_observer(processor_observer *observer);
 
     /** Resources of a namespace that are allocated now. */
     [[nodiscard]] std::size_t allocated(std::string_view namespace_name) const;

@@ -8,13 +8,19 @@
 
 namespace olv_sim {
 
-name_space::name_space(const classifier_program::name_space &description)
-    : name_(description.name), first_(description.first), span_(description.capacity)
+std::uint32_t classifier_program::name_space::values() const
 {
     // Resources with state share the namespace IDs of state memory with the global statistics block.
-    if (description.state_length > 0 && contains(GLOBAL_STATS_NS_ID)) {
+    const bool reaches_over_it =
+        state_length > 0 && GLOBAL_STATS_NS_ID >= first && GLOBAL_STATS_NS_ID - first < capacity;
+    return capacity + (reaches_over_it ? 1 : 0);
+}
+
+name_space::name_space(const classifier_program::name_space &description)
+    : name_(description.name), first_(description.first), span_(description.values())
+{
+    if (span_ != description.capacity) {
         left_out_ = GLOBAL_STATS_NS_ID - first_;
-        ++span_;
     }
     chunks_.resize((std::size_t{span_} + words_in_chunk - 1) / words_in_chunk);
 }

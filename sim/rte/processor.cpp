@@ -1,7 +1,7 @@
+#include <algorithm>
 #include <ctime>
 #include <stdexcept>
 
-#include "sim/faults/report_violation.hpp"
 #include "sim/rte/processor_model.hpp"
 #include "twamp_program.h"
 
@@ -36,23 +36,51 @@ classifier_program classifier_program::twamp(std::uint32_t responders, std::uint
             .global_statistics = true};
 }
 
-processor::implementation::implementation(classifier_program loaded) : program(std::move(loaded))
+processor::implementation::implementation(classifier_program loaded, const provided_state &memory)
+    : program(std::move(loaded))
 {
     if (program.namespaces.size() > maximum_namespaces) {
         throw std::length_error("too many namespaces");
     }
     for (const auto &description : program.namespaces) {
         namespaces.push_back(std::make_unique<name_space>(description));
-        if (description.state_length > 0) {
-            states.push_back(std::make_unique<state_memory>(description.first, namespaces.back()->span(),
-                                                            description.state_length));
-        }
     }
+    make_states(memory);
     for (const auto &description : program.tree_functions) {
         if (description.classifier) {
             trees.push_back(std::make_unique<tree_table>(description));
         }
     }
+}
+
+void processor::implementation::make_states(const provided_state &memory)
+{
+    std::size_t used = 0;
+    for (const auto &description : program.namespaces) {
+        if (description.state_length == 0) {
+            continue;
+        }
+        const auto provided = std::find_if(memory.entries.begin(), memory.entries.end(), [&](const auto &each) {
+            return each.name_space == description.name;
+        });
+        if (provided == memory.entries.end()) {
+            states.push_back(std::make_unique<state_memory>(description));
+        } else {
+            states.push_back(std::make_unique<state_memory>(description, *provided));
+            ++used;
+        }
+    }
+    if (used != memory.entries.size()) {
+        throw std::invalid_argument("provided state: the program has no such state, or memory is there twice");
+    }
+    if (!memory.global_statistics.empty()) {
+        global_statistics_ = memory.global_statistics;
+    }
+    constexpr std::size_t words = GLOBAL_STATS_LENGTH / 4;
+    if (global_statistics_.size() < words) {
+        throw std::invalid_argument("provided state of the global statistics: too few words");
+    }
+    global_statistics_ = global_statistics_.first(words);
 }
 
 tree_table *processor::implementation::tree(std::uint32_t tree_id) const
@@ -105,7 +133,7 @@ std::uint32_t processor::implementation::state_length(std::uint32_t namespace_id
 state_words processor::implementation::reach_state(std::uint32_t namespace_id, std::uint32_t index)
 {
     if (is_global_statistics(namespace_id, index)) {
-        return global_statistics;
+        return global_statistics_;
     }
     state_memory *entries = state_of(namespace_id, index);
     return entries == nullptr ? state_words{} : entries->reach(namespace_id);
@@ -114,7 +142,7 @@ state_words processor::implementation::reach_state(std::uint32_t namespace_id, s
 state_words processor::implementation::peek_state(std::uint32_t namespace_id, std::uint32_t index)
 {
     if (is_global_statistics(namespace_id, index)) {
-        return global_statistics;
+        return global_statistics_;
     }
     const state_memory *entries = state_of(namespace_id, index);
     return entries == nullptr ? state_words{} : entries->peek(namespace_id);
@@ -131,8 +159,10 @@ std::uint64_t processor::implementation::timer_now() const
     return static_cast<std::uint64_t>(now.tv_sec) * ticks_per_second + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-processor::processor(classifier_program program)
-    : implementation_(std::make_unique<implementation>(std::move(program)))
+processor::processor(classifier_program program) : processor(std::move(program), provided_state{}) {}
+
+processor::processor(classifier_program program, const provided_state &memory)
+    : implementation_(std::make_unique<implementation>(std::move(program), memory))
 {
     processors::add(*implementation_);
 }
@@ -152,22 +182,9 @@ classifier_tree *processor::tree(std::string_view name) const
     return implementation_->tree(name);
 }
 
-void processor::set_default_entry(std::string_view tree_name, const tree_action &action)
+void processor::set_observer(processor_observer *observer)
 {
-    tree_table *tree = implementation_->tree(tree_name);
-    if (tree == nullptr) {
-        violations::report("processor::set_default_entry: no tree " + std::string{tree_name});
-        return;
-    }
-    tree->set_default(action);
-}
-
-void processor::clear_default_entry(std::string_view tree_name)
-{
-    tree_table *tree = implementation_->tree(tree_name);
-    if (tree != nullptr) {
-        (void)tree->unlearn({}); // It need not be there.
-    }
+    implementation_->set_observer(observer);
 }
 
 state_words processor::state(std::uint32_t namespace_id, std::uint32_t index) const
@@ -216,17 +233,7 @@ bool processor::timer_runs() const
 
 std::size_t processor::memory_bytes() const
 {
-    std::size_t bytes = sizeof(implementation);
-    for (const auto &tree : implementation_->trees) {
-        bytes += tree->memory_bytes();
-    }
-    for (const auto &resources : implementation_->namespaces) {
-        bytes += resources->memory_bytes();
-    }
-    for (const auto &entries : implementation_->states) {
-        bytes += entries->memory_bytes();
-    }
-    return bytes;
+    return implementation_->memory_bytes();
 }
 
 } // namespace olv_sim

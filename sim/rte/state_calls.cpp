@@ -34,7 +34,7 @@ std::uint32_t set(std::uint32_t rte_handle, std::uint32_t namespace_id, std::uin
     processors::model *owner = processors::find(rte_handle, "hyx_se_state_set");
     const std::uint32_t status = check(owner, namespace_id, index, bytes, length);
     if (status == rte_ok) {
-        write_words(owner->reach_state(namespace_id, index), bytes, length);
+        owner->write_state(namespace_id, index, bytes, length);
     }
     return status;
 }

@@ -30,15 +30,21 @@ std::uint32_t find_symbol(std::uint32_t rte_handle, const char *tree_function, s
     return rte_no_such_tree;
 }
 
+struct tree_of_processor {
+    processors::model *owner = nullptr;
+    tree_table *tree = nullptr;
+};
+
 /** Find a tree. @return RTE status. */
-std::uint32_t find_tree(std::uint32_t rte_handle, std::uint32_t tree_id, const char *user, tree_table *&tree)
+std::uint32_t find_tree(std::uint32_t rte_handle, std::uint32_t tree_id, const char *user,
+                        tree_of_processor &found)
 {
-    const processors::model *owner = processors::find(rte_handle, user);
-    if (owner == nullptr) {
+    found.owner = processors::find(rte_handle, user);
+    if (found.owner == nullptr) {
         return rte_invalid_instance;
     }
-    tree = owner->tree(tree_id);
-    return tree == nullptr ? rte_no_such_tree : rte_ok;
+    found.tree = found.owner->tree(tree_id);
+    return found.tree == nullptr ? rte_no_such_tree : rte_ok;
 }
 
 std::optional<tree_key> key_of(const olv_ptn &pattern, const char *user)
@@ -53,8 +59,8 @@ std::optional<tree_key> key_of(const olv_ptn &pattern, const char *user)
 std::uint32_t learn(std::uint32_t rte_handle, std::uint32_t tree_id, const olv_ptn *pattern,
                     const olv_ptn_action *action)
 {
-    tree_table *tree = nullptr;
-    const std::uint32_t status = find_tree(rte_handle, tree_id, "hyx_ptn_learn", tree);
+    tree_of_processor in;
+    const std::uint32_t status = find_tree(rte_handle, tree_id, "hyx_ptn_learn", in);
     if (status != rte_ok) {
         return status;
     }
@@ -65,16 +71,16 @@ std::uint32_t learn(std::uint32_t rte_handle, std::uint32_t tree_id, const olv_p
     if (!key) {
         return rte_invalid_pattern;
     }
-    return tree->learn({.key = *key,
-                        .action = {{action->word[0], action->word[1], action->word[2]}},
-                        .pattern_word = pattern->word[2]});
+    return in.owner->learn(*in.tree, {.key = *key,
+                                      .action = {{action->word[0], action->word[1], action->word[2]}},
+                                      .pattern_word = pattern->word[2]});
 }
 
 std::uint32_t unlearn(std::uint32_t rte_handle, std::uint32_t tree_id, const olv_ptn *pattern,
                       std::uint32_t bits, const olv_ptn_action *action, std::uint32_t count)
 {
-    tree_table *tree = nullptr;
-    const std::uint32_t status = find_tree(rte_handle, tree_id, "hyx_ptn_unlearn", tree);
+    tree_of_processor in;
+    const std::uint32_t status = find_tree(rte_handle, tree_id, "hyx_ptn_unlearn", in);
     if (status != rte_ok) {
         return status;
     }
@@ -88,7 +94,7 @@ std::uint32_t unlearn(std::uint32_t rte_handle, std::uint32_t tree_id, const olv
     if (!key || key->bits != bits) {
         return rte_invalid_pattern;
     }
-    return tree->unlearn(*key);
+    return in.owner->unlearn(*in.tree, *key);
 }
 
 /** Show one entry to the callback, with a pattern that lives as long. */
@@ -112,8 +118,8 @@ std::uint32_t show(const tree_entry &entry, hyx_ptn_list_fn callback, void *cont
 
 std::uint32_t list(std::uint32_t rte_handle, std::uint32_t tree_id, hyx_ptn_list_fn callback, void *context)
 {
-    tree_table *tree = nullptr;
-    std::uint32_t status = find_tree(rte_handle, tree_id, "hyx_ptn_list_ptns", tree);
+    tree_of_processor in;
+    std::uint32_t status = find_tree(rte_handle, tree_id, "hyx_ptn_list_ptns", in);
     if (status != rte_ok) {
         return status;
     }
@@ -121,7 +127,11 @@ std::uint32_t list(std::uint32_t rte_handle, std::uint32_t tree_id, hyx_ptn_list
         return rte_null_pointer;
     }
     tree_table::cursor walk;
-    for (auto entry = tree->next(walk); entry && status == rte_ok; entry = tree->next(walk)) {
+    while (status == rte_ok) {
+        const std::optional<tree_entry> entry = in.owner->next_entry(*in.tree, walk);
+        if (!entry) {
+            break;
+        }
         status = show(*entry, callback, context);
     }
     return status;

@@ -11,33 +11,23 @@ tree_table::tree_table(const classifier_program::tree_function &description)
 
 tree_table::~tree_table() = default;
 
-// The words are read and written with acquire and release, not only the state: a reader that sees a word of a
-// change under way then also sees the state move.
-bool tree_table::cell::read(tree_action &action, std::uint32_t &pattern_word) const
-{
-    for (;;) {
-        const std::uint32_t before = state.load(std::memory_order_acquire);
-        if ((before & changing) != 0) {
-            continue;
-        }
-        if ((before & present) == 0) {
-            return false;
-        }
-        for (std::size_t index = 0; index < 3; ++index) {
-            action.word[index] = word[index].load(std::memory_order_acquire);
-        }
-        pattern_word = word[3].load(std::memory_order_acquire);
-        if (state.load(std::memory_order_relaxed) == before) {
-            return true;
-        }
-    }
-}
-
 bool tree_table::cell::is_present() const
 {
     return (state.load(std::memory_order_relaxed) & present) != 0;
 }
 
+tree_entry tree_table::cell::entry(const tree_key &key) const
+{
+    tree_entry entry{.key = key};
+    for (std::size_t index = 0; index < 3; ++index) {
+        entry.action.word[index] = word[index].load(std::memory_order_relaxed);
+    }
+    entry.pattern_word = word[3].load(std::memory_order_relaxed);
+    return entry;
+}
+
+// The words are read and written with acquire and release, not only the state: a lookup that sees a word of a
+// change under way then also sees the state move.
 void tree_table::cell::write(const tree_entry &entry)
 {
     const std::uint32_t before = state.load(std::memory_order_relaxed);
@@ -59,11 +49,11 @@ bool tree_table::find(std::uint32_t key, tree_action &action) const
 {
     if (key < (1u << TWAMP_KEY_BITS)) {
         const leaf *home = leaves_[key / cells_in_leaf].load(std::memory_order_acquire);
-        if (home != nullptr && home->cells[key % cells_in_leaf].read_action(action)) {
+        if (home != nullptr && home->cells[key % cells_in_leaf].read(action)) {
             return true;
         }
     }
-    return default_.read_action(action);
+    return default_.read(action);
 }
 
 const tree_table::cell *tree_table::cell_of(const tree_key &key) const
@@ -75,7 +65,6 @@ const tree_table::cell *tree_table::cell_of(const tree_key &key) const
     return home == nullptr ? nullptr : &home->cells[key.value % cells_in_leaf];
 }
 
-/** Lock held. */
 tree_table::cell &tree_table::place(const tree_key &key)
 {
     if (key.bits == 0) {
@@ -91,7 +80,6 @@ tree_table::cell &tree_table::place(const tree_key &key)
 
 std::uint32_t tree_table::learn(const tree_entry &entry)
 {
-    const std::lock_guard lock{mutex_};
     if (is_listed(entry.key)) {
         if (!list_.emplace(entry.key, entry).second) {
             return rte_duplicate_entry;
@@ -109,7 +97,6 @@ std::uint32_t tree_table::learn(const tree_entry &entry)
 
 std::uint32_t tree_table::unlearn(const tree_key &key)
 {
-    const std::lock_guard lock{mutex_};
     if (is_listed(key)) {
         if (list_.erase(key) == 0) {
             return rte_no_such_entry;
@@ -125,20 +112,12 @@ std::uint32_t tree_table::unlearn(const tree_key &key)
     return rte_ok;
 }
 
-void tree_table::set_default(const tree_action &action)
-{
-    const std::lock_guard lock{mutex_};
-    size_ += default_.is_present() ? 0u : 1u;
-    default_.write({.key = {}, .action = action, .pattern_word = 0});
-}
-
 std::optional<tree_entry> tree_table::next(cursor &walk) const
 {
     if (walk.position == 0) {
         ++walk.position;
-        tree_entry entry;
-        if (default_.read(entry.action, entry.pattern_word)) {
-            return entry;
+        if (default_.is_present()) {
+            return default_.entry({});
         }
     }
     std::optional<tree_entry> entry = next_in_table(walk);
@@ -155,9 +134,8 @@ std::optional<tree_entry> tree_table::next_in_table(cursor &walk) const
             continue;
         }
         ++walk.position;
-        tree_entry entry{.key = {TWAMP_KEY_BITS, value}};
-        if (home->read(entry.action, entry.pattern_word)) {
-            return entry;
+        if (home->is_present()) {
+            return home->entry({TWAMP_KEY_BITS, value});
         }
     }
     return std::nullopt;
@@ -165,7 +143,6 @@ std::optional<tree_entry> tree_table::next_in_table(cursor &walk) const
 
 std::optional<tree_entry> tree_table::next_in_list(cursor &walk) const
 {
-    const std::lock_guard lock{mutex_};
     const auto found = walk.listed ? list_.upper_bound(*walk.listed) : list_.begin();
     if (found == list_.end()) {
         return std::nullopt;
@@ -176,7 +153,6 @@ std::optional<tree_entry> tree_table::next_in_list(cursor &walk) const
 
 std::size_t tree_table::memory_bytes() const
 {
-    const std::lock_guard lock{mutex_};
     return sizeof *this + owned_.size() * sizeof(leaf) + list_.size() * sizeof(tree_entry);
 }
 

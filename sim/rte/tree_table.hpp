@@ -7,24 +7,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "olv_sim/fast_path_seam.hpp"
 #include "olv_sim/processor.hpp"
 #include "twamp_program.h"
 
 namespace olv_sim {
-
-/** A key of an entry: its width, 0 for the entry without one, up to 32 bits, and its value. */
-struct tree_key {
-    std::uint32_t bits = 0;
-    std::uint32_t value = 0;
-
-    friend bool operator<(const tree_key &left, const tree_key &right)
-    {
-        return left.bits != right.bits ? left.bits < right.bits : left.value < right.value;
-    }
-};
 
 struct tree_entry {
     tree_key key;
@@ -34,8 +23,8 @@ struct tree_entry {
 
 /**
  * Entries with keys of the tree's width stand in a table by key, in leaves that come when first used; those
- * with other widths, which no packet can match, in a list. Changes are serialised; a lookup only reads
- * atomic words.
+ * with other widths, which no packet can match, in a list. A lookup only reads atomic words; everything else
+ * is done by one thread at a time, which is the caller's to see to.
  */
 class tree_table final : public classifier_tree {
   public:
@@ -51,9 +40,7 @@ class tree_table final : public classifier_tree {
     std::uint32_t learn(const tree_entry &entry);
     std::uint32_t unlearn(const tree_key &key);
 
-    void set_default(const tree_action &action);
-
-    /** Where a walk stands. Entries that are added or removed meanwhile may or may not be seen. */
+    /** Where a walk stands. Entries that are added or removed between its steps may or may not be seen. */
     struct cursor {
         std::uint64_t position = 0; ///< 0: entry without a key; then the table; then the list.
         std::optional<tree_key> listed;
@@ -80,9 +67,8 @@ class tree_table final : public classifier_tree {
         std::atomic<std::uint32_t> state{0};
         std::atomic<std::uint32_t> word[4]{}; ///< The action's words, then the pattern's.
 
-        [[nodiscard]] bool read(tree_action &action, std::uint32_t &pattern_word) const;
-        /** As packets need it: without the pattern's word. */
-        [[nodiscard]] bool read_action(tree_action &action) const
+        /** While the words may change. */
+        [[nodiscard]] bool read(tree_action &action) const
         {
             for (;;) {
                 const std::uint32_t before = state.load(std::memory_order_acquire);
@@ -98,7 +84,9 @@ class tree_table final : public classifier_tree {
                 }
             }
         }
+        // While nothing changes.
         [[nodiscard]] bool is_present() const;
+        [[nodiscard]] tree_entry entry(const tree_key &key) const;
         void write(const tree_entry &entry);
         void erase();
     };
@@ -116,7 +104,6 @@ class tree_table final : public classifier_tree {
 
     std::string name_;
     std::uint32_t id_;
-    mutable std::mutex mutex_;
     cell default_;
     std::array<std::atomic<leaf *>, leaf_count> leaves_{};
     std::vector<std::unique_ptr<leaf>> owned_;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,15 @@
 #include "olv_sim/resources.hpp"
 #include "olv_sim/violations.hpp"
 #include "olv_twamp.h"
+
+/** When waiting for what has to happen is given up. */
+class deadline {
+  public:
+    [[nodiscard]] bool over() const { return std::chrono::steady_clock::now() >= end_; }
+
+  private:
+    std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + std::chrono::seconds{60};
+};
 
 /** A processor with the TWAMP program; quiet violations, which a test has to take or have none of. */
 class sim_test : public testing::Test {

@@ -87,24 +87,4 @@ TEST_F(tree_concurrency, listing_beside_changes)
     EXPECT_EQ(unlearn(responder_tree, 0x123456), 0u);
 }
 
-TEST_F(tree_concurrency, replaced_entry_without_a_key)
-{
-    const classifier_tree *tree = processor.tree(responder_tree_name);
-    processor.set_default_entry(responder_tree_name, {{0, 1, ~0u}});
-    std::atomic<bool> done{false};
-    std::thread writer{[&] {
-        for (std::uint32_t round = 1; round < 20000; ++round) {
-            processor.set_default_entry(responder_tree_name, {{round, round + 1, ~round}});
-        }
-        done = true;
-    }};
-    bool whole = true;
-    while (!done) {
-        const auto found = tree->lookup(77);
-        whole = whole && found && found->word[1] == found->word[0] + 1 && found->word[2] == ~found->word[0];
-    }
-    writer.join();
-    EXPECT_TRUE(whole);
-}
-
 } // namespace

@@ -135,23 +135,6 @@ TEST_F(tree, entry_without_a_key)
     EXPECT_FALSE(responders->lookup(6).has_value());
 }
 
-TEST_F(tree, entry_without_a_key_from_outside)
-{
-    processor.set_default_entry(responder_tree_name, {{1, 2, 3}});
-    EXPECT_EQ(responders->lookup(77)->word[2], 3u);
-    processor.set_default_entry(responder_tree_name, {{4, 5, 6}});
-    EXPECT_EQ(responders->lookup(77)->word[2], 6u);
-    EXPECT_EQ(responders->size(), 1u);
-    EXPECT_EQ(list(), (std::vector<shown_entry>{{0, 0, 0, {4, 5, 6}}}));
-    processor.clear_default_entry(responder_tree_name);
-    processor.clear_default_entry(responder_tree_name);
-    processor.clear_default_entry("nothing");
-    EXPECT_FALSE(responders->lookup(77).has_value());
-    EXPECT_EQ(responders->size(), 0u);
-    processor.set_default_entry("nothing", {{1, 2, 3}});
-    EXPECT_EQ(take_violations(), (std::vector<std::string>{"processor::set_default_entry: no tree nothing"}));
-}
-
 TEST_F(tree, other_key_widths_are_only_listed)
 {
     ASSERT_EQ(learn(responder_tree, 5, {{1, 0, 0}}, 32), 0u);
