@@ -192,6 +192,8 @@ TEST(Refusals, FollowFromFaults)
         {{"up then responder create w then fault set hyx_se_state_get then responder stats w",
           "cannot read the statistics of responder w: status 0x3002B TWAMP_STATUS_STATE_READ_FAILED: TWAMP: "
           "state could not be read"},
+         {"up then fault set hyx_se_state_get then responder create west --sessions 5",
+          "cannot create responder west: its maximum of sessions cannot be written: Injected fault"},
          {"up then fault set hyx_ptn_list_ptns then dump --entries", "cannot list the tree: Injected fault"},
          {"fault set hyx_ptn_learn then tree default olv_twamp.twamp_responder_lookup",
           "cannot set the entry without a key: Injected fault"},

@@ -299,7 +299,7 @@ TEST_F(observed_processor, a_mirror_of_both_trees_follows_threads)
     std::deque<mirror> mirrors(3);
     for (mirror &each : mirrors) {
         processor.set_observer(&each);
-        while (each.changes() < 1000 && !patience.over()) {
+        while (each.changes() < 10000 && !patience.over()) {
             std::this_thread::yield();
         }
     }
@@ -310,7 +310,7 @@ TEST_F(observed_processor, a_mirror_of_both_trees_follows_threads)
     EXPECT_EQ(mirrors.back().all(), listed());
     for (const mirror &each : mirrors) {
         EXPECT_EQ(each.contradictions(), 0u);
-        EXPECT_GE(each.changes(), 1000u);
+        EXPECT_GE(each.changes(), 10000u);
     }
 }
 

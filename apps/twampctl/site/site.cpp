@@ -6,8 +6,9 @@
 #include "apps/twampctl/console/progress.hpp"
 #include "apps/twampctl/program_name.hpp"
 #include "apps/twampctl/site/status_text.hpp"
-#include "fastpath/core/state_entry.hpp"
 #include "hyx.h"
+#include "olv_sim/statuses.hpp"
+#include "twamp_program.h"
 
 namespace twampctl {
 namespace {
@@ -100,23 +101,65 @@ const named_responder &site::create_responder(const responder_request &request)
     }
     require(status, "create responder " + name);
     if (request.sessions) {
-        processor_.state(handle->responder_id)[olv_fastpath::responder_word::maximum_sessions] =
-            *request.sessions;
+        write_maximum_or_delete(responders_.back(), *request.sessions);
     }
     say("responder %s created: ID 0x%X", name.c_str(), handle->responder_id);
     return responders_.back();
 }
 
+std::uint32_t site::write_maximum_of_sessions(std::uint32_t id, std::uint32_t maximum)
+{
+    const bool counts =
+        workers_.running() && std::any_of(listeners_.begin(), listeners_.end(), [&](const listener &each) {
+            return workers_.path(each.index).responder_id == id;
+        });
+    if (counts) {
+        workers_.stop(); // what is counted between the two calls would be lost; packets wait in the sockets
+    }
+    twamp_responder_state entry{};
+    std::uint32_t status = hyx_se_state_get(processor_.rte_handle(), id, 0, &entry, sizeof entry);
+    if (status == olv_sim::rte_ok) {
+        entry.max_sessions = maximum;
+        status = hyx_se_state_set(processor_.rte_handle(), id, 0, &entry, sizeof entry);
+    }
+    if (counts) {
+        workers_.start();
+    }
+    return status;
+}
+
+void site::write_maximum_or_delete(const named_responder &created, std::uint32_t maximum)
+{
+    const std::uint32_t status = write_maximum_of_sessions(created.handle->responder_id, maximum);
+    if (status == olv_sim::rte_ok) {
+        return;
+    }
+    const std::string name = created.name;
+    std::string failure = "cannot create responder " + name +
+                          ": its maximum of sessions cannot be written: " + hyx_status_get(status);
+    try {
+        take_away(name);
+    } catch (const step_failure &of_deletion) {
+        failure.append("; ").append(of_deletion.what());
+    }
+    throw step_failure(failure);
+}
+
 void site::delete_responder(const std::string &name)
 {
     const std::lock_guard lock{mutex_};
+    take_away(name);
+    say("responder %s deleted", name.c_str());
+}
+
+void site::take_away(const std::string &name)
+{
     const auto found = find(name);
     require(olv_twamp_responder_delete(module_, found->handle), "delete responder " + name);
     hyx_nvm_free(found->handle);
     responders_.erase(found);
     names_.erase(name);
     lowest_free_ = 1;
-    say("responder %s deleted", name.c_str());
 }
 
 const named_responder &site::responder(const std::string &name) const

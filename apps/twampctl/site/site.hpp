@@ -145,6 +145,12 @@ class site {
     /** @throw std::runtime_error  There is none; the text lists those there are. */
     [[nodiscard]] std::vector<named_responder>::const_iterator find(const std::string &name) const;
     [[nodiscard]] std::string free_name();
+    /** Without a line of progress. */
+    void take_away(const std::string &name);
+    /** @return RTE status. */
+    [[nodiscard]] std::uint32_t write_maximum_of_sessions(std::uint32_t id, std::uint32_t maximum);
+    /** @throw step_failure  It cannot be written, and the responder is deleted, or why it is not. */
+    void write_maximum_or_delete(const named_responder &created, std::uint32_t maximum);
     [[nodiscard]] const listener &listener_at(const std::string &address) const;
     [[nodiscard]] std::string responder_with(std::uint32_t id) const;
     [[nodiscard]] olv_bind_info info_of(const bind_request &request, const std::uint32_t *key) const;

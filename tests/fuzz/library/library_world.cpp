@@ -236,15 +236,12 @@ void library_world::restore(real_processor &one)
     std::uint32_t id = 0;
     while (hyx_rsrc_allocate(resources, 1, &id) == 0) {
     }
+    static constexpr std::array<std::uint8_t, 128> zeros{};
     for (id = 1; id <= one.description.responders; ++id) {
         (void)hyx_rsrc_free(resources, id, 1);
-        for (std::atomic<std::uint32_t> &word : one.processor->state(id)) {
-            word = 0;
-        }
+        (void)hyx_se_state_set(rte, id, 0, zeros.data(), 60); // the program may have none
     }
-    for (std::atomic<std::uint32_t> &word : one.processor->state(global_statistics)) {
-        word = 0;
-    }
+    (void)hyx_se_state_set(rte, global_statistics, 0, zeros.data(), 128);
 }
 
 void library_world::plan(std::optional<call> which, const olv_sim::fault &fault)
