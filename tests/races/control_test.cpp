@@ -1,42 +1,43 @@
 // Control threads on one module and on several, while the fast path works: exact totals at the end.
 #include <deque>
-#include <memory>
 
 #include <gtest/gtest.h>
 
+#include "hyx.h"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/process.hpp"
-#include "olv_sim/processor.hpp"
 #include "olv_sim/resources.hpp"
 #include "olv_sim/tracer.hpp"
 #include "olv_sim/violations.hpp"
 #include "silence.hpp"
 #include "site.hpp"
+#include "threads.hpp"
 
 namespace olv_races {
 namespace {
 
-// ThreadSanitizer is about ten times slower than the program itself; it needs no more rounds to see a race.
+// ThreadSanitizer is about ten times slower, and needs no more rounds to see a race.
 #ifdef __SANITIZE_THREAD__
 constexpr std::uint32_t packets = 20000;
 #else
 constexpr std::uint32_t packets = 200000;
 #endif
 
-/** Counts the events of each level. */
-class counting_sink : public olv_sim::trace_sink {
-  public:
+/** Counts entry and exit lines. */
+struct counting_sink : olv_sim::trace_sink {
     void event(const olv_sim::trace_event &event) override
     {
-        entries_ += event.level == 8 ? 1 : 0;
-        exits_ += event.level == 9 ? 1 : 0;
+        entries += event.level == 8 ? 1 : 0;
+        exits += event.level == 9 ? 1 : 0;
     }
-    [[nodiscard]] std::uint32_t entries() const { return entries_; }
-    [[nodiscard]] std::uint32_t exits() const { return exits_; }
+    std::uint32_t entries = 0;
+    std::uint32_t exits = 0;
+};
 
-  private:
-    std::uint32_t entries_ = 0;
-    std::uint32_t exits_ = 0;
+struct work_done {
+    std::uint32_t creations = 0;
+    std::uint32_t operations = 0; ///< That have entry and exit lines.
+    std::uint32_t walks = 0;      ///< These have an entry line alone.
 };
 
 /** The operations of one thread on one module: everything it makes it takes away again. */
@@ -46,6 +47,19 @@ class control {
         : framework_(framework), place_(place), module_(place.module(module)), key_(key)
     {}
 
+    void work_while_packets_flow()
+    {
+        const olv_test::deadline patience;
+        std::uint32_t rounds = 0;
+        do {
+            round(rounds++);
+        } while ((rounds < 2 || !place_.is_done()) && !testing::Test::HasFailure() && !patience.over());
+        EXPECT_FALSE(patience.over());
+    }
+
+    [[nodiscard]] const work_done &done() const { return done_; }
+
+  private:
     void round(std::uint32_t number)
     {
         twamp_responder_handle *responder = create(number);
@@ -56,14 +70,9 @@ class control {
         hyx_nvm_free(responder);
     }
 
-    [[nodiscard]] std::uint32_t creations() const { return creations_; }
-    [[nodiscard]] std::uint32_t operations() const { return operations_; } ///< That have entry and exit lines.
-    [[nodiscard]] std::uint32_t walks() const { return walks_; }           ///< These have an entry line alone.
-
-  private:
     void expect_ok(std::uint32_t status, const char *operation)
     {
-        ++operations_;
+        ++done_.operations;
         EXPECT_EQ(status, 0u) << operation;
     }
 
@@ -72,7 +81,7 @@ class control {
         const olv_twamp_responder_info info{static_cast<std::uint16_t>(number), 0};
         twamp_responder_handle *responder = nullptr;
         expect_ok(olv_twamp_responder_create(module_, &info, &responder), "create");
-        ++creations_;
+        ++done_.creations;
         EXPECT_NE(responder, nullptr);
         return responder;
     }
@@ -106,7 +115,7 @@ class control {
         expect_ok(olv_twamp_service_function_update(module_), "service-function update");
         if (number % 8 == 0) {
             expect_ok(olv_twamp_tables_dump(module_, 3), "dump");
-            ++walks_;
+            ++done_.walks;
         }
     }
 
@@ -114,9 +123,7 @@ class control {
     const site &place_;
     olv_module_handle *module_;
     std::uint32_t key_;
-    std::uint32_t creations_ = 0;
-    std::uint32_t operations_ = 0;
-    std::uint32_t walks_ = 0;
+    work_done done_;
 };
 
 class Races : public testing::Test {
@@ -124,50 +131,39 @@ class Races : public testing::Test {
     ~Races() override
     {
         olv_sim::tracer::set_sink(nullptr);
+        sites_.clear();
         EXPECT_EQ(olv_sim::violations::list(), std::vector<std::string>{});
         EXPECT_EQ(olv_sim::memory::in_use().live_blocks, blocks_before_);
         EXPECT_EQ(olv_sim::patterns::live(), patterns_before_);
         olv_sim::reset_process();
     }
 
-    /** Let @p threads work on each module of the sites until all packets are reflected. */
-    void work(std::deque<site> &sites, std::size_t modules_on_each, std::uint32_t threads)
+    /** Let so many threads work on each of the modules until all packets are reflected. */
+    void work(std::size_t threads)
     {
         const olv_test::silence quiet;
         std::deque<control> controls;
-        std::vector<std::thread> running;
-        for (site &place : sites) {
-            place.start(packets);
-            std::uint32_t key = site::staying_key;
-            for (std::uint32_t number = 0; number < threads; ++number) {
-                for (std::size_t module = 0; module < modules_on_each; ++module) {
-                    control &each = controls.emplace_back(framework_, place, module, ++key);
-                    running.emplace_back([&each, &place] {
-                        std::uint32_t number_of_round = 0;
-                        do {
-                            each.round(number_of_round++);
-                        } while ((number_of_round < 2 || place.running()) && !testing::Test::HasFailure());
-                    });
-                }
+        for (const site &place : sites_) {
+            for (std::uint32_t number = 0; number < threads * place.modules(); ++number) {
+                controls.emplace_back(framework_, place, number % place.modules(),
+                                      site::staying_key + 1 + number);
             }
         }
-        for (std::thread &each : running) {
-            each.join();
-        }
-        for (site &place : sites) {
-            place.wait();
-        }
+        const std::size_t workers = sites_.size();
+        olv_test::in_threads(static_cast<std::uint32_t>(workers + controls.size()), [&](std::uint32_t number) {
+            number < workers ? sites_[number].reflect(packets)
+                             : controls[number - workers].work_while_packets_flow();
+        });
         for (const control &each : controls) {
-            creations_ += each.creations();
-            operations_ += each.operations();
-            walks_ += each.walks();
+            done_.creations += each.done().creations;
+            done_.operations += each.done().operations;
+            done_.walks += each.done().walks;
         }
     }
 
     olv_sim::framework framework_;
-    std::uint32_t creations_ = 0;
-    std::uint32_t operations_ = 0;
-    std::uint32_t walks_ = 0;
+    std::deque<site> sites_;
+    work_done done_;
 
   private:
     std::size_t blocks_before_ = olv_sim::memory::in_use().live_blocks;
@@ -175,59 +171,49 @@ class Races : public testing::Test {
 };
 
 /** The count that the next creation on the module stores in its state entry. */
-std::uint32_t next_creation_count(const site &place, olv_module_handle *module)
+std::uint32_t next_creation_count(olv_module_handle *module)
 {
     const olv_twamp_responder_info info{};
     twamp_responder_handle *responder = nullptr;
     EXPECT_EQ(olv_twamp_responder_create(module, &info, &responder), 0u);
-    const std::uint32_t count = hyx_ntohl(place.processor().state(responder->responder_id)[2].load());
+    std::uint32_t words[3] = {};
+    EXPECT_EQ(hyx_se_state_get(module->rte_handle, responder->responder_id, 0, words, sizeof words), 0u);
     EXPECT_EQ(olv_twamp_responder_delete(module, responder), 0u);
     hyx_nvm_free(responder);
-    return count;
+    return hyx_ntohl(words[2]);
 }
 
 TEST_F(Races, FourControlThreadsOnOneModuleAndTheFastPath)
 {
-    std::deque<site> sites;
-    sites.emplace_back(framework_, 1);
-    work(sites, 1, 4);
-    sites[0].expect_exact_totals();
-    EXPECT_GT(creations_, 4u);
+    sites_.emplace_back(framework_, 1);
+    work(4);
+    sites_[0].expect_exact_totals();
+    EXPECT_GT(done_.creations, 4u);
     // No creation was lost, none was counted twice.
-    EXPECT_EQ(next_creation_count(sites[0], sites[0].module(0)), site::staying_responders + creations_ + 1);
+    EXPECT_EQ(next_creation_count(sites_[0].module(0)), site::staying_responders + done_.creations + 1);
 }
 
-TEST_F(Races, SeveralModulesOnSeveralProcessors)
+TEST_F(Races, SeveralModulesOnAProcessorAndSeveralProcessors)
 {
-    std::deque<site> sites;
-    sites.emplace_back(framework_, 2);
-    sites.emplace_back(framework_, 1);
-    work(sites, 1, 2);
-    for (const site &place : sites) {
+    sites_.emplace_back(framework_, 2);
+    sites_.emplace_back(framework_, 1);
+    work(2);
+    for (site &place : sites_) {
         place.expect_exact_totals();
     }
-}
-
-TEST_F(Races, TwoModulesOnOneProcessor)
-{
-    std::deque<site> sites;
-    sites.emplace_back(framework_, 2);
-    work(sites, 2, 2);
-    sites[0].expect_exact_totals();
 }
 
 TEST_F(Races, EveryOperationTracesItsEntryAndItsExit)
 {
     counting_sink sink;
-    std::deque<site> sites;
-    sites.emplace_back(framework_, 1);
+    sites_.emplace_back(framework_, 1);
     olv_sim::tracer::set_sink(&sink);
-    work(sites, 1, 4);
+    work(4);
     olv_sim::tracer::set_sink(nullptr);
-    EXPECT_GT(walks_, 0u);
-    EXPECT_EQ(sink.entries(), operations_ + walks_);
-    EXPECT_EQ(sink.exits(), operations_);
-    sites[0].expect_exact_totals();
+    EXPECT_GT(done_.walks, 0u);
+    EXPECT_EQ(sink.entries, done_.operations + done_.walks);
+    EXPECT_EQ(sink.exits, done_.operations);
+    sites_[0].expect_exact_totals();
 }
 
 } // namespace

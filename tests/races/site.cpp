@@ -1,44 +1,31 @@
 #include "site.hpp"
-#include "hyx.h"
-#include "olv_sim/framework.hpp"
-#include "olv_sim/processor.hpp"
-#include "olv_sim/resources.hpp"
 
-#include <array>
+#include <numeric>
 #include <random>
+#include <thread>
 
 #include <gtest/gtest.h>
 
+#include "hyx.h"
+#include "olv_sim/resources.hpp"
+#include "program_names.hpp"
+
 namespace olv_races {
+namespace {
 
 using olv_fastpath::outcome;
+using words = std::vector<std::uint32_t>;
 
-void tally::add(outcome result)
+std::uint32_t all_of(const tally &seen)
 {
-    ++received;
-    switch (result) {
-    case outcome::reflected:
-        ++transmitted;
-        break;
-    case outcome::drop_no_responder:
-        ++no_responder;
-        break;
-    case outcome::drop_no_bind:
-        ++no_bind;
-        break;
-    case outcome::drop_length:
-        ++length;
-        break;
-    default:
-        ++sessions;
-        break;
-    }
+    return std::accumulate(seen.begin(), seen.end(), 0u,
+                           [](std::uint32_t sum, const auto &each) { return sum + each.second; });
 }
 
+} // namespace
+
 site::site(olv_sim::framework &framework, std::uint32_t modules)
-    : framework_(framework),
-      processor_(olv_sim::classifier_program::twamp(last_id, 16)),
-      staying_tally_(staying_responders)
+    : framework_(framework), processor_(olv_sim::classifier_program::twamp(last_id, 16))
 {
     for (std::uint32_t index = 0; index < modules; ++index) {
         modules_.push_back(framework.create_module(
@@ -56,7 +43,6 @@ site::site(olv_sim::framework &framework, std::uint32_t modules)
 
 site::~site()
 {
-    wait();
     const olv_bind_info bind = olv_sim::make_bind_info(module(0), framework_.ipv4_module(), &staying_key);
     EXPECT_EQ(olv_twamp_custom_unbind(framework_.system(), &bind), 0u);
     for (twamp_responder_handle *responder : staying_) {
@@ -66,20 +52,7 @@ site::~site()
     for (olv_module_handle *each : modules_) {
         EXPECT_EQ(olv_twamp_shutdown(each), 0u);
     }
-    EXPECT_EQ(processor_.allocated(responder_namespace), 0u);
-}
-
-void site::start(std::uint32_t packets)
-{
-    running_ = true;
-    worker_ = std::thread{[this, packets] { reflect(packets); }};
-}
-
-void site::wait()
-{
-    if (worker_.joinable()) {
-        worker_.join();
-    }
+    EXPECT_EQ(processor_.allocated(olv_test::responder_namespace), 0u);
 }
 
 void site::reflect(std::uint32_t packets)
@@ -91,48 +64,46 @@ void site::reflect(std::uint32_t packets)
     std::array<std::uint8_t, 128> reply{};
     for (std::uint32_t done = 0; done < packets; ++done) {
         const bool stays = below(2) == 0;
-        const olv_fastpath::packet_path path{.responder_id = stays ? 1 + below(staying_responders)
-                                                                   : first_free_id + below(last_id),
-                                             .bind_key = stays ? staying_key : below(16)};
+        const std::uint32_t id =
+            stays ? 1 + below(staying_responders) : staying_responders + 1 + below(last_id);
         olv_fastpath::received_packet packet;
         packet.payload = std::span{request}.first(below(100));
         packet.arrival_ticks = processor_.timer_now();
         packet.sender_port = static_cast<std::uint16_t>(below(48));
-        const olv_fastpath::verdict made = reflector.reflect(packet, path, reply);
-        all_.add(made.result);
+        const std::uint32_t key = stays ? staying_key : below(16);
+        const outcome result = reflector.reflect(packet, {.responder_id = id, .bind_key = key}, reply).result;
+        ++seen_[result];
         if (stays) {
-            staying_tally_[path.responder_id - 1].add(made.result);
+            ++seen_of_staying_.at(id - 1)[result];
         }
         if (done % 64 == 0) {
             std::this_thread::yield(); // One core or many, the control threads get their share.
         }
     }
-    running_ = false;
+    is_done_ = true;
 }
 
-void site::expect_exact_totals() const
+void site::expect_exact_totals()
 {
     olv_twamp_global_stats global{};
     EXPECT_EQ(olv_twamp_global_stats_get(module(0), &global), 0u);
-    EXPECT_EQ(global.total_rx, all_.received);
-    EXPECT_EQ(global.total_tx, all_.transmitted);
-    EXPECT_EQ(global.drop_no_responder, all_.no_responder);
-    EXPECT_EQ(global.drop_no_bind, all_.no_bind);
-    EXPECT_EQ(global.drop_length_check, all_.length);
-    EXPECT_EQ(global.drop_hash_error, all_.sessions);
+    EXPECT_EQ((words{global.total_rx, global.total_tx, global.drop_no_responder, global.drop_no_bind,
+                     global.drop_length_check, global.drop_hash_error}),
+              (words{all_of(seen_), seen_[outcome::reflected], seen_[outcome::drop_no_responder],
+                     seen_[outcome::drop_no_bind], seen_[outcome::drop_length],
+                     seen_[outcome::drop_max_sessions] + seen_[outcome::drop_table_full]}));
     for (std::uint32_t index = 0; index < staying_responders; ++index) {
         olv_twamp_responder_stats stats{};
         EXPECT_EQ(olv_twamp_responder_stats_get(module(0), staying(index), &stats), 0u);
-        const tally &seen = staying_tally_[index];
         EXPECT_GT(stats.transmitted, 0u);
-        EXPECT_EQ(stats.received, seen.received);
-        EXPECT_EQ(stats.transmitted, seen.transmitted);
-        EXPECT_EQ(stats.drop_length_check, seen.length);
-        EXPECT_EQ(stats.drop_max_sessions, seen.sessions);
+        tally &seen = seen_of_staying_.at(index);
+        EXPECT_EQ((words{stats.received, stats.transmitted, stats.drop_length_check, stats.drop_max_sessions}),
+                  (words{all_of(seen), seen[outcome::reflected], seen[outcome::drop_length],
+                         seen[outcome::drop_max_sessions] + seen[outcome::drop_table_full]}));
     }
-    EXPECT_EQ(processor_.allocated(responder_namespace), staying_responders);
-    EXPECT_EQ(processor_.tree(responder_tree)->size(), staying_responders);
-    EXPECT_EQ(processor_.tree(bind_tree)->size(), 1u);
+    EXPECT_EQ(processor_.allocated(olv_test::responder_namespace), staying_responders);
+    EXPECT_EQ(processor_.tree(olv_test::responder_tree)->size(), staying_responders);
+    EXPECT_EQ(processor_.tree(olv_test::bind_tree)->size(), 1u);
     for (const olv_module_handle *each : modules_) {
         EXPECT_EQ(olv_sim::semaphores::held(each->lock), 0u);
     }
