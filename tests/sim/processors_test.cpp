@@ -1,3 +1,6 @@
+#include <memory>
+#include <stdexcept>
+
 #include "sim_fixture.hpp"
 
 namespace {
@@ -6,7 +9,7 @@ using namespace olv_sim;
 
 using processors = sim_test;
 
-TEST_F(processors, twamp_program)
+TEST_F(processors, have_the_trees_of_their_program)
 {
     const struct {
         const char *name;
@@ -17,59 +20,44 @@ TEST_F(processors, twamp_program)
                 {"olv_twamp.twamp_lli_processing", 0x103, false},
                 {"olv_twamp.twamp_responder_lookup", 0x104, true},
                 {"olv_twamp.twamp_bind_to_next_module", 0x105, true}};
-    for (const auto &row : rows) {
-        std::uint32_t id = 0;
-        EXPECT_EQ(hyx_ptn_symbol_get_id(rte, row.name, &id), 0u) << row.name;
-        EXPECT_EQ(id, row.id) << row.name;
-        const classifier_tree *tree = processor.tree(row.name);
-        EXPECT_EQ(tree != nullptr, row.classifier) << row.name;
-        if (tree != nullptr) {
-            EXPECT_EQ(tree->id(), row.id);
-            EXPECT_EQ(tree->name(), row.name);
-            EXPECT_EQ(tree->size(), 0u);
-        }
-    }
     std::uint32_t id = 7;
     EXPECT_EQ(hyx_ptn_symbol_get_id(rte, "olv_twamp.nothing", &id), 0x109u);
     EXPECT_EQ(id, 7u);
     EXPECT_EQ(processor.tree("olv_twamp.nothing"), nullptr);
+    EXPECT_STREQ(olv_sif_fps_map(0x106), "unknown tree function");
+    for (const auto &row : rows) {
+        EXPECT_EQ(hyx_ptn_symbol_get_id(rte, row.name, &id), 0u) << row.name;
+        EXPECT_EQ(id, row.id) << row.name;
+        EXPECT_STREQ(olv_sif_fps_map(row.id), row.name);
+        const classifier_tree *tree = processor.tree(row.name);
+        ASSERT_EQ(tree != nullptr, row.classifier) << row.name;
+        EXPECT_TRUE(tree == nullptr || (tree->id() == row.id && tree->name() == row.name && tree->size() == 0));
+    }
 }
 
 TEST_F(processors, are_apart)
 {
-    olv_sim::processor other{classifier_program::twamp()};
-    EXPECT_NE(other.rte_handle(), rte);
-    ASSERT_EQ(learn(responder_tree, 5, {{1, 2, 3}}), 0u);
-    EXPECT_EQ(other.tree(responder_tree_name)->size(), 0u);
     std::uint32_t first = 0;
     std::uint32_t second = 0;
     std::uint32_t resource = 0;
+    std::uint32_t word = 5;
+    ASSERT_EQ(learn(responder_tree, 5, {{1, 2, 3}}), 0u);
+    ASSERT_EQ(hyx_se_state_set(rte, 1, 0, &word, 4), 0u);
     ASSERT_EQ(hyx_rsrc_find(rte, 0, "twamp_responder", &first), 0u);
-    ASSERT_EQ(hyx_rsrc_find(other.rte_handle(), 0, "twamp_responder", &second), 0u);
+    auto other = std::make_unique<olv_sim::processor>(classifier_program::twamp());
+    const std::uint32_t handle = other->rte_handle();
+    EXPECT_NE(handle, rte);
+    EXPECT_EQ(other->tree(responder_tree_name)->size(), 0u);
+    EXPECT_EQ(hyx_se_state_get(handle, 1, 0, &word, 4), 0u);
+    EXPECT_EQ(word, 0u);
+    ASSERT_EQ(hyx_rsrc_find(handle, 0, "twamp_responder", &second), 0u);
     EXPECT_NE(first, second);
     ASSERT_EQ(hyx_rsrc_allocate(second, 1, &resource), 0u);
-    EXPECT_EQ(other.allocated("twamp_responder"), 1u);
+    EXPECT_EQ(other->allocated("twamp_responder"), 1u);
     EXPECT_EQ(processor.allocated("twamp_responder"), 0u);
-    const std::uint32_t word = 5;
-    ASSERT_EQ(hyx_se_state_set(rte, 1, 0, &word, 4), 0u);
-    std::uint32_t read = 9;
-    ASSERT_EQ(hyx_se_state_get(other.rte_handle(), 1, 0, &read, 4), 0u);
-    EXPECT_EQ(read, 0u);
-}
-
-TEST_F(processors, handle_ends_with_the_processor)
-{
-    std::uint32_t handle = 0;
-    std::uint32_t space = 0;
-    {
-        const olv_sim::processor other{classifier_program::twamp()};
-        handle = other.rte_handle();
-        ASSERT_EQ(hyx_rsrc_find(handle, 0, "twamp_responder", &space), 0u);
-    }
-    std::uint64_t ticks = 0;
-    std::uint32_t resource = 0;
-    EXPECT_EQ(hyx_timer_get_timestamp(handle, 0, &ticks), 0x101u);
-    EXPECT_EQ(hyx_rsrc_allocate(space, 1, &resource), 0x106u);
+    other.reset();
+    EXPECT_EQ(hyx_se_state_get(handle, 1, 0, &word, 4), 0x101u);
+    EXPECT_EQ(hyx_rsrc_allocate(second, 1, &resource), 0x106u);
     EXPECT_EQ(take_violations().size(), 2u);
 }
 
@@ -89,7 +77,39 @@ TEST_F(processors, program_may_leave_things_out)
     EXPECT_NE(other.tree("renamed"), nullptr);
     EXPECT_TRUE(other.state(0x7008C1).empty());
     EXPECT_EQ(other.allocated("twamp_responder"), 0u);
-    EXPECT_FALSE(other.is_allocated("twamp_responder", 1));
+    program.namespaces.resize(256);
+    EXPECT_THROW(olv_sim::processor{program}, std::length_error);
+}
+
+TEST_F(processors, have_room_for_a_million_responders)
+{
+    constexpr std::uint32_t responders = 1000000;
+    std::uint32_t space = 0;
+    ASSERT_EQ(hyx_rsrc_find(rte, 0, "twamp_responder", &space), 0u);
+    const std::size_t before = processor.memory_bytes();
+    const std::uint32_t state[15] = {};
+    for (std::uint32_t number = 1; number <= responders; ++number) {
+        std::uint32_t id = 0;
+        ASSERT_EQ(hyx_rsrc_allocate(space, 1, &id), 0u);
+        ASSERT_EQ(id, number);
+        ASSERT_EQ(hyx_se_state_set(rte, id, 0, state, 60), 0u);
+        ASSERT_EQ(learn(responder_tree, id, {{1, id, 0}}), 0u);
+    }
+    EXPECT_EQ(processor.tree(responder_tree_name)->size(), responders);
+    EXPECT_EQ(processor.allocated("twamp_responder"), responders);
+    EXPECT_LE(processor.memory_bytes() / responders, 160u);
+    EXPECT_LE((processor.memory_bytes() - before) / responders, 100u);
+    for (std::uint32_t id = 1; id <= responders; ++id) {
+        ASSERT_EQ(look_up(id), (words{1, id, 0}));
+    }
+    EXPECT_EQ(look_up(responders + 1), words{});
+
+    std::size_t listed_and_live = 0;
+    const auto add_live = [](void *sum, void *, const olv_ptn *, const olv_ptn_action *) {
+        *static_cast<std::size_t *>(sum) += patterns::live();
+    };
+    EXPECT_EQ(hyx_ptn_list_ptns(rte, responder_tree, add_live, &listed_and_live), 0u);
+    EXPECT_EQ(listed_and_live, responders) << "one pattern lives at a time";
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-#include <set>
+#include <algorithm>
 
 #include "sim_fixture.hpp"
 
@@ -15,153 +15,105 @@ class resources : public sim_test {
         return handle;
     }
 
-    static std::uint32_t allocate(std::uint32_t space)
+    /** The value of the first resource; 0 when there are not so many. */
+    static std::uint32_t allocate(std::uint32_t space, std::uint32_t count = 1)
     {
         std::uint32_t resource = 0;
-        EXPECT_EQ(hyx_rsrc_allocate(space, 1, &resource), 0u);
+        const std::uint32_t status = hyx_rsrc_allocate(space, count, &resource);
+        EXPECT_EQ(status, resource == 0 ? 0x107u : 0u);
         return resource;
+    }
+
+    static words allocate_each(std::uint32_t space, std::size_t times)
+    {
+        words values(times);
+        std::generate(values.begin(), values.end(), [space] { return allocate(space); });
+        return values;
     }
 
     std::uint32_t space = find(processor);
 };
 
-TEST_F(resources, in_order_from_the_first)
+TEST_F(resources, in_order_from_the_first_and_again_after_a_while)
 {
-    EXPECT_EQ(allocate(space), 1u);
-    EXPECT_EQ(allocate(space), 2u);
-    EXPECT_EQ(allocate(space), 3u);
-    EXPECT_EQ(processor.allocated("twamp_responder"), 3u);
+    EXPECT_EQ(allocate_each(space, 2), (words{1, 2}));
+    EXPECT_EQ(processor.allocated("twamp_responder"), 2u);
     EXPECT_TRUE(processor.is_allocated("twamp_responder", 2));
-    EXPECT_FALSE(processor.is_allocated("twamp_responder", 4));
     EXPECT_FALSE(processor.is_allocated("twamp_responder", 0));
     EXPECT_FALSE(processor.is_allocated("nothing", 2));
-}
-
-TEST_F(resources, freed_one_does_not_come_back_at_once)
-{
-    EXPECT_EQ(allocate(space), 1u);
     EXPECT_EQ(hyx_rsrc_free(space, 1, 1), 0u);
-    EXPECT_EQ(allocate(space), 2u);
     EXPECT_FALSE(processor.is_allocated("twamp_responder", 1));
-}
-
-TEST_F(resources, churn_stays_in_a_small_range)
-{
-    std::uint32_t highest = 0;
-    for (int round = 0; round < 10000; ++round) {
+    EXPECT_EQ(allocate(space), 3u);
+    for (std::uint32_t round = 0; round < 10000; ++round) {
         const std::uint32_t resource = allocate(space);
-        highest = std::max(highest, resource);
+        ASSERT_LE(resource, 1026u); // the two that stay and those that wait
         ASSERT_EQ(hyx_rsrc_free(space, resource, 1), 0u);
     }
-    EXPECT_EQ(highest, 1024u);
 }
 
 TEST_F(resources, exhausted_then_oldest_freed_first)
 {
-    const olv_sim::processor small{classifier_program::twamp(4)};
+    const olv_sim::processor small{classifier_program::twamp(4, 1)};
     const std::uint32_t own = find(small);
-    for (std::uint32_t expected = 1; expected <= 4; ++expected) {
-        EXPECT_EQ(allocate(own), expected);
-    }
-    std::uint32_t resource = 7;
-    EXPECT_EQ(hyx_rsrc_allocate(own, 1, &resource), 0x107u);
-    EXPECT_EQ(resource, 7u);
+    EXPECT_EQ(allocate_each(own, 5), (words{1, 2, 3, 4, 0}));
     EXPECT_EQ(hyx_rsrc_free(own, 3, 1), 0u);
     EXPECT_EQ(hyx_rsrc_free(own, 1, 1), 0u);
-    EXPECT_EQ(allocate(own), 3u);
-    EXPECT_EQ(allocate(own), 1u);
-    EXPECT_EQ(hyx_rsrc_allocate(own, 1, &resource), 0x107u);
+    EXPECT_EQ(allocate_each(own, 3), (words{3, 1, 0}));
     EXPECT_EQ(small.allocated("twamp_responder"), 4u);
+    EXPECT_EQ(small.allocated("twamp_reflector_session"), 0u);
+    EXPECT_EQ(allocate_each(find(small, "twamp_reflector_session"), 2), (words{1, 0}));
 }
 
 TEST_F(resources, free_of_what_is_not_allocated)
 {
     EXPECT_EQ(allocate(space), 1u);
-    EXPECT_EQ(hyx_rsrc_free(space, 2, 1), 0x108u);
-    EXPECT_EQ(hyx_rsrc_free(space, 0, 1), 0x108u);
-    EXPECT_EQ(hyx_rsrc_free(space, 0xFFFFFFFF, 1), 0x108u);
-    EXPECT_EQ(hyx_rsrc_free(space, 1, 0xFFFFFFFF), 0x108u);
-    EXPECT_EQ(hyx_rsrc_free(space, 1, 2), 0x108u);
+    const std::uint32_t refused[][2] = {{2, 1}, {0, 1}, {~0u, 1}, {1, ~0u}, {1, 2}};
+    for (const auto &[resource, count] : refused) {
+        EXPECT_EQ(hyx_rsrc_free(space, resource, count), 0x108u) << count << " from " << resource;
+    }
     EXPECT_TRUE(processor.is_allocated("twamp_responder", 1));
     EXPECT_EQ(hyx_rsrc_free(space, 1, 0), 0x10Fu);
     EXPECT_EQ(hyx_rsrc_free(space, 1, 1), 0u);
     EXPECT_EQ(hyx_rsrc_free(space, 1, 1), 0x108u);
-    const auto reported = take_violations();
+    const lines reported = take_violations();
     ASSERT_EQ(reported.size(), 6u);
     EXPECT_EQ(reported[0], "hyx_rsrc_free: twamp_responder 2 is not allocated");
 }
 
 TEST_F(resources, several_at_once)
 {
-    std::uint32_t resource = 0;
+    std::uint32_t resource = 7;
     EXPECT_EQ(hyx_rsrc_allocate(space, 0, &resource), 0x10Fu);
-    EXPECT_EQ(hyx_rsrc_allocate(space, 5, &resource), 0u);
-    EXPECT_EQ(resource, 1u);
-    EXPECT_EQ(allocate(space), 6u);
-    EXPECT_EQ(hyx_rsrc_free(space, 2, 3), 0u);
-    EXPECT_EQ(processor.allocated("twamp_responder"), 3u);
-    EXPECT_FALSE(processor.is_allocated("twamp_responder", 4));
-    EXPECT_TRUE(processor.is_allocated("twamp_responder", 5));
     EXPECT_EQ(hyx_rsrc_allocate(space, 1u << 24, &resource), 0x107u);
     EXPECT_EQ(hyx_rsrc_allocate(space, 0xFFFFFFFF, &resource), 0x107u);
-    EXPECT_EQ(resource, 1u);
+    EXPECT_EQ(resource, 7u);
+    EXPECT_EQ(allocate(space, 5), 1u);
+    EXPECT_EQ(allocate(space), 6u);
+    EXPECT_EQ(hyx_rsrc_free(space, 2, 3), 0u);
+    EXPECT_FALSE(processor.is_allocated("twamp_responder", 4));
+    EXPECT_TRUE(processor.is_allocated("twamp_responder", 5));
 }
 
 TEST_F(resources, value_of_the_global_statistics_is_left_out)
 {
     classifier_program program = classifier_program::twamp();
-    program.namespaces[0] = {"twamp_responder", 0x7008C1 - 2, 4, 60};
-    const olv_sim::processor other{program};
-    const std::uint32_t own = find(other);
-    EXPECT_EQ(allocate(own), 0x7008BFu);
-    EXPECT_EQ(allocate(own), 0x7008C0u);
-    EXPECT_EQ(allocate(own), 0x7008C2u);
-    EXPECT_EQ(allocate(own), 0x7008C3u);
-    std::uint32_t resource = 0;
-    EXPECT_EQ(hyx_rsrc_allocate(own, 1, &resource), 0x107u);
-    EXPECT_EQ(hyx_rsrc_free(own, 0x7008C1, 1), 0x108u);
-    EXPECT_EQ(take_violations().size(), 1u);
-}
-
-TEST_F(resources, several_at_once_do_not_reach_over_the_value_left_out)
-{
-    classifier_program program = classifier_program::twamp();
     program.namespaces[0] = {"twamp_responder", 0x7008C1 - 2, 6, 60};
-    const olv_sim::processor other{program};
-    const std::uint32_t own = find(other);
-    std::uint32_t resource = 0;
-    EXPECT_EQ(hyx_rsrc_allocate(own, 3, &resource), 0u);
-    EXPECT_EQ(resource, 0x7008C2u);
-    EXPECT_EQ(allocate(own), 0x7008C5u);
-    EXPECT_EQ(allocate(own), 0x7008BFu);
-    EXPECT_EQ(allocate(own), 0x7008C0u);
-    EXPECT_EQ(hyx_rsrc_allocate(own, 1, &resource), 0x107u);
-    EXPECT_EQ(other.allocated("twamp_responder"), 6u);
-}
+    const olv_sim::processor one_by_one{program};
+    EXPECT_EQ(allocate_each(find(one_by_one), 7),
+              (words{0x7008BF, 0x7008C0, 0x7008C2, 0x7008C3, 0x7008C4, 0x7008C5, 0}));
+    EXPECT_EQ(hyx_rsrc_free(find(one_by_one), 0x7008C1, 1), 0x108u);
+    EXPECT_EQ(take_violations().size(), 1u);
 
-TEST_F(resources, whole_program_namespace_ends_inside_24_bits)
-{
-    std::uint32_t resource = 0;
-    ASSERT_EQ(hyx_rsrc_allocate(space, 0x7008C0, &resource), 0u);
-    EXPECT_EQ(resource, 1u);
+    const olv_sim::processor several{program}; // do not reach over it
+    EXPECT_EQ(allocate(find(several), 3), 0x7008C2u);
+    EXPECT_EQ(allocate_each(find(several), 4), (words{0x7008C5, 0x7008BF, 0x7008C0, 0}));
+    EXPECT_EQ(several.allocated("twamp_responder"), 6u);
+
+    EXPECT_EQ(allocate(space, 0x7008C0), 1u);
     EXPECT_EQ(allocate(space), 0x7008C2u);
-    ASSERT_EQ(hyx_rsrc_allocate(space, 0xFFFFFF - 0x7008C2, &resource), 0u);
-    EXPECT_EQ(resource, 0x7008C3u);
-    EXPECT_TRUE(processor.is_allocated("twamp_responder", 0xFFFFFF));
+    EXPECT_EQ(allocate(space, 0xFFFFFF - 0x7008C2), 0x7008C3u);
     EXPECT_EQ(processor.allocated("twamp_responder"), 0xFFFFFEu);
-    EXPECT_EQ(hyx_rsrc_allocate(space, 1, &resource), 0x107u);
-}
-
-TEST_F(resources, session_namespace)
-{
-    const olv_sim::processor small{classifier_program::twamp(4, 2)};
-    const std::uint32_t own = find(small, "twamp_reflector_session");
-    EXPECT_EQ(allocate(own), 1u);
-    EXPECT_EQ(allocate(own), 2u);
-    std::uint32_t resource = 0;
-    EXPECT_EQ(hyx_rsrc_allocate(own, 1, &resource), 0x107u);
-    EXPECT_EQ(small.allocated("twamp_reflector_session"), 2u);
-    EXPECT_EQ(small.allocated("twamp_responder"), 0u);
+    EXPECT_EQ(allocate(space), 0u);
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -13,15 +12,16 @@
 #include "olv_sim/resources.hpp"
 #include "olv_sim/violations.hpp"
 #include "olv_twamp.h"
+#include "threads.hpp"
 
-/** When waiting for what has to happen is given up. */
-class deadline {
-  public:
-    [[nodiscard]] bool over() const { return std::chrono::steady_clock::now() >= end_; }
+/** Statuses, or other words, one after the other. */
+using words = std::vector<std::uint32_t>;
+using lines = std::vector<std::string>;
 
-  private:
-    std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + std::chrono::seconds{60};
-};
+/** Entries as a listing shows them: key width, key, word of the pattern, the action's three words. */
+using shown_entries = std::vector<words>;
+
+using namespace olv_test;
 
 /** A processor with the TWAMP program; quiet violations, which a test has to take or have none of. */
 class sim_test : public testing::Test {
@@ -38,16 +38,16 @@ class sim_test : public testing::Test {
 
     void TearDown() override
     {
-        EXPECT_EQ(olv_sim::violations::list(), std::vector<std::string>{});
+        EXPECT_EQ(olv_sim::violations::list(), lines{});
         EXPECT_EQ(olv_sim::patterns::live(), patterns_before);
         EXPECT_EQ(olv_sim::memory::in_use().live_blocks, blocks_before);
         olv_sim::reset_process();
     }
 
     /** The violations so far, which are then forgotten. */
-    static std::vector<std::string> take_violations()
+    static lines take_violations()
     {
-        std::vector<std::string> taken = olv_sim::violations::list();
+        lines taken = olv_sim::violations::list();
         olv_sim::violations::clear();
         return taken;
     }
@@ -80,6 +80,29 @@ class sim_test : public testing::Test {
         const std::uint32_t status = hyx_ptn_unlearn(rte, tree, &pattern, width, &action, 1);
         olv_ptn_free(pattern);
         return status;
+    }
+
+    /** The action that a key leads to in the responder tree; nothing where it leads to none. */
+    [[nodiscard]] words look_up(std::uint32_t key) const
+    {
+        const auto found = processor.tree(responder_tree_name)->lookup(key);
+        return found ? words{found->word[0], found->word[1], found->word[2]} : words{};
+    }
+
+    static void show(void *entries, void *unused, const olv_ptn *pattern, const olv_ptn_action *action)
+    {
+        EXPECT_EQ(unused, nullptr);
+        const auto width = static_cast<std::uint16_t>(pattern->word[1]);
+        std::uint32_t key = 0;
+        EXPECT_EQ(olv_ptn_parse(pattern, width == 0 ? 0 : 1, &width, &key), 0u);
+        static_cast<shown_entries *>(entries)->push_back(
+            {width, key, pattern->word[2], action->word[0], action->word[1], action->word[2]});
+    }
+    [[nodiscard]] shown_entries list(std::uint32_t tree) const
+    {
+        shown_entries entries;
+        EXPECT_EQ(hyx_ptn_list_ptns(rte, tree, show, &entries), 0u);
+        return entries;
     }
 
     const std::size_t patterns_before = olv_sim::patterns::live();

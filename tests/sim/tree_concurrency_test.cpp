@@ -1,90 +1,85 @@
-#include <thread>
-
+// Lookups and listings beside changes. They go on until they have seen what they look for.
 #include "sim_fixture.hpp"
 
 namespace {
 
 using namespace olv_sim;
 
-using tree_concurrency = sim_test;
+/** An entry's action tells its key and its round, in words that belong together. */
+class tree_concurrency : public sim_test {
+  protected:
+    static constexpr std::uint32_t keys = 4;
 
-constexpr std::uint32_t keys = 16;
-
-/** Learn and unlearn a key over and over; the action's words always belong together. */
-void churn(std::uint32_t rte, std::uint32_t key, std::uint32_t rounds)
-{
-    for (std::uint32_t round = 0; round < rounds; ++round) {
-        const std::uint32_t value = round * keys + key;
-        olv_ptn pattern{};
-        EXPECT_EQ(olv_ptn_new(24, &pattern), 0u);
-        EXPECT_EQ(olv_ptn_extend(&pattern, key * 0x10001, 24), 0u);
-        olv_ptn_action action{{value, value + 1, ~value}};
-        EXPECT_EQ(hyx_ptn_learn(rte, 0x104, &pattern, &action), 0u);
-        EXPECT_EQ(hyx_ptn_unlearn(rte, 0x104, &pattern, 24, &action, 1), 0u);
-        olv_ptn_free(pattern);
+    /** The first key is none. */
+    static std::uint32_t width_of(std::uint32_t key) { return key == 0 ? 0 : 24; }
+    static std::uint32_t value_of(std::uint32_t key) { return key * 0x10001; }
+    static bool is_whole(const words &action, std::uint32_t key)
+    {
+        return action[0] % keys == key && action[1] == action[0] + 1 && action[2] == ~action[0];
     }
-}
 
-bool is_whole(const tree_action &action, std::uint32_t key)
-{
-    return action.word[0] % keys == key && action.word[1] == action.word[0] + 1 &&
-           action.word[2] == ~action.word[0];
-}
-
-TEST_F(tree_concurrency, lookups_see_whole_entries)
-{
-    const classifier_tree *tree = processor.tree(responder_tree_name);
-    std::atomic<unsigned> running{2};
-    std::vector<std::thread> threads;
-    for (unsigned number = 0; number < 2; ++number) {
-        threads.emplace_back([&, number] {
-            for (std::uint32_t turn = 0; turn < 3; ++turn) {
-                for (std::uint32_t key = number; key < keys; key += 2) {
-                    churn(rte, key, 200);
-                }
+    /** Learn and unlearn every second key from the first on, over and over, until the end. */
+    void churn(std::uint32_t first)
+    {
+        for (std::uint32_t round = 0; !end_; ++round) {
+            for (std::uint32_t key = first; key < keys; key += 2) {
+                const std::uint32_t value = round * keys + key;
+                EXPECT_EQ(learn(responder_tree, value_of(key), {{value, value + 1, ~value}}, width_of(key)),
+                          0u);
+                EXPECT_EQ(unlearn(responder_tree, value_of(key), width_of(key)), 0u);
             }
-            --running;
-        });
+        }
     }
-    for (unsigned number = 0; number < 2; ++number) {
-        threads.emplace_back([&] {
-            bool whole = true;
-            while (running > 0) {
-                for (std::uint32_t key = 0; key < keys; ++key) {
-                    const auto found = tree->lookup(key * 0x10001);
-                    whole = whole && (!found || is_whole(*found, key));
-                }
+
+    /** Look each key up until it was there and was not there so often. */
+    void look_up_all()
+    {
+        for (std::uint32_t key = 0; key < keys; ++key) {
+            for (int found = 0, absent = 0; found < 50 || absent < 50;) {
+                const words action = look_up(value_of(key));
+                // What is not there leads to the entry without a key.
+                ASSERT_TRUE(action.empty() || is_whole(action, key) || is_whole(action, 0)) << key;
+                ++(!action.empty() && is_whole(action, key) ? found : absent);
+                ASSERT_FALSE(patience_.over()) << key << ": found " << found << ", absent " << absent;
             }
-            EXPECT_TRUE(whole);
-        });
+        }
     }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(tree->size(), 0u);
+
+    std::atomic<bool> end_{false};
+    deadline patience_;
+};
+
+TEST_F(tree_concurrency, lookups_see_whole_entries_or_none)
+{
+    in_threads(3, [this](std::uint32_t number) {
+        if (number < 2) {
+            return churn(number);
+        }
+        look_up_all();
+        end_ = true;
+    });
+    EXPECT_EQ(list(responder_tree), shown_entries{});
 }
 
-TEST_F(tree_concurrency, listing_beside_changes)
+TEST_F(tree_concurrency, listings_show_what_stays_once_and_what_changes_whole)
 {
-    std::atomic<bool> done{false};
-    std::thread learner{[&] {
-        churn(rte, 3, 2000);
-        done = true;
-    }};
-    ASSERT_EQ(learn(responder_tree, 0x123456, {{7, 7, 7}}), 0u);
-    const auto count = [](void *context, void *, const olv_ptn *pattern, const olv_ptn_action *) {
-        const std::uint16_t width = 24;
-        std::uint32_t key = 0;
-        EXPECT_EQ(olv_ptn_parse(pattern, 1, &width, &key), 0u);
-        *static_cast<int *>(context) += key == 0x123456 ? 1 : 0;
-    };
-    while (!done) {
-        int seen = 0;
-        EXPECT_EQ(hyx_ptn_list_ptns(rte, responder_tree, count, &seen), 0u);
-        EXPECT_EQ(seen, 1);
-    }
-    learner.join();
-    EXPECT_EQ(unlearn(responder_tree, 0x123456), 0u);
+    ASSERT_EQ(learn(responder_tree, 0xFFFFFF, {{7, 7, 7}}), 0u);
+    in_threads(2, [this](std::uint32_t number) {
+        if (number == 0) {
+            return churn(1);
+        }
+        for (int with = 0, without = 0; (with < 50 || without < 50) && !patience_.over();) {
+            shown_entries shown = list(responder_tree);
+            EXPECT_EQ(shown.back(), (words{24, 0xFFFFFF, 0, 7, 7, 7}));
+            shown.pop_back();
+            for (const words &each : shown) {
+                EXPECT_TRUE(is_whole({each.begin() + 3, each.end()}, each[1] / 0x10001));
+            }
+            ++(shown.empty() ? without : with);
+        }
+        end_ = true;
+    });
+    EXPECT_FALSE(patience_.over());
 }
 
 } // namespace
