@@ -1,5 +1,3 @@
-#include <mutex>
-
 #include "sim/faults/platform_call.hpp"
 #include "sim/process_wide.hpp"
 
@@ -7,17 +5,11 @@ namespace olv_sim::call_record {
 namespace {
 
 struct record {
-    std::mutex mutex;
     std::vector<recorded_call> calls;
     std::uint32_t generation = 0;
 };
 
 std::atomic<unsigned> wanted_kinds{0};
-
-record &the_record()
-{
-    return process_wide<record>();
-}
 
 } // namespace
 
@@ -28,28 +20,25 @@ bool wants(call which)
 
 ticket note(call which, std::string arguments)
 {
-    record &current = the_record();
-    const std::lock_guard lock{current.mutex};
-    current.calls.push_back({which, std::move(arguments), 0, false});
-    return {current.generation, current.calls.size() - 1};
+    const locked<record> current;
+    current->calls.push_back({which, std::move(arguments), 0, false});
+    return {current->generation, current->calls.size() - 1};
 }
 
 void finish(const ticket &open, std::uint32_t result, bool injected)
 {
-    record &current = the_record();
-    const std::lock_guard lock{current.mutex};
-    if (open.generation == current.generation) {
-        current.calls[open.position].result = result;
-        current.calls[open.position].injected = injected;
+    const locked<record> current;
+    if (open.generation == current->generation) {
+        current->calls[open.position].result = result;
+        current->calls[open.position].injected = injected;
     }
 }
 
 void start(unsigned kinds)
 {
-    record &current = the_record();
-    const std::lock_guard lock{current.mutex};
-    current.calls.clear();
-    ++current.generation;
+    const locked<record> current;
+    current->calls.clear();
+    ++current->generation;
     wanted_kinds = kinds;
     call_switches.fetch_or(record_on);
 }
@@ -62,17 +51,13 @@ void stop()
 
 std::vector<recorded_call> calls()
 {
-    record &current = the_record();
-    const std::lock_guard lock{current.mutex};
-    return current.calls;
+    return locked<record>()->calls;
 }
 
 std::vector<std::string> names()
 {
-    record &current = the_record();
-    const std::lock_guard lock{current.mutex};
     std::vector<std::string> result;
-    for (const recorded_call &one : current.calls) {
+    for (const recorded_call &one : calls()) {
         result.emplace_back(call_name(one.which));
     }
     return result;

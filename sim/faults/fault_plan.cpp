@@ -1,5 +1,6 @@
+#include <algorithm>
 #include <array>
-#include <mutex>
+#include <numeric>
 #include <vector>
 
 #include "olv_sim/calls.hpp"
@@ -49,28 +50,16 @@ struct progress {
 };
 
 struct fault_plan {
-    std::mutex mutex;
     std::array<progress, call_count> single;
     std::vector<progress> any;
+
+    [[nodiscard]] progress &of(call which) { return single.at(static_cast<std::size_t>(which)); }
 };
 
-fault_plan &the_plan()
-{
-    return process_wide<fault_plan>();
-}
-
-progress &single(fault_plan &plan, call which)
-{
-    return plan.single.at(static_cast<std::size_t>(which));
-}
-
-/** Lock held. */
 void switch_faults(const fault_plan &plan)
 {
-    bool on = !plan.any.empty();
-    for (const progress &one : plan.single) {
-        on = on || one.plan.has_value();
-    }
+    const bool on = !plan.any.empty() || std::any_of(plan.single.begin(), plan.single.end(),
+                                                     [](const progress &one) { return one.plan.has_value(); });
     if (on) {
         call_switches.fetch_or(faults_on);
     } else {
@@ -99,96 +88,77 @@ std::uint32_t code_of(call which, const fault &planned_fault)
 
 std::optional<std::uint32_t> injected(call which)
 {
-    fault_plan &plan = the_plan();
-    const std::lock_guard lock{plan.mutex};
+    const locked<fault_plan> plan;
     // Tracer look-ups come with every message and their failure has no effect worth sweeping over.
-    const fault *any = which != call::olv_lttng_fn_ptr_get ? fires_for_any(plan) : nullptr;
-    progress &own = single(plan, which);
+    const fault *any = which != call::olv_lttng_fn_ptr_get ? fires_for_any(*plan) : nullptr;
+    progress &own = plan->of(which);
     if (own.fires()) {
         return code_of(which, *own.plan);
     }
-    if (any != nullptr) {
-        return code_of(which, *any);
-    }
-    return std::nullopt;
+    return any != nullptr ? std::optional{code_of(which, *any)} : std::nullopt;
 }
 
-bool set(call which, const fault &plan)
+bool set(call which, const fault &planned_fault)
 {
     if (!can_fail(which)) {
         return false;
     }
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    single(current, which).start(plan);
-    switch_faults(current);
+    const locked<fault_plan> plan;
+    plan->of(which).start(planned_fault);
+    switch_faults(*plan);
     return true;
 }
 
-void set_any(const fault &plan)
+void set_any(const fault &planned_fault)
 {
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    current.any.assign(1, {});
-    current.any.front().start(plan);
-    switch_faults(current);
+    const locked<fault_plan> plan;
+    plan->any.assign(1, {});
+    plan->any.front().start(planned_fault);
+    switch_faults(*plan);
 }
 
-void add_any(const fault &plan)
+void add_any(const fault &planned_fault)
 {
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    current.any.emplace_back().start(plan);
-    switch_faults(current);
+    const locked<fault_plan> plan;
+    plan->any.emplace_back().start(planned_fault);
+    switch_faults(*plan);
 }
 
 void clear(call which)
 {
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    single(current, which) = {};
-    switch_faults(current);
+    const locked<fault_plan> plan;
+    plan->of(which) = {};
+    switch_faults(*plan);
 }
 
 void clear_all()
 {
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    current.single.fill({});
-    current.any.clear();
-    switch_faults(current);
+    const locked<fault_plan> plan;
+    *plan = {};
+    switch_faults(*plan);
 }
 
 std::optional<fault> planned(call which)
 {
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    return single(current, which).plan;
+    return locked<fault_plan>()->of(which).plan;
 }
 
 std::uint32_t hits(call which)
 {
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    return single(current, which).hits;
+    return locked<fault_plan>()->of(which).hits;
 }
 
 std::uint32_t hits_of_any()
 {
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    std::uint32_t hits = 0;
-    for (const progress &one : current.any) {
-        hits += one.hits;
-    }
-    return hits;
+    const locked<fault_plan> plan;
+    return std::accumulate(plan->any.begin(), plan->any.end(), 0u,
+                           [](std::uint32_t sum, const progress &one) { return sum + one.hits; });
 }
 
 std::uint32_t calls_of_any()
 {
-    fault_plan &current = the_plan();
-    const std::lock_guard lock{current.mutex};
-    return current.any.empty() ? 0 : current.any.front().calls;
+    const locked<fault_plan> plan;
+    return plan->any.empty() ? 0 : plan->any.front().calls;
 }
 
 } // namespace faults

@@ -1,7 +1,5 @@
 #include "sim/framework/entry_points.hpp"
 
-#include <mutex>
-
 #include "olv_sim/calls.hpp"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/statuses.hpp"
@@ -15,14 +13,8 @@ namespace olv_sim::entry_points {
 namespace {
 
 struct users {
-    std::mutex mutex;
     unsigned count = 0;
 };
-
-users &the_users()
-{
-    return process_wide<users>();
-}
 
 std::uint32_t answer(olv_module_handle *module, const olv_bind_info *info, std::uint32_t *entry_point,
                      std::uint32_t value)
@@ -62,9 +54,8 @@ std::uint32_t lookup_ipv6(olv_module_handle *module, const olv_bind_info *info, 
 
 void install()
 {
-    users &all = the_users();
-    const std::lock_guard lock{all.mutex};
-    if (all.count++ == 0) {
+    const locked<users> all;
+    if (all->count++ == 0) {
         moduleMgrCpuServiceFn[OLV_MODULE_ID_IPV4].entry_point_lookup = lookup_ipv4;
         moduleMgrCpuServiceFn[OLV_MODULE_ID_IPV6].entry_point_lookup = lookup_ipv6;
     }
@@ -72,9 +63,8 @@ void install()
 
 void remove()
 {
-    users &all = the_users();
-    const std::lock_guard lock{all.mutex};
-    if (--all.count == 0) {
+    const locked<users> all;
+    if (--all->count == 0) {
         moduleMgrCpuServiceFn[OLV_MODULE_ID_IPV4] = {};
         moduleMgrCpuServiceFn[OLV_MODULE_ID_IPV6] = {};
     }

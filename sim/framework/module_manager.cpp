@@ -1,7 +1,6 @@
 // The module manager: records, service-function tables, and the calls that bring them in.
 #include <cstring>
 #include <deque>
-#include <mutex>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -23,6 +22,8 @@ namespace {
 
 constexpr std::uint32_t system_magic = 0x53A10001;
 constexpr std::uint32_t system_module_id = 60;
+/** Location of both ends of a bind request. */
+constexpr std::uint32_t at_the_fast_path = 2;
 
 struct module_entry {
     olv_module_handle record{};
@@ -33,22 +34,16 @@ struct module_entry {
 
 /** Every record that a living framework has made, by address. */
 struct directory {
-    std::mutex mutex;
     std::unordered_map<const olv_module_handle *, module_entry *> modules;
     std::unordered_set<const olv_system_handle *> systems;
 
-    /** Lock held. NULL where no framework has made the record. */
+    /** NULL where no framework has made the record. */
     [[nodiscard]] module_entry *find(const olv_module_handle *module)
     {
         const auto found = modules.find(module);
         return found == modules.end() ? nullptr : found->second;
     }
 };
-
-directory &the_directory()
-{
-    return process_wide<directory>();
-}
 
 bool withdraws(const olv_service_function_table &table)
 {
@@ -59,9 +54,8 @@ bool withdraws(const olv_service_function_table &table)
 /** The table in force; nothing when none is. */
 std::optional<olv_service_function_table> table_of(const olv_module_handle *module)
 {
-    directory &all = the_directory();
-    const std::lock_guard lock{all.mutex};
-    const module_entry *entry = all.find(module);
+    const locked<directory> all;
+    const module_entry *entry = all->find(module);
     if (entry == nullptr || !entry->last_table || withdraws(*entry->last_table)) {
         return std::nullopt;
     }
@@ -77,12 +71,11 @@ std::string text_or_nothing(const char *text)
 std::uint32_t store_table(const olv_system_handle *system, const olv_module_handle *module,
                           const olv_service_function_table *table, bool update)
 {
-    directory &all = the_directory();
-    const std::lock_guard lock{all.mutex};
-    if (system != nullptr && !all.systems.contains(system)) {
+    const locked<directory> all;
+    if (system != nullptr && !all->systems.contains(system)) {
         return framework_invalid_handle;
     }
-    module_entry *entry = all.find(module);
+    module_entry *entry = all->find(module);
     if (entry == nullptr || entry->record.magic != OLV_MODULE_MAGIC) {
         return framework_invalid_handle;
     }
@@ -100,9 +93,8 @@ std::uint32_t store_table(const olv_system_handle *system, const olv_module_hand
 void describe_registration(argument_text &text, const olv_module_handle *module,
                            const olv_service_function_table *table)
 {
-    directory &all = the_directory();
-    const std::lock_guard lock{all.mutex};
-    const module_entry *entry = all.find(module);
+    const locked<directory> all;
+    const module_entry *entry = all->find(module);
     if (entry == nullptr) {
         text.text("module", module == nullptr ? nullptr : "unknown");
     } else {
@@ -127,25 +119,20 @@ struct framework::implementation {
 
 std::string log_name_of(const void *record)
 {
-    directory &all = the_directory();
-    const std::lock_guard lock{all.mutex};
-    const auto module = all.modules.find(static_cast<const olv_module_handle *>(record));
-    if (module != all.modules.end()) {
+    const locked<directory> all;
+    const auto module = all->modules.find(static_cast<const olv_module_handle *>(record));
+    if (module != all->modules.end()) {
         return text_or_nothing(module->first->log_name);
     }
-    const auto system = all.systems.find(static_cast<const olv_system_handle *>(record));
-    return system != all.systems.end() ? text_or_nothing((*system)->log_name) : "";
+    const auto system = all->systems.find(static_cast<const olv_system_handle *>(record));
+    return system != all->systems.end() ? text_or_nothing((*system)->log_name) : "";
 }
 
 framework::framework(std::string system_log_name) : implementation_(std::make_unique<implementation>())
 {
     implementation_->log_name = std::move(system_log_name);
     implementation_->system = {system_magic, 0, implementation_->log_name.c_str(), {0, 0}, system_module_id};
-    {
-        directory &all = the_directory();
-        const std::lock_guard lock{all.mutex};
-        all.systems.insert(&implementation_->system);
-    }
+    locked<directory>()->systems.insert(&implementation_->system);
     implementation_->ipv4 =
         create_module({.module_id = OLV_MODULE_ID_IPV4, .log_name = "ipv4", .locked = false});
     implementation_->ipv6 =
@@ -156,15 +143,14 @@ framework::framework(std::string system_log_name) : implementation_(std::make_un
 framework::~framework()
 {
     entry_points::remove();
-    directory &all = the_directory();
-    const std::lock_guard lock{all.mutex};
+    const locked<directory> all;
     for (module_entry &entry : implementation_->modules) {
-        all.modules.erase(&entry.record);
+        all->modules.erase(&entry.record);
         if (entry.semaphore != 0) {
             semaphores::destroy(entry.semaphore);
         }
     }
-    all.systems.erase(&implementation_->system);
+    all->systems.erase(&implementation_->system);
 }
 
 olv_system_handle *framework::system() const
@@ -178,8 +164,7 @@ olv_module_handle *framework::create_module(const module_options &options)
         violations::report("framework: module ID " + std::to_string(options.module_id) + " out of range");
         return nullptr;
     }
-    directory &all = the_directory();
-    const std::lock_guard lock{all.mutex};
+    const locked<directory> all;
     module_entry &entry = implementation_->modules.emplace_back();
     entry.log_name = options.log_name;
     entry.record.magic = OLV_MODULE_MAGIC;
@@ -191,7 +176,7 @@ olv_module_handle *framework::create_module(const module_options &options)
     entry.record.system = options.system ? &implementation_->system : nullptr;
     entry.record.rte_handle = options.processor == nullptr ? 0 : options.processor->rte_handle();
     entry.record.default_entry_point = options.default_entry_point;
-    all.modules.emplace(&entry.record, &entry);
+    all->modules.emplace(&entry.record, &entry);
     return &entry.record;
 }
 
@@ -212,9 +197,8 @@ std::optional<olv_service_function_table> framework::registered(const olv_module
 
 std::optional<olv_service_function_table> framework::last_table(const olv_module_handle *module) const
 {
-    directory &all = the_directory();
-    const std::lock_guard lock{all.mutex};
-    const module_entry *entry = all.find(module);
+    const locked<directory> all;
+    const module_entry *entry = all->find(module);
     return entry == nullptr ? std::nullopt : entry->last_table;
 }
 
@@ -258,9 +242,9 @@ olv_bind_info make_bind_info(olv_module_handle *source, olv_module_handle *desti
     info.bind_path = OLV_BIND_PATH_DIRECT;
     info.src_module = source;
     info.src_instance = bind_key;
-    info.src_location = location_fast_path;
+    info.src_location = at_the_fast_path;
     info.dst_module = destination;
-    info.dst_location = location_fast_path;
+    info.dst_location = at_the_fast_path;
     info.custom_bind = 1;
     return info;
 }

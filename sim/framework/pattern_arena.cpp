@@ -1,7 +1,6 @@
 #include "sim/framework/pattern_arena.hpp"
 
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "olv_sim/statuses.hpp"
@@ -26,7 +25,6 @@ struct slot {
 };
 
 struct arena {
-    std::mutex mutex;
     std::vector<std::unique_ptr<std::array<slot, slots_in_chunk>>> chunks;
     std::vector<std::uint32_t> free;
     std::size_t live = 0;
@@ -61,11 +59,6 @@ struct arena {
         return true;
     }
 };
-
-arena &the_arena()
-{
-    return process_wide<arena>();
-}
 
 constexpr std::uint32_t low_bits(std::uint32_t width)
 {
@@ -103,27 +96,25 @@ std::uint32_t create(std::uint32_t width, olv_ptn &record)
     if (width == 0 || width > maximum_width) {
         return framework_invalid_width;
     }
-    arena &all = the_arena();
-    const std::lock_guard lock{all.mutex};
-    if (all.free.empty() && !all.grow()) {
+    const locked<arena> all;
+    if (all->free.empty() && !all->grow()) {
         return framework_no_pattern;
     }
-    const std::uint32_t index = all.free.back();
-    all.free.pop_back();
-    slot &taken = all.at(index);
+    const std::uint32_t index = all->free.back();
+    all->free.pop_back();
+    slot &taken = all->at(index);
     taken.content = {};
     taken.width = width;
     taken.in_use = true;
-    ++all.live;
+    ++all->live;
     record = {{taken.generation << index_bits | index, 0, 0}};
     return OLV_STATUS_OK;
 }
 
 std::uint32_t extend(olv_ptn &record, std::uint32_t value, std::uint32_t width)
 {
-    arena &all = the_arena();
-    const std::lock_guard lock{all.mutex};
-    slot *found = all.find(record);
+    const locked<arena> all;
+    slot *found = all->find(record);
     if (found == nullptr) {
         report_stale("olv_ptn_extend", record);
         return framework_invalid_pattern;
@@ -143,24 +134,22 @@ std::uint32_t extend(olv_ptn &record, std::uint32_t value, std::uint32_t width)
 
 void release(const olv_ptn &record)
 {
-    arena &all = the_arena();
-    const std::lock_guard lock{all.mutex};
-    slot *found = all.find(record);
+    const locked<arena> all;
+    slot *found = all->find(record);
     if (found == nullptr) {
         report_stale("olv_ptn_free", record);
         return;
     }
     found->in_use = false;
     found->generation = found->generation == index_mask ? 1 : found->generation + 1;
-    --all.live;
-    all.free.push_back(record.word[0] & index_mask);
+    --all->live;
+    all->free.push_back(record.word[0] & index_mask);
 }
 
 std::optional<key> find(const olv_ptn &record)
 {
-    arena &all = the_arena();
-    const std::lock_guard lock{all.mutex};
-    const slot *found = all.find(record);
+    const locked<arena> all;
+    const slot *found = all->find(record);
     return found == nullptr ? std::nullopt : std::optional{found->content};
 }
 
@@ -198,9 +187,7 @@ namespace olv_sim::patterns {
 
 std::size_t live()
 {
-    auto &all = pattern_arena::the_arena();
-    const std::lock_guard lock{all.mutex};
-    return all.live;
+    return locked<pattern_arena::arena>()->live;
 }
 
 } // namespace olv_sim::patterns

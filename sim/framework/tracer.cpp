@@ -1,6 +1,5 @@
 // The tracer: one function for each trace level, all of them leading to the sink.
 #include <cstdarg>
-#include <mutex>
 
 #include "olv_sim/calls.hpp"
 #include "olv_sim/tracer.hpp"
@@ -20,12 +19,8 @@ constexpr std::uint32_t level_state = 27;
 
 std::atomic<trace_sink *> current_sink{nullptr};
 
-struct sink_lock : std::mutex {};
-
-std::mutex &sink_mutex()
-{
-    return process_wide<sink_lock>();
-}
+/** Held by the thread whose event the sink takes, or that sets another sink. */
+struct turn {};
 
 bool anyone_listens()
 {
@@ -34,7 +29,7 @@ bool anyone_listens()
 
 void deliver(const trace_event &event)
 {
-    const std::lock_guard lock{sink_mutex()};
+    const locked<turn> own;
     trace_sink *sink = current_sink.load(std::memory_order_relaxed);
     if (sink != nullptr) {
         sink->event(event);
@@ -223,7 +218,7 @@ olv_lttng_trace_fn trace_function_of(std::uint32_t level)
 
 void tracer::set_sink(trace_sink *sink)
 {
-    const std::lock_guard lock{sink_mutex()};
+    const locked<turn> own;
     current_sink.store(sink, std::memory_order_relaxed);
 }
 

@@ -30,10 +30,6 @@ struct module_options {
 inline constexpr std::uint32_t module_id_limit = 64;
 /** The identifier that the software framework gives the TWAMP module. */
 inline constexpr std::uint32_t module_id_twamp = 3;
-/** Locations of the two ends of a bind request. */
-inline constexpr std::uint32_t location_cpu = 1;
-/** See location_cpu. */
-inline constexpr std::uint32_t location_fast_path = 2;
 /** Entry point that the lookup of the IPv4 module answers with. */
 inline constexpr std::uint32_t entry_point_ipv4 = 0x00000401;
 /** Entry point that the lookup of the IPv6 module answers with. */

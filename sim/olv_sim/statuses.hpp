@@ -6,7 +6,6 @@
 #define OLV_SIM_STATUSES_HPP
 
 #include <cstdint>
-#include <span>
 
 namespace olv_sim {
 
@@ -30,9 +29,6 @@ enum rte_status : std::uint32_t {
     rte_invalid_count = 0x10F,          ///< A count that the call does not take.
     rte_injected = 0x1FF                ///< Default code of a planned fault.
 };
-
-/** Every RTE code that has a text of its own. */
-[[nodiscard]] std::span<const std::uint32_t> rte_statuses();
 
 /** Framework statuses of the software framework's own services (module number 2). */
 enum framework_status : std::uint32_t {

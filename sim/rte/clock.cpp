@@ -1,6 +1,5 @@
 // hyx_gettime, hyx_timer_get_timestamp.
 #include <ctime>
-#include <mutex>
 
 #include "olv_sim/calls.hpp"
 #include "olv_sim/process.hpp"
@@ -13,21 +12,13 @@ namespace olv_sim {
 namespace {
 
 struct wall_clock {
-    std::mutex mutex;
-    std::optional<hyx_time> instant;
+    std::optional<hyx_time> stands_at;
 };
-
-wall_clock &the_wall_clock()
-{
-    return process_wide<wall_clock>();
-}
 
 hyx_time wall_time()
 {
-    wall_clock &clock = the_wall_clock();
-    const std::lock_guard lock{clock.mutex};
-    if (clock.instant) {
-        return *clock.instant;
+    if (const std::optional<hyx_time> instant = locked<wall_clock>()->stands_at) {
+        return *instant;
     }
     std::timespec now{};
     (void)clock_gettime(CLOCK_REALTIME, &now); // Cannot fail: the clock exists.
@@ -54,9 +45,7 @@ std::uint32_t read_timer(std::uint32_t rte_handle, std::uint32_t timer, std::uin
 
 void set_wall_clock(std::optional<hyx_time> instant)
 {
-    wall_clock &clock = the_wall_clock();
-    const std::lock_guard lock{clock.mutex};
-    clock.instant = instant;
+    locked<wall_clock>()->stands_at = instant;
 }
 
 } // namespace olv_sim

@@ -1,18 +1,19 @@
 // hyx_nvm_calloc, hyx_nvm_free.
 #include "sim/faults/platform_call.hpp"
 #include "sim/faults/report_violation.hpp"
+#include "sim/process_wide.hpp"
 #include "sim/rte/memory_arena.hpp"
 
 using namespace olv_sim;
 
 memory::usage memory::in_use()
 {
-    return the_memory_arena().in_use();
+    return locked<memory_arena>()->in_use();
 }
 
 bool memory::is_live(const void *block)
 {
-    return the_memory_arena().is_live(block);
+    return locked<memory_arena>()->size_of(block).has_value();
 }
 
 void *hyx_nvm_calloc(std::uint32_t count, std::uint32_t size)
@@ -23,7 +24,7 @@ void *hyx_nvm_calloc(std::uint32_t count, std::uint32_t size)
     if (current.fails() || bytes == 0 || bytes > UINT32_MAX) {
         return nullptr;
     }
-    return the_memory_arena().allocate(static_cast<std::uint32_t>(bytes));
+    return locked<memory_arena>()->allocate(static_cast<std::uint32_t>(bytes));
 }
 
 void hyx_nvm_free(void *block)
@@ -31,7 +32,7 @@ void hyx_nvm_free(void *block)
     plain_call(
         call::hyx_nvm_free,
         [&](argument_text &text) {
-            const auto size = the_memory_arena().size_of(block);
+            const auto size = locked<memory_arena>()->size_of(block);
             if (size) {
                 text.number("size", *size);
             } else {
@@ -39,7 +40,7 @@ void hyx_nvm_free(void *block)
             }
         },
         [&] {
-            if (block != nullptr && !the_memory_arena().release(block)) {
+            if (block != nullptr && !locked<memory_arena>()->release(block)) {
                 violations::report("hyx_nvm_free: freed or foreign block");
             }
         });

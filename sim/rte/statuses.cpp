@@ -1,8 +1,6 @@
 // Texts of the RTE statuses.
-#include <array>
-
-#include "olv_sim/calls.hpp"
 #include "olv_sim/statuses.hpp"
+#include "olv_sim/calls.hpp"
 #include "sim/faults/platform_call.hpp"
 
 using namespace olv_sim;
@@ -51,18 +49,7 @@ const char *status_text(std::uint32_t status)
     }
 }
 
-constexpr std::array<std::uint32_t, 16> error_codes{
-    rte_invalid_instance, rte_null_pointer,      rte_invalid_semaphore,   rte_semaphore_not_held,
-    rte_invalid_timer,    rte_no_such_namespace, rte_namespace_exhausted, rte_resource_not_allocated,
-    rte_no_such_tree,     rte_invalid_pattern,   rte_duplicate_entry,     rte_no_such_entry,
-    rte_no_such_state,    rte_state_length,      rte_invalid_count,       rte_injected};
-
 } // namespace
-
-std::span<const std::uint32_t> olv_sim::rte_statuses()
-{
-    return error_codes;
-}
 
 const char *hyx_status_get(std::uint32_t status)
 {

@@ -26,7 +26,7 @@ TEST_F(memory_blocks, zeroed_aligned_and_counted_or_refused)
         EXPECT_FALSE(memory::is_live(block)) << size;
         EXPECT_EQ(memory::in_use().live_bytes, before.live_bytes);
     }
-    const std::uint32_t refused[][2] = {{0, 8}, {8, 0}, {0x10000, 0x10000}, {~0u, ~0u}};
+    const std::uint32_t refused[][2] = {{0, 8}, {8, 0}, {0x10000, 0x10000}, {~0u, ~0u}, {1, ~0u}};
     for (const auto &[count, size] : refused) {
         EXPECT_EQ(hyx_nvm_calloc(count, size), nullptr) << count << " of " << size;
     }

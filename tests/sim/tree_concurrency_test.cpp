@@ -35,7 +35,7 @@ class tree_concurrency : public sim_test {
     void look_up_all()
     {
         for (std::uint32_t key = 0; key < keys; ++key) {
-            for (int found = 0, absent = 0; found < 50 || absent < 50;) {
+            for (int found = 0, absent = 0; found < 30000 || absent < 30000;) {
                 const words action = look_up(value_of(key));
                 // What is not there leads to the entry without a key.
                 ASSERT_TRUE(action.empty() || is_whole(action, key) || is_whole(action, 0)) << key;
