@@ -12,7 +12,6 @@
 #ifndef OLV_SIM_FAST_PATH_SEAM_HPP
 #define OLV_SIM_FAST_PATH_SEAM_HPP
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -39,19 +38,24 @@ struct provided_entries {
 
 /** Memory for the state of a processor. What is left out stands in memory of the platform's own. */
 struct provided_state {
-    std::vector<provided_entries> entries{}; ///< At most one of each namespace.
-    state_words
-        global_statistics{}; ///< #GLOBAL_STATS_LENGTH bytes or more, as zeros; they stay the provider's.
+    /** At most one of each namespace. */
+    std::vector<provided_entries> entries{};
+    /** At least #GLOBAL_STATS_LENGTH bytes of zeros, for the module's counters; they stay the provider's. */
+    state_words global_statistics{};
 };
 
-/** A key of an entry of a tree: its width in bits, 0 for the entry without a key, and its value in host order.
- */
+/** A key of an entry of a tree. Packets match keys of #TWAMP_KEY_BITS, and the entry without one. */
 struct tree_key {
-    std::uint32_t bits = 0; ///< 0, or 1 to 32; packets match keys of #TWAMP_KEY_BITS and the entry without one.
-    std::uint32_t value = 0; ///< 0 where there is no key.
+    std::uint32_t bits = 0;  ///< Its width, 1 to 32; 0: there is no key.
+    std::uint32_t value = 0; ///< In host order, 0 where there is no key.
 
+    /** The same width and value. */
+    friend bool operator==(const tree_key &, const tree_key &) = default;
     /** By width, then by value. */
-    friend auto operator<=>(const tree_key &, const tree_key &) = default;
+    friend bool operator<(const tree_key &left, const tree_key &right)
+    {
+        return left.bits != right.bits ? left.bits < right.bits : left.value < right.value;
+    }
 };
 
 /**

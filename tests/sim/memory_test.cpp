@@ -45,7 +45,6 @@ TEST_F(memory_blocks, double_and_foreign_free_are_reported)
         EXPECT_EQ(take_violations(), lines(3, "hyx_nvm_free: freed or foreign block"));
     }
     EXPECT_FALSE(memory::is_live(&foreign));
-    EXPECT_FALSE(memory::is_live(nullptr));
 }
 
 /** A marker that its owner cleared reads as cleared, one that it left reads as left. */
