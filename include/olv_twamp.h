@@ -185,11 +185,13 @@ OLV_TWAMP_API uint32_t olv_twamp_service_function_update(olv_module_handle *modu
 OLV_TWAMP_API uint32_t olv_twamp_sys_log(olv_module_handle *module, uint32_t level);
 
 /**
- * Map a requested log level to the module's. Takes no lock, prints no entry or exit line.
- * @param module  The module record, which messages are logged through; may be NULL.
+ * Map a requested log level to the module's. Takes no lock, prints no entry or exit line. The handle is only
+ * looked at to tell of a failure: through the module, or in one line without status text where it is unusable.
+ * @param module  The module record; may be NULL.
  * @param level   0, 1, 3, 7 or 15, each mapped to itself.
  * @param mapped  Receives the mapped level; unchanged on failure.
- * @return OLV_STATUS_OK; OLV_STATUS_BAD_LOG_LEVEL; TWAMP_STATUS_INVALID_PARAM when @p mapped is NULL.
+ * @return OLV_STATUS_OK; OLV_STATUS_BAD_LOG_LEVEL; TWAMP_STATUS_INVALID_PARAM when @p mapped is NULL and the
+ *         level is supported.
  */
 OLV_TWAMP_API uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t level, uint32_t *mapped);
 

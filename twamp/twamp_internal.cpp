@@ -75,9 +75,10 @@ uint32_t dump_tree(const module_call &call, uint32_t index, const twamp_tree_des
     return OLV_STATUS_OK;
 }
 
+/** Through the module where the handle is usable; of another one nothing is read. */
 uint32_t refuse_level(const olv_module_handle *module, log_site site, uint32_t status, const char *text)
 {
-    if (module == nullptr) {
+    if (!is_initialised(module)) {
         log_unknown_as_it_stands(site, text);
         return status;
     }

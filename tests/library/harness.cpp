@@ -175,6 +175,8 @@ bench::bench(options setup)
     }
     foreign = *module;
     foreign.magic = 0x53248792;
+    foreign.log_name = reinterpret_cast<const char *>(std::uintptr_t{16});
+    foreign.system = reinterpret_cast<olv_system_handle *>(std::uintptr_t{16});
     set_log_words(setup.module_flags, setup.system_flags);
 }
 
@@ -188,6 +190,8 @@ bench::~bench()
         hyx_sem_post(lock_);
     }
     module->lock = lock_;
+    if (marked_ != nullptr)
+        set_context_magic(0x18496124);
     if (olv_twamp_valid_module_handle(module) == 1) {
         EXPECT_EQ(quiet([&] { return olv_twamp_shutdown(module); }), 0u)
             << "the bench's module does not go down";
@@ -304,12 +308,10 @@ void bench::set_state_bytes(std::uint32_t namespace_id, const std::vector<std::u
               0u);
 }
 
-std::uint32_t bench::set_context_magic(std::uint32_t magic)
+void bench::set_context_magic(std::uint32_t magic)
 {
-    std::uint32_t before = 0;
-    std::memcpy(&before, module->ctx, sizeof before);
-    std::memcpy(static_cast<void *>(module->ctx), &magic, sizeof magic);
-    return before;
+    marked_ = module->ctx;
+    std::memcpy(static_cast<void *>(marked_), &magic, sizeof magic);
 }
 
 void bench::set_log_words(std::uint32_t module_flags, std::uint32_t system_flags)

@@ -192,7 +192,8 @@ class bench {
     olv_module_handle *const module;
     /** The handle that operations are called with: the module, until a test puts another one here. */
     olv_module_handle *handle;
-    /** A record that is no module's: its magic is wrong, everything else is copied from the module. */
+    /** A record that is no module's. Its magic is wrong, and whoever follows its name or its system record
+     * falls; everything else is copied from the module. */
     olv_module_handle foreign;
 
     /** Scratch for operations with these arguments; a test may point it elsewhere. */
@@ -224,8 +225,8 @@ class bench {
     /** Bytes of a state entry as they stand in memory; empty where there is none. */
     [[nodiscard]] std::vector<std::uint8_t> state_bytes(std::uint32_t namespace_id) const;
     void set_state_bytes(std::uint32_t namespace_id, const std::vector<std::uint8_t> &bytes);
-    /** Overwrite the first word of the module's private context and return what it was. */
-    std::uint32_t set_context_magic(std::uint32_t magic);
+    /** Overwrite the first word of the module's private context. The destructor undoes it. */
+    void set_context_magic(std::uint32_t magic);
 
     /** Log words of the module and, where there is one, of the system. */
     void set_log_words(std::uint32_t module_flags, std::uint32_t system_flags);
@@ -236,6 +237,7 @@ class bench {
     std::uint32_t lock_;
     olv_sim::capturing_trace_sink sink_;
     std::vector<void *> kept_;
+    twamp_ctx *marked_ = nullptr; ///< The context whose first word was overwritten.
 };
 
 } // namespace olv_test

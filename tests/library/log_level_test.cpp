@@ -214,86 +214,116 @@ TEST(SysLog, LeavesTheWordAloneWhenItFails)
 }
 
 std::uint32_t mapped = 0;
+std::uint32_t *result = &mapped; // Of the next call.
 constexpr std::uint32_t untouched = 0xDEADBEEF;
 
-/** Asks for `level`, mapped into `mapped`. */
+/** Asks for `level`, mapped into `result`. */
 std::uint32_t map_sys_log(bench &b)
 {
     mapped = untouched;
-    return olv_twamp_map_sys_log(b.handle, level, &mapped);
+    return olv_twamp_map_sys_log(b.handle, level, result);
 }
 
-std::function<void(bench &)> maps_to(std::uint32_t expected)
+void unmapped(bench & /*unused*/)
 {
-    return [expected](bench &) { EXPECT_EQ(mapped, expected); };
+    EXPECT_EQ(mapped, untouched);
+}
+
+/** Before a call with this level and, where @p has_result is false, without a place for the result. */
+std::function<void(bench &)> mapping(std::uint32_t requested, bool has_result = true)
+{
+    return [=](bench &) {
+        level = requested;
+        result = has_result ? &mapped : nullptr;
+    };
 }
 
 row supported_level(std::uint32_t each)
 {
-    return {.label = "level " + std::to_string(each), .arrange = requesting(each), .check = maps_to(each)};
+    return {.label = "level " + std::to_string(each), .arrange = mapping(each), .check = [each](bench &) {
+                EXPECT_EQ(mapped, each);
+            }};
 }
 
 row unmapped_level(std::uint32_t each)
 {
     return {.label = "unsupported level " + std::to_string(each),
-            .arrange = requesting(each),
+            .arrange = mapping(each),
             .status = 15,
             .console = UNSUPPORTED,
             .traces = {error("Unsupported log-level in TWAMP!"), error_status()},
-            .check = maps_to(untouched)};
+            .check = unmapped};
 }
 
-const table map_rows{
-    "olv_twamp_map_sys_log",
-    map_sys_log,
-    {supported_level(0), supported_level(1), supported_level(3), supported_level(7), supported_level(15),
-     unmapped_level(2), unmapped_level(4), unmapped_level(5), unmapped_level(8), unmapped_level(16),
-     unmapped_level(0x80000003),
-     row{.label = "null handle with a supported level",
-         .arrange =
-             [](bench &b) {
-                 level = 7;
-                 b.handle = nullptr;
-             },
-         .check = maps_to(7)},
-     row{.label = "null handle with an unsupported level",
-         .arrange =
-             [](bench &b) {
-                 level = 2;
-                 b.handle = nullptr;
-             },
-         .status = 15,
-         .console = "[olv_unknown_log: ERROR] twamp_internal.c:LINE Unsupported log-level in TWAMP!",
-         .traces = {forced("Unsupported log-level in TWAMP!")},
-         .check = maps_to(untouched)}}};
+const table map_rows{"olv_twamp_map_sys_log",
+                     map_sys_log,
+                     {supported_level(0), supported_level(1), supported_level(3), supported_level(7),
+                      supported_level(15), unmapped_level(2), unmapped_level(4), unmapped_level(5),
+                      unmapped_level(8), unmapped_level(16), unmapped_level(0x80000003),
+                      row{.label = "no place for the result",
+                          .arrange = mapping(3, false),
+                          .status = 0x30008,
+                          .console = "[twamp_log: ERROR] twamp_internal.c:LINE Null Mapped Level Pointer\n"
+                                     "[twamp_log: ERROR] twamp_internal.c:LINE {status 0x30008}\n",
+                          .traces = {error("Null Mapped Level Pointer\n"), error_status()}},
+                      row{.label = "no place for an unsupported level",
+                          .arrange = mapping(2, false),
+                          .status = 15,
+                          .console = UNSUPPORTED,
+                          .traces = {error("Unsupported log-level in TWAMP!"), error_status()}}}};
 
 TEST(MapSysLog, Rows)
 {
     map_rows.run();
 }
 
-TEST(MapSysLog, RefusesANullResult)
+/** The handles that operations refuse, each with a bench of its own. */
+struct unusable_handle {
+    std::string label;
+    std::function<void(bench &)> arrange;
+};
+
+const unusable_handle unusable_handles[] = {
+    {"null handle", [](bench &b) { b.handle = nullptr; }},
+    {"record that is no module's", [](bench &b) { b.handle = &b.foreign; }},
+    {"module without a context", [](bench &b) { quiet([&] { return olv_twamp_shutdown(b.module); }); }},
+    {"module whose context was never completed", [](bench &b) { b.set_context_magic(0x18496125); }},
+};
+
+TEST(MapSysLog, RefusesInOneLineForAnUnusableHandle)
 {
-    bench b;
-    const observation seen = b.observe([&] { return olv_twamp_map_sys_log(b.module, 3, nullptr); });
-    EXPECT_EQ(seen.status, 0x30008u);
-    EXPECT_EQ(seen.console, b.expand("[twamp_log: ERROR] twamp_internal.c:LINE Null Mapped Level Pointer\n"
-                                     "[twamp_log: ERROR] twamp_internal.c:LINE {status 0x30008}\n"));
-    EXPECT_THAT(seen.traces, testing::ElementsAre(error("Null Mapped Level Pointer\n"), error_status()));
-    expect_status_lines_follow_messages(seen);
-    EXPECT_EQ(quiet([&] { return olv_twamp_map_sys_log(b.module, 2, nullptr); }), 15u) << "never written";
+    for (const unusable_handle &each : unusable_handles) {
+        for (const bool supported : {false, true}) {
+            SCOPED_TRACE(each.label + (supported ? ", null result" : ", unsupported level"));
+            bench b;
+            each.arrange(b);
+            mapping(supported ? 7 : 2, !supported)(b);
+            const observation seen = b.observe([&] { return map_sys_log(b); });
+            const std::string text =
+                supported ? "Null Mapped Level Pointer\n" : "Unsupported log-level in TWAMP!";
+            EXPECT_EQ(seen.status, supported ? 0x30008u : 15u);
+            EXPECT_EQ(seen.console, "[olv_unknown_log: ERROR] twamp_internal.c:LINE " + text);
+            EXPECT_THAT(seen.traces, testing::ElementsAre(forced(text)));
+            EXPECT_THAT(seen.calls, testing::IsEmpty());
+            unmapped(b);
+        }
+    }
 }
 
-TEST(MapSysLog, NeedsNeitherLockNorContext)
+TEST(MapSysLog, MapsForAnyHandle)
 {
-    bench b({.initialised = false});
-    std::uint32_t result = 0;
-    const observation seen = b.observe([&] { return olv_twamp_map_sys_log(b.module, 15, &result); });
-    EXPECT_EQ(seen.status, 0u);
-    EXPECT_EQ(result, 15u);
-    EXPECT_EQ(seen.console, "");
-    EXPECT_THAT(seen.traces, testing::IsEmpty());
-    EXPECT_THAT(seen.calls, testing::IsEmpty());
+    for (const unusable_handle &each : unusable_handles) {
+        SCOPED_TRACE(each.label);
+        bench b;
+        each.arrange(b);
+        mapping(7)(b);
+        const observation seen = b.observe([&] { return map_sys_log(b); });
+        EXPECT_EQ(seen.status, 0u);
+        EXPECT_EQ(mapped, 7u);
+        EXPECT_EQ(seen.console, "");
+        EXPECT_THAT(seen.traces, testing::IsEmpty());
+        EXPECT_THAT(seen.calls, testing::IsEmpty());
+    }
 }
 
 } // namespace

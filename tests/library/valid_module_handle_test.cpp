@@ -32,7 +32,6 @@ TEST(ValidModuleHandle, RefusesAModuleWithoutContext)
 TEST(ValidModuleHandle, RefusesEveryOtherContextMagic)
 {
     bench b;
-    ASSERT_EQ(b.set_context_magic(0), context_magic);
     for (const std::uint32_t magic : {0u, 1u, 0x18496125u, 0x24614918u, OLV_MODULE_MAGIC, 0xFFFFFFFFu}) {
         b.set_context_magic(magic);
         EXPECT_EQ(olv_twamp_valid_module_handle(b.module), 0u) << magic;

@@ -6,8 +6,6 @@
  *
  * Left out, because the interface leaves it open what happens:
  *  - init of a module without a system record when the message would be logged through that record;
- *  - map_sys_log of an unsupported level with a record that is no initialised module's: it checks no handle,
- *    and what such a record's name and level are worth is not said;
  *  - valid_module_handle with a NULL module: its callers have looked;
  *  - texts for a NULL destination, source instance, request of get_imc, result word and module of dump_tables:
  * their statuses are checked, see library_run::call_with_null;

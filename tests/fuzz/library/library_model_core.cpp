@@ -226,12 +226,9 @@ std::uint32_t library_model::map_sys_log(model_module *module, std::uint32_t lev
         mapped = level;
         return 0;
     }
-    if (module == nullptr) {
+    if (!usable(module)) {
         say_unknown(internal_file, "Unsupported log-level in TWAMP!");
         return 15;
-    }
-    if (!usable(module)) {
-        throw out_of_contract("an unsupported level of a module that is not initialised");
     }
     const speaker by = speaker_of(operation_of(*module, "olv_twamp_map_sys_log", internal_file));
     say(by, severity::error, "Unsupported log-level in TWAMP!");

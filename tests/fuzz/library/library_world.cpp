@@ -366,6 +366,8 @@ module_pair library_world::refreshed_foreign()
 {
     foreign = *modules[0];
     foreign.magic = module_magic + 1;
+    foreign.log_name = reinterpret_cast<const char *>(std::uintptr_t{16}); // not to be followed
+    foreign.system = reinterpret_cast<olv_system_handle *>(std::uintptr_t{16});
     model_foreign = model_modules[0];
     model_foreign.address = low_word(&foreign);
     model_foreign.magic = module_magic + 1;

@@ -63,6 +63,8 @@ OPERATIONS = {
     "sys_log": (UP, step("sys_log", 0, 4)),
     "sys_log_bad": (UP, step("sys_log", 0, 5)),
     "map_sys_log": (UP, step("map_sys_log", 0, 2) + step("map_sys_log", 0, 6)),
+    "map_sys_log_uninitialised": (LOUD, step("map_sys_log", 0, 2) + step("map_sys_log", 0, 6)),
+    "map_sys_log_foreign": (UP, step("map_sys_log", FOREIGN, 2) + step("map_sys_log", FOREIGN, 6)),
     "create": (UP + CLOCKS, create()),
     "create_no_info": (WITH_RESPONDER, create(info=255)),
     "create_no_slot": (UP, create(slot=6)),
