@@ -54,37 +54,49 @@ uint32_t find_namespaces(const module_call &call, twamp_ctx &ctx)
     return OLV_STATUS_OK;
 }
 
+uint32_t find_tree_function(const module_call &call, const char *name, uint32_t *tree_id)
+{
+    if (const uint32_t rte = hyx_ptn_symbol_get_id(call.module.rte_handle, name, tree_id)) {
+        return TWAMP_FAIL_RTE(
+            call, TWAMP_STATUS_TREE_ID_NOT_FOUND, rte,
+            "Failed to get ID for the QMT tree function %s, RTE error code:0x%x, error string: %s\n", name);
+    }
+    return OLV_STATUS_OK;
+}
+
+void describe(twamp_tree_desc &tree, uint8_t responder_format, uint32_t table_group)
+{
+    tree.key_bits = TWAMP_KEY_BITS;
+    for (uint32_t &word : tree.reserved_20) {
+        word = 0;
+    }
+    tree.responder_format = responder_format;
+    tree.table_group_mask = table_group;
+}
+
 uint32_t find_tree_functions(const module_call &call, twamp_ctx &ctx)
 {
     const struct {
         const char *name;
-        uint32_t *id;
+        uint32_t *tree_id;
     } tree_functions[] = {
         {TWAMP_TO_IP_DIRECT_IMC_FUNCTION, &ctx.to_ip_direct_imc_tree_id},
         {TWAMP_TO_IPV6_INDIRECT_IMC_FUNCTION, &ctx.to_ipv6_indirect_imc_tree_id},
         {TWAMP_LLI_PROCESSING_FUNCTION, &ctx.lli_processing_tree_id},
         {TWAMP_RESPONDER_LOOKUP_FUNCTION, &ctx.responder_tree.tree_id},
-        {TWAMP_BIND_TO_NEXT_MODULE_FUNCTION, &ctx.bind_tree.tree_id},
     };
-    for (const auto &[name, id] : tree_functions) {
-        if (const uint32_t rte = hyx_ptn_symbol_get_id(call.module.rte_handle, name, id)) {
-            return TWAMP_FAIL_RTE(
-                call, TWAMP_STATUS_TREE_ID_NOT_FOUND, rte,
-                "Failed to get ID for the QMT tree function %s, RTE error code:0x%x, error string: %s\n", name);
+    for (const auto &[name, tree_id] : tree_functions) {
+        if (const uint32_t status = find_tree_function(call, name, tree_id)) {
+            return status;
         }
     }
+    describe(ctx.responder_tree, 1, OLV_TWAMP_TABLE_GROUP_RESPONDER);
+    if (const uint32_t status =
+            find_tree_function(call, TWAMP_BIND_TO_NEXT_MODULE_FUNCTION, &ctx.bind_tree.tree_id)) {
+        return status;
+    }
+    describe(ctx.bind_tree, 0, OLV_TWAMP_TABLE_GROUP_BIND);
     return OLV_STATUS_OK;
-}
-
-/** The context is zeroed: what a tree does not set here stays 0. */
-void describe_trees(twamp_ctx &ctx)
-{
-    ctx.responder_tree.key_bits = TWAMP_KEY_BITS;
-    ctx.responder_tree.responder_format = 1;
-    ctx.responder_tree.table_group_mask = OLV_TWAMP_TABLE_GROUP_RESPONDER;
-
-    ctx.bind_tree.key_bits = TWAMP_KEY_BITS;
-    ctx.bind_tree.table_group_mask = OLV_TWAMP_TABLE_GROUP_BIND;
 }
 
 uint32_t register_service_functions(const module_call &call, const twamp_ctx &ctx)
@@ -127,7 +139,6 @@ uint32_t initialise(const module_call &call)
     if (const uint32_t status = find_tree_functions(call, *ctx)) {
         return status;
     }
-    describe_trees(*ctx);
     if (const uint32_t status = register_service_functions(call, *ctx)) {
         return status;
     }
