@@ -326,17 +326,17 @@ OLV_TWAMP_API uint32_t olv_twamp_dump_tables(olv_module_handle *module, uint32_t
  * Print one classifier entry of a tree that has a format of its own.
  * @param tree_index  0: as responder_entry_dump(); any other tree prints nothing.
  * @param pattern     The entry's pattern; NULL prints the column header.
- * @param action      The entry's action.
+ * @param action      The entry's action; may be NULL, see responder_entry_dump().
  */
 OLV_TWAMP_API void olv_twamp_table_entry_dump(uint32_t tree_index, const olv_ptn *pattern,
                                               const olv_ptn_action *action);
 
 /**
  * Callback of the walk, see #hyx_ptn_list_fn: print one line for one entry.
- * @param context  The walk's.
+ * @param context  The walk's; nothing is printed where it is NULL.
  * @param unused   Not used.
- * @param pattern  The entry's pattern.
- * @param action   The entry's action.
+ * @param pattern  The entry's pattern; nothing is printed where it is NULL.
+ * @param action   The entry's action; "!!Unexpected Return!!" stands in its place where it is NULL.
  */
 OLV_TWAMP_API void olv_twamp_table_entry_dump_fn(void *context, void *unused, const olv_ptn *pattern,
                                                  const olv_ptn_action *action);
@@ -344,7 +344,7 @@ OLV_TWAMP_API void olv_twamp_table_entry_dump_fn(void *context, void *unused, co
 /**
  * Print one entry of the responder lookup tree, without a newline.
  * @param pattern  The entry's pattern; NULL prints the column header.
- * @param action   The entry's action.
+ * @param action   The entry's action; "!!Unexpected Return!!" stands in its place where it is NULL.
  * @return The count returned by the last printf.
  */
 OLV_TWAMP_API int responder_entry_dump(const olv_ptn *pattern, const olv_ptn_action *action);

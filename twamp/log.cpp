@@ -37,19 +37,14 @@ void log_context::print_prefix(log_site site) const
     std::printf(" %s:%d ", file_name(site), static_cast<int>(site.line()));
 }
 
-void print_line(const char *text)
+void print_text(log_site site, const char *text)
 {
     const std::size_t length = std::strlen(text);
     const bool terminated = text[length - 1] == '\n';
-    std::printf("%.*s\n", static_cast<int>(terminated ? length - 1 : length), text);
-}
-
-void log_as_it_stands(const log_context &log, log_site site, const char *text)
-{
-    if (log.begin_line(site)) {
-        std::printf("%s", text);
+    std::printf("%.*s", static_cast<int>(terminated ? length - 1 : length), text);
+    if (site.ends_line()) {
+        std::putchar('\n');
     }
-    trace_message(log, site, text);
 }
 
 uint32_t log_status(const log_context &log, log_site site, uint32_t status)
@@ -108,7 +103,7 @@ uint32_t report_rte(const log_context &log, log_site site, uint32_t status, uint
 void log_unknown(log_site site, const char *text)
 {
     print_unknown_prefix(site);
-    print_line(text);
+    print_text(site, text);
     olv_lttng_trace_sif_force_error(0, site.line(), file_name(site), text);
 }
 
@@ -117,13 +112,6 @@ void log_unknown(log_site site, const char *format, uint32_t argument)
     print_unknown_prefix(site);
     std::printf(format, argument);
     olv_lttng_trace_sif_force_error(0, site.line(), file_name(site), format, argument);
-}
-
-void log_unknown_as_it_stands(log_site site, const char *text)
-{
-    print_unknown_prefix(site);
-    std::printf("%s", text);
-    olv_lttng_trace_sif_force_error(0, site.line(), file_name(site), text);
 }
 
 void print_counter(const char *format, uint32_t value)

@@ -46,18 +46,25 @@ class log_site {
 
     /** The same place with another severity. */
     [[nodiscard]] constexpr log_site as(severity kind) const { return {source(), line(), kind}; }
+    /** The same place with a text that no newline follows. */
+    [[nodiscard]] constexpr log_site without_newline() const { return log_site(word_ | no_newline); }
+    [[nodiscard]] constexpr bool ends_line() const { return (word_ & no_newline) == 0; }
     [[nodiscard]] constexpr uint32_t line() const { return word_ & line_mask; }
     [[nodiscard]] constexpr severity kind() const { return static_cast<severity>(word_ >> kind_shift); }
 
     [[nodiscard]] constexpr source_file source() const
     {
-        return static_cast<source_file>(word_ >> file_shift & 0xFF);
+        return static_cast<source_file>(word_ >> file_shift & file_mask);
     }
 
   private:
+    constexpr explicit log_site(uint32_t word) : word_(word) {}
+
     static constexpr unsigned file_shift = 16;
     static constexpr unsigned kind_shift = 24;
     static constexpr uint32_t line_mask = (1u << file_shift) - 1;
+    static constexpr uint32_t file_mask = 0x7F;
+    static constexpr uint32_t no_newline = 1u << 23;
 
     uint32_t word_;
 };
@@ -190,20 +197,18 @@ inline uint32_t address_word(const void *pointer)
     return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointer));
 }
 
-/** Prints a text, which is not empty, less its trailing newline, then one newline. */
-[[gnu::cold]] void print_line(const char *text);
+/** Prints a text, which is not empty, less its trailing newline, then the one newline that the site asks for.
+ */
+[[gnu::cold]] void print_text(log_site site, const char *text);
 
 /** A message without status. Its text is a line of its own, with or without a newline of its own. */
 TWAMP_HOT void log_text(const log_context &log, log_site site, const char *text)
 {
     if (log.begin_line(site)) {
-        print_line(text);
+        print_text(site, text);
     }
     trace_message(log, site, text);
 }
-
-/** A message whose text is printed as it stands: the few without a newline. */
-void log_as_it_stands(const log_context &log, log_site site, const char *text);
 
 /** The line with the framework's text of a status; OLV_STATUS_OK has none. @return The status. */
 uint32_t log_status(const log_context &log, log_site site, uint32_t status);
@@ -233,8 +238,6 @@ uint32_t report(const log_context &log, log_site site, uint32_t status, const ch
 /** A message without a usable handle: printed whatever the levels, traced as a forced error. */
 [[gnu::cold]] void log_unknown(log_site site, const char *text);
 [[gnu::cold]] void log_unknown(log_site site, const char *format, uint32_t argument);
-/** As log_as_it_stands(), without a usable handle. */
-[[gnu::cold]] void log_unknown_as_it_stands(log_site site, const char *text);
 
 /** Print a counter unless it is zero. Counters from 2^31 on print negative, as the formats have it. */
 void print_counter(const char *format, uint32_t value);

@@ -148,7 +148,7 @@ uint32_t initialise(const module_call &call)
     release_context.dismiss();
     ctx->magic = ctx_magic;
     TWAMP_LOG(call, info, "Profile - OLV_KORVA_PROFILE_2\n");
-    log_as_it_stands(call, TWAMP_HERE(info), "Succefully initialized TWAMP module");
+    log_text(call, TWAMP_HERE(info).without_newline(), "Succefully initialized TWAMP module");
     return OLV_STATUS_OK;
 }
 

@@ -79,23 +79,42 @@ uint32_t dump_tree(const module_call &call, uint32_t index, const twamp_tree_des
 uint32_t refuse_level(const olv_module_handle *module, log_site site, uint32_t status, const char *text)
 {
     if (!is_initialised(module)) {
-        log_unknown_as_it_stands(site, text);
+        log_unknown(site, text);
         return status;
     }
-    const log_context log(*module, module->system);
-    log_as_it_stands(log, site, text);
-    return log_status(log, site, status);
+    return report({*module, module->system}, site, status, text);
 }
 
-int print_action(const olv_ptn_action *action)
+/** In place of an action that is missing, or none of the module's. */
+int print_unexpected_return()
 {
-    if (action != nullptr && (action->word[0] & TWAMP_ACTION_DEFINED_MASK) == TWAMP_ACTION_DEFINED) {
+    return std::printf("!!Unexpected Return!!");
+}
+
+int print_responder_action(const olv_ptn_action *action)
+{
+    if (action == nullptr) {
+        return print_unexpected_return();
+    }
+    const uint32_t value = action->word[0];
+    if ((value & TWAMP_ACTION_DEFINED_MASK) == TWAMP_ACTION_DEFINED) {
         return std::printf(", DEFINED");
     }
-    if (action != nullptr && action->word[0] == TWAMP_ACTION_NOT_DEFINED) {
+    if (value == TWAMP_ACTION_NOT_DEFINED) {
         return std::printf(", NOT_DEFINED");
     }
-    return std::printf("!!Unexpected Return!!");
+    return print_unexpected_return();
+}
+
+/** An entry of a tree without a format of its own. */
+void print_entry(olv_ptn pattern, const olv_ptn_action *action)
+{
+    olv_ptn_print(pattern);
+    if (action == nullptr) {
+        (void)print_unexpected_return(); // the count is of no use here
+        return;
+    }
+    olv_ptn_action_print(*action);
 }
 
 } // namespace
@@ -108,7 +127,7 @@ uint32_t olv_twamp_valid_module_handle(const olv_module_handle *module)
 uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t level, uint32_t *mapped)
 {
     if (!is_log_level(level)) {
-        return refuse_level(module, TWAMP_HERE(error), OLV_STATUS_BAD_LOG_LEVEL,
+        return refuse_level(module, TWAMP_HERE(error).without_newline(), OLV_STATUS_BAD_LOG_LEVEL,
                             "Unsupported log-level in TWAMP!");
     }
     if (mapped == nullptr) {
@@ -164,7 +183,7 @@ void olv_twamp_table_entry_dump_fn(void *context, void * /*unused*/, const olv_p
                                    const olv_ptn_action *action)
 {
     auto *const walk = static_cast<twamp_dump_ctx *>(context);
-    if (walk == nullptr || pattern == nullptr || action == nullptr) {
+    if (walk == nullptr || pattern == nullptr) {
         return;
     }
     const bool once = pattern->word[2] == walk->tree->key_bits;
@@ -175,8 +194,7 @@ void olv_twamp_table_entry_dump_fn(void *context, void * /*unused*/, const olv_p
     if (walk->tree->responder_format == 1) {
         olv_twamp_table_entry_dump(walk->tree_index, pattern, action);
     } else {
-        olv_ptn_print(*pattern);
-        olv_ptn_action_print(*action);
+        print_entry(*pattern, action);
     }
     std::putchar('\n');
     if (once) {
@@ -192,7 +210,7 @@ int responder_entry_dump(const olv_ptn *pattern, const olv_ptn_action *action)
     const uint32_t key_length = pattern->word[1];
     if (key_length == 0) {
         std::putchar('*');
-        return print_action(action);
+        return print_responder_action(action);
     }
     if (key_length != TWAMP_KEY_BITS) {
         return std::printf("!!Unexpected Pattern!!");
@@ -203,5 +221,5 @@ int responder_entry_dump(const olv_ptn *pattern, const olv_ptn_action *action)
         return std::printf("!!Parse Error!!");
     }
     std::printf("0x%X", responder_id);
-    return print_action(action);
+    return print_responder_action(action);
 }

@@ -11,7 +11,7 @@ from cpp_literals import calls, string_literals, tokens
 ROOT = Path(__file__).parent.parent.parent
 
 # Not texts: what passes another text on.
-CARRIERS = {"", "%s", "%s\n", "%.*s\n"}
+CARRIERS = {"", "%s\n", "%.*s"}
 
 REPORTING = {"TWAMP_FAIL", "TWAMP_FAIL_RTE", "TWAMP_FAIL_RTE_AT", "TWAMP_LOG", "TWAMP_LOG_UNKNOWN",
              "TWAMP_LOG_UNKNOWN_AT", "log_unknown"}

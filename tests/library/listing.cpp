@@ -38,7 +38,8 @@ hand_made_listing::hand_made_listing(const std::vector<listed_entry> &entries)
 {
     for (const listed_entry &entry : entries) {
         patterns_.push_back(make_pattern(entry));
-        actions_.push_back({{entry.action, 0, 0}});
+        actions_.push_back(entry.has_action ? std::optional<olv_ptn_action>{{{entry.action, 0, 0}}}
+                                            : std::nullopt);
     }
     current = this;
 }
@@ -59,10 +60,9 @@ std::uint32_t hand_made_listing::list(std::uint32_t tree_id, hyx_ptn_list_fn cal
         const olv_ptn_action action{};
         callback(nullptr, nullptr, &pattern, &action);
         callback(context, nullptr, nullptr, &action);
-        callback(context, nullptr, &pattern, nullptr);
     }
     for (std::size_t index = 0; index < patterns_.size(); ++index)
-        callback(context, nullptr, &patterns_[index], &actions_[index]);
+        callback(context, nullptr, &patterns_[index], actions_[index] ? &*actions_[index] : nullptr);
     return 0;
 }
 

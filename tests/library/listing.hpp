@@ -6,6 +6,7 @@
 #define OLV_TWAMP_TESTS_LISTING_HPP
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "hyx.h"
@@ -17,6 +18,7 @@ struct listed_entry {
     std::uint32_t key_length; ///< In bits; 0: an entry without a key.
     std::uint32_t third_word; ///< Of the pattern record as it is listed.
     std::uint32_t action;     ///< First word of the action.
+    bool has_action = true;   ///< false: the callback gets none.
 };
 
 /**
@@ -30,7 +32,7 @@ class hand_made_listing {
     hand_made_listing(const hand_made_listing &) = delete;
     hand_made_listing &operator=(const hand_made_listing &) = delete;
 
-    /** Call back with each argument once NULL before the entries. */
+    /** Call back once without a context and once without a pattern before the entries. */
     void with_null_arguments() { null_arguments_ = true; }
 
     /** Tree IDs that were listed. */
@@ -41,7 +43,7 @@ class hand_made_listing {
 
   private:
     std::vector<olv_ptn> patterns_;
-    std::vector<olv_ptn_action> actions_;
+    std::vector<std::optional<olv_ptn_action>> actions_;
     std::vector<std::uint32_t> trees_;
     bool null_arguments_ = false;
 };

@@ -34,6 +34,13 @@ const entry_case entries[] = {
     {"1 bit", {1, 1, 0, 2}, "!!Unexpected Pattern!!", 22},
 };
 
+/** What the entries print when they have no action: only what would be printed of it is missing. */
+const entry_case entries_without_action[] = {
+    {"24 bits", {0x2A, 24, 0, 0, false}, "0x2A!!Unexpected Return!!", 21},
+    {"no key", {0, 0, 0, 0, false}, "*!!Unexpected Return!!", 21},
+    {"16 bits", {0x1234, 16, 0, 0, false}, "!!Unexpected Pattern!!", 22},
+};
+
 TEST(ResponderEntryDump, PrintsEntriesAndReturnsTheLastCount)
 {
     bench b;
@@ -49,15 +56,18 @@ TEST(ResponderEntryDump, PrintsEntriesAndReturnsTheLastCount)
     }
 }
 
-TEST(ResponderEntryDump, MarksAnEntryWithoutAnAction)
+TEST(ResponderEntryDump, NeedsAnActionOnlyToPrintIt)
 {
     bench b;
-    const olv_ptn pattern = make_pattern({0x2A, 24, 0, 0});
-    int count = 0;
-    EXPECT_EQ(captured_console([&] { count = responder_entry_dump(&pattern, nullptr); }),
-              "0x2A!!Unexpected Return!!");
-    EXPECT_EQ(count, 21);
-    olv_ptn_free(pattern);
+    for (const entry_case &each : entries_without_action) {
+        SCOPED_TRACE(each.label);
+        const olv_ptn pattern = make_pattern(each.entry);
+        int count = -1;
+        EXPECT_EQ(captured_console([&] { count = responder_entry_dump(&pattern, nullptr); }), each.console);
+        EXPECT_EQ(count, each.count);
+        if (each.entry.key_length != 0)
+            olv_ptn_free(pattern);
+    }
 }
 
 TEST(ResponderEntryDump, PrintsTheHeaderForNoPattern)
@@ -122,6 +132,27 @@ TEST(TableEntryDumpFn, EndsEachLineAlsoAfterAMarker)
     }
 }
 
+TEST(TableEntryDumpFn, NeedsAnActionOnlyToPrintIt)
+{
+    bench b;
+    for (const entry_case &each : entries_without_action) {
+        SCOPED_TRACE(each.label);
+        EXPECT_EQ(dumped(b, 1, {each.entry}), b.expand(std::string(HEADER RESPONDERS) + each.console + "\n"));
+    }
+    EXPECT_EQ(dumped(b, 2, {{0x2A, 24, 0, 0, false}, {0x2B, 24, 0, 1}}),
+              b.expand(BINDS "{key 0x2A}!!Unexpected Return!!\n" BINDS "{key 0x2B}{action 1}\n"));
+    EXPECT_EQ(dumped(b, 2, {{0x2A, 24, 24, 0, false}, {0x2B, 24, 24, 1}}),
+              b.expand(BINDS "{key 0x2A}!!Unexpected Return!!\n"))
+        << "what is printed once counts as printed";
+}
+
+TEST(TableEntryDumpFn, MarksAKeyThatCannotBeParsedWithoutAnAction)
+{
+    bench b;
+    olv_sim::faults::set(call::olv_ptn_parse, {.code = 0x1FF});
+    EXPECT_EQ(dumped(b, 1, {{0x2A, 24, 0, 0, false}}), b.expand(HEADER RESPONDERS "!!Parse Error!!\n"));
+}
+
 TEST(TableEntryDumpFn, PrintsOneEntryWhoseThirdWordIsTheKeyWidthForEachTree)
 {
     bench b;
@@ -160,7 +191,7 @@ TEST(TableEntryDumpFn, GoesOnAfterAKeyThatCannotBeParsed)
               b.expand(HEADER RESPONDERS "!!Parse Error!!\n" RESPONDERS "0x2, DEFINED\n"));
 }
 
-TEST(TableEntryDumpFn, PrintsNothingForNullArguments)
+TEST(TableEntryDumpFn, PrintsNothingWithoutContextOrPattern)
 {
     bench b;
     b.set_log_words(0, 0);

@@ -10,7 +10,6 @@
  *  - texts for a NULL destination, source instance, request of get_imc, result word and module of dump_tables:
  * their statuses are checked, see library_run::call_with_null;
  *  - calling olv_twamp_table_entry_dump_fn directly: its context is the walk's own. The walk reaches it.
- *  - an action that is NULL beside a pattern that is not.
  */
 #ifndef OLV_FUZZ_LIBRARY_MODEL_HPP
 #define OLV_FUZZ_LIBRARY_MODEL_HPP
@@ -155,8 +154,10 @@ class library_model {
     std::uint32_t global_stats_print(model_module *module);
     std::uint32_t tables_dump(model_module *module, std::uint32_t group);
     std::uint32_t dump_tables(model_module &module, std::uint32_t group);
-    void table_entry_dump(std::uint32_t tree_index, const pattern_argument *pattern, std::uint32_t value);
-    int responder_entry_dump(const pattern_argument *pattern, std::uint32_t value);
+    // No value: no action.
+    void table_entry_dump(std::uint32_t tree_index, const pattern_argument *pattern,
+                          std::optional<std::uint32_t> value);
+    int responder_entry_dump(const pattern_argument *pattern, std::optional<std::uint32_t> value);
 
   private:
     enum class severity : std::uint8_t { fatal, error, info };

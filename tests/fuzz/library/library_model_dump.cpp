@@ -160,14 +160,14 @@ void library_model::dump_entry(std::uint32_t index, const model_key &key, const 
 }
 
 void library_model::table_entry_dump(std::uint32_t tree_index, const pattern_argument *pattern,
-                                     std::uint32_t value)
+                                     std::optional<std::uint32_t> value)
 {
     if (tree_index == 0) {
         (void)responder_entry_dump(pattern, value);
     }
 }
 
-int library_model::responder_entry_dump(const pattern_argument *pattern, std::uint32_t value)
+int library_model::responder_entry_dump(const pattern_argument *pattern, std::optional<std::uint32_t> value)
 {
     const auto say_last = [this](const std::string &text) {
         console += text;
@@ -187,10 +187,10 @@ int library_model::responder_entry_dump(const pattern_argument *pattern, std::ui
         }
         print("0x%X", id);
     }
-    if (value == 0 || value == 4) {
+    if (value == 0u || value == 4u) {
         return say_last(", DEFINED");
     }
-    return say_last(value == 1 ? ", NOT_DEFINED" : "!!Unexpected Return!!");
+    return say_last(value == 1u ? ", NOT_DEFINED" : "!!Unexpected Return!!");
 }
 
 } // namespace olv_fuzz

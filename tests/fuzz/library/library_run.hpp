@@ -79,6 +79,7 @@ class library_run {
     std::uint32_t level();
     olv_bind_info bind_request(model_bind_info &expected);
     std::optional<pattern_argument> pattern(olv_ptn &real, bool &owned);
+    std::optional<olv_ptn_action> action();
 
     /** Run an operation in the model and in the library, with the planned faults, and compare. */
     void both(const char *name, const std::function<std::uint32_t()> &expected,

@@ -42,6 +42,11 @@ constexpr std::array<std::uint32_t, 8> fault_codes{0x1FF,   0x201FF,    0x10007,
                                                    0x20005, 0xFFFFFFFF, 0x80000001, 0xF0000};
 constexpr std::array<std::uint32_t, 4> fault_counts{1, 2, 3, olv_sim::fault::forever};
 
+std::optional<std::uint32_t> value_of(const std::optional<olv_ptn_action> &action)
+{
+    return action ? std::optional{action->word[0]} : std::nullopt;
+}
+
 } // namespace
 
 /** NULL pointers that the documentation gives a status for but no text: the status, and that nothing changed.
@@ -164,10 +169,17 @@ std::optional<pattern_argument> library_run::pattern(olv_ptn &real, bool &owned)
     return expected;
 }
 
+/** Of an entry: each value that has a meaning, some that have none, or NULL. */
+std::optional<olv_ptn_action> library_run::action()
+{
+    const std::uint32_t value = input_.below(7);
+    return value < 6 ? std::optional<olv_ptn_action>{{{value, 0, 0}}} : std::nullopt;
+}
+
 void library_run::table_entry_dump()
 {
     const std::uint32_t index = input_.below(3);
-    const olv_ptn_action action{{input_.below(6), 0, 0}};
+    const std::optional<olv_ptn_action> real_action = action();
     olv_ptn real{};
     bool owned = false;
     const std::optional<pattern_argument> expected = pattern(real, owned);
@@ -175,11 +187,12 @@ void library_run::table_entry_dump()
     both(
         "table_entry_dump",
         [&] {
-            world_.model->table_entry_dump(index, expected ? &*expected : nullptr, action.word[0]);
+            world_.model->table_entry_dump(index, expected ? &*expected : nullptr, value_of(real_action));
             return 0u;
         },
         [&] {
-            olv_twamp_table_entry_dump(index, expected ? &real : nullptr, expected ? &action : nullptr);
+            olv_twamp_table_entry_dump(index, expected ? &real : nullptr,
+                                       real_action ? &*real_action : nullptr);
             return 0u;
         });
     world_.model->platform.patterns -= owned ? 1 : 0;
@@ -190,7 +203,7 @@ void library_run::table_entry_dump()
 
 void library_run::responder_entry_dump()
 {
-    const olv_ptn_action action{{input_.below(6), 0, 0}};
+    const std::optional<olv_ptn_action> real_action = action();
     olv_ptn real{};
     bool owned = false;
     const std::optional<pattern_argument> expected = pattern(real, owned);
@@ -199,10 +212,11 @@ void library_run::responder_entry_dump()
         "responder_entry_dump",
         [&] {
             return static_cast<std::uint32_t>(
-                world_.model->responder_entry_dump(expected ? &*expected : nullptr, action.word[0]));
+                world_.model->responder_entry_dump(expected ? &*expected : nullptr, value_of(real_action)));
         },
         [&] {
-            return static_cast<std::uint32_t>(::responder_entry_dump(expected ? &real : nullptr, &action));
+            return static_cast<std::uint32_t>(
+                ::responder_entry_dump(expected ? &real : nullptr, real_action ? &*real_action : nullptr));
         });
     world_.model->platform.patterns -= owned ? 1 : 0;
     if (owned) {

@@ -63,8 +63,6 @@ OPERATIONS = {
     "sys_log": (UP, step("sys_log", 0, 4)),
     "sys_log_bad": (UP, step("sys_log", 0, 5)),
     "map_sys_log": (UP, step("map_sys_log", 0, 2) + step("map_sys_log", 0, 6)),
-    "map_sys_log_uninitialised": (LOUD, step("map_sys_log", 0, 2) + step("map_sys_log", 0, 6)),
-    "map_sys_log_foreign": (UP, step("map_sys_log", FOREIGN, 2) + step("map_sys_log", FOREIGN, 6)),
     "create": (UP + CLOCKS, create()),
     "create_no_info": (WITH_RESPONDER, create(info=255)),
     "create_no_slot": (UP, create(slot=6)),
@@ -108,10 +106,12 @@ OPERATIONS = {
     "tables_dump": (WITH_RESPONDER + bind() + ODD_ENTRIES, step("tables_dump", 0, 0)),
     "tables_dump_bad_group": (UP, step("tables_dump", 0, 3) + step("tables_dump", 0, 4)),
     "dump_tables": (WITH_RESPONDER + bind(), step("dump_tables", 0, 3)),
-    "entry_dumps": (b"", b"".join(step(name, *((0,) if name == "table_entry_dump" else ()), value, kind, width, 0, 0, 0, 9)
-                                  for name in ("table_entry_dump", "responder_entry_dump")
-                                  for value in range(6) for kind in range(4) for width in (0, 2))[:400]),
 }
+# Every action, or none, with a pattern of each kind and width.
+for name, tree in (("table_entry_dump", (0,)), ("responder_entry_dump", ())):
+    for kind in range(4):
+        OPERATIONS[f"{name}_{kind}"] = (b"", b"".join(step(name, *tree, action, kind, width, 0, 0, 0, 9)
+                                                      for action in range(7) for width in (0, 1, 2)))
 # Other processors: one with two IDs, no session namespace, no bind tree, no statistics, a large ID, no tree, no
 # state, none at all.
 PROCESSORS = {f"processor_{number}": (LOUD + step("move_module", 0, number), step("init", 0) + create() + create(slot=1) +
@@ -121,8 +121,9 @@ MOVED = {f"moved_{number}": (WITH_RESPONDER + step("move_module", 0, number),
                              create(slot=1) + bind() + step("stats_get", 0, 0, 0) + step("remove", 0, 0) +
                              step("global_stats_get", 0, 0) + step("tables_dump", 0, 0) + step("shutdown", 0))
          for number in range(1, 9)}
-CALLS = ("init shutdown update sys_log create remove stats_get bind unbind get_imc global_stats_get tables_dump").split()
-ARGUMENTS = {"sys_log": (2,), "create": (0, 0, 0, 1, 0, 1), "remove": (0,), "stats_get": (0, 0),
+CALLS = ("init shutdown update sys_log map_sys_log create remove stats_get bind unbind get_imc global_stats_get "
+         "tables_dump").split()
+ARGUMENTS = {"sys_log": (2,), "map_sys_log": (5,), "create": (0, 0, 0, 1, 0, 1), "remove": (0,), "stats_get": (0, 0),
              "bind": (0,) * 10, "unbind": (0,) * 10, "get_imc": (0,) * 9, "global_stats_get": (0,), "tables_dump": (0,)}
 
 
