@@ -198,22 +198,22 @@ OLV_TWAMP_API uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t
 /**
  * Create a responder: allocate its ID, write its state entry, learn its entry in the responder lookup tree.
  *
- * A failure undoes the steps before it in reverse order and leaves NULL in @p slot; a state entry that was
- * written stays written, and the creation count stays raised from the allocation of the ID on.
- * A record that @p slot holds when @p info is NULL is freed as if this call had allocated it.
+ * A failure undoes the steps before it in reverse order and leaves NULL in @p handle_slot; a state entry that
+ * was written stays written, and the creation count stays raised from the allocation of the ID on. A record
+ * that @p handle_slot holds when @p info is NULL is freed as if this call had allocated it.
  *
  * @param module  The module record.
  * @param info    The request.
- * @param slot    Receives the handle, which the caller owns.
+ * @param handle_slot  Receives the handle, which the caller owns.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE and TWAMP_STATUS_LOCK_FAILED from taking the lock
- *         (@p slot untouched); TWAMP_STATUS_INVALID_PARAM; TWAMP_STATUS_NO_MEMORY;
+ *         (@p handle_slot untouched); TWAMP_STATUS_INVALID_PARAM; TWAMP_STATUS_NO_MEMORY;
  *         TWAMP_STATUS_INDEX_ALLOC_FAILED; TWAMP_STATUS_STATE_WRITE_FAILED; the status of the framework's
  *         pattern call, unchanged; TWAMP_STATUS_LEARN_FAILED; TWAMP_STATUS_LOCK_FAILED from releasing the
- *         lock (the responder lives and @p slot holds it).
+ *         lock (the responder lives and @p handle_slot holds it).
  */
 OLV_TWAMP_API uint32_t olv_twamp_responder_create(olv_module_handle *module,
                                                   const olv_twamp_responder_info *info,
-                                                  twamp_responder_handle **slot);
+                                                  twamp_responder_handle **handle_slot);
 
 /**
  * Delete a responder: remove its entry from the responder lookup tree, return its ID, clear its state

@@ -30,15 +30,15 @@ bool is_responder(const twamp_responder_handle *responder)
 }
 
 /** Give back the record that a slot holds, so that nothing takes it for a responder. */
-void discard_record(twamp_responder_handle **slot)
+void discard_record(twamp_responder_handle **handle_slot)
 {
-    if (slot == nullptr || *slot == nullptr) {
+    if (handle_slot == nullptr || *handle_slot == nullptr) {
         return;
     }
-    (*slot)->module = nullptr;
-    (*slot)->magic = 0;
-    hyx_nvm_free(*slot);
-    *slot = nullptr;
+    (*handle_slot)->module = nullptr;
+    (*handle_slot)->magic = 0;
+    hyx_nvm_free(*handle_slot);
+    *handle_slot = nullptr;
 }
 
 twamp_responder_state new_responder_state(const olv_module_handle &module, const olv_twamp_responder_info &info)
@@ -104,14 +104,14 @@ uint32_t learn_entry(const module_call &call, uint32_t responder_id)
 }
 
 uint32_t make_responder(const module_call &call, const olv_twamp_responder_info *info,
-                        twamp_responder_handle **slot)
+                        twamp_responder_handle **handle_slot)
 {
-    scope_guard release_record([slot] { discard_record(slot); });
-    if (info == nullptr || slot == nullptr) {
+    scope_guard release_record([handle_slot] { discard_record(handle_slot); });
+    if (info == nullptr || handle_slot == nullptr) {
         return TWAMP_FAIL(call, error, TWAMP_STATUS_INVALID_PARAM, "Null Info / Flow Handle Pointer");
     }
 
-    *slot = nullptr;
+    *handle_slot = nullptr;
     auto *const record =
         static_cast<twamp_responder_handle *>(hyx_nvm_calloc(1, sizeof(twamp_responder_handle)));
     if (record == nullptr) {
@@ -119,7 +119,7 @@ uint32_t make_responder(const module_call &call, const olv_twamp_responder_info 
     }
     record->module = &call.module;
     record->magic = responder_magic;
-    *slot = record;
+    *handle_slot = record;
 
     twamp_ctx &ctx = *call.module.ctx;
     uint32_t id = 0;
@@ -146,9 +146,9 @@ uint32_t make_responder(const module_call &call, const olv_twamp_responder_info 
 }
 
 uint32_t create_responder(const module_call &call, const olv_twamp_responder_info *info,
-                          twamp_responder_handle **slot)
+                          twamp_responder_handle **handle_slot)
 {
-    if (const uint32_t status = make_responder(call, info, slot)) {
+    if (const uint32_t status = make_responder(call, info, handle_slot)) {
         return TWAMP_FAIL(call, error, status, "TWAMP Failed to create responder");
     }
     return OLV_STATUS_OK;
@@ -213,9 +213,9 @@ uint32_t run_on_responder(const Work &work, olv_module_handle *module, const twa
 } // namespace
 
 uint32_t olv_twamp_responder_create(olv_module_handle *module, const olv_twamp_responder_info *info,
-                                    twamp_responder_handle **slot)
+                                    twamp_responder_handle **handle_slot)
 {
-    return run([=](const module_call &call) { return create_responder(call, info, slot); }, module,
+    return run([=](const module_call &call) { return create_responder(call, info, handle_slot); }, module,
                TWAMP_HERE(error), __func__, "Failed to create Responder Handle");
 }
 
