@@ -7,22 +7,28 @@
  *
  * Conventions of the ABI:
  *  1. Every operation is `extern "C"`, throws nothing and keeps no global state. Operations on one module
- *     may be called from several threads; the module's semaphore serialises them.
+ *     may be called from several threads; the module's semaphore, if it has one, serialises their work.
  *     olv_twamp_init() and olv_twamp_shutdown() are not to run beside other operations of that module.
  *  2. Every status is a `uint32_t`; 0 is success. The module's own codes carry its number, 3, in bits
- *     16-19; the text of every status is the framework's (olv_sys_status_get()).
+ *     16-19; 1, 8, 9, 15 and 0x7E carry none, and 0x1002C carries 1. The text of every status is the
+ *     framework's (olv_sys_status_get()).
  *  3. The module handle is the framework's module record. It is valid when its magic is 0x53248791 and
- *     initialised between a successful olv_twamp_init() and olv_twamp_shutdown(). An unusable handle is
- *     refused with status 1 (one status differs: olv_twamp_tables_dump()) and a line or two on the console
- *     whatever the levels; no lock is taken and nothing changed.
+ *     initialised from a successful olv_twamp_init() to olv_twamp_shutdown(). A handle that is not (for init:
+ *     one that is not valid) is refused with a line or two on the console whatever the levels; no lock is
+ *     taken and nothing changed. The status is 1, with three exceptions: olv_twamp_tables_dump() has another
+ *     for what is no module record, the two prints return 0, and olv_twamp_map_sys_log() maps a supported
+ *     level whatever the handle is.
  *  4. Unless an operation says otherwise it runs between an entry and an exit line under the module lock.
- *     #TWAMP_STATUS_LOCK_FAILED means: the lock was not taken and nothing was done, or it could not be
- *     released and everything was done.
+ *     #TWAMP_STATUS_LOCK_FAILED means one of two things. The lock was not taken: nothing was done, and there
+ *     is no exit line. Or it was not released: that status takes the place of the work's own, and what the
+ *     work did, or left when it failed, stays.
  *  5. All fields are unsigned 32-bit words in host byte order unless a comment says otherwise. What is
- *     written to the fast path is big-endian, except the one word that says otherwise.
- *  6. Records passed in are only read during the call. Records passed out are the caller's.
- *  7. Every failure is logged to the console, under the log levels, and always to the tracer, as a rule
- *     followed by the framework's text of the status. Refused handles and requests have no such text.
+ *     written to the fast path is big-endian, except one word (twamp_responder_state::max_sessions).
+ *  6. Requests passed in are only read, during the call. Of the module record, olv_twamp_sys_log() writes
+ *     `log_flags`, init and shutdown write `ctx`. Records passed out are the caller's.
+ *  7. Every failure goes to the tracer, and to the console under the log levels; most are followed by the
+ *     framework's text of the status. Without that text, and shown whatever the levels, are the refusals of
+ *     a handle, of a NULL bind request and of a table group, and the line that ends a failed bind or unbind.
  */
 #ifndef OLV_TWAMP_H
 #define OLV_TWAMP_H
@@ -45,20 +51,20 @@ extern "C" {
 /** Status codes of the module. */
 enum {
     OLV_STATUS_OK = 0,               /**< Success; also init of a module that is initialised already. */
-    OLV_STATUS_INVALID_HANDLE = 1,   /**< The module or responder handle is unusable. */
+    OLV_STATUS_INVALID_HANDLE = 1,   /**< The module, responder or (bind, unbind) system handle is unusable. */
     OLV_STATUS_NULL_BIND_INFO = 8,   /**< Bind, unbind: the request is NULL. */
     OLV_STATUS_BIND_UNSUPPORTED = 9, /**< Bind: destination neither IPv4 nor IPv6. */
     OLV_STATUS_BAD_LOG_LEVEL = 15,   /**< Log level other than 0, 1, 3, 7, 15. */
     OLV_STATUS_DUMP_FAILED = 0x7E,   /**< A classifier tree could not be listed. */
 
-    TWAMP_STATUS_INVALID_MODULE = 0x30001,      /**< Table dump: handle NULL or not a module record. */
-    TWAMP_STATUS_INVALID_PARAM = 0x30008,       /**< NULL argument, unsupported bind type, path or group. */
-    TWAMP_STATUS_UNSUPPORTED_PAIR = 0x30009,    /**< Unbind: destination neither IPv4 nor IPv6. */
-    TWAMP_STATUS_UNSUPPORTED_PATH = 0x3000C,    /**< IMC lookup: module on the CPU, or destination unknown. */
-    TWAMP_STATUS_NO_ENTRY_POINT = 0x3000D,      /**< The destination module has no entry point. */
-    TWAMP_STATUS_NO_MEMORY = 0x30012,           /**< Context, responder handle or pattern not allocated. */
+    TWAMP_STATUS_INVALID_MODULE = 0x30001,   /**< Table dump: handle NULL or not a module record. */
+    TWAMP_STATUS_INVALID_PARAM = 0x30008,    /**< NULL argument; unsupported bind or group. */
+    TWAMP_STATUS_UNSUPPORTED_PAIR = 0x30009, /**< Unbind: destination neither IPv4 nor IPv6. */
+    TWAMP_STATUS_UNSUPPORTED_PATH = 0x3000C, /**< IMC lookup: module on the CPU, or destination unknown. */
+    TWAMP_STATUS_NO_ENTRY_POINT = 0x3000D,   /**< The destination module has no, or tells no, entry point. */
+    TWAMP_STATUS_NO_MEMORY = 0x30012,        /**< No context or responder handle; bind, unbind: no pattern. */
     TWAMP_STATUS_NAMESPACE_NOT_FOUND = 0x30019, /**< Init: a namespace is missing. */
-    TWAMP_STATUS_INDEX_ALLOC_FAILED = 0x3001D,  /**< No responder ID left. */
+    TWAMP_STATUS_INDEX_ALLOC_FAILED = 0x3001D,  /**< No responder ID could be allocated. */
     TWAMP_STATUS_INDEX_FREE_FAILED = 0x3001E,   /**< A responder ID could not be returned. */
     TWAMP_STATUS_STATE_READ_FAILED = 0x3002B,   /**< Fast-path state could not be read. */
     TWAMP_STATUS_STATE_WRITE_FAILED = 0x3002C,  /**< Fast-path state could not be written. */
@@ -94,7 +100,7 @@ typedef struct olv_twamp_responder_info {
 typedef struct twamp_responder_handle {
     uint32_t responder_id;     /**< 24-bit responder ID: state address and classifier key. */
     olv_module_handle *module; /**< The module that created it. Not compared in later calls. */
-    uint32_t magic;            /**< 0x43215678 while the record is valid. */
+    uint32_t magic;            /**< 0x43215678 from the creation on, also after the deletion. */
     uint32_t reserved[2];      /**< Zero. */
 } twamp_responder_handle;
 
@@ -145,8 +151,8 @@ OLV_TWAMP_API uint32_t olv_twamp_valid_module_handle(const olv_module_handle *mo
  * Initialise the module: allocate the private context, find the namespaces and tree functions of the
  * classifier program, register the service functions, clear the global statistics. Takes no lock.
  *
- * A failure frees the context and leaves the module uninitialised, with `ctx` still holding the freed
- * block's address. Service functions that were registered stay registered when only the clearing failed.
+ * A failure leaves the module uninitialised. It frees the context, once there is one, and `ctx` still holds
+ * the freed block's address. The service functions stay registered when only the clearing failed.
  *
  * @param module  The module record.
  * @return OLV_STATUS_OK, also for a module that is initialised already (nothing changes);
@@ -162,8 +168,8 @@ OLV_TWAMP_API uint32_t olv_twamp_init(olv_module_handle *module);
  *
  * @param module  The module record.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED (lock not taken: still
- *         initialised); the framework's status, unchanged, when it refuses the withdrawal: the module is
- *         shut down all the same.
+ *         initialised; not released: shut down); the framework's status, unchanged, when it refuses the
+ *         withdrawal: the module is shut down all the same.
  */
 OLV_TWAMP_API uint32_t olv_twamp_shutdown(olv_module_handle *module);
 
@@ -198,7 +204,7 @@ OLV_TWAMP_API uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t
 /**
  * Create a responder: allocate its ID, write its state entry, learn its entry in the responder lookup tree.
  *
- * A failure undoes the steps before it in reverse order and leaves NULL in @p handle_slot; a state entry that
+ * Work that fails undoes its steps in reverse order and leaves NULL in @p handle_slot; a state entry that
  * was written stays written, and the creation count stays raised from the allocation of the ID on. A record
  * that @p handle_slot holds when @p info is NULL is freed as if this call had allocated it.
  *
@@ -209,7 +215,7 @@ OLV_TWAMP_API uint32_t olv_twamp_map_sys_log(olv_module_handle *module, uint32_t
  *         (@p handle_slot untouched); TWAMP_STATUS_INVALID_PARAM; TWAMP_STATUS_NO_MEMORY;
  *         TWAMP_STATUS_INDEX_ALLOC_FAILED; TWAMP_STATUS_STATE_WRITE_FAILED; the status of the framework's
  *         pattern call, unchanged; TWAMP_STATUS_LEARN_FAILED; TWAMP_STATUS_LOCK_FAILED from releasing the
- *         lock (the responder lives and @p handle_slot holds it).
+ *         lock (the responder lives and @p handle_slot holds it, or the work had failed and it holds NULL).
  */
 OLV_TWAMP_API uint32_t olv_twamp_responder_create(olv_module_handle *module,
                                                   const olv_twamp_responder_info *info,
@@ -220,7 +226,9 @@ OLV_TWAMP_API uint32_t olv_twamp_responder_create(olv_module_handle *module,
  * entry. The record itself is neither freed nor changed. What a failing step leaves is not undone: before
  * the removal everything is kept; after it the ID or the state entry may be left.
  *
- * @param module     The module record.
+ * The handle is accepted again afterwards: a stale one deletes the responder that got its ID since.
+ *
+ * @param module     The module record. Not compared with the module that created the responder.
  * @param responder  The handle that the creation stored.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; the status of the framework's
  *         pattern call, unchanged; TWAMP_STATUS_LEARN_FAILED when the entry cannot be removed;
@@ -232,7 +240,8 @@ OLV_TWAMP_API uint32_t olv_twamp_responder_delete(olv_module_handle *module, twa
  * Read a responder's counters. Clears nothing; the five values need not be one consistent snapshot.
  * @param module     The module record.
  * @param responder  The handle that the creation stored.
- * @param stats      Filled on success, untouched on failure.
+ * @param stats      Filled once the counters are read, also when only the release of the lock failed;
+ *                   otherwise untouched.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; TWAMP_STATUS_INVALID_PARAM
  *         when @p stats is NULL; TWAMP_STATUS_STATE_READ_FAILED.
  */
@@ -241,10 +250,11 @@ OLV_TWAMP_API uint32_t olv_twamp_responder_stats_get(olv_module_handle *module,
                                                      olv_twamp_responder_stats *stats);
 
 /**
- * Print a responder's non-zero counters to standard output.
+ * Print a responder's non-zero counters to standard output, after olv_twamp_responder_stats_get(). Where that
+ * fails nothing is printed but its messages.
  * @param module     The module record.
  * @param responder  The handle that the creation stored.
- * @return 0, also when they cannot be read.
+ * @return 0, always.
  */
 OLV_TWAMP_API uint32_t olv_twamp_responder_stats_print(olv_module_handle *module,
                                                        twamp_responder_handle *responder);
@@ -255,18 +265,20 @@ OLV_TWAMP_API uint32_t olv_twamp_responder_stats_print(olv_module_handle *module
  * The destination's entry-point lookup is called with the module lock held; its `module_id` indexes
  * moduleMgrCpuServiceFn and has to be one that the framework knows.
  *
- * @param system  The system record: its log word and status texts are used; not NULL.
+ * @param system  The system record: its log word is used, and it is asked for status texts. NULL is refused
+ *                as an unusable handle.
  * @param info    The request; `src_module` is the module's record.
  * @return OLV_STATUS_OK; OLV_STATUS_NULL_BIND_INFO; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED;
  *         TWAMP_STATUS_INVALID_PARAM; TWAMP_STATUS_NO_ENTRY_POINT; OLV_STATUS_BIND_UNSUPPORTED;
  *         TWAMP_STATUS_NO_MEMORY; the status of the pattern's extension with 3 in bits 16-19;
- *         TWAMP_STATUS_LEARN_FAILED. A failed bind leaves the tree as it was.
+ *         TWAMP_STATUS_LEARN_FAILED. A failed bind leaves the tree as it was, but for
+ *         TWAMP_STATUS_LOCK_FAILED from releasing the lock after the entry was learnt, which stays.
  */
 OLV_TWAMP_API uint32_t olv_twamp_custom_bind(olv_system_handle *system, const olv_bind_info *info);
 
 /**
  * Service function: remove the entry that olv_twamp_custom_bind() learnt for the same request. The entry
- * point is asked for again. `custom_bind` is not looked at.
+ * point is asked for again. `custom_bind` is not looked at. A failure leaves the tree as with bind.
  *
  * @param system  As olv_twamp_custom_bind().
  * @param info    As olv_twamp_custom_bind(), with the same source instance.
@@ -281,25 +293,29 @@ OLV_TWAMP_API uint32_t olv_twamp_custom_unbind(olv_system_handle *system, const 
  * for both. Changes no state, prints no entry or exit line.
  * @param module  The module record.
  * @param info    The request: its locations and its destination are looked at.
- * @param imc     Receives the tree-function ID; untouched on failure.
- * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED (when the release failed,
- *         @p imc is written); TWAMP_STATUS_UNSUPPORTED_PATH; TWAMP_STATUS_INVALID_PARAM for a NULL pointer.
+ * @param imc     Receives the tree-function ID, also when only the release of the lock failed; otherwise
+ *                untouched.
+ * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; TWAMP_STATUS_UNSUPPORTED_PATH;
+ *         TWAMP_STATUS_INVALID_PARAM for a NULL pointer.
  */
 OLV_TWAMP_API uint32_t olv_twamp_get_imc(olv_module_handle *module, const olv_bind_info *info, uint32_t *imc);
 
 /**
  * Read the module's counters. Clears nothing; the six values need not be one consistent snapshot.
  * @param module  The module record.
- * @param stats   Filled on success; zeros after a failed read.
+ * @param stats   Filled once the counters are read, also when only the release of the lock failed. After a
+ *                failed read: zeros, but for what the runtime environment wrote before it failed, which is
+ *                not converted. Otherwise untouched.
  * @return OLV_STATUS_OK; OLV_STATUS_INVALID_HANDLE; TWAMP_STATUS_LOCK_FAILED; TWAMP_STATUS_INVALID_PARAM
  *         when @p stats is NULL; TWAMP_STATUS_STATE_READ_FAILED.
  */
 OLV_TWAMP_API uint32_t olv_twamp_global_stats_get(olv_module_handle *module, olv_twamp_global_stats *stats);
 
 /**
- * Print the module's non-zero counters to standard output.
+ * Print the module's non-zero counters to standard output, after olv_twamp_global_stats_get(). Where that
+ * fails nothing is printed but its messages.
  * @param module  The module record.
- * @return 0, also when they cannot be read.
+ * @return 0, always.
  */
 OLV_TWAMP_API uint32_t olv_twamp_global_stats_print(olv_module_handle *module);
 
@@ -323,7 +339,8 @@ OLV_TWAMP_API uint32_t olv_twamp_tables_dump(olv_module_handle *module, uint32_t
 OLV_TWAMP_API uint32_t olv_twamp_dump_tables(olv_module_handle *module, uint32_t table_group);
 
 /**
- * Print one classifier entry of a tree that has a format of its own.
+ * Print one classifier entry of a tree that has a format of its own. Neither this nor the next two
+ * operations take a lock or print entry and exit lines.
  * @param tree_index  0: as responder_entry_dump(); any other tree prints nothing.
  * @param pattern     The entry's pattern; NULL prints the column header.
  * @param action      The entry's action; may be NULL, see responder_entry_dump().
@@ -332,7 +349,8 @@ OLV_TWAMP_API void olv_twamp_table_entry_dump(uint32_t tree_index, const olv_ptn
                                               const olv_ptn_action *action);
 
 /**
- * Callback of the walk, see #hyx_ptn_list_fn: print one line for one entry.
+ * Callback of the walk, see #hyx_ptn_list_fn: print one line for one entry. Of the entries whose pattern's
+ * third word is the tree's key width, 24, only the first in a walk has a line.
  * @param context  The walk's; nothing is printed where it is NULL.
  * @param unused   Not used.
  * @param pattern  The entry's pattern; nothing is printed where it is NULL.
