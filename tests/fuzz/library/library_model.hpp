@@ -25,6 +25,11 @@
 
 namespace olv_fuzz {
 
+inline constexpr std::uint32_t module_magic = 0x53248791;
+inline constexpr std::uint32_t context_magic = 0x18496124;
+inline constexpr std::uint32_t responder_magic = 0x43215678;
+inline constexpr std::uint32_t global_statistics = 0x7008C1;
+
 /** Statuses and texts that a test can change, to see that a difference is noticed. */
 struct model_constants {
     std::uint32_t lock_failed = 0x300A5;
@@ -190,8 +195,19 @@ class library_model {
     void say_text(const speaker &by, severity how, const char *format, const std::string &text);
     [[gnu::format(printf, 4, 5)]] void say(const speaker &by, severity how, const char *format, ...);
     void report(const speaker &by, severity how, std::uint32_t status);
+    /** An error and the text of its status, which is returned. */
+    [[gnu::format(printf, 4, 5)]] std::uint32_t fail(const speaker &by, std::uint32_t status,
+                                                     const char *format, ...);
+    /** The same, fatal. */
+    [[gnu::format(printf, 4, 5)]] std::uint32_t fail_fatally(const speaker &by, std::uint32_t status,
+                                                             const char *format, ...);
+    std::uint32_t fail_with(severity how, const speaker &by, std::uint32_t status, const char *format,
+                            const std::string &text);
+    void say_unknown_text(const char *file, const char *format, const std::string &text);
     /** A message in the unknown-handle form. */
     [[gnu::format(printf, 3, 4)]] void say_unknown(const char *file, const char *format, ...);
+    /** An operation refuses a module's handle. @return 1. */
+    std::uint32_t refuse(const char *file, const model_module *module, const char *failed);
     void function_line(const operation &current, bool entering);
     void pattern_line(const operation &current, const char *word, bool with_place, const char *tree,
                       const model_pattern &key, const model_entry &entry);

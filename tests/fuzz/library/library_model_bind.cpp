@@ -75,11 +75,10 @@ std::uint32_t library_model::bind_work(const operation &current, const model_bin
     }
     if (!is_ip(info.destination->module_id)) {
         const std::uint32_t unsupported = binds ? 9 : constants_.unbind_unsupported;
-        say(speaker_of(current), severity::error,
+        return fail(
+            speaker_of(current), unsupported,
             "Following is only supported bind combination\n source module = TWAMP, destination module = IPV4\n "
             "source module = TWAMP, destination module = IPV6\n");
-        report(speaker_of(current), severity::error, unsupported);
-        return unsupported;
     }
     return change_bind(current, info, binds, {.action = {1, entry_point, 0}});
 }
@@ -88,16 +87,15 @@ std::uint32_t library_model::bind_checks(const operation &current, const model_b
 {
     const speaker by = speaker_of(current);
     if (info.path != 1) {
-        say(by, severity::error, "Only OLV_BIND_PATH_DIRECT is supported\n");
-    } else if (info.type != 2) {
-        say(by, severity::error, "Unsupported Binding Type %d\n", static_cast<int>(info.type));
-    } else if (binds && !info.custom) {
-        say(by, severity::error, "Only custom bind supported\n");
-    } else {
-        return 0;
+        return fail(by, 0x30008, "Only OLV_BIND_PATH_DIRECT is supported\n");
     }
-    report(by, severity::error, 0x30008);
-    return 0x30008;
+    if (info.type != 2) {
+        return fail(by, 0x30008, "Unsupported Binding Type %d\n", static_cast<int>(info.type));
+    }
+    if (binds && !info.custom) {
+        return fail(by, 0x30008, "Only custom bind supported\n");
+    }
+    return 0;
 }
 
 std::uint32_t library_model::call_lookup(const model_bind_info &info, std::uint32_t &found)
@@ -132,17 +130,13 @@ std::uint32_t library_model::find_entry_point(const operation &current, const mo
 {
     const speaker by = speaker_of(current);
     if (call_lookup(info, found) != 0) {
-        say(by, severity::error, "Failed to get Entry point function for destination module\n");
-        report(by, severity::error, 0x3000D);
-        return 0x3000D;
+        return fail(by, 0x3000D, "Failed to get Entry point function for destination module\n");
     }
     if (found == 0 && info.subtype == 2) {
         found = info.destination->default_entry_point;
     }
     if (found == 0) {
-        say(by, severity::error, "Invalid Entry point function found for destination module\n");
-        report(by, severity::error, 0x3000D);
-        return 0x3000D;
+        return fail(by, 0x3000D, "Invalid Entry point function found for destination module\n");
     }
     return 0;
 }
@@ -192,17 +186,13 @@ std::uint32_t library_model::apply_bind(const operation &current, const model_pa
         return 0;
     }
     if (binds) {
-        say(by, severity::error,
-            "Failed to learn the tree entry, treeID = %d\nRTE error code:0x%x, error string: %s\n",
-            static_cast<int>(tree), code, hyx_status_get(code));
-    } else {
-        say(by, severity::error,
-            "Failed to unlearn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
-            static_cast<int>(tree), code, hyx_status_get(code));
+        return fail(by, 0x30040,
+                    "Failed to learn the tree entry, treeID = %d\nRTE error code:0x%x, error string: %s\n",
+                    static_cast<int>(tree), code, hyx_status_get(code));
     }
-    const std::uint32_t status = binds ? 0x30040 : 0x30041;
-    report(by, severity::error, status);
-    return status;
+    return fail(by, 0x30041,
+                "Failed to unlearn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
+                static_cast<int>(tree), code, hyx_status_get(code));
 }
 
 std::uint32_t library_model::get_imc(model_module *module, const model_bind_info &info, std::uint32_t &imc)

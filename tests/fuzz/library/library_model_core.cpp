@@ -9,9 +9,6 @@ namespace {
 
 constexpr const char *file = "twamp.c";
 constexpr const char *internal_file = "twamp_internal.c";
-constexpr std::uint32_t module_magic = 0x53248791;
-constexpr std::uint32_t context_magic = 0x18496124;
-constexpr std::uint32_t global_statistics = 0x7008C1;
 constexpr std::uint32_t state_bit = 0x80;
 
 bool is_level(std::uint32_t level)
@@ -46,8 +43,7 @@ std::uint32_t library_model::init(model_module *module)
                              .name = module->system->log_name,
                              .record = trace_record::system,
                              .file = file};
-        say(system, severity::fatal, "Fail to allocate memory\n");
-        report(system, severity::fatal, result);
+        fail_fatally(system, result, "Fail to allocate memory\n");
     } else {
         contexts.push_back({.magic = 0, .block = block});
         module->context = static_cast<int>(contexts.size()) - 1;
@@ -64,21 +60,19 @@ std::uint32_t library_model::find_namespaces(model_module &module, model_context
 {
     std::uint32_t code = platform.rsrc_find(module.rte, "twamp_responder", context.responder_namespace);
     if (code != 0) {
-        say(by, severity::error,
+        return fail(
+            by, 0x30019,
             "Failed to get the handle for TWAMP responder name space %s, RTE error code:0x%x, error string: "
             "%s\n",
             "twamp_responder", code, hyx_status_get(code));
-        report(by, severity::error, 0x30019);
-        return 0x30019;
     }
     code = platform.rsrc_find(module.rte, "twamp_reflector_session", context.session_namespace);
     if (code != 0) {
-        say(by, severity::error,
+        return fail(
+            by, 0x30019,
             "Failed to get the handle for TWAMP reflector session name space %s, RTE error code:0x%x, error "
             "string: %s\n",
             "twamp_reflector_session", code, hyx_status_get(code));
-        report(by, severity::error, 0x30019);
-        return 0x30019;
     }
     return 0;
 }
@@ -90,11 +84,9 @@ std::uint32_t library_model::find_tree(const model_module &module, const char *n
     if (code == 0) {
         return 0;
     }
-    say(by, severity::error,
-        "Failed to get ID for the QMT tree function %s, RTE error code:0x%x, error string: %s\n", name, code,
-        hyx_status_get(code));
-    report(by, severity::error, 0x3003F);
-    return 0x3003F;
+    return fail(by, 0x3003F,
+                "Failed to get ID for the QMT tree function %s, RTE error code:0x%x, error string: %s\n", name,
+                code, hyx_status_get(code));
 }
 
 std::uint32_t library_model::init_work(model_module &module, model_context &context)
@@ -122,9 +114,7 @@ std::uint32_t library_model::init_work(model_module &module, model_context &cont
                              .name = module.system->log_name,
                              .record = trace_record::system,
                              .file = file};
-        say(system, severity::fatal, "Failed to register the service functions\n");
-        report(system, severity::fatal, retagged);
-        return retagged;
+        return fail_fatally(system, retagged, "Failed to register the service functions\n");
     }
     std::string zeros = "00";
     std::string traced(256, '0');
@@ -138,9 +128,7 @@ std::uint32_t library_model::init_work(model_module &module, model_context &cont
     trace({27, trace_record::module, file, std::nullopt, "0x007008c1 0 " + traced + " 128"});
     const std::uint32_t code = platform.state_set(module.rte, global_statistics, model_bytes(128));
     if (code != 0) {
-        say(by, severity::fatal, "Failed to clear global stats, RTE Error: %s\n", hyx_status_get(code));
-        report(by, severity::fatal, 0x1002C);
-        return 0x1002C;
+        return fail_fatally(by, 0x1002C, "Failed to clear global stats, RTE Error: %s\n", hyx_status_get(code));
     }
     context.magic = context_magic;
     say(by, severity::info, "Profile - OLV_KORVA_PROFILE_2\n");
@@ -176,9 +164,7 @@ std::uint32_t library_model::shutdown(model_module *module)
         return 1;
     }
     if (!usable(module)) {
-        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", address);
-        say_unknown(file, "TWAMP module failed to shutdown\n");
-        return 1;
+        return refuse(file, module, "TWAMP module failed to shutdown\n");
     }
     const operation current = operation_of(*module, "olv_twamp_shutdown", file);
     if (!takes_lock(current)) {
@@ -187,15 +173,13 @@ std::uint32_t library_model::shutdown(model_module *module)
     const speaker by = speaker_of(current);
     const std::uint32_t result = register_functions(*module, registration::none, 0, false);
     if (result != 0) {
-        say(by, severity::error, "Failed to register NULL functions\n");
-        report(by, severity::error, result);
+        fail(by, result, "Failed to register NULL functions\n");
     }
     context_of(*module).magic = 0;
     platform.free(context_of(*module).block);
     module->context = -1;
     if (result != 0) {
-        say(by, severity::error, "TWAMP module 0x%08x failed to shutdown\n", address);
-        report(by, severity::error, result);
+        fail(by, result, "TWAMP module 0x%08x failed to shutdown\n", address);
     } else {
         say(by, severity::info, "TWAMP module 0x%08x shutdown\n", address);
     }
@@ -205,18 +189,12 @@ std::uint32_t library_model::shutdown(model_module *module)
 std::uint32_t library_model::service_function_update(model_module *module)
 {
     if (!usable(module)) {
-        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", module != nullptr ? module->address : 0);
-        say_unknown(file, "Service function update failed");
-        return 1;
+        return refuse(file, module, "Service function update failed");
     }
     const operation current = operation_of(*module, "olv_twamp_service_function_update", file);
     return framed(current, [&] {
         const std::uint32_t status = register_functions(*module, registration::by_update, 0, true);
-        if (status != 0) {
-            say(speaker_of(current), severity::error, "Failed to update service functions");
-            report(speaker_of(current), severity::error, status);
-        }
-        return status;
+        return status == 0 ? 0 : fail(speaker_of(current), status, "Failed to update service functions");
     });
 }
 
@@ -231,9 +209,7 @@ std::uint32_t library_model::map_sys_log(model_module *module, std::uint32_t lev
         return 15;
     }
     const speaker by = speaker_of(operation_of(*module, "olv_twamp_map_sys_log", internal_file));
-    say(by, severity::error, "Unsupported log-level in TWAMP!");
-    report(by, severity::error, 15);
-    return 15;
+    return fail(by, 15, "Unsupported log-level in TWAMP!");
 }
 
 std::uint32_t library_model::sys_log(model_module *module, std::uint32_t level)
@@ -248,9 +224,7 @@ std::uint32_t library_model::sys_log(model_module *module, std::uint32_t level)
         std::uint32_t mapped = 0;
         const std::uint32_t status = map_sys_log(module, level, mapped);
         if (status != 0) {
-            say(speaker_of(current), severity::error, "Failed to set log-level %d\n", static_cast<int>(level));
-            report(speaker_of(current), severity::error, status);
-            return status;
+            return fail(speaker_of(current), status, "Failed to set log-level %d\n", static_cast<int>(level));
         }
         module->log_flags = mapped;
         say(speaker_of(current), severity::info, "TWAMP module 0x%08x log-level set to 0x%x\n", module->address,

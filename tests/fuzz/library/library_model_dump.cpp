@@ -18,27 +18,21 @@ constexpr const char *tree_names[] = {"olv_twamp.twamp_responder_lookup",
 std::uint32_t library_model::global_stats_get(model_module *module, std::array<std::uint32_t, 6> *stats)
 {
     if (!usable(module)) {
-        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", module != nullptr ? module->address : 0);
-        say_unknown(file, "Failed to delete Responder Handle");
-        return 1;
+        return refuse(file, module, "Failed to delete Responder Handle");
     }
     const operation current = operation_of(*module, "olv_twamp_global_stats_get", file);
     return framed(current, [&] {
         const speaker by = speaker_of(current);
         if (stats == nullptr) {
-            say(by, severity::error, "Null Stats Pointer");
-            report(by, severity::error, 0x30008);
-            return 0x30008u;
+            return fail(by, 0x30008, "Null Stats Pointer");
         }
         *stats = {};
         model_bytes block;
         const std::uint32_t code = platform.state_get(module->rte, 0x7008C1, 24, block);
         if (code != 0) {
-            say(by, severity::error,
-                "Failed to read TWAMP Gloabl Stats, RTE error code:0x%x, error string: %s\n", code,
-                hyx_status_get(code));
-            report(by, severity::error, 0x3002B);
-            return 0x3002Bu;
+            return fail(by, 0x3002B,
+                        "Failed to read TWAMP Gloabl Stats, RTE error code:0x%x, error string: %s\n", code,
+                        hyx_status_get(code));
         }
         for (std::size_t index = 0; index < 24; ++index) {
             std::uint32_t &word = (*stats)[index / 4];
@@ -77,9 +71,7 @@ std::uint32_t library_model::tables_dump(model_module *module, std::uint32_t gro
         return 0x30001;
     }
     if (!usable(module)) {
-        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", address);
-        say_unknown(file, "failed to dump TWAMP tables");
-        return 1;
+        return refuse(file, module, "failed to dump TWAMP tables");
     }
     const operation current = operation_of(*module, "olv_twamp_tables_dump", file);
     return framed(current, [&]() -> std::uint32_t {
@@ -92,9 +84,7 @@ std::uint32_t library_model::tables_dump(model_module *module, std::uint32_t gro
             return 0;
         }
         const std::uint32_t status = (failed & ~0xF0000u) | 0x30000u;
-        say(speaker_of(current), severity::error, "Failed to dump TWAMP Tables");
-        report(speaker_of(current), severity::error, status);
-        return status;
+        return fail(speaker_of(current), status, "Failed to dump TWAMP Tables");
     });
 }
 
@@ -109,11 +99,9 @@ std::uint32_t library_model::dump_tables(model_module &module, std::uint32_t gro
         const std::uint32_t code = dump_tree(current, index);
         if (code != 0) {
             const speaker by = speaker_of(current);
-            say(by, severity::error, "RTE Error %s: Failed to dump TWAMP tree for idx %d\n",
-                hyx_status_get(code), static_cast<int>(index));
-            report(by, severity::error, 0x7E);
-            say(by, severity::error, "Failed to dump TWAMP module's trees");
-            report(by, severity::error, 0x7E);
+            fail(by, 0x7E, "RTE Error %s: Failed to dump TWAMP tree for idx %d\n", hyx_status_get(code),
+                 static_cast<int>(index));
+            fail(by, 0x7E, "Failed to dump TWAMP module's trees");
             function_line(current, false);
             return 0x7E;
         }

@@ -10,8 +10,6 @@
 namespace olv_fuzz {
 namespace {
 
-constexpr std::uint32_t module_magic = 0x53248791;
-constexpr std::uint32_t context_magic = 0x18496124;
 constexpr std::uint32_t level_bits = 0x0F;
 constexpr std::uint32_t function_bit = 0x10;
 constexpr std::uint32_t pattern_bit = 0x40;
@@ -133,14 +131,52 @@ void library_model::report(const speaker &by, severity how, std::uint32_t status
     say(by, how, "%s\n", olv_sys_status_get(nullptr, status));
 }
 
+std::uint32_t library_model::fail_with(severity how, const speaker &by, std::uint32_t status,
+                                       const char *format, const std::string &text)
+{
+    say_text(by, how, format, text);
+    report(by, how, status);
+    return status;
+}
+
+std::uint32_t library_model::fail(const speaker &by, std::uint32_t status, const char *format, ...)
+{
+    std::va_list list;
+    va_start(list, format);
+    const std::string text = formatted(format, list);
+    va_end(list);
+    return fail_with(severity::error, by, status, format, text);
+}
+
+std::uint32_t library_model::fail_fatally(const speaker &by, std::uint32_t status, const char *format, ...)
+{
+    std::va_list list;
+    va_start(list, format);
+    const std::string text = formatted(format, list);
+    va_end(list);
+    return fail_with(severity::fatal, by, status, format, text);
+}
+
+void library_model::say_unknown_text(const char *file, const char *format, const std::string &text)
+{
+    console += "[olv_unknown_log: ERROR]" + tail(file) + as_printed(format, text);
+    events.push_back({olv_sim::trace_event::forced_error, trace_record::none, file, format, text});
+}
+
 void library_model::say_unknown(const char *file, const char *format, ...)
 {
     std::va_list list;
     va_start(list, format);
     const std::string text = formatted(format, list);
     va_end(list);
-    console += "[olv_unknown_log: ERROR]" + tail(file) + as_printed(format, text);
-    events.push_back({olv_sim::trace_event::forced_error, trace_record::none, file, format, text});
+    say_unknown_text(file, format, text);
+}
+
+std::uint32_t library_model::refuse(const char *file, const model_module *module, const char *failed)
+{
+    say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", module != nullptr ? module->address : 0);
+    say_unknown_text(file, failed, failed);
+    return 1;
 }
 
 void library_model::function_line(const operation &current, bool entering)
@@ -183,9 +219,8 @@ bool library_model::takes_lock(const operation &current)
         return true;
     }
     const speaker by = speaker_of(current);
-    say(by, severity::error, " Failed to acquire lock, RTE error code: %d. %s\n", static_cast<int>(code),
-        hyx_status_get(code));
-    report(by, severity::error, constants_.lock_failed);
+    fail(by, constants_.lock_failed, " Failed to acquire lock, RTE error code: %d. %s\n",
+         static_cast<int>(code), hyx_status_get(code));
     return false;
 }
 
@@ -199,10 +234,8 @@ std::uint32_t library_model::released(const operation &current, std::uint32_t re
         return result;
     }
     const speaker by = speaker_of(current);
-    say(by, severity::error, " Failed to release lock, RTE error code: %d. %s\n", static_cast<int>(code),
-        hyx_status_get(code));
-    report(by, severity::error, constants_.lock_failed);
-    return constants_.lock_failed;
+    return fail(by, constants_.lock_failed, " Failed to release lock, RTE error code: %d. %s\n",
+                static_cast<int>(code), hyx_status_get(code));
 }
 
 std::uint32_t library_model::framed(const operation &current, const std::function<std::uint32_t()> &work)

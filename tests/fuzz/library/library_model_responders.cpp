@@ -6,7 +6,6 @@ namespace {
 
 constexpr const char *file = "twamp_responder.c";
 constexpr const char *lookup_tree = "olv_twamp.twamp_responder_lookup";
-constexpr std::uint32_t responder_magic = 0x43215678;
 
 std::uint32_t address_of(const model_module *module)
 {
@@ -34,9 +33,7 @@ std::uint32_t load(const model_bytes &bytes, std::size_t at)
 std::uint32_t library_model::responder_create(model_module *module, const responder_request *info, int *slot)
 {
     if (!usable(module)) {
-        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", address_of(module));
-        say_unknown(file, "Failed to create Responder Handle");
-        return 1;
+        return refuse(file, module, "Failed to create Responder Handle");
     }
     const operation current = operation_of(*module, "olv_twamp_responder_create", file);
     return framed(current, [&] {
@@ -61,16 +58,12 @@ std::uint32_t library_model::create_work(const operation &current, const respond
 {
     const speaker by = speaker_of(current);
     if (info == nullptr || slot == nullptr) {
-        say(by, severity::error, "Null Info / Flow Handle Pointer");
-        report(by, severity::error, 0x30008);
-        return 0x30008;
+        return fail(by, 0x30008, "Null Info / Flow Handle Pointer");
     }
     *slot = -1;
     const std::uint32_t block = platform.calloc();
     if (block == no_block) {
-        say(by, severity::fatal, "Memory allocation failed responder handle");
-        report(by, severity::fatal, 0x30012);
-        return 0x30012;
+        return fail_fatally(by, 0x30012, "Memory allocation failed responder handle");
     }
     responders.push_back({.block = block, .module = current.module, .magic = responder_magic});
     *slot = static_cast<int>(responders.size()) - 1;
@@ -84,11 +77,10 @@ std::uint32_t library_model::create_steps(const operation &current, const respon
     std::uint32_t id = 0;
     const std::uint32_t allocated = platform.rsrc_allocate(resources, id);
     if (allocated != 0) {
-        say(by, severity::error,
+        return fail(
+            by, 0x3001D,
             "Failed to allocate index from namespace handle 0x%0x, RTE error code:0x%x, error string: %s\n",
             resources, allocated, hyx_status_get(allocated));
-        report(by, severity::error, 0x3001D);
-        return 0x3001D;
     }
     responders.at(static_cast<std::size_t>(*slot)).id = id;
     ++context_of(*current.module).created;
@@ -97,10 +89,8 @@ std::uint32_t library_model::create_steps(const operation &current, const respon
     std::uint32_t result = 0;
     const std::uint32_t written = platform.state_set(current.module->rte, id, entry);
     if (written != 0) {
-        say(by, severity::error, "Failed to reset Responder state, RTE error code:0x%x, error string: %s\n",
-            written, hyx_status_get(written));
-        report(by, severity::error, 0x3002C);
-        result = 0x3002C;
+        result = fail(by, 0x3002C, "Failed to reset Responder state, RTE error code:0x%x, error string: %s\n",
+                      written, hyx_status_get(written));
     } else {
         result = with_responder_key(
             current, id, [&](const model_pattern &pattern) { return learn_responder(current, pattern); });
@@ -140,14 +130,11 @@ std::uint32_t library_model::with_responder_key(const operation &current, std::u
     model_pattern pattern;
     std::uint32_t status = platform.ptn_new(pattern);
     if (status != 0) {
-        say(by, severity::error, "Failed to allocate the pattern structure");
-        report(by, severity::error, status);
-        return status;
+        return fail(by, status, "Failed to allocate the pattern structure");
     }
     status = platform.ptn_extend(pattern, id, 24);
     if (status != 0) {
-        say(by, severity::error, "Failed to add the responder flow ID to the pattern");
-        report(by, severity::error, status);
+        fail(by, status, "Failed to add the responder flow ID to the pattern");
     } else {
         status = work(pattern);
     }
@@ -161,11 +148,9 @@ std::uint32_t library_model::learn_responder(const operation &current, const mod
     const std::uint32_t tree = context_of(*current.module).responder_tree;
     const std::uint32_t code = platform.learn(current.module->rte, tree, pattern, {});
     if (code != 0) {
-        say(by, severity::error,
-            "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
-            static_cast<int>(tree), code, hyx_status_get(code));
-        report(by, severity::error, 0x30040);
-        return 0x30040;
+        return fail(by, 0x30040,
+                    "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
+                    static_cast<int>(tree), code, hyx_status_get(code));
     }
     pattern_line(current, "ptn_learn", true, lookup_tree, pattern, {});
     return 0;
@@ -204,27 +189,22 @@ std::uint32_t library_model::delete_entry(const operation &current, std::uint32_
     const model_context &context = context_of(*current.module);
     std::uint32_t code = platform.unlearn(current.module->rte, context.responder_tree, pattern);
     if (code != 0) {
-        say(by, severity::error,
-            "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
-            static_cast<int>(context.responder_tree), code, hyx_status_get(code));
-        report(by, severity::error, 0x30040);
-        return 0x30040;
+        return fail(by, 0x30040,
+                    "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
+                    static_cast<int>(context.responder_tree), code, hyx_status_get(code));
     }
     pattern_line(current, "ptn_unlearn", true, lookup_tree, pattern, {});
     code = constants_.delete_frees_id ? platform.rsrc_free(context.responder_namespace, id) : 0;
     if (code != 0) {
-        say(by, severity::error,
+        return fail(
+            by, 0x3001E,
             "Failed to free resource to namespace handle 0x%0x, RTE error code:0x%x, error string: %s\n",
             context.responder_namespace, code, hyx_status_get(code));
-        report(by, severity::error, 0x3001E);
-        return 0x3001E;
     }
     code = platform.state_set(current.module->rte, id, model_bytes(60));
     if (code != 0) {
-        say(by, severity::error, "Failed to reset Responder state, RTE error code:0x%x, error string: %s\n",
-            code, hyx_status_get(code));
-        report(by, severity::error, 0x3002C);
-        return 0x3002C;
+        return fail(by, 0x3002C, "Failed to reset Responder state, RTE error code:0x%x, error string: %s\n",
+                    code, hyx_status_get(code));
     }
     return 0;
 }
@@ -240,17 +220,13 @@ std::uint32_t library_model::responder_stats_get(model_module *module, int respo
     return framed(current, [&] {
         const speaker by = speaker_of(current);
         if (stats == nullptr) {
-            say(by, severity::error, "Null Stats Pointer");
-            report(by, severity::error, 0x30008);
-            return 0x30008u;
+            return fail(by, 0x30008, "Null Stats Pointer");
         }
         model_bytes entry;
         const std::uint32_t code = platform.state_get(module->rte, record.id, 60, entry);
         if (code != 0) {
-            say(by, severity::error, "Failed to read Responder state, RTE error code:0x%x, error string: %s\n",
-                code, hyx_status_get(code));
-            report(by, severity::error, 0x3002B);
-            return 0x3002Bu;
+            return fail(by, 0x3002B, "Failed to read Responder state, RTE error code:0x%x, error string: %s\n",
+                        code, hyx_status_get(code));
         }
         *stats = {load(entry, 32), load(entry, 36), load(entry, 44), load(entry, 40), load(entry, 48)};
         return 0u;

@@ -12,11 +12,6 @@
 namespace olv_fuzz {
 namespace {
 
-constexpr std::uint32_t module_magic = 0x53248791;
-constexpr std::uint32_t context_magic = 0x18496124;
-constexpr std::uint32_t responder_magic = 0x43215678;
-constexpr std::uint32_t global_statistics = 0x7008C1;
-
 constexpr std::array fallible{call::olv_sys_sem_lock_wait,
                               call::olv_module_service_function_register,
                               call::olv_module_service_function_update,

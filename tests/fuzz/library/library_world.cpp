@@ -13,10 +13,8 @@
 namespace olv_fuzz {
 namespace {
 
-constexpr std::uint32_t global_statistics = 0x7008C1;
 constexpr std::uint32_t responder_tree = 0x104;
 constexpr std::uint32_t bind_tree = 0x105;
-constexpr std::uint32_t module_magic = 0x53248791;
 constexpr const char *responder_names = "twamp_responder";
 
 std::uint32_t low_word(const void *pointer)
