@@ -1,61 +1,50 @@
 #include "harness.hpp"
-#include "olv_sim/call_record.hpp"
-#include "olv_sim/faults.hpp"
-#include "olv_sim/framework.hpp"
-#include "olv_sim/process.hpp"
-#include "olv_sim/processor.hpp"
-#include "olv_sim/resources.hpp"
-#include "olv_sim/tracer.hpp"
-#include "olv_sim/violations.hpp"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "olv_sim/faults.hpp"
+#include "olv_sim/process.hpp"
+#include "olv_sim/resources.hpp"
+#include "olv_sim/violations.hpp"
+#include "silence.hpp"
+
+namespace olv_test {
+
 namespace {
 
-std::string formatted(const char *format, std::uint32_t value)
-{
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), format, value);
-    return text.data();
-}
+/** Takes events together with how much was printed and called before. */
+class watching_sink : public olv_sim::trace_sink {
+  public:
+    struct notice {
+        seen_event seen;
+        off_t printed;
+        std::size_t calls;
+    };
 
-std::string replaced(std::string text, const std::string &from, const std::string &to)
-{
-    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-        text.replace(at, from.size(), to);
-    return text;
-}
+    explicit watching_sink(const olv_module_handle &module) : module_(module) {}
 
-/** Replace each "{keyword argument}" by what @p text_of makes of the argument. */
-std::string with_texts(const std::string &text, const std::string &keyword,
-                       const std::function<std::string(const std::string &)> &text_of)
-{
-    const std::string opening = "{" + keyword + " ";
-    std::string result;
-    std::size_t rest = 0;
-    for (std::size_t at = 0; (at = text.find(opening, rest)) != std::string::npos;) {
-        const std::size_t argument = at + opening.size();
-        const std::size_t end = text.find('}', argument);
-        if (end == std::string::npos)
-            break;
-        result += text.substr(rest, at - rest) + text_of(text.substr(argument, end - argument));
-        rest = end + 1;
+    void event(const olv_sim::trace_event &event) override
+    {
+        std::fflush(stdout);
+        const bool locked = module_.lock != 0 && olv_sim::semaphores::held(module_.lock) != 0;
+        notices_.push_back({{event, olv_twamp_valid_module_handle(&module_) == 1, locked},
+                            lseek(STDOUT_FILENO, 0, SEEK_CUR),
+                            olv_sim::call_record::calls().size()});
     }
-    return result + text.substr(rest);
-}
 
-std::uint32_t number(const std::string &text)
-{
-    return static_cast<std::uint32_t>(std::stoul(text, nullptr, 0));
-}
+    [[nodiscard]] const std::vector<notice> &notices() const { return notices_; }
+
+  private:
+    const olv_module_handle &module_;
+    std::vector<notice> notices_;
+};
 
 bool is_status_text(const olv_sim::trace_event &event)
 {
@@ -64,24 +53,14 @@ bool is_status_text(const olv_sim::trace_event &event)
 
 } // namespace
 
-namespace olv_test {
-
-std::ostream &operator<<(std::ostream &stream, const trace &value)
-{
-    if (value.level == olv_sim::trace_event::forced_error)
-        stream << "forced";
-    else
-        stream << value.level;
-    return stream << (value.by_system ? " by system " : " ") << testing::PrintToString(value.text);
-}
-
 std::ostream &operator<<(std::ostream &stream, const remains &value)
 {
     return stream << value.responder_ids << " responder IDs, " << value.responder_entries
                   << " responder entries, " << value.bind_entries << " bind entries, " << value.blocks
                   << " blocks, " << value.patterns << " patterns, lock held " << value.lock_held
                   << (value.initialised ? ", initialised" : ", not initialised")
-                  << (value.registered ? ", registered" : ", not registered");
+                  << (value.registered ? ", registered" : ", not registered") << ", log word "
+                  << value.log_flags;
 }
 
 std::string captured_console(const std::function<void()> &work)
@@ -101,54 +80,77 @@ std::string captured_console(const std::function<void()> &work)
     std::string text;
     std::array<char, 4096> chunk{};
     lseek(file, 0, SEEK_SET);
-    for (ssize_t got = 0; (got = read(file, chunk.data(), chunk.size())) > 0;)
+    for (ssize_t got = 0; (got = read(file, chunk.data(), chunk.size())) > 0;) {
         text.append(chunk.data(), static_cast<std::size_t>(got));
+    }
     close(file);
     return text;
 }
 
-void quietly(const std::function<void()> &work)
-{
-    static_cast<void>(captured_console(work));
-}
-
 std::uint32_t quiet(const std::function<std::uint32_t()> &operation)
 {
-    std::uint32_t status = 0;
-    quietly([&] { status = operation(); });
-    return status;
+    const silence nothing_printed;
+    return operation();
 }
 
-void expect_status_lines_follow_messages(const observation &seen)
+std::vector<olv_sim::trace_event> observation::events() const
 {
-    const olv_sim::trace_event *message = nullptr;
-    for (const olv_sim::trace_event &event : seen.events) {
-        if (is_status_text(event)) {
-            ASSERT_NE(message, nullptr) << "status text without a message: " << event.text;
-            EXPECT_EQ(event.level, message->level) << event.text;
-            EXPECT_EQ(event.file, message->file) << event.text;
-            EXPECT_EQ(event.line, message->line) << event.text;
-            EXPECT_EQ(event.record, message->record) << event.text;
+    std::vector<olv_sim::trace_event> all;
+    for (const episode &each : episodes) {
+        if (each.event) {
+            all.push_back(each.event->event);
         }
-        message = &event;
+    }
+    return all;
+}
+
+std::vector<std::string> observation::calls() const
+{
+    std::vector<std::string> all;
+    for (const episode &each : episodes) {
+        for (const olv_sim::recorded_call &made : each.calls) {
+            all.push_back(std::string(olv_sim::call_name(made.which)) + "(" + made.arguments + ")");
+        }
+    }
+    return all;
+}
+
+void expect_source_lines_agree(const observation &seen)
+{
+    const olv_sim::trace_event *before = nullptr;
+    for (const episode &each : seen.episodes) {
+        if (!each.event) {
+            continue;
+        }
+        const olv_sim::trace_event &event = each.event->event;
+        const std::string place = " " + event.file + ":";
+        const std::size_t at = each.console.find(place);
+        if (at != std::string::npos) {
+            EXPECT_EQ(std::strtoul(each.console.c_str() + at + place.size(), nullptr, 10), event.line)
+                << each.console;
+        }
+        if (is_status_text(event)) {
+            ASSERT_NE(before, nullptr) << "status text without a message: " << event.text;
+            EXPECT_EQ(event.level, before->level) << event.text;
+            EXPECT_EQ(event.file, before->file) << event.text;
+            EXPECT_EQ(event.line, before->line) << event.text;
+            EXPECT_EQ(event.record, before->record) << event.text;
+        }
+        before = &event;
     }
 }
 
-void expect_console_agrees_with_traces(const observation &seen)
+olv_sim::classifier_program bench_program(std::uint32_t responders)
 {
-    std::size_t at = 0;
-    for (const olv_sim::trace_event &event : seen.events) {
-        if (!event.format)
-            continue;
-        const bool with_arguments = event.format->find('%') != std::string::npos;
-        std::string text = event.text;
-        while (!with_arguments && text.ends_with('\n'))
-            text.pop_back();
-        const std::string line = " " + event.file + ":" + std::to_string(event.line) + " " + text;
-        const std::size_t found = seen.raw_console.find(line, at);
-        ASSERT_NE(found, std::string::npos) << "not on the console: " << line << "\n" << seen.raw_console;
-        at = found + line.size();
+    auto program = olv_sim::classifier_program::twamp(responders, 16);
+    for (auto &function : program.tree_functions) {
+        function.id = function.name == responder_tree                           ? responder_tree_id
+                      : function.name == bind_tree                              ? bind_tree_id
+                      : function.name == "olv_twamp.twamp_to_ip_direct_imc"     ? ip_direct_imc_id
+                      : function.name == "olv_twamp.twamp_to_ipv6_indirect_imc" ? ipv6_indirect_imc_id
+                                                                                : lli_processing_id;
     }
+    return program;
 }
 
 bench::bench(options setup)
@@ -164,7 +166,8 @@ bench::bench(options setup)
       foreign{},
       blocks_before_(olv_sim::memory::in_use().live_blocks),
       patterns_before_(olv_sim::patterns::live()),
-      lock_(module->lock)
+      lock_(module->lock),
+      system_(module->system)
 {
     olv_sim::reset_process();
     olv_sim::violations::set_echo(true);
@@ -183,15 +186,19 @@ bench::bench(options setup)
 bench::~bench()
 {
     olv_sim::faults::clear_all();
-    for (void *block : kept_)
+    if (olv_sim::memory::is_live(responder)) {
+        keep(responder);
+    }
+    for (void *block : kept_) {
         hyx_nvm_free(block);
+    }
     if (lock_ != 0 && olv_sim::semaphores::held(lock_) != 0) {
         ADD_FAILURE() << "the module lock is still held";
         hyx_sem_post(lock_);
     }
     module->lock = lock_;
-    if (marked_ != nullptr)
-        set_context_magic(0x18496124);
+    module->system = system_;
+    restore_context();
     if (olv_twamp_valid_module_handle(module) == 1) {
         EXPECT_EQ(quiet([&] { return olv_twamp_shutdown(module); }), 0u)
             << "the bench's module does not go down";
@@ -205,55 +212,27 @@ bench::~bench()
 observation bench::observe(const std::function<std::uint32_t()> &operation, unsigned kinds)
 {
     observation seen;
-    sink_.clear();
-    olv_sim::tracer::set_sink(&sink_);
+    watching_sink sink(*module);
+    olv_sim::tracer::set_sink(&sink);
     olv_sim::call_record::start(kinds);
-    seen.raw_console = captured_console([&] { seen.status = operation(); });
+    const std::string console = captured_console([&] { seen.status = operation(); });
     olv_sim::call_record::stop();
     olv_sim::tracer::set_sink(nullptr);
 
-    seen.recorded = olv_sim::call_record::calls();
-    seen.calls = olv_sim::call_record::names();
-    seen.console = without_source_lines(seen.raw_console);
-    seen.events = sink_.events();
-    for (const olv_sim::trace_event &event : seen.events)
-        seen.traces.push_back({event.level, event.format ? *event.format : event.text,
-                               event.record != nullptr && event.record == framework.system()});
+    seen.console = without_source_lines(console);
+    const std::vector<olv_sim::recorded_call> calls = olv_sim::call_record::calls();
+    std::size_t printed = 0;
+    auto next_call = calls.begin();
+    for (const watching_sink::notice &each : sink.notices()) {
+        const auto printed_before = static_cast<std::size_t>(each.printed);
+        const auto called_before = calls.begin() + static_cast<std::ptrdiff_t>(each.calls);
+        seen.episodes.push_back(
+            {{next_call, called_before}, console.substr(printed, printed_before - printed), each.seen});
+        printed = printed_before;
+        next_call = called_before;
+    }
+    seen.episodes.push_back({{next_call, calls.end()}, console.substr(printed), std::nullopt});
     return seen;
-}
-
-std::string bench::expand(const std::string &text) const
-{
-    const auto address = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(handle));
-    std::string result = replaced(text, "{module}", formatted("%08" PRIx32, address));
-    result = replaced(result, "{MODULE}", formatted("%08" PRIX32, address));
-    result = with_texts(result, "status", [&](const std::string &argument) {
-        return olv_sys_status_get(framework.system(), number(argument));
-    });
-    result =
-        with_texts(result, "rte", [](const std::string &argument) { return hyx_status_get(number(argument)); });
-    result = replaced(result, "{plain}", "");
-    result = with_texts(result, "zeros", [](const std::string &argument) {
-        const std::vector<std::uint8_t> zeros(number(argument));
-        return captured_console(
-            [&] { olv_byte_string_print(zeros.data(), static_cast<std::uint32_t>(zeros.size())); });
-    });
-    result = with_texts(result, "action", [](const std::string &argument) {
-        return captured_console([&] { olv_ptn_action_print({{number(argument), 0, 0}}); });
-    });
-    result = with_texts(result, "key", [](const std::string &argument) {
-        olv_ptn pattern{};
-        static_cast<void>(olv_ptn_new(24, &pattern));
-        static_cast<void>(olv_ptn_extend(&pattern, number(argument), 24));
-        std::string printed = captured_console([&] { olv_ptn_print(pattern); });
-        olv_ptn_free(pattern);
-        return printed;
-    });
-    return with_texts(result, "tree", [&](const std::string &argument) -> std::string {
-        std::uint32_t id = 0;
-        const std::uint32_t status = hyx_ptn_symbol_get_id(processor.rte_handle(), argument.c_str(), &id);
-        return status == 0 ? olv_sif_fps_map(id) : "no tree " + argument;
-    });
 }
 
 remains bench::left() const
@@ -269,17 +248,37 @@ remains bench::left() const
             .patterns = olv_sim::patterns::live() - patterns_before_,
             .lock_held = lock_ != 0 ? olv_sim::semaphores::held(lock_) : 0,
             .initialised = olv_twamp_valid_module_handle(module) == 1,
-            .registered = framework.registered(module).has_value()};
+            .registered = framework.registered(module).has_value(),
+            .log_flags = module->log_flags};
 }
 
 twamp_responder_handle *bench::create_responder(std::uint16_t param_a, std::uint16_t param_b)
 {
+    twamp_responder_handle *const made = create_unkept_responder(param_a, param_b);
+    keep(made);
+    return made;
+}
+
+twamp_responder_handle *bench::create_unkept_responder(std::uint16_t param_a, std::uint16_t param_b)
+{
     const olv_twamp_responder_info request{param_a, param_b};
-    twamp_responder_handle *created = nullptr;
-    EXPECT_EQ(quiet([&] { return olv_twamp_responder_create(module, &request, &created); }), 0u)
-        << "no responder";
-    keep(created);
-    return created;
+    twamp_responder_handle *made = nullptr;
+    EXPECT_EQ(quiet([&] { return olv_twamp_responder_create(module, &request, &made); }), 0u) << "no responder";
+    ++created_;
+    return made;
+}
+
+void bench::learn(std::uint32_t tree_id, std::optional<std::uint32_t> key, std::uint32_t action_0,
+                  std::uint32_t action_1)
+{
+    olv_ptn pattern{};
+    olv_ptn_action action{{action_0, action_1, 0}};
+    EXPECT_EQ(olv_ptn_new(24, &pattern), 0u);
+    if (key) {
+        EXPECT_EQ(olv_ptn_extend(&pattern, *key, 24), 0u);
+    }
+    EXPECT_EQ(hyx_ptn_learn(module->rte_handle, tree_id, &pattern, &action), 0u);
+    olv_ptn_free(pattern);
 }
 
 void bench::keep(void *block)
@@ -314,11 +313,34 @@ void bench::set_context_magic(std::uint32_t magic)
     std::memcpy(static_cast<void *>(marked_), &magic, sizeof magic);
 }
 
+void bench::restore_context()
+{
+    if (marked_ != nullptr) {
+        set_context_magic(0x18496124);
+        marked_ = nullptr;
+    }
+}
+
+std::uint32_t bench::responder_ns() const
+{
+    std::uint32_t found = 0;
+    EXPECT_EQ(hyx_rsrc_find(module->rte_handle, 0, responder_namespace, &found), 0u);
+    return found;
+}
+
 void bench::set_log_words(std::uint32_t module_flags, std::uint32_t system_flags)
 {
     module->log_flags = module_flags;
     foreign.log_flags = module_flags;
     framework.system()->log_flags = system_flags;
+}
+
+void bench::release_lock()
+{
+    olv_sim::faults::clear_all();
+    if (lock_ != 0 && olv_sim::semaphores::held(lock_) != 0) {
+        EXPECT_EQ(hyx_sem_post(lock_), 0u);
+    }
 }
 
 } // namespace olv_test

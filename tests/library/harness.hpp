@@ -1,13 +1,13 @@
 /**
  * @file harness.hpp
- * What the library's tests stand on: a bench with a processor, a framework and a TWAMP module of its own,
- * and the observation of one operation on it: status, console, traces, platform calls.
+ * What the library's tests stand on: a bench with a processor, a framework and a TWAMP module of its own, and
+ * the observation of one operation on it.
  *
  *     bench b;                                              // initialised module, everything logged
  *     const observation seen = b.observe([&] { return olv_twamp_sys_log(b.handle, 3); });
- *     EXPECT_EQ(seen.console, b.expand("[twamp_log: function] twamp.c:LINE [00000012:00000034] ..."));
+ *     EXPECT_EQ(seen.console, "[twamp_log: function] twamp.c:LINE [00000012:00000034] Entering ...");
  *
- * Console texts are compared with their source lines replaced by "LINE". The tables of rows are in rows.hpp.
+ * What most tests compare is the whole of what an operation does, see story.hpp.
  */
 #ifndef OLV_TWAMP_TESTS_HARNESS_HPP
 #define OLV_TWAMP_TESTS_HARNESS_HPP
@@ -15,11 +15,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "gmock/gmock.h"
@@ -39,110 +37,66 @@
 
 namespace olv_test {
 
+using olv_sim::call;
+
 /** Log word that lets every console line through: level 15, function, pattern and state lines. */
 inline constexpr std::uint32_t everything = 0xDF;
 
-// ---------------------------------------------------------------------------------------------------------
-// Traces
-// ---------------------------------------------------------------------------------------------------------
+/** Code of an injected fault: of the runtime environment, and of the framework. */
+inline constexpr std::uint32_t injected = 0x1FF;
+inline constexpr std::uint32_t injected_in_framework = 0x201FF;
 
-/** A trace event as tests compare it: its level, and its format, or its arguments where the format was NULL. */
-struct trace {
-    std::uint32_t level;
-    std::string text;
-    bool by_system = false; ///< Traced with the system record instead of the module's.
+/** Run @p work and return what it wrote to standard output, through stdio or the descriptor. */
+[[nodiscard]] std::string captured_console(const std::function<void()> &work);
 
-    bool operator==(const trace &) const = default;
-};
-std::ostream &operator<<(std::ostream &stream, const trace &value);
-
-inline trace fatal(std::string format)
-{
-    return {4, std::move(format)};
-}
-inline trace error(std::string format)
-{
-    return {2, std::move(format)};
-}
-inline trace info(std::string format)
-{
-    return {0, std::move(format)};
-}
-inline trace entry(std::string operation)
-{
-    return {8, std::move(operation)};
-}
-inline trace exit(std::string operation)
-{
-    return {9, std::move(operation)};
-}
-/** The arguments, as olv_sim::trace_event::text gives them. */
-inline trace learnt(std::string arguments)
-{
-    return {15, std::move(arguments)};
-}
-inline trace removed(std::string arguments)
-{
-    return {16, std::move(arguments)};
-}
-inline trace state_dump(std::string arguments)
-{
-    return {27, std::move(arguments)};
-}
-/** A message in the unknown-handle form. */
-inline trace forced(std::string format)
-{
-    return {olv_sim::trace_event::forced_error, std::move(format)};
-}
-/** The status-text line after an error and after a fatal message. */
-inline trace error_status()
-{
-    return error("%s\n");
-}
-inline trace fatal_status()
-{
-    return fatal("%s\n");
-}
-/** The same event traced with the system record. */
-inline trace by_system(trace event)
-{
-    event.by_system = true;
-    return event;
-}
+/** Run one operation without its output. Nothing of GoogleTest's is lost that way, as it would be inside. */
+std::uint32_t quiet(const std::function<std::uint32_t()> &operation);
 
 // ---------------------------------------------------------------------------------------------------------
 // Observation of one operation
 // ---------------------------------------------------------------------------------------------------------
 
-struct observation {
-    std::uint32_t status = 0;
-    std::string console;     ///< Standard output with source lines replaced by "LINE".
-    std::string raw_console; ///< As printed.
-    std::vector<olv_sim::trace_event> events;
-    std::vector<trace> traces; ///< `events` as tests compare them.
-    std::vector<olv_sim::recorded_call> recorded;
-    std::vector<std::string> calls; ///< Names of `recorded`.
+/** A trace event, and the state of the module when it came. */
+struct seen_event {
+    olv_sim::trace_event event;
+    bool initialised;
+    bool locked;
 };
 
-/** Run @p work and return what it wrote to standard output, through stdio or the descriptor. */
-[[nodiscard]] std::string captured_console(const std::function<void()> &work);
+/** What was seen from one event, or from the begin, to the next, or to the end. */
+struct episode {
+    std::vector<olv_sim::recorded_call> calls;
+    std::string console; ///< As printed.
+    std::optional<seen_event> event;
+};
 
-/** Run @p work without its output. */
-void quietly(const std::function<void()> &work);
-/** Run one operation without its output. Nothing of GoogleTest's is lost that way, as it would be inside. */
-std::uint32_t quiet(const std::function<std::uint32_t()> &operation);
+struct observation {
+    std::uint32_t status = 0;
+    std::string console; ///< Standard output, with source lines replaced by "LINE".
+    std::vector<episode> episodes;
 
-/** Fails the test unless each status-text event ("%s\n") has level, file, line and record of the event before
- *  it: a status line carries the source line of its message. */
-void expect_status_lines_follow_messages(const observation &seen);
+    [[nodiscard]] std::vector<olv_sim::trace_event> events() const;
+    /** Calls of the kinds that were asked for, each as "name(arguments)". */
+    [[nodiscard]] std::vector<std::string> calls() const;
+};
 
-/** For an operation whose lines were all printed: fails the test unless every message stands on the console
- *  with the file, line and text of its trace event, in the same order. */
-void expect_console_agrees_with_traces(const observation &seen);
+/** Fails the test unless each console line names the source line of its event, and each status text
+ *  ("%s\n") comes from file, line and record of the event before it. */
+void expect_source_lines_agree(const observation &seen);
 
 // ---------------------------------------------------------------------------------------------------------
 // Bench
 // ---------------------------------------------------------------------------------------------------------
+
+/** IDs of the tree functions on a bench. */
+inline constexpr std::uint32_t responder_tree_id = 0x101;
+inline constexpr std::uint32_t bind_tree_id = 0x202;
+inline constexpr std::uint32_t ip_direct_imc_id = 0x303;
+inline constexpr std::uint32_t ipv6_indirect_imc_id = 0x404;
+inline constexpr std::uint32_t lli_processing_id = 0x10505; ///< Not a word of 16 bits.
+
+/** The TWAMP program with these IDs. Small, so that a bench is made quickly. */
+[[nodiscard]] olv_sim::classifier_program bench_program(std::uint32_t responders = 16);
 
 struct options {
     std::uint32_t module_flags = everything;
@@ -150,27 +104,24 @@ struct options {
     bool locked = true;
     bool system = true; ///< false: the module's `system` is NULL.
     bool initialised = true;
-    /** Small, so that a bench is made quickly. */
-    olv_sim::classifier_program program = olv_sim::classifier_program::twamp(16, 16);
+    olv_sim::classifier_program program = bench_program();
 };
 
-/** What an operation leaves behind. The defaults are those of an initialised module without responders. */
+/** What is there after an operation. */
 struct remains {
     std::size_t responder_ids = 0;     ///< Allocated from "twamp_responder".
     std::size_t responder_entries = 0; ///< In the responder lookup tree.
     std::size_t bind_entries = 0;      ///< In the bind tree.
-    std::size_t blocks = 1;            ///< Live memory blocks: the context and the responder records.
+    std::size_t blocks = 0;            ///< Live memory blocks: the context and the responder records.
     std::size_t patterns = 0;          ///< Patterns not freed.
     std::uint32_t lock_held = 0;
-    bool initialised = true;
-    bool registered = true; ///< The framework has service functions of the module.
+    bool initialised = false;
+    bool registered = false; ///< The framework has service functions of the module.
+    std::uint32_t log_flags = 0;
 
     bool operator==(const remains &) const = default;
 };
 std::ostream &operator<<(std::ostream &stream, const remains &value);
-
-/** What uninitialised modules leave behind. */
-inline constexpr remains nothing{.blocks = 0, .initialised = false, .registered = false};
 
 /**
  * A processor, a framework and one module. Names: the module logs as "twamp", the system as "system".
@@ -196,7 +147,8 @@ class bench {
      * falls; everything else is copied from the module. */
     olv_module_handle foreign;
 
-    /** Scratch for operations with these arguments; a test may point it elsewhere. */
+    /** Arguments of operations; a test may point the slot elsewhere. The responder's record is freed in the
+     * end. */
     olv_twamp_responder_info info{};
     twamp_responder_handle *responder = nullptr;
     twamp_responder_handle **slot = &responder;
@@ -205,37 +157,39 @@ class bench {
     observation observe(const std::function<std::uint32_t()> &operation,
                         unsigned kinds = static_cast<unsigned>(olv_sim::call_kind::service));
 
-    /** Replace in an expected console text or trace:
-     *  {module} and {MODULE}   low 32 bits of `handle`, lower and upper case, eight digits
-     *  {status 0x300A5}        the framework's text of a status
-     *  {rte 0x1FF}             the runtime environment's text of an error code
-     *  {tree NAME}             the printable name of a tree function
-     *  {zeros 128}             so many zero bytes as the framework prints them
-     *  {action 0x401}          an action with this first word as the framework prints it
-     *  {key 0x000001}          a pattern of this 24-bit key as the framework prints it
-     *  {plain}                 nothing; marks where text that is no log line begins, see rows.hpp */
-    [[nodiscard]] std::string expand(const std::string &text) const;
-
     [[nodiscard]] remains left() const;
 
     /** Create a responder, quietly, and keep() its record. */
     twamp_responder_handle *create_responder(std::uint16_t param_a = 0, std::uint16_t param_b = 0);
+    /** The same; the record is the caller's. */
+    twamp_responder_handle *create_unkept_responder(std::uint16_t param_a = 0, std::uint16_t param_b = 0);
+    /** How many responders these two have created. */
+    [[nodiscard]] std::uint32_t created() const { return created_; }
+    /** Put an entry into a tree, without a key where none is given. */
+    void learn(std::uint32_t tree_id, std::optional<std::uint32_t> key, std::uint32_t action_0,
+               std::uint32_t action_1);
     /** Have a block freed when the bench goes, once. NULL is ignored. */
     void keep(void *block);
     /** Bytes of a state entry as they stand in memory; empty where there is none. */
     [[nodiscard]] std::vector<std::uint8_t> state_bytes(std::uint32_t namespace_id) const;
     void set_state_bytes(std::uint32_t namespace_id, const std::vector<std::uint8_t> &bytes);
-    /** Overwrite the first word of the module's private context. The destructor undoes it. */
+    /** Overwrite the first word of the module's private context, until it is restored or the bench goes. */
     void set_context_magic(std::uint32_t magic);
+    void restore_context();
+    /** Handle of the responders' namespace. */
+    [[nodiscard]] std::uint32_t responder_ns() const;
 
     /** Log words of the module and, where there is one, of the system. */
     void set_log_words(std::uint32_t module_flags, std::uint32_t system_flags);
+    /** Post the module's lock if a failed release left it held. */
+    void release_lock();
 
   private:
     std::size_t blocks_before_;
     std::size_t patterns_before_;
     std::uint32_t lock_;
-    olv_sim::capturing_trace_sink sink_;
+    olv_system_handle *system_;
+    std::uint32_t created_ = 0;
     std::vector<void *> kept_;
     twamp_ctx *marked_ = nullptr; ///< The context whose first word was overwritten.
 };

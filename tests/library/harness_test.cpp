@@ -1,107 +1,135 @@
-// The harness can fail: each kind of difference is one failure, with the row's label in its message.
+// The harness and the sweep can fail: what differs from its story in one thing, under one fault, is noticed.
 #include "gtest/gtest-spi.h"
 
-#include "listing.hpp"
-#include "olv_sim/calls.hpp"
+#include "interposed.hpp"
 #include "olv_sim/violations.hpp"
 #include "rows.hpp"
 
 namespace olv_test {
 namespace {
 
-#define ENTERING OLV_ENTERING("twamp.c", "olv_twamp_global_stats_get")
-#define EXITING OLV_EXITING("twamp.c", "olv_twamp_global_stats_get")
+constexpr const char *file = "twamp.c";
+constexpr const char *refused = "Failed to update service functions";
 
-std::uint32_t fail(bench &b)
-{
-    return olv_twamp_global_stats_get(b.handle, nullptr);
-}
+/** The update of the service functions, of which the story is true where these are left as they are. */
+struct told_update {
+    story first{};
+    story when_refused = fails(file, injected_in_framework, refused);
+    story last{};
+    std::uint32_t magic = 0;
+    std::vector<planned_fault> faults{};
+    std::function<void(bench &)> arrange{};
+};
 
-/** What fail() does, to the letter. */
-row truth()
+row row_of(const told_update &update)
 {
     return {.label = "a row of its own",
-            .status = 0x30008,
-            .console = ENTERING "[twamp_log: ERROR] twamp.c:LINE Null Stats Pointer\n"
-                                "[twamp_log: ERROR] twamp.c:LINE {status 0x30008}\n" EXITING,
-            .traces = {entry("olv_twamp_global_stats_get"), error("Null Stats Pointer"), error_status(),
-                       exit("olv_twamp_global_stats_get")},
-            .calls = {"hyx_gettime", "olv_sys_sem_lock_wait", "hyx_sem_post", "hyx_gettime"}};
+            .arrange = update.arrange,
+            .faults = update.faults,
+            .work = [](bench &b) { return olv_twamp_service_function_update(b.module); },
+            .tells =
+                [update](const bench &b) {
+                    const frame of(b, file, "olv_twamp_service_function_update");
+                    return update.first + of.begin +
+                           calls(call::olv_module_service_function_update, "module=%u, table=set, lli=0x0",
+                                 b.module->module_id)
+                               .or_else(update.when_refused + of.end) +
+                           of.end + update.last;
+                }};
 }
 
-/** Run the row with one thing in it changed. */
-void run_changed(void (*change)(row &))
+/** The first failure that a run reports; empty: none. */
+std::string failure_of(const std::function<void()> &run)
 {
-    row changed = truth();
-    change(changed);
-    run_row(changed, fail);
+    testing::TestPartResultArray failures;
+    {
+        const testing::ScopedFakeTestPartResultReporter reporter(
+            testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
+        quiet([&] {
+            run();
+            return 0u;
+        });
+    }
+    return failures.size() == 0 ? "" : failures.GetTestPartResult(0).message();
 }
 
-TEST(Harness, AcceptsTheTruth)
+std::string failure_of_row(const told_update &update)
 {
-    run_row(truth(), fail);
-    run_row_at_every_level(truth(), fail);
+    return failure_of([&] { run_and_sweep("olv_twamp_service_function_update", row_of(update)); });
 }
 
-TEST(Harness, NoticesAnotherStatus)
+using testing::HasSubstr;
+
+TEST(Sweep, AcceptsTheTruth)
 {
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.status = 0x30009; }), "a row of its own");
+    EXPECT_EQ(failure_of_row({}), "");
 }
 
-TEST(Harness, NoticesAnotherConsole)
+TEST(Sweep, TellsTheRow)
 {
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.console += "\n"; }), "a row of its own");
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.console.clear(); }), "Null Stats Pointer");
+    EXPECT_THAT(failure_of_row({.last = yields(1)}), HasSubstr("a row of its own"));
 }
 
-TEST(Harness, NoticesAnotherTrace)
+TEST(Sweep, NoticesWhatDiffersWithoutAFault)
 {
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.traces.pop_back(); }), "a row of its own");
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.traces[1].level = 4; }), "traces");
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.traces[1].text += "\n"; }), "traces");
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.traces[1].by_system = true; }), "by system");
+    EXPECT_THAT(failure_of_row({.last = yields(1)}), HasSubstr("seen.status"));
+    EXPECT_THAT(failure_of_row({.last = prints("more")}), HasSubstr("told"));
+    EXPECT_THAT(failure_of_row({.first = calls(call::hyx_gettime, "more")}), HasSubstr("told"));
+    EXPECT_THAT(failure_of_row({.last = says(severity::info, file, "more")}), HasSubstr("told"));
+    EXPECT_THAT(failure_of_row({.last = changes(adds(&remains::blocks))}), HasSubstr("left"));
+    EXPECT_THAT(failure_of_row({.last = changes([](outcome &result) { result.left.log_flags = 1; })}),
+                HasSubstr("left"));
 }
 
-TEST(Harness, NoticesOtherCalls)
+TEST(Sweep, NoticesWhatDiffersUnderAFault)
 {
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { std::swap(each.calls[1], each.calls[2]); }),
-                            "a row of its own");
+    const std::uint32_t status = injected_in_framework;
+    EXPECT_THAT(failure_of_row({.when_refused = fails(file, status, refused) + yields(1)}),
+                HasSubstr("status"));
+    EXPECT_THAT(failure_of_row({.when_refused = fails(file, status, "Failed to update service function")}),
+                HasSubstr("told"));
+    EXPECT_THAT(failure_of_row({.when_refused = fails("twamp_bind.c", status, refused)}), HasSubstr("told"));
+    EXPECT_THAT(failure_of_row({.when_refused = fails_fatally(file, status, refused)}), HasSubstr("told"));
+    EXPECT_THAT(failure_of_row({.when_refused = fails(file, status, refused).said_by(voice::system)}),
+                HasSubstr("told"));
+    EXPECT_THAT(failure_of_row({.when_refused = reports(severity::error, file, status)}), HasSubstr("told"));
+    EXPECT_THAT(
+        failure_of_row({.when_refused = fails(file, status, refused) + calls(call::hyx_nvm_free, "size=1")}),
+        HasSubstr("told"));
+    EXPECT_THAT(
+        failure_of_row({.when_refused = fails(file, status, refused) + changes(adds(&remains::patterns))}),
+        HasSubstr("left"));
 }
 
-TEST(Harness, NoticesOtherRemains)
+TEST(Sweep, NoticesACallThatIsMadeAndNotTold)
 {
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.left.blocks = 2; }), "2 blocks");
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.left.lock_held = 1; }), "a row of its own");
+    row each = row_of({});
+    each.work = [](bench &b) { return olv_twamp_init(b.module); };
+    each.setup.initialised = false;
+    EXPECT_THAT(failure_of([&] { run_and_sweep("olv_twamp_init", each); }), HasSubstr("hyx_nvm_calloc"));
 }
 
-TEST(Harness, NoticesAFaultThatIsNotMet)
+TEST(Sweep, NoticesAnotherCreationCount)
 {
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) { each.faults = {failing(call::hyx_se_state_get)}; }),
-                            "not called: hyx_se_state_get");
+    const auto created_unseen = [](bench &b) {
+        EXPECT_EQ(quiet([&] { return olv_twamp_responder_create(b.module, &b.info, &b.responder); }), 0u);
+    };
+    EXPECT_THAT(failure_of_row({.arrange = created_unseen}), HasSubstr("creation count"));
 }
 
-TEST(Harness, NoticesACallThatCannotFail)
+TEST(Sweep, NoticesFaultsThatAreNotMetOrCannotBe)
 {
-    EXPECT_FATAL_FAILURE(run_changed([](row &each) { each.faults = {failing(call::hyx_nvm_free)}; }),
-                         "hyx_nvm_free");
-}
-
-TEST(Harness, NoticesALineThatIsPrintedAtTooLowALevel)
-{
-    EXPECT_NONFATAL_FAILURE(run_changed([](row &each) {
-                                each.console = filtered_console(each.console, 1, 1);
-                                each.setup.module_flags = 3;
-                                each.setup.system_flags = 1;
-                                std::erase(each.calls, "hyx_gettime");
-                            }),
-                            "Null Stats Pointer");
+    EXPECT_THAT(failure_of_row({.faults = {{call::hyx_se_state_get, {.code = injected}}}}),
+                HasSubstr("not called: hyx_se_state_get"));
+    EXPECT_THAT(failure_of_row({.faults = {{call::hyx_nvm_free, {.code = injected}}}}),
+                HasSubstr("hyx_nvm_free"));
 }
 
 void leak_a_block()
 {
-    static void *block;
+    void *block = nullptr;
     {
-        bench b;
+        const bench b;
         block = hyx_nvm_calloc(1, 16);
     }
     hyx_nvm_free(block);
@@ -109,17 +137,14 @@ void leak_a_block()
 
 void leak_a_pattern()
 {
-    static olv_ptn pattern;
-    {
-        bench b;
-        pattern = make_pattern({1, 24, 0, 0});
-    }
-    olv_ptn_free(pattern);
+    std::optional<made_pattern> made;
+    const bench b;
+    made.emplace(listed_entry{1, 24, 0});
 }
 
 void free_twice()
 {
-    bench b;
+    const bench b;
     olv_sim::violations::set_echo(false);
     void *const block = hyx_nvm_calloc(1, 16);
     hyx_nvm_free(block);
@@ -128,72 +153,46 @@ void free_twice()
 
 void keep_the_lock()
 {
-    static std::uint32_t lock;
-    bench b;
-    lock = b.module->lock;
-    static_cast<void>(olv_sys_sem_lock_wait(lock));
+    const bench b;
+    (void)olv_sys_sem_lock_wait(b.module->lock);
     b.module->lock = 0;
 }
 
-TEST(Harness, NoticesWhatABenchLeaves)
+TEST(Bench, NoticesWhatIsLeft)
 {
-    EXPECT_NONFATAL_FAILURE(leak_a_block(), "memory blocks leaked");
-    EXPECT_NONFATAL_FAILURE(leak_a_pattern(), "patterns leaked");
-    EXPECT_NONFATAL_FAILURE(free_twice(), "violations");
-    EXPECT_NONFATAL_FAILURE(keep_the_lock(), "the module lock is still held");
+    EXPECT_THAT(failure_of(leak_a_block), HasSubstr("memory blocks leaked"));
+    EXPECT_THAT(failure_of(leak_a_pattern), HasSubstr("patterns leaked"));
+    EXPECT_THAT(failure_of(free_twice), HasSubstr("violations"));
+    EXPECT_THAT(failure_of(keep_the_lock), HasSubstr("the module lock is still held"));
 }
 
-observation with_events(std::uint32_t line_of_status)
+/** A message of line 10 and its status text. */
+observation with_status_of_line(std::uint32_t line, const char *console)
 {
     observation seen;
-    seen.raw_console = "[twamp_log: ERROR] twamp.c:10 message\n[twamp_log: ERROR] twamp.c:10 text\n";
-    seen.events.push_back({2, 0, nullptr, 10, "twamp.c", "message\n", "message\n"});
-    seen.events.push_back({2, 0, nullptr, line_of_status, "twamp.c", "%s\n", "text\n"});
+    seen.episodes.push_back(
+        {{}, console, seen_event{{2, 0, nullptr, 10, "twamp.c", "message\n", "message\n"}, true, true}});
+    seen.episodes.push_back(
+        {{}, "", seen_event{{2, 0, nullptr, line, "twamp.c", "%s\n", "text\n"}, true, true}});
     return seen;
 }
 
-TEST(Harness, NoticesAStatusLineOfAnotherSourceLine)
+TEST(Observation, NoticesAnotherSourceLine)
 {
-    expect_status_lines_follow_messages(with_events(10));
-    expect_console_agrees_with_traces(with_events(10));
-    EXPECT_NONFATAL_FAILURE(expect_status_lines_follow_messages(with_events(11)), "event.line");
-    EXPECT_FATAL_FAILURE(expect_console_agrees_with_traces(with_events(11)), "not on the console");
+    const auto failure = [](std::uint32_t line, const char *console) {
+        return failure_of([&] { expect_source_lines_agree(with_status_of_line(line, console)); });
+    };
+    EXPECT_EQ(failure(10, "[twamp_log: ERROR] twamp.c:10 message\n"), "");
+    EXPECT_THAT(failure(11, "[twamp_log: ERROR] twamp.c:10 message\n"), HasSubstr("event.line"));
+    EXPECT_THAT(failure(10, "[twamp_log: ERROR] twamp.c:11 message\n"), HasSubstr("event.line"));
 }
 
-TEST(Harness, CapturesStandardOutputInOrder)
-{
-    EXPECT_EQ(captured_console([] {
-                  std::printf("one ");
-                  olv_byte_string_print("\x12", 1);
-                  std::printf(" three\n");
-              }),
-              "one 12 three\n");
-}
-
-TEST(Harness, ReplacesSourceLinesOfTheLibraryAlone)
+TEST(Observation, ReplacesSourceLinesOfTheLibraryAlone)
 {
     EXPECT_EQ(without_source_lines("[x] twamp.c:123 a twamp_bind.c:9 b twamp_internal.c:77 twamp_responder.c:1 "
                                    "other.c:5 twamp.c:x "),
               "[x] twamp.c:LINE a twamp_bind.c:LINE b twamp_internal.c:LINE twamp_responder.c:LINE other.c:5 "
               "twamp.c:x ");
-}
-
-TEST(Harness, FiltersTheConsoleByTheLogRules)
-{
-    const std::string all = "[twamp_log: FATAL] f\n[twamp_log: ERROR] e![twamp_log: info] i\n{plain}text\n"
-                            "[twamp_log: function] [1:2]\n[twamp_log: se_write] s\n[twamp_log: ptn_learn] p\n"
-                            "[olv_unknown_log: ERROR] u\n[system_log: FATAL] s\n";
-    EXPECT_EQ(filtered_console(all, 0, 0), "{plain}text\n[olv_unknown_log: ERROR] u\n");
-    EXPECT_EQ(filtered_console(all, 1, 0), "[twamp_log: FATAL] f\n{plain}text\n[olv_unknown_log: ERROR] u\n");
-    EXPECT_EQ(filtered_console(all, 0, 7), "[twamp_log: FATAL] f\n[twamp_log: ERROR] e!{plain}text\n"
-                                           "[olv_unknown_log: ERROR] u\n[system_log: FATAL] s\n");
-    EXPECT_EQ(filtered_console(all, 1, std::nullopt),
-              "[twamp_log: FATAL] f\n{plain}text\n[olv_unknown_log: ERROR] u\n[twamp_log: FATAL] s\n");
-    EXPECT_EQ(filtered_console(all, 0x50, 0x80),
-              "{plain}text\n[twamp_log: function] [1:2]\n[twamp_log: se_write] s\n[twamp_log: ptn_learn] p\n"
-              "[olv_unknown_log: ERROR] u\n");
-    EXPECT_EQ(filtered_console(all, 0, 15, "] i"), "[twamp_log: FATAL] f\n[twamp_log: ERROR] e!{plain}text\n"
-                                                   "[olv_unknown_log: ERROR] u\n[system_log: FATAL] s\n");
 }
 
 } // namespace

@@ -1,289 +1,294 @@
-#include "olv_sim/calls.hpp"
-#include "olv_sim/faults.hpp"
-#include "olv_sim/processor.hpp"
+// Initialisation: its steps, and what it writes into the context.
+#include <cstring>
+
+#include "interposed.hpp"
 #include "olv_sim/resources.hpp"
-#include "olv_sim/violations.hpp"
 #include "rows.hpp"
 
 namespace olv_test {
 namespace {
+
+constexpr const char *file = "twamp.c";
+constexpr const char *operation_name = "olv_twamp_init";
 
 std::uint32_t init(bench &b)
 {
     return olv_twamp_init(b.handle);
 }
 
-#define ENTERING OLV_ENTERING("twamp.c", "olv_twamp_init")
-#define EXITING OLV_EXITING("twamp.c", "olv_twamp_init")
-#define CLEARING "[twamp_log: se_write] twamp.c:LINE NS ID 0x007008c1 idx 0: {zeros 128}\n"
-
-options uninitialised(bool locked = true)
+/** Frees the context. */
+story gives_up()
 {
-    options setup;
-    setup.initialised = false;
-    setup.locked = locked;
+    return calls(call::hyx_nvm_free, "size=124").then(takes(&remains::blocks)) + exits(file, operation_name);
+}
+
+constexpr const char *no_responder_ns =
+    "Failed to get the handle for TWAMP responder name space %s, RTE error code:0x%x, error string: %s\n";
+constexpr const char *no_session_ns = "Failed to get the handle for TWAMP reflector session name space %s, RTE "
+                                      "error code:0x%x, error string: %s\n";
+
+story lacks_session_ns(std::uint32_t code)
+{
+    return fails(file, 0x30019, no_session_ns, "twamp_reflector_session", code, rte_text(code)) + gives_up();
+}
+
+/** Up to the look-up of the second namespace. */
+story finds_responder_ns(const bench &b)
+{
+    return enters(file, operation_name) +
+           calls(call::hyx_nvm_calloc, "count=1, size=124")
+               .then([](outcome &result) {
+                   ++result.left.blocks;
+                   result.result_written = true; // the module's `ctx`
+               })
+               .or_else(fails_fatally(file, 0x30012, "Fail to allocate memory\n").said_by(voice::system) +
+                        exits(file, operation_name)) +
+           calls(call::hyx_rsrc_find, "rte=%u, unused=0, name=twamp_responder", b.module->rte_handle)
+               .or_else(fails(file, 0x30019, no_responder_ns, "twamp_responder", injected, rte_text(injected)) +
+                        gives_up()) +
+           calls(call::hyx_rsrc_find, "rte=%u, unused=0, name=twamp_reflector_session", b.module->rte_handle)
+               .or_else(lacks_session_ns(injected));
+}
+
+story finds_tree_functions(const bench &b)
+{
+    story steps;
+    for (const char *const name : {"olv_twamp.twamp_to_ip_direct_imc", "olv_twamp.twamp_to_ipv6_indirect_imc",
+                                   "olv_twamp.twamp_lli_processing", "olv_twamp.twamp_responder_lookup",
+                                   "olv_twamp.twamp_bind_to_next_module"}) {
+        steps += calls(call::hyx_ptn_symbol_get_id, "rte=%u, name=%s", b.module->rte_handle, name)
+                     .or_else(fails(file, 0x3003F,
+                                    "Failed to get ID for the QMT tree function %s, RTE error code:0x%x, error "
+                                    "string: %s\n",
+                                    name, injected, rte_text(injected)) +
+                              gives_up());
+    }
+    return steps;
+}
+
+story not_registered(std::uint32_t status)
+{
+    return fails_fatally(file, status, "Failed to register the service functions\n").said_by(voice::system) +
+           gives_up();
+}
+
+story registers(const bench &b)
+{
+    return calls(call::olv_module_service_function_register, "module=%u, table=set, lli=0x505",
+                 b.module->module_id)
+        .then([](outcome &result) { result.left.registered = true; })
+        .or_else(not_registered(0x301FF));
+}
+
+story comes_up(const bench &b)
+{
+    const std::string zeros(256, '0');
+    return finds_responder_ns(b) + finds_tree_functions(b) + registers(b) + dumps_zeros(file, 0x7008C1, 128) +
+           calls(call::hyx_se_state_set, "rte=%u, namespace=0x7008c1, index=0, bytes=%s, length=128",
+                 b.module->rte_handle, zeros.c_str())
+               .then([](outcome &result) { result.left.initialised = true; })
+               .or_else(fails_fatally(file, 0x1002C, "Failed to clear global stats, RTE Error: %s\n",
+                                      rte_text(injected)) +
+                        gives_up()) +
+           says(severity::info, file, "Profile - OLV_KORVA_PROFILE_2\n") +
+           says(severity::info, file, "Succefully initialized TWAMP module") + exits(file, operation_name);
+}
+
+story refuses(const bench &b)
+{
+    return says_unknown(file, "Invalid TWAMP module handle 0x%08X\n", low_word(b.handle)) +
+           says_unknown(file, "TWAMP module failed to initilize\n") + yields(1);
+}
+
+void shut_down(bench &b)
+{
+    EXPECT_EQ(quiet([&] { return olv_twamp_shutdown(b.module); }), 0u);
+}
+
+const twamp_ctx *context_before = nullptr;
+
+/** An init that cannot clear the statistics leaves the module with the address of a freed block. */
+void failed_before(bench &b)
+{
+    olv_sim::faults::set(call::hyx_se_state_set, {.code = injected});
+    EXPECT_EQ(quiet([&] { return olv_twamp_init(b.module); }), 0x1002Cu);
+    olv_sim::faults::clear_all();
+    EXPECT_EQ(olv_twamp_valid_module_handle(b.module), 0u);
+    context_before = b.module->ctx;
+    EXPECT_NE(context_before, nullptr);
+}
+
+/** `ctx` is the new block, freed or not; without one it is as it was. */
+void points_at_the_last_block(bench &b, const outcome &expected)
+{
+    if (!expected.result_written) {
+        EXPECT_EQ(b.module->ctx, context_before);
+    } else {
+        EXPECT_NE(b.module->ctx, nullptr);
+        EXPECT_EQ(olv_sim::memory::is_live(b.module->ctx), expected.left.initialised);
+    }
+}
+
+void new_module(bench &)
+{
+    context_before = nullptr;
+}
+
+options without_session_ns()
+{
+    options setup{.initialised = false};
+    std::erase_if(setup.program.namespaces, [](const auto &each) { return each.name == session_namespace; });
     return setup;
 }
 
-/** A module on a processor whose program lacks or renames something. */
-options on_program(void (*change)(olv_sim::classifier_program &))
-{
-    options setup = uninitialised();
-    change(setup.program);
-    return setup;
-}
+const table rows{operation_name,
+                 {{.label = "new module",
+                   .setup = {.initialised = false},
+                   .arrange = new_module,
+                   .work = init,
+                   .tells = comes_up,
+                   .afterwards = points_at_the_last_block},
+                  {.label = "after an init that could not clear the statistics",
+                   .setup = {.initialised = false},
+                   .arrange = failed_before,
+                   .work = init,
+                   .tells = comes_up,
+                   .afterwards = points_at_the_last_block},
+                  {.label = "after a shutdown", .arrange = shut_down, .work = init, .tells = comes_up},
+                  {.label = "program without the session namespace",
+                   .setup = without_session_ns(),
+                   .work = init,
+                   .tells = [](const bench &b) { return finds_responder_ns(b) + lacks_session_ns(0x106); },
+                   .usable_afterwards = false},
+                  {.label = "registration refused: the status becomes the module's own",
+                   .setup = {.initialised = false},
+                   .faults = {{call::olv_module_service_function_register, {.code = 0x10007}}},
+                   .work = init,
+                   .tells =
+                       [](const bench &b) {
+                           return finds_responder_ns(b) + finds_tree_functions(b) +
+                                  calls(call::olv_module_service_function_register,
+                                        "module=%u, table=set, lli=0x505", b.module->module_id) +
+                                  not_registered(0x30007);
+                       }},
+                  {.label = "already initialised",
+                   .arrange = [](bench &b) { context_before = b.module->ctx; },
+                   .work = init,
+                   .tells =
+                       [](const bench &b) {
+                           return says_unknown(file, "TWAMP Module handle 0x%08x is already initialized\n",
+                                               low_word(b.handle));
+                       },
+                   .afterwards = [](bench &b, const outcome &) { EXPECT_EQ(b.module->ctx, context_before); }},
+                  {.label = "null handle",
+                   .setup = {.initialised = false},
+                   .arrange = [](bench &b) { b.handle = nullptr; },
+                   .work = init,
+                   .tells = refuses},
+                  {.label = "record that is no module's",
+                   .setup = {.initialised = false},
+                   .arrange = [](bench &b) { b.handle = &b.foreign; },
+                   .work = init,
+                   .tells = refuses,
+                   .afterwards = [](bench &b, const outcome &) { EXPECT_EQ(b.foreign.ctx, nullptr); }},
+                  {.label = "record of an initialised module with another magic",
+                   .arrange = [](bench &b) { b.handle = &b.foreign; },
+                   .work = init,
+                   .tells = refuses}}};
 
-const trace clearing = state_dump("0x007008c1 0 " + std::string(256, '0') + " 128");
-
-/** The context was freed; the module still points at it. */
-void still_points_at_the_freed_context(bench &b)
-{
-    EXPECT_NE(b.module->ctx, nullptr);
-    EXPECT_FALSE(olv_sim::memory::is_live(b.module->ctx));
-}
-
-void has_no_context(bench &b)
-{
-    EXPECT_EQ(b.module->ctx, nullptr);
-}
-
-std::vector<std::string> calls_with_tree_lookups(std::size_t lookups)
-{
-    std::vector<std::string> calls{"hyx_gettime", "hyx_nvm_calloc", "hyx_rsrc_find", "hyx_rsrc_find"};
-    calls.insert(calls.end(), lookups, "hyx_ptn_symbol_get_id");
-    calls.insert(calls.end(), {"hyx_nvm_free", "hyx_gettime"});
-    return calls;
-}
-
-/** A tree function that cannot be found, the Nth to be asked for. */
-row tree_function_missing(const std::string &name, std::uint32_t nth)
-{
-    return {.label = "no tree function " + name,
-            .setup = uninitialised(),
-            .faults = {failing(call::hyx_ptn_symbol_get_id, nth - 1)},
-            .status = 0x3003F,
-            .console = ENTERING "[twamp_log: ERROR] twamp.c:LINE Failed to get ID for the QMT tree function " +
-                       name +
-                       ", RTE error code:0x1ff, error string: {rte 0x1FF}\n"
-                       "[twamp_log: ERROR] twamp.c:LINE {status 0x3003F}\n" EXITING,
-            .traces = {entry("olv_twamp_init"),
-                       error("Failed to get ID for the QMT tree function %s, RTE error code:0x%x, error "
-                             "string: %s\n"),
-                       error_status(), exit("olv_twamp_init")},
-            .calls = calls_with_tree_lookups(nth),
-            .left = nothing,
-            .check = still_points_at_the_freed_context};
-}
-
-const table rows{
-    "olv_twamp_init",
-    init,
-    {
-        {.label = "success",
-         .setup = uninitialised(),
-         .console = ENTERING CLEARING "[twamp_log: info] twamp.c:LINE Profile - OLV_KORVA_PROFILE_2\n"
-                                      "[twamp_log: info] twamp.c:LINE Succefully initialized TWAMP "
-                                      "module" EXITING,
-         .traces = {entry("olv_twamp_init"), clearing, info("Profile - OLV_KORVA_PROFILE_2\n"),
-                    info("Succefully initialized TWAMP module"), exit("olv_twamp_init")},
-         .calls = {"hyx_gettime", "hyx_nvm_calloc", "hyx_rsrc_find", "hyx_rsrc_find", "hyx_ptn_symbol_get_id",
-                   "hyx_ptn_symbol_get_id", "hyx_ptn_symbol_get_id", "hyx_ptn_symbol_get_id",
-                   "hyx_ptn_symbol_get_id", "olv_module_service_function_register", "hyx_se_state_set",
-                   "hyx_gettime"}},
-        {.label = "success of a module without a lock",
-         .setup = uninitialised(false),
-         .console = ENTERING CLEARING "[twamp_log: info] twamp.c:LINE Profile - OLV_KORVA_PROFILE_2\n"
-                                      "[twamp_log: info] twamp.c:LINE Succefully initialized TWAMP "
-                                      "module" EXITING,
-         .traces = {entry("olv_twamp_init"), clearing, info("Profile - OLV_KORVA_PROFILE_2\n"),
-                    info("Succefully initialized TWAMP module"), exit("olv_twamp_init")},
-         .calls = {"hyx_gettime", "hyx_nvm_calloc", "hyx_rsrc_find", "hyx_rsrc_find", "hyx_ptn_symbol_get_id",
-                   "hyx_ptn_symbol_get_id", "hyx_ptn_symbol_get_id", "hyx_ptn_symbol_get_id",
-                   "hyx_ptn_symbol_get_id", "olv_module_service_function_register", "hyx_se_state_set",
-                   "hyx_gettime"}},
-        {.label = "already initialised",
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP Module handle 0x{module} is already "
-                    "initialized\n",
-         .traces = {forced("TWAMP Module handle 0x%08x is already initialized\n")}},
-        {.label = "null handle",
-         .setup = uninitialised(),
-         .arrange = [](bench &b) { b.handle = nullptr; },
-         .status = 1,
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE Invalid TWAMP module handle 0x00000000\n"
-                    "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP module failed to initilize\n",
-         .traces = {forced("Invalid TWAMP module handle 0x%08X\n"),
-                    forced("TWAMP module failed to initilize\n")},
-         .left = nothing,
-         .check = has_no_context},
-        {.label = "record that is no module's",
-         .setup = uninitialised(),
-         .arrange = [](bench &b) { b.handle = &b.foreign; },
-         .status = 1,
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE Invalid TWAMP module handle 0x{MODULE}\n"
-                    "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP module failed to initilize\n",
-         .traces = {forced("Invalid TWAMP module handle 0x%08X\n"),
-                    forced("TWAMP module failed to initilize\n")},
-         .left = nothing,
-         .check = [](bench &b) { EXPECT_EQ(b.foreign.ctx, nullptr); }},
-        {.label = "record of an initialised module, its magic corrupted",
-         .arrange = [](bench &b) { b.handle = &b.foreign; },
-         .status = 1,
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE Invalid TWAMP module handle 0x{MODULE}\n"
-                    "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP module failed to initilize\n",
-         .traces = {forced("Invalid TWAMP module handle 0x%08X\n"),
-                    forced("TWAMP module failed to initilize\n")}},
-        {.label = "no memory for the context",
-         .setup = uninitialised(),
-         .faults = {failing(call::hyx_nvm_calloc)},
-         .status = 0x30012,
-         .console = ENTERING "[system_log: FATAL] twamp.c:LINE Fail to allocate memory\n"
-                             "[system_log: FATAL] twamp.c:LINE {status 0x30012}\n" EXITING,
-         .traces = {entry("olv_twamp_init"), by_system(fatal("Fail to allocate memory\n")),
-                    by_system(fatal_status()), exit("olv_twamp_init")},
-         .calls = {"hyx_gettime", "hyx_nvm_calloc", "hyx_gettime"},
-         .left = nothing,
-         .check = has_no_context},
-        {.label = "no responder namespace",
-         .setup = uninitialised(),
-         .faults = {failing(call::hyx_rsrc_find)},
-         .status = 0x30019,
-         .console =
-             ENTERING "[twamp_log: ERROR] twamp.c:LINE Failed to get the handle for TWAMP responder name space "
-                      "twamp_responder, RTE error code:0x1ff, error string: {rte 0x1FF}\n"
-                      "[twamp_log: ERROR] twamp.c:LINE {status 0x30019}\n" EXITING,
-         .traces = {entry("olv_twamp_init"),
-                    error("Failed to get the handle for TWAMP responder name space %s, RTE error code:0x%x, "
-                          "error string: %s\n"),
-                    error_status(), exit("olv_twamp_init")},
-         .calls = {"hyx_gettime", "hyx_nvm_calloc", "hyx_rsrc_find", "hyx_nvm_free", "hyx_gettime"},
-         .left = nothing,
-         .check = still_points_at_the_freed_context},
-        {.label = "no session namespace",
-         .setup = uninitialised(),
-         .faults = {failing(call::hyx_rsrc_find, 1)},
-         .status = 0x30019,
-         .console = ENTERING
-         "[twamp_log: ERROR] twamp.c:LINE Failed to get the handle for TWAMP reflector session name space "
-         "twamp_reflector_session, RTE error code:0x1ff, error string: {rte 0x1FF}\n"
-         "[twamp_log: ERROR] twamp.c:LINE {status 0x30019}\n" EXITING,
-         .traces = {entry("olv_twamp_init"),
-                    error("Failed to get the handle for TWAMP reflector session name space %s, RTE error "
-                          "code:0x%x, error string: %s\n"),
-                    error_status(), exit("olv_twamp_init")},
-         .calls = {"hyx_gettime", "hyx_nvm_calloc", "hyx_rsrc_find", "hyx_rsrc_find", "hyx_nvm_free",
-                   "hyx_gettime"},
-         .left = nothing,
-         .check = still_points_at_the_freed_context},
-        {.label = "program without the session namespace",
-         .setup = on_program([](olv_sim::classifier_program &program) {
-             std::erase_if(program.namespaces, [](const auto &each) { return each.name == session_namespace; });
-         }),
-         .status = 0x30019,
-         .console = ENTERING
-         "[twamp_log: ERROR] twamp.c:LINE Failed to get the handle for TWAMP reflector session name space "
-         "twamp_reflector_session, RTE error code:0x106, error string: {rte 0x106}\n"
-         "[twamp_log: ERROR] twamp.c:LINE {status 0x30019}\n" EXITING,
-         .traces = {entry("olv_twamp_init"),
-                    error("Failed to get the handle for TWAMP reflector session name space %s, RTE error "
-                          "code:0x%x, error string: %s\n"),
-                    error_status(), exit("olv_twamp_init")},
-         .calls = {"hyx_gettime", "hyx_nvm_calloc", "hyx_rsrc_find", "hyx_rsrc_find", "hyx_nvm_free",
-                   "hyx_gettime"},
-         .left = nothing,
-         .check = still_points_at_the_freed_context},
-        tree_function_missing("olv_twamp.twamp_to_ip_direct_imc", 1),
-        tree_function_missing("olv_twamp.twamp_to_ipv6_indirect_imc", 2),
-        tree_function_missing("olv_twamp.twamp_lli_processing", 3),
-        tree_function_missing("olv_twamp.twamp_responder_lookup", 4),
-        tree_function_missing("olv_twamp.twamp_bind_to_next_module", 5),
-        {.label = "framework refuses the service functions",
-         .setup = uninitialised(),
-         .faults = {{call::olv_module_service_function_register, {.code = 0x10007}}},
-         .status = 0x30007,
-         .console = ENTERING "[system_log: FATAL] twamp.c:LINE Failed to register the service functions\n"
-                             "[system_log: FATAL] twamp.c:LINE {status 0x30007}\n" EXITING,
-         .traces = {entry("olv_twamp_init"), by_system(fatal("Failed to register the service functions\n")),
-                    by_system(fatal_status()), exit("olv_twamp_init")},
-         .calls = {"hyx_gettime", "hyx_nvm_calloc", "hyx_rsrc_find", "hyx_rsrc_find", "hyx_ptn_symbol_get_id",
-                   "hyx_ptn_symbol_get_id", "hyx_ptn_symbol_get_id", "hyx_ptn_symbol_get_id",
-                   "hyx_ptn_symbol_get_id", "olv_module_service_function_register", "hyx_nvm_free",
-                   "hyx_gettime"},
-         .left = nothing,
-         .check = still_points_at_the_freed_context},
-        {.label = "global statistics not cleared",
-         .setup = uninitialised(),
-         .faults = {failing(call::hyx_se_state_set)},
-         .status = 0x1002C,
-         .console =
-             ENTERING CLEARING "[twamp_log: FATAL] twamp.c:LINE Failed to clear global stats, RTE Error: "
-                               "{rte 0x1FF}\n"
-                               "[twamp_log: FATAL] twamp.c:LINE {status 0x1002C}\n" EXITING,
-         .traces = {entry("olv_twamp_init"), clearing, fatal("Failed to clear global stats, RTE Error: %s\n"),
-                    fatal_status(), exit("olv_twamp_init")},
-         .calls = {"hyx_gettime", "hyx_nvm_calloc", "hyx_rsrc_find", "hyx_rsrc_find", "hyx_ptn_symbol_get_id",
-                   "hyx_ptn_symbol_get_id", "hyx_ptn_symbol_get_id", "hyx_ptn_symbol_get_id",
-                   "hyx_ptn_symbol_get_id", "olv_module_service_function_register", "hyx_se_state_set",
-                   "hyx_nvm_free", "hyx_gettime"},
-         .left = {.blocks = 0, .initialised = false, .registered = true},
-         .check = still_points_at_the_freed_context},
-    }};
-
-TEST(Init, Rows)
+TEST(Init, GoesAsEachRowSays)
 {
     rows.run();
 }
 
-TEST(Init, DumpsTheClearingBeforeItFails)
+TEST(Init, RegisteredServiceFunctionsDoTheirWork)
 {
-    bench b(uninitialised());
-    b.set_log_words(OLV_LOG_STATE, 0);
-    olv_sim::faults::set(call::hyx_se_state_set, {.code = 0x1FF});
-    const observation seen = b.observe([&] { return init(b); });
-    EXPECT_EQ(seen.console, b.expand(CLEARING));
+    bench b;
+    const std::uint32_t key = 0xABCDEF;
+    const olv_bind_info asked = olv_sim::make_bind_info(b.module, b.framework.ipv4_module(), &key);
+    std::uint32_t imc = 0;
+    EXPECT_EQ(quiet([&] { return b.framework.get_imc(b.module, asked, &imc); }), 0u);
+    EXPECT_EQ(imc, ip_direct_imc_id);
+    EXPECT_EQ(quiet([&] { return b.framework.bind(asked); }), 0u);
+    EXPECT_EQ(b.left().bind_entries, 1u);
+    EXPECT_EQ(quiet([&] { return b.framework.unbind(asked); }), 0u);
+    EXPECT_EQ(b.left().bind_entries, 0u);
+    EXPECT_EQ(quiet([&] { return b.framework.shutdown(b.module); }), 0u);
+    EXPECT_FALSE(b.left().initialised);
 }
 
-TEST(Init, CanBeTriedAgainAfterAFailure)
+// The context, in a block that is not zeroed.
+
+constexpr std::uint8_t unwritten_byte = 0xA5;
+constexpr std::uint32_t unwritten = 0xA5A5A5A5;
+
+/** A context's words, by their places in it. The formats are single bytes: the first of words 13 and 24. */
+struct context_words {
+    std::uint32_t word[31];
+    std::uint8_t responder_format;
+    std::uint8_t bind_format;
+
+    explicit context_words(const void *context)
+    {
+        std::memcpy(word, context, sizeof word);
+        std::memcpy(&responder_format, static_cast<const char *>(context) + 52, 1);
+        std::memcpy(&bind_format, static_cast<const char *>(context) + 96, 1);
+    }
+    [[nodiscard]] std::vector<std::uint32_t> words(std::size_t first, std::size_t count) const
+    {
+        return {word + first, word + first + count};
+    }
+};
+
+class InitContext : public testing::Test {
+  protected:
+    InitContext()
+    {
+        interposition between;
+        between.after_calloc = [](void *block, std::size_t size) { std::memset(block, unwritten_byte, size); };
+        between.before_symbol_lookup = [this] { at_lookup_.emplace_back(b_.module->ctx); };
+        EXPECT_EQ(quiet([&] { return olv_twamp_init(b_.module); }), 0u);
+    }
+
+    bench b_{{.initialised = false}};
+    std::vector<context_words> at_lookup_; ///< As it was each time that a tree function was asked for.
+};
+
+using testing::Each;
+using testing::ElementsAre;
+
+TEST_F(InitContext, HasEveryFieldThatIsFilledAndNoOther)
 {
-    bench b(uninitialised());
-    olv_sim::faults::set(call::hyx_se_state_set, {.code = 0x1FF});
-    EXPECT_EQ(quiet([&] { return init(b); }), 0x1002Cu);
-    EXPECT_EQ(olv_twamp_valid_module_handle(b.module), 0u);
-    EXPECT_EQ(quiet([&] { return init(b); }), 0u);
-    EXPECT_EQ(b.left(), remains{});
+    const context_words context(b_.module->ctx);
+    EXPECT_EQ(context.word[0], 0x18496124u);
+    EXPECT_EQ(context.word[1], unwritten);
+    EXPECT_THAT(context.words(2, 3), ElementsAre(lli_processing_id, ip_direct_imc_id, ipv6_indirect_imc_id));
+
+    EXPECT_THAT(context.words(5, 8),
+                ElementsAre(responder_tree_id, 24, unwritten, unwritten, unwritten, 0, 0, 0));
+    EXPECT_EQ(context.responder_format, 1);
+    EXPECT_EQ(context.word[15], 1u);
+
+    EXPECT_THAT(context.words(16, 8), ElementsAre(bind_tree_id, 24, unwritten, unwritten, unwritten, 0, 0, 0));
+    EXPECT_EQ(context.bind_format, 0);
+    EXPECT_EQ(context.word[26], 2u);
+
+    EXPECT_EQ(context.word[27], b_.responder_ns());
+    EXPECT_THAT(context.words(28, 1), Each(testing::Not(testing::AnyOf(unwritten, b_.responder_ns()))));
+    EXPECT_THAT(context.words(29, 2), Each(unwritten)); // the count of creations is not written
 }
 
-TEST(Init, KeepsWhatTheModulePointsAtWhenThereIsNoMemory)
+TEST_F(InitContext, DescribesTheResponderTreeBeforeItAsksForTheBindTree)
 {
-    bench b(uninitialised());
-    olv_sim::faults::set(call::hyx_se_state_set, {.code = 0x1FF});
-    EXPECT_EQ(quiet([&] { return init(b); }), 0x1002Cu);
-    const twamp_ctx *const freed = b.module->ctx;
-    ASSERT_NE(freed, nullptr);
-    olv_sim::faults::set(call::hyx_nvm_calloc, {.code = 0x1FF});
-    EXPECT_EQ(quiet([&] { return init(b); }), 0x30012u);
-    EXPECT_EQ(b.module->ctx, freed);
-}
-
-TEST(Init, IsASuccessfulNoOpTheSecondTime)
-{
-    bench b(uninitialised());
-    EXPECT_EQ(quiet([&] { return init(b); }), 0u);
-    twamp_ctx *const context = b.module->ctx;
-    EXPECT_EQ(quiet([&] { return init(b); }), 0u);
-    EXPECT_EQ(b.module->ctx, context);
-    EXPECT_EQ(b.left(), remains{});
-}
-
-TEST(Init, RefusesAnUnknownProcessor)
-{
-    bench b(uninitialised());
-    const std::uint32_t rte_handle = b.module->rte_handle;
-    b.module->rte_handle = rte_handle + 1000;
-    const observation seen = b.observe([&] { return init(b); });
-    EXPECT_EQ(seen.status, 0x30019u);
-    EXPECT_EQ(b.left(), nothing);
-    olv_sim::violations::clear();
-    b.module->rte_handle = rte_handle;
+    ASSERT_EQ(at_lookup_.size(), 5u);
+    const context_words &before = at_lookup_.back();
+    EXPECT_EQ(before.word[0], unwritten) << "the magic is written last";
+    EXPECT_THAT(before.words(5, 8),
+                ElementsAre(responder_tree_id, 24, unwritten, unwritten, unwritten, 0, 0, 0));
+    EXPECT_EQ(before.responder_format, 1);
+    EXPECT_EQ(before.word[15], 1u);
+    EXPECT_THAT(before.words(16, 11), Each(unwritten));
+    EXPECT_THAT(at_lookup_.at(3).words(5, 11), Each(unwritten)) << "its own ID comes first";
 }
 
 } // namespace

@@ -1,8 +1,7 @@
 #include "rows.hpp"
-#include "olv_sim/calls.hpp"
-#include "olv_sim/faults.hpp"
 
-#include <algorithm>
+#include <array>
+#include <cstdio>
 #include <sstream>
 
 namespace olv_test {
@@ -15,167 +14,326 @@ std::vector<const table *> &registry()
     return tables;
 }
 
-const std::string plain = "{plain}";
+/** What fails in a run: calls by their place among those that can, from 1, or a look-up of the tracer. */
+struct plan {
+    std::string label;
+    std::uint32_t first = 0;  ///< 0: none.
+    std::uint32_t second = 0; ///< 0: none.
+    bool from_then_on = false;
+    std::uint32_t lost_event = 0; ///< 0: none.
 
-/** Where the next "[NAME_log: KEYWORD] " stands, or npos. Not every message before it ends its line. */
-std::size_t next_log_line(const std::string &text, std::size_t from)
-{
-    for (std::size_t at = from; (at = text.find('[', at)) != std::string::npos; ++at) {
-        const std::size_t close = text.find(']', at);
-        const std::size_t log = text.find("_log: ", at);
-        if (close != std::string::npos && log < close)
-            return at;
+    [[nodiscard]] bool fails(std::uint32_t place) const
+    {
+        return first != 0 && (place == first || (from_then_on && place > first) || place == second);
     }
-    return std::string::npos;
-}
 
-bool passes(const std::string &keyword, std::uint32_t word)
+    void set() const
+    {
+        if (lost_event != 0) {
+            olv_sim::faults::set(call::olv_lttng_fn_ptr_get, {.skip = lost_event - 1});
+        }
+        if (first != 0) {
+            olv_sim::faults::set_any({.skip = first - 1, .count = from_then_on ? olv_sim::fault::forever : 1});
+        } else {
+            olv_sim::faults::set_any({.count = 0}); // Counts.
+        }
+        if (second != 0) {
+            olv_sim::faults::add_any({.skip = second - 1});
+        }
+    }
+
+    /** Whether all that was planned has happened. */
+    [[nodiscard]] bool has_fired() const
+    {
+        return olv_sim::faults::hits_of_any() >= (first != 0 ? 1U : 0U) + (second != 0 ? 1U : 0U) &&
+               (lost_event == 0 || olv_sim::faults::hits(call::olv_lttng_fn_ptr_get) == 1);
+    }
+};
+
+/** First word of the pattern that will be made next: the storage of the one that was freed last, one generation
+ *  on. */
+std::string next_pattern_word()
 {
-    const std::uint32_t level = word & OLV_LOG_LEVEL_MASK;
-    if (keyword == "FATAL")
-        return level != 0;
-    if (keyword == "ERROR")
-        return level >= 3;
-    if (keyword == "info")
-        return level == 15;
-    if (keyword == "function")
-        return (word & OLV_LOG_FUNCTION) != 0;
-    if (keyword == "se_write")
-        return (word & OLV_LOG_STATE) != 0;
-    return (word & OLV_LOG_PATTERN) != 0;
+    olv_ptn probe{};
+    EXPECT_EQ(olv_ptn_new(24, &probe), 0u);
+    olv_ptn_free(probe);
+    const std::uint32_t following = ((probe.word[0] >> 16) + 1) & 0xFFFF;
+    std::array<char, 16> text{};
+    (void)std::snprintf(text.data(), text.size(), "0x%08x",
+                        (following == 0 ? 1 : following) << 16 | (probe.word[0] & 0xFFFF));
+    return text.data();
 }
 
-std::string hexadecimal(std::uint32_t word)
+void replace_all(std::string &text, const std::string &from, const std::string &to)
+{
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+}
+
+std::string described(const options &setup)
 {
     std::ostringstream text;
-    text << "0x" << std::hex << word;
+    text << std::hex << "module word 0x" << setup.module_flags;
+    if (setup.system) {
+        text << ", system word 0x" << setup.system_flags;
+    } else {
+        text << ", no system record";
+    }
+    text << (setup.locked ? "" : ", no lock");
     return text.str();
 }
 
-struct log_words {
-    std::uint32_t module;
-    std::optional<std::uint32_t> system;
+/** The module does all its work again: creates, reads, deletes, goes down, comes up. */
+void expect_usable(bench &b, std::uint32_t creations)
+{
+    b.restore_context();
+    if (!b.left().initialised) {
+        creations = 0;
+        EXPECT_EQ(quiet([&] { return olv_twamp_init(b.module); }), 0u);
+    }
+    twamp_responder_handle *created = b.create_responder(0xABCD, 0);
+    ASSERT_NE(created, nullptr);
+    EXPECT_EQ(b.state_bytes(created->responder_id).at(11), creations + 1) << "creation count";
+    olv_twamp_responder_stats stats{1, 1, 1, 1, 1};
+    EXPECT_EQ(quiet([&] { return olv_twamp_responder_stats_get(b.module, created, &stats); }), 0u);
+    EXPECT_EQ(stats.received, 0u);
+    EXPECT_EQ(quiet([&] { return olv_twamp_responder_delete(b.module, created); }), 0u);
+    EXPECT_EQ(quiet([&] { return olv_twamp_shutdown(b.module); }), 0u);
+    EXPECT_EQ(quiet([&] { return olv_twamp_init(b.module); }), 0u);
+    EXPECT_EQ(b.left().patterns, 0u);
+    EXPECT_EQ(b.left().lock_held, 0u);
+}
+
+circumstances circumstances_of(const row &each, const options &setup, const plan &faults)
+{
+    circumstances given;
+    if (setup.system || each.system_is_argument) {
+        given.system_flags = setup.system_flags;
+    }
+    given.locked = setup.locked;
+    given.fails = [&faults](std::uint32_t place) { return faults.fails(place); };
+    given.loses = [&faults](std::uint32_t event) { return event == faults.lost_event; };
+    return given;
+}
+
+/** What one run of a plan told. */
+struct run_report {
+    bool fired;
+    std::uint32_t calls; ///< That could fail.
 };
 
-std::vector<log_words> every_log_words(bool without_system)
+run_report run(const row &each, const options &setup, const plan &faults)
 {
-    constexpr std::uint32_t levels[] = {0, 1, 3, 7, 15};
-    constexpr std::uint32_t bits[] = {OLV_LOG_FUNCTION, OLV_LOG_PATTERN, OLV_LOG_STATE};
-    std::vector<log_words> all;
-    for (const std::uint32_t module : levels)
-        for (const std::uint32_t system : levels)
-            all.push_back({module, system});
-    for (const std::uint32_t bit : bits) {
-        all.push_back({bit, 0});
-        all.push_back({0, bit});
+    SCOPED_TRACE(each.label + ", " + described(setup) + ", " + faults.label);
+    set_time_of_day(time_of_day{1700000000, 500000});
+    bench b(setup);
+    b.processor.set_timer(0x0123456789ABCDEF);
+    if (each.arrange) {
+        each.arrange(b);
     }
-    if (without_system) {
-        for (const std::uint32_t module : levels)
-            all.push_back({module, std::nullopt});
-        for (const std::uint32_t bit : bits)
-            all.push_back({bit, std::nullopt});
+    outcome before;
+    before.left = b.left();
+    before.creations = b.created();
+    outcome expected = tell(each.tells(b), circumstances_of(each, setup, faults), before);
+    replace_all(expected.told, "{pattern}", next_pattern_word());
+    if (each.figures) {
+        expected.told += expected.status == 0 ? *each.figures : "";
+        expected.status = 0;
+    }
+
+    for (const planned_fault &own : each.faults) {
+        EXPECT_TRUE(olv_sim::faults::set(own.which, own.plan)) << olv_sim::call_name(own.which);
+    }
+    faults.set();
+    const observation seen = b.observe([&] { return each.work(b); });
+    const run_report report{faults.has_fired(), olv_sim::faults::calls_of_any()};
+    for (const planned_fault &own : each.faults) {
+        EXPECT_GE(olv_sim::faults::hits(own.which), 1u) << "not called: " << olv_sim::call_name(own.which);
+    }
+    set_time_of_day(std::nullopt);
+    const remains left = b.left();
+    b.release_lock();
+
+    EXPECT_EQ(seen.status, expected.status);
+    EXPECT_EQ(narrate(seen, b), expected.told);
+    EXPECT_EQ(left, expected.left);
+    if (faults.lost_event == 0) {
+        expect_source_lines_agree(seen);
+    }
+    if (each.afterwards) {
+        each.afterwards(b, expected);
+    }
+    if (each.usable_afterwards) {
+        expect_usable(b, expected.creations);
+    }
+    return report;
+}
+
+/** The row's starting state at every log word. */
+std::vector<options> at_every_log_word(const row &each)
+{
+    if (each.variation) {
+        return {};
+    }
+    constexpr std::uint32_t levels[] = {0, 1, 3, 7, 15};
+    constexpr std::uint32_t bits[] = {0x10, 0x40, 0x80};
+    std::vector<options> all;
+    const auto add = [&](std::uint32_t module, std::optional<std::uint32_t> system) {
+        options changed = each.setup;
+        changed.module_flags = module;
+        changed.system_flags = system.value_or(0);
+        changed.system = system.has_value();
+        all.push_back(changed);
+    };
+    for (const std::uint32_t module : levels) {
+        for (const std::uint32_t system : levels) {
+            add(module, system);
+        }
+        add(module, std::nullopt);
+    }
+    for (const std::uint32_t bit : bits) {
+        add(bit, 0);
+        add(0, bit);
+        add(bit, std::nullopt);
     }
     return all;
 }
 
-/** What a row expects at other log words than its own. */
-row at_log_words(row expected, const log_words &words)
+/** The starting states that a row is swept in. */
+std::vector<options> settings_of(const row &each)
 {
-    expected.setup.module_flags = words.module;
-    expected.setup.system_flags = words.system.value_or(0);
-    expected.setup.system = words.system.has_value();
-    expected.console =
-        filtered_console(expected.console, words.module, words.system, expected.module_word_only);
-    if (((words.module | words.system.value_or(0)) & OLV_LOG_FUNCTION) == 0)
-        std::erase(expected.calls, "hyx_gettime");
-    if (!words.system)
-        for (trace &event : expected.traces)
-            event.by_system = false;
-    return expected;
+    if (each.variation) {
+        return {each.setup};
+    }
+    std::vector<options> all(5, each.setup);
+    all[1].locked = false;
+    all[2].module_flags = all[2].system_flags = 0;
+    all[3].module_flags = 0x43; // Errors and classifier entries.
+    all[3].system_flags = 0;
+    all[4].system = false;
+    return all;
 }
 
-std::vector<trace> expanded(std::vector<trace> traces, const bench &b)
+struct points {
+    std::uint32_t calls = 0; ///< Of the runs without faults that can fail.
+    std::uint32_t once = 0;
+    std::uint32_t from_then_on = 0;
+    std::uint32_t pairs = 0;
+    std::uint32_t events = 0;
+};
+
+/** How often @p next, which makes a plan of a number, fires for the numbers from @p begin. */
+template <typename Next>
+std::uint32_t sweep(const row &each, const options &setup, std::uint32_t begin, const Next &next)
 {
-    for (trace &event : traces)
-        event.text = b.expand(event.text);
-    return traces;
+    std::uint32_t fired = 0;
+    while (run(each, setup, next(begin + fired)).fired && !testing::Test::HasFailure()) {
+        ++fired;
+    }
+    return fired;
+}
+
+void sweep_at(const row &each, const options &setup, points &swept)
+{
+    const auto call_number = [](std::uint32_t n) { return "call " + std::to_string(n); };
+    const std::uint32_t calls = run(each, setup, {.label = "no fault"}).calls;
+    if (testing::Test::HasFailure()) {
+        return; // One run's differences are enough to read.
+    }
+    const std::uint32_t once =
+        sweep(each, setup, 1, [&](std::uint32_t n) { return plan{.label = call_number(n), .first = n}; });
+    const std::uint32_t from_then_on = sweep(each, setup, 1, [&](std::uint32_t n) {
+        return plan{.label = "from " + call_number(n) + " on", .first = n, .from_then_on = true};
+    });
+    EXPECT_EQ(once, calls) << each.label;
+    EXPECT_EQ(from_then_on, calls) << each.label;
+    for (std::uint32_t first = 1; first <= once; ++first) {
+        swept.pairs += sweep(each, setup, first + 1, [&](std::uint32_t second) {
+            return plan{
+                .label = call_number(first) + " and " + call_number(second), .first = first, .second = second};
+        });
+    }
+    swept.calls += calls;
+    swept.once += once;
+    swept.from_then_on += from_then_on;
 }
 
 } // namespace
 
-std::string filtered_console(const std::string &console, std::uint32_t module_flags,
-                             std::optional<std::uint32_t> system_flags, const std::string &module_word_only)
+row_list operator+(row_list first, const row_list &second)
 {
-    const std::string system_name = "[system_log: ";
-    std::size_t at = std::min(next_log_line(console, 0), console.size());
-    std::string result = console.substr(0, at);
-    while (at < console.size()) {
-        const std::size_t end = std::min(next_log_line(console, at + 1), console.size());
-        std::string line = console.substr(at, end - at);
-        const std::size_t keyword_at = line.find(": ") + 2;
-        const std::string keyword = line.substr(keyword_at, line.find(']') - keyword_at);
-        at = end;
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
 
-        const bool of_system = line.starts_with(system_name);
-        bool printed = passes(keyword, module_flags) || (system_flags && passes(keyword, *system_flags));
-        if (line.starts_with("[olv_unknown_log: "))
-            printed = true;
-        else if (of_system && system_flags)
-            printed = passes(keyword, *system_flags);
-        else if (of_system)
-            line.replace(0, system_name.size(), "[twamp_log: ");
-        else if (!module_word_only.empty() && line.find(module_word_only) != std::string::npos)
-            printed = passes(keyword, module_flags);
-        const std::size_t plain_at = std::min(line.find(plain), line.size());
-        if (printed)
-            result += line.substr(0, plain_at);
-        result += line.substr(plain_at);
+row_list variations_of_first(row_list rows)
+{
+    for (row &each : rows) {
+        each.variation = &each != &rows.front();
     }
-    return result;
+    return rows;
 }
 
-void run_row(const row &expected, const operation &work)
+row_list unusable_handles(const row &base, const teller_of_row &refuses, const teller_of_row &refuses_record)
 {
-    const options &setup = expected.setup;
-    SCOPED_TRACE(expected.label + ", module word " + hexadecimal(setup.module_flags) +
-                 (setup.system ? ", system word " + hexadecimal(setup.system_flags) : ", no system record"));
-    bench b(setup);
-    if (expected.arrange)
-        expected.arrange(b);
-    for (const planned_fault &fault : expected.faults)
-        ASSERT_TRUE(olv_sim::faults::set(fault.which, fault.plan)) << olv_sim::call_name(fault.which);
-
-    const operation &run = expected.instead ? expected.instead : work;
-    const observation seen = b.observe([&] { return run(b); });
-    for (const planned_fault &fault : expected.faults)
-        EXPECT_GE(olv_sim::faults::hits(fault.which), 1u) << "not called: " << olv_sim::call_name(fault.which);
-    olv_sim::faults::clear_all();
-
-    EXPECT_EQ(seen.status, expected.status);
-    EXPECT_EQ(seen.console, b.expand(expected.console));
-    EXPECT_EQ(seen.traces, expanded(expected.traces, b));
-    EXPECT_EQ(seen.calls, expected.calls);
-    EXPECT_EQ(b.left(), expected.left);
-    expect_status_lines_follow_messages(seen);
-    if (setup.module_flags == everything && (setup.system_flags == everything || !setup.system))
-        expect_console_agrees_with_traces(seen);
-    if (expected.check)
-        expected.check(b);
-    if (b.left().lock_held != 0)
-        hyx_sem_post(b.module->lock);
-}
-
-void run_row_at_every_level(const row &expected, const operation &work)
-{
-    for (const log_words &words : every_log_words(expected.without_system)) {
-        run_row(at_log_words(expected, words), work);
-        if (testing::Test::HasFailure())
-            return; // One log word's differences are enough to read.
+    const struct {
+        const char *label;
+        std::function<void(bench &)> arrange;
+        bool no_record;
+        bool variation;
+    } ways[] = {
+        {"null handle", [](bench &b) { b.handle = nullptr; }, true, false},
+        {"record that is no module's", [](bench &b) { b.handle = &b.foreign; }, true, true},
+        {"module that is not initialised",
+         [](bench &b) { quiet([&] { return olv_twamp_shutdown(b.module); }); }, false, false},
+        {"module whose context has another magic", [](bench &b) { b.set_context_magic(0x18496125); }, false,
+         true},
+    };
+    row_list rows;
+    for (const auto &way : ways) {
+        row each = base;
+        each.label = way.label;
+        each.variation = way.variation;
+        each.tells = way.no_record && refuses_record ? refuses_record : refuses;
+        each.arrange = [first = base.arrange, then = way.arrange](bench &b) {
+            if (first) {
+                first(b);
+            }
+            then(b);
+        };
+        rows.push_back(each);
     }
+    return rows;
 }
 
-table::table(std::string name, operation work, std::vector<row> rows)
-    : name_(std::move(name)), work_(std::move(work)), rows_(std::move(rows))
+void run_and_sweep(const std::string &name, const row &each)
+{
+    SCOPED_TRACE(name);
+    row without_sequel = each;
+    without_sequel.usable_afterwards = false;
+    for (const options &setup : at_every_log_word(each)) {
+        if (!testing::Test::HasFailure()) {
+            run(without_sequel, setup, {.label = "no fault"});
+        }
+    }
+    points swept;
+    if (each.faults.empty()) {
+        for (const options &setup : settings_of(each)) {
+            sweep_at(each, setup, swept);
+        }
+    } else {
+        run(each, each.setup, {.label = "no fault but the row's own"});
+    }
+    swept.events = sweep(each, each.setup, 1, [](std::uint32_t n) {
+        return plan{.label = "event " + std::to_string(n) + " lost", .lost_event = n};
+    });
+    std::printf("%s, %s: %u calls that can fail; swept %u once, %u from then on, %u pairs, %u lost events\n",
+                name.c_str(), each.label.c_str(), swept.calls, swept.once, swept.from_then_on, swept.pairs,
+                swept.events);
+}
+
+table::table(std::string name, row_list rows) : name_(std::move(name)), rows_(std::move(rows))
 {
     registry().push_back(this);
 }
@@ -183,10 +341,7 @@ table::table(std::string name, operation work, std::vector<row> rows)
 void table::run() const
 {
     for (const row &each : rows_) {
-        SCOPED_TRACE(name_);
-        run_row(each, work_);
-        if (each.every_level)
-            run_row_at_every_level(each, work_);
+        run_and_sweep(name_, each);
     }
 }
 

@@ -1,186 +1,100 @@
 #include <cstring>
 
-#include "olv_sim/calls.hpp"
-#include "olv_sim/processor.hpp"
+#include "interposed.hpp"
 #include "rows.hpp"
 
 namespace olv_test {
 namespace {
+
+constexpr const char *file = "twamp.c";
 
 std::uint32_t shutdown(bench &b)
 {
     return olv_twamp_shutdown(b.handle);
 }
 
-#define REFUSED                                                                                                \
-    "[twamp_log: ERROR] twamp.c:LINE Failed to register NULL functions\n"                                      \
-    "[twamp_log: ERROR] twamp.c:LINE {status 0x10007}\n"                                                       \
-    "[twamp_log: ERROR] twamp.c:LINE TWAMP module 0x{module} failed to shutdown\n"                             \
-    "[twamp_log: ERROR] twamp.c:LINE {status 0x10007}\n"
-#define DONE "[twamp_log: info] twamp.c:LINE TWAMP module 0x{module} shutdown\n"
-
-constexpr remains shut_down_but_registered{.blocks = 0, .initialised = false, .registered = true};
-
-options without_lock()
+/** What ends the context, with the framework's functions withdrawn or not. */
+story frees_context(bool registered)
 {
-    options setup;
-    setup.locked = false;
-    return setup;
+    return calls(call::hyx_nvm_free, "size=124").then([registered](outcome &result) {
+        --result.left.blocks;
+        result.left.initialised = false;
+        result.left.registered = registered;
+    });
 }
 
-options uninitialised()
+story refused(const bench &b, std::uint32_t status)
 {
-    options setup;
-    setup.initialised = false;
-    return setup;
+    return fails(file, status, "Failed to register NULL functions\n") + frees_context(true) +
+           fails(file, status, "TWAMP module 0x%08x failed to shutdown\n", low_word(b.handle)) +
+           frame(b, file, "").end;
 }
 
-void context_is_cleared(bench &b)
+/** Neither entry nor exit line. */
+story goes_down(const bench &b)
 {
-    EXPECT_EQ(b.module->ctx, nullptr);
+    const frame of(b, file, "");
+    return of.begin +
+           calls(call::olv_module_service_function_register, "module=%u, table=empty, lli=0x0",
+                 b.module->module_id)
+               .or_else(refused(b, injected_in_framework)) +
+           frees_context(false) +
+           says(severity::info, file, "TWAMP module 0x%08x shutdown\n", low_word(b.handle)) + of.end;
+}
+
+story goes_down_without_withdrawal(const bench &b)
+{
+    return frame(b, file, "").begin +
+           calls(call::olv_module_service_function_register, "module=%u, table=empty, lli=0x0",
+                 b.module->module_id) +
+           refused(b, 0x10007);
+}
+
+story refuses(const bench &b)
+{
+    return refuses_module(b, file, "TWAMP module failed to shutdown\n");
+}
+
+/** With a capital M. */
+story refuses_record(const bench &b)
+{
+    return says_unknown(file, "Invalid TWAMP Module handle 0x%08x\n", low_word(b.handle)) +
+           says_unknown(file, "TWAMP module failed to shutdown\n") + yields(1);
+}
+
+void context_is_gone(bench &b, const outcome &expected)
+{
+    EXPECT_EQ(b.module->ctx == nullptr, !expected.left.initialised);
 }
 
 const table rows{
     "olv_twamp_shutdown",
-    shutdown,
-    {
-        {.label = "success",
-         .console = DONE,
-         .traces = {info("TWAMP module 0x%08x shutdown\n")},
-         .calls = {"olv_sys_sem_lock_wait", "olv_module_service_function_register", "hyx_nvm_free",
-                   "hyx_sem_post"},
-         .left = nothing,
-         .check = context_is_cleared},
-        {.label = "success without a lock",
-         .setup = without_lock(),
-         .console = DONE,
-         .traces = {info("TWAMP module 0x%08x shutdown\n")},
-         .calls = {"olv_module_service_function_register", "hyx_nvm_free"},
-         .left = nothing,
-         .check = context_is_cleared},
-        {.label = "null handle",
-         .arrange = [](bench &b) { b.handle = nullptr; },
-         .status = 1,
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE Invalid TWAMP Module handle 0x00000000\n"
-                    "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP module failed to shutdown\n",
-         .traces = {forced("Invalid TWAMP Module handle 0x%08x\n"),
-                    forced("TWAMP module failed to shutdown\n")}},
-        {.label = "record that is no module's",
-         .arrange = [](bench &b) { b.handle = &b.foreign; },
-         .status = 1,
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE Invalid TWAMP Module handle 0x{module}\n"
-                    "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP module failed to shutdown\n",
-         .traces = {forced("Invalid TWAMP Module handle 0x%08x\n"),
-                    forced("TWAMP module failed to shutdown\n")}},
-        {.label = "never initialised",
-         .setup = uninitialised(),
-         .status = 1,
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE Invalid TWAMP module handle 0x{module}\n"
-                    "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP module failed to shutdown\n",
-         .traces = {forced("Invalid TWAMP module handle 0x%08x\n"),
-                    forced("TWAMP module failed to shutdown\n")},
-         .left = nothing},
-        {.label = "shut down before",
-         .arrange = [](bench &b) { quiet([&] { return olv_twamp_shutdown(b.module); }); },
-         .status = 1,
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE Invalid TWAMP module handle 0x{module}\n"
-                    "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP module failed to shutdown\n",
-         .traces = {forced("Invalid TWAMP module handle 0x%08x\n"),
-                    forced("TWAMP module failed to shutdown\n")},
-         .left = nothing},
-        {.label = "context's magic corrupted",
-         .arrange = [](bench &b) { b.set_context_magic(0x18496125); },
-         .status = 1,
-         .console = "[olv_unknown_log: ERROR] twamp.c:LINE Invalid TWAMP module handle 0x{module}\n"
-                    "[olv_unknown_log: ERROR] twamp.c:LINE TWAMP module failed to shutdown\n",
-         .traces = {forced("Invalid TWAMP module handle 0x%08x\n"),
-                    forced("TWAMP module failed to shutdown\n")},
-         .left = {.initialised = false}},
-        {.label = "lock not taken",
-         .faults = {failing(call::olv_sys_sem_lock_wait)},
-         .status = 0x300A5,
-         .console = OLV_LOCK_REFUSED("twamp.c"),
-         .traces = {error(lock_refused), error_status()},
-         .calls = {"olv_sys_sem_lock_wait"}},
-        {.label = "framework refuses the withdrawal",
-         .faults = {{call::olv_module_service_function_register, {.code = 0x10007}}},
-         .status = 0x10007,
-         .console = REFUSED,
-         .traces = {error("Failed to register NULL functions\n"), error_status(),
-                    error("TWAMP module 0x%08x failed to shutdown\n"), error_status()},
-         .calls = {"olv_sys_sem_lock_wait", "olv_module_service_function_register", "hyx_nvm_free",
-                   "hyx_sem_post"},
-         .left = shut_down_but_registered,
-         .check = context_is_cleared},
-        {.label = "lock not released after success",
-         .faults = {failing(call::hyx_sem_post)},
-         .status = 0x300A5,
-         .console = DONE OLV_RELEASE_REFUSED("twamp.c"),
-         .traces = {info("TWAMP module 0x%08x shutdown\n"), error(release_refused), error_status()},
-         .calls = {"olv_sys_sem_lock_wait", "olv_module_service_function_register", "hyx_nvm_free",
-                   "hyx_sem_post"},
-         .left = {.blocks = 0, .lock_held = 1, .initialised = false, .registered = false},
-         .check = context_is_cleared},
-        {.label = "lock not released after a refused withdrawal",
-         .faults = {{call::olv_module_service_function_register, {.code = 0x10007}},
-                    failing(call::hyx_sem_post)},
-         .status = 0x300A5,
-         .console = REFUSED OLV_RELEASE_REFUSED("twamp.c"),
-         .traces = {error("Failed to register NULL functions\n"), error_status(),
-                    error("TWAMP module 0x%08x failed to shutdown\n"), error_status(), error(release_refused),
-                    error_status()},
-         .calls = {"olv_sys_sem_lock_wait", "olv_module_service_function_register", "hyx_nvm_free",
-                   "hyx_sem_post"},
-         .left = {.blocks = 0, .lock_held = 1, .initialised = false, .registered = true},
-         .check = context_is_cleared},
-    }};
+    row_list{{.label = "module", .work = shutdown, .tells = goes_down, .afterwards = context_is_gone},
+             {.label = "module with a responder, which stays",
+              .arrange = [](bench &b) { b.create_responder(); },
+              .work = shutdown,
+              .tells = goes_down,
+              .afterwards = context_is_gone},
+             {.label = "withdrawal refused: the status is the framework's own",
+              .faults = {{call::olv_module_service_function_register, {.code = 0x10007}}},
+              .work = shutdown,
+              .tells = goes_down_without_withdrawal,
+              .afterwards = context_is_gone}} +
+        unusable_handles({.work = shutdown}, refuses, refuses_record)};
 
-TEST(Shutdown, Rows)
+TEST(Shutdown, GoesAsEachRowSays)
 {
     rows.run();
 }
 
-TEST(Shutdown, WithdrawsByATableOfZeros)
+TEST(Shutdown, ClearsTheContextBeforeItFreesIt)
 {
     bench b;
-    quiet([&] { return shutdown(b); });
-    const auto withdrawn = b.framework.last_table(b.module);
-    const olv_service_function_table zeros{};
-    ASSERT_TRUE(withdrawn.has_value());
-    EXPECT_EQ(std::memcmp(&*withdrawn, &zeros, sizeof zeros), 0);
-}
-
-TEST(Shutdown, LeavesRespondersBindsAndCountersAlone)
-{
-    bench b;
-    const std::uint32_t responder = b.create_responder(1, 2)->responder_id;
-    b.set_state_bytes(0x7008C1, std::vector<std::uint8_t>(128, 7));
-    const auto state = b.state_bytes(responder);
-    quiet([&] { return shutdown(b); });
-    EXPECT_EQ(b.left(), (remains{.responder_ids = 1,
-                                 .responder_entries = 1,
-                                 .blocks = 1,
-                                 .initialised = false,
-                                 .registered = false}));
-    EXPECT_EQ(b.state_bytes(responder), state);
-    EXPECT_EQ(b.state_bytes(0x7008C1), std::vector<std::uint8_t>(128, 7));
-}
-
-TEST(Shutdown, LetsTheModuleComeUpAgain)
-{
-    bench b;
-    for (int round = 0; round < 3; ++round) {
-        EXPECT_EQ(quiet([&] { return olv_twamp_shutdown(b.module); }), 0u);
-        EXPECT_EQ(quiet([&] { return olv_twamp_init(b.module); }), 0u);
-        EXPECT_EQ(b.left(), remains{});
-    }
-}
-
-TEST(Shutdown, IsTheFrameworksWayDown)
-{
-    bench b;
-    EXPECT_EQ(quiet([&] { return b.framework.shutdown(b.module); }), 0u);
-    EXPECT_EQ(b.left(), nothing);
+    std::uint32_t magic = 1;
+    interposition between;
+    between.before_free = [&magic](const void *block) { std::memcpy(&magic, block, sizeof magic); };
+    EXPECT_EQ(quiet([&] { return shutdown(b); }), 0u);
+    EXPECT_EQ(magic, 0u);
 }
 
 } // namespace

@@ -1,17 +1,16 @@
 // One entry of a dump: its formats, its markers, and what is printed once only.
-#include "listing.hpp"
-#include "olv_sim/calls.hpp"
+#include "harness.hpp"
+#include "interposed.hpp"
 #include "olv_sim/faults.hpp"
-#include "rows.hpp"
 
 namespace olv_test {
 namespace {
 
-constexpr std::uint32_t printed_each_time = 0; // Third word of a pattern; 24, the key width, is printed once.
+constexpr const char *header = "RESPONDER-ID, DEFINED/NOT_DEFINED ";
 
 struct entry_case {
     const char *label;
-    listed_entry entry;
+    listed_entry entry; ///< Key, key length, third word, action.
     const char *console;
     int count; ///< Of the last printf.
 };
@@ -32,186 +31,124 @@ const entry_case entries[] = {
     {"16 bits", {0x1234, 16, 0, 0}, "!!Unexpected Pattern!!", 22},
     {"32 bits", {0x12345678, 32, 0, 0}, "!!Unexpected Pattern!!", 22},
     {"1 bit", {1, 1, 0, 2}, "!!Unexpected Pattern!!", 22},
+    // The action is needed only to print it.
+    {"24 bits, no action", {0x2A, 24, 0, std::nullopt}, "0x2A!!Unexpected Return!!", 21},
+    {"no key, no action", {0, 0, 0, std::nullopt}, "*!!Unexpected Return!!", 21},
+    {"16 bits, no action", {0x1234, 16, 0, std::nullopt}, "!!Unexpected Pattern!!", 22},
 };
 
-/** What the entries print when they have no action: only what would be printed of it is missing. */
-const entry_case entries_without_action[] = {
-    {"24 bits", {0x2A, 24, 0, 0, false}, "0x2A!!Unexpected Return!!", 21},
-    {"no key", {0, 0, 0, 0, false}, "*!!Unexpected Return!!", 21},
-    {"16 bits", {0x1234, 16, 0, 0, false}, "!!Unexpected Pattern!!", 22},
-};
+/** What an entry's dump prints and returns. */
+std::pair<std::string, int> dumped_alone(const listed_entry &entry)
+{
+    const made_pattern made(entry);
+    const olv_ptn_action action{{entry.action.value_or(0), 0, 0}};
+    int count = -1;
+    const std::string console = captured_console(
+        [&] { count = responder_entry_dump(&made.pattern, entry.action ? &action : nullptr); });
+    return {console, count};
+}
 
 TEST(ResponderEntryDump, PrintsEntriesAndReturnsTheLastCount)
 {
     bench b;
     for (const entry_case &each : entries) {
         SCOPED_TRACE(each.label);
-        const olv_ptn pattern = make_pattern(each.entry);
-        const olv_ptn_action action{{each.entry.action, 0, 0}};
-        int count = -1;
-        EXPECT_EQ(captured_console([&] { count = responder_entry_dump(&pattern, &action); }), each.console);
-        EXPECT_EQ(count, each.count);
-        if (each.entry.key_length != 0)
-            olv_ptn_free(pattern);
-    }
-}
-
-TEST(ResponderEntryDump, NeedsAnActionOnlyToPrintIt)
-{
-    bench b;
-    for (const entry_case &each : entries_without_action) {
-        SCOPED_TRACE(each.label);
-        const olv_ptn pattern = make_pattern(each.entry);
-        int count = -1;
-        EXPECT_EQ(captured_console([&] { count = responder_entry_dump(&pattern, nullptr); }), each.console);
-        EXPECT_EQ(count, each.count);
-        if (each.entry.key_length != 0)
-            olv_ptn_free(pattern);
+        EXPECT_THAT(dumped_alone(each.entry), testing::Pair(each.console, each.count));
     }
 }
 
 TEST(ResponderEntryDump, PrintsTheHeaderForNoPattern)
 {
     const olv_ptn_action action{};
-    int count = 0;
-    EXPECT_EQ(captured_console([&] { count = responder_entry_dump(nullptr, nullptr); }),
-              "RESPONDER-ID, DEFINED/NOT_DEFINED ");
-    EXPECT_EQ(count, 34);
-    EXPECT_EQ(captured_console([&] { count = responder_entry_dump(nullptr, &action); }),
-              "RESPONDER-ID, DEFINED/NOT_DEFINED ");
-    EXPECT_EQ(count, 34);
+    for (const olv_ptn_action *each : {static_cast<const olv_ptn_action *>(nullptr), &action}) {
+        int count = 0;
+        EXPECT_EQ(captured_console([&] { count = responder_entry_dump(nullptr, each); }), header);
+        EXPECT_EQ(count, 34);
+    }
 }
 
 TEST(ResponderEntryDump, MarksAKeyThatCannotBeParsed)
 {
     bench b;
-    const olv_ptn pattern = make_pattern({1, 24, 0, 0});
-    const olv_ptn_action action{};
-    olv_sim::faults::set(call::olv_ptn_parse, {.code = 0x1FF});
-    int count = 0;
-    EXPECT_EQ(captured_console([&] { count = responder_entry_dump(&pattern, &action); }), "!!Parse Error!!");
-    EXPECT_EQ(count, 15);
-    olv_ptn_free(pattern);
+    for (const std::optional<std::uint32_t> action : {std::optional{0U}, std::optional<std::uint32_t>{}}) {
+        olv_sim::faults::set(call::olv_ptn_parse, {.code = injected});
+        EXPECT_THAT(dumped_alone({1, 24, 0, action}), testing::Pair("!!Parse Error!!", 15));
+    }
 }
 
 TEST(TableEntryDump, PassesTheResponderTreeOnAndPrintsNothingForOthers)
 {
     bench b;
-    const olv_ptn pattern = make_pattern({0x2A, 24, 0, 0});
+    const made_pattern made({0x2A, 24, 0, 0});
     const olv_ptn_action action{};
-    EXPECT_EQ(captured_console([&] { olv_twamp_table_entry_dump(0, &pattern, &action); }), "0x2A, DEFINED");
-    EXPECT_EQ(captured_console([] { olv_twamp_table_entry_dump(0, nullptr, nullptr); }),
-              "RESPONDER-ID, DEFINED/NOT_DEFINED ");
+    EXPECT_EQ(captured_console([&] { olv_twamp_table_entry_dump(0, &made.pattern, &action); }),
+              "0x2A, DEFINED");
+    EXPECT_EQ(captured_console([] { olv_twamp_table_entry_dump(0, nullptr, nullptr); }), header);
     for (const std::uint32_t index : {1u, 2u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(captured_console([&] { olv_twamp_table_entry_dump(index, &pattern, &action); }), "");
+        EXPECT_EQ(captured_console([&] { olv_twamp_table_entry_dump(index, &made.pattern, &action); }), "");
         EXPECT_EQ(captured_console([&] { olv_twamp_table_entry_dump(index, nullptr, nullptr); }), "");
     }
-    olv_ptn_free(pattern);
 }
+
+// Entries as the walk lists them
+
+#define RESPONDERS "olv_twamp.twamp_responder_lookup, "
+#define HEADER "\n" RESPONDERS "RESPONDER-ID, DEFINED/NOT_DEFINED \n"
+#define BINDS "olv_twamp.twamp_bind_to_next_module, "
+
+constexpr std::uint32_t once = 24; // As third word, it has an entry printed once only.
 
 /** What a dump of a table group prints between its function lines for entries listed by hand. */
-std::string dumped(bench &b, std::uint32_t table_group, const std::vector<listed_entry> &listed)
+std::string dumped(bench &b, std::uint32_t table_group, const hand_made_listing & /*in place*/)
 {
     b.set_log_words(0, 0);
-    const hand_made_listing listing(listed);
-    const observation seen = b.observe([&] { return olv_twamp_tables_dump(b.module, table_group); });
-    EXPECT_EQ(seen.status, 0u);
-    return seen.console;
+    return captured_console([&] { EXPECT_EQ(olv_twamp_tables_dump(b.module, table_group), 0u); });
 }
-
-#define HEADER "\n{tree olv_twamp.twamp_responder_lookup}, RESPONDER-ID, DEFINED/NOT_DEFINED \n"
-#define RESPONDERS "{tree olv_twamp.twamp_responder_lookup}, "
-#define BINDS "{tree olv_twamp.twamp_bind_to_next_module}, "
 
 TEST(TableEntryDumpFn, EndsEachLineAlsoAfterAMarker)
 {
     bench b;
     for (const entry_case &each : entries) {
         SCOPED_TRACE(each.label);
-        EXPECT_EQ(dumped(b, 1, {each.entry}), b.expand(std::string(HEADER RESPONDERS) + each.console + "\n"));
+        EXPECT_EQ(dumped(b, 1, hand_made_listing({each.entry})),
+                  std::string(HEADER RESPONDERS) + each.console + "\n");
     }
-}
-
-TEST(TableEntryDumpFn, NeedsAnActionOnlyToPrintIt)
-{
-    bench b;
-    for (const entry_case &each : entries_without_action) {
-        SCOPED_TRACE(each.label);
-        EXPECT_EQ(dumped(b, 1, {each.entry}), b.expand(std::string(HEADER RESPONDERS) + each.console + "\n"));
-    }
-    EXPECT_EQ(dumped(b, 2, {{0x2A, 24, 0, 0, false}, {0x2B, 24, 0, 1}}),
-              b.expand(BINDS "{key 0x2A}!!Unexpected Return!!\n" BINDS "{key 0x2B}{action 1}\n"));
-    EXPECT_EQ(dumped(b, 2, {{0x2A, 24, 24, 0, false}, {0x2B, 24, 24, 1}}),
-              b.expand(BINDS "{key 0x2A}!!Unexpected Return!!\n"))
-        << "what is printed once counts as printed";
-}
-
-TEST(TableEntryDumpFn, MarksAKeyThatCannotBeParsedWithoutAnAction)
-{
-    bench b;
-    olv_sim::faults::set(call::olv_ptn_parse, {.code = 0x1FF});
-    EXPECT_EQ(dumped(b, 1, {{0x2A, 24, 0, 0, false}}), b.expand(HEADER RESPONDERS "!!Parse Error!!\n"));
 }
 
 TEST(TableEntryDumpFn, PrintsOneEntryWhoseThirdWordIsTheKeyWidthForEachTree)
 {
     bench b;
-    EXPECT_EQ(dumped(b, 3,
-                     {{0x1, 24, 24, 0},
-                      {0x2, 24, printed_each_time, 0},
-                      {0x3, 24, 24, 0},
-                      {0x4, 24, 25, 1},
-                      {0x5, 24, 24, 1},
-                      {0x6, 24, 23, 0}}),
-              b.expand(HEADER RESPONDERS "0x1, DEFINED\n" RESPONDERS "0x2, DEFINED\n" RESPONDERS
-                                         "0x4, NOT_DEFINED\n" RESPONDERS "0x6, DEFINED\n" BINDS
-                                         "{key 1}{action 0}\n" BINDS "{key 2}{action 0}\n" BINDS
-                                         "{key 4}{action 1}\n" BINDS "{key 6}{action 0}\n"));
-}
-
-TEST(TableEntryDumpFn, PrintsAnEntryWhoseThirdWordIsTheKeyWidthAfterOthers)
-{
-    bench b;
-    EXPECT_EQ(dumped(b, 1, {{0x1, 24, printed_each_time, 0}, {0x2, 24, 24, 0}, {0x3, 24, 24, 0}}),
-              b.expand(HEADER RESPONDERS "0x1, DEFINED\n" RESPONDERS "0x2, DEFINED\n"));
+    const hand_made_listing listing({{0x1, 24, 0, 0},
+                                     {0x2, 24, once, 0},
+                                     {0x3, 24, once, 0},
+                                     {0x4, 24, 25, 1},
+                                     {0x5, 24, once, 1},
+                                     {0x6, 24, 23, 0}});
+    const std::string none = " 0x00000000 0x00000000>\n";
+    EXPECT_EQ(dumped(b, 3, listing), HEADER RESPONDERS "0x1, DEFINED\n" RESPONDERS "0x2, DEFINED\n" RESPONDERS
+                                                       "0x4, NOT_DEFINED\n" RESPONDERS "0x6, DEFINED\n" BINDS
+                                                       "<key = 0x000001/24><action = 0x00000000" +
+                                         none + BINDS "<key = 0x000002/24><action = 0x00000000" + none +
+                                         BINDS "<key = 0x000004/24><action = 0x00000001" + none +
+                                         BINDS "<key = 0x000006/24><action = 0x00000000" + none);
+    EXPECT_THAT(listing.listed_trees(), testing::ElementsAre(responder_tree_id, bind_tree_id));
 }
 
 TEST(TableEntryDumpFn, PrintsOnceAlsoWhenThatEntryIsMalformed)
 {
     bench b;
-    EXPECT_EQ(dumped(b, 1, {{0x1234, 16, 24, 0}, {0x1, 24, 24, 0}, {0, 0, 24, 0}}),
-              b.expand(HEADER RESPONDERS "!!Unexpected Pattern!!\n"));
-}
-
-TEST(TableEntryDumpFn, GoesOnAfterAKeyThatCannotBeParsed)
-{
-    bench b;
-    olv_sim::faults::set(call::olv_ptn_parse, {.code = 0x1FF});
-    EXPECT_EQ(dumped(b, 1, {{0x1, 24, 0, 0}, {0x2, 24, 0, 0}}),
-              b.expand(HEADER RESPONDERS "!!Parse Error!!\n" RESPONDERS "0x2, DEFINED\n"));
+    EXPECT_EQ(dumped(b, 1, hand_made_listing({{0x1234, 16, once, 0}, {0x1, 24, once, 0}, {0, 0, once, 0}})),
+              HEADER RESPONDERS "!!Unexpected Pattern!!\n");
+    EXPECT_EQ(dumped(b, 2, hand_made_listing({{0x2A, 24, once, std::nullopt}, {0x2B, 24, once, 1}})),
+              BINDS "<key = 0x00002a/24>!!Unexpected Return!!\n");
 }
 
 TEST(TableEntryDumpFn, PrintsNothingWithoutContextOrPattern)
 {
     bench b;
-    b.set_log_words(0, 0);
-    hand_made_listing listing({{0x1, 24, 24, 0}});
+    hand_made_listing listing({{0x1, 24, once, 0}});
     listing.with_null_arguments();
-    EXPECT_EQ(b.observe([&] { return olv_twamp_tables_dump(b.module, 3); }).console,
-              b.expand(HEADER RESPONDERS "0x1, DEFINED\n" BINDS "{key 1}{action 0}\n"));
-}
-
-TEST(TableEntryDumpFn, ListsTheTreesOfTheGroupInOrder)
-{
-    bench b;
-    std::uint32_t responders = 0;
-    std::uint32_t binds = 0;
-    ASSERT_EQ(hyx_ptn_symbol_get_id(b.module->rte_handle, responder_tree, &responders), 0u);
-    ASSERT_EQ(hyx_ptn_symbol_get_id(b.module->rte_handle, bind_tree, &binds), 0u);
-    const hand_made_listing listing({});
-    for (const std::uint32_t table_group : {1u, 2u, 3u})
-        quiet([&] { return olv_twamp_tables_dump(b.module, table_group); });
-    EXPECT_THAT(listing.listed_trees(), testing::ElementsAre(responders, binds, responders, binds));
+    EXPECT_EQ(dumped(b, 1, listing), HEADER RESPONDERS "0x1, DEFINED\n");
 }
 
 } // namespace
