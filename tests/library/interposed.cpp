@@ -37,6 +37,15 @@ extern "C" __attribute__((visibility("default"))) void hyx_nvm_free(void *block)
     platform(block);
 }
 
+extern "C" __attribute__((visibility("default"))) void hyx_gettime(hyx_time *now)
+{
+    static const auto platform = next("hyx_gettime", &hyx_gettime);
+    if (current != nullptr && current->before_gettime) {
+        current->before_gettime();
+    }
+    platform(now);
+}
+
 extern "C" __attribute__((visibility("default"))) std::uint32_t
 hyx_ptn_symbol_get_id(std::uint32_t rte_handle, const char *tree_function, std::uint32_t *tree_id)
 {

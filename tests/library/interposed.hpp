@@ -26,6 +26,7 @@ struct interposition {
     std::function<void(void *block, std::size_t size)> after_calloc;
     std::function<void(const void *block)> before_free;
     std::function<void()> before_symbol_lookup;
+    std::function<void()> before_gettime;
     /** In place of the platform's listing, and of the faults planned for it. */
     std::function<std::uint32_t(std::uint32_t tree_id, hyx_ptn_list_fn callback, void *context)> list;
 };

@@ -1,5 +1,6 @@
 // The log rule itself, shown on operations with a message of each severity.
 #include "harness.hpp"
+#include "interposed.hpp"
 #include "olv_sim/faults.hpp"
 #include "olv_sim/process.hpp"
 
@@ -90,6 +91,18 @@ TEST(Logging, PrintsTheWallClockInEightDigits)
     olv_sim::set_wall_clock(hyx_time{1234567890, 999999});
     EXPECT_THAT(b.observe([&] { return fail(b); }).console,
                 testing::StartsWith("[twamp_log: function] twamp.c:LINE [1234567890:00999999] Entering "));
+}
+
+TEST(Logging, ReadsTheWallClockBeforeItPrintsTheLine)
+{
+    bench b;
+    b.set_log_words(OLV_LOG_FUNCTION, 0);
+    interposition between;
+    between.before_gettime = [] { std::printf("<read>\n"); };
+    const std::string line = "[twamp_log: function] twamp.c:LINE [00000012:00000034] ";
+    const std::string name = " olv_twamp_global_stats_get\n";
+    EXPECT_EQ(b.observe([&] { return fail(b); }).console,
+              "<read>\n" + line + "Entering" + name + "<read>\n" + line + "Exiting" + name);
 }
 
 } // namespace
