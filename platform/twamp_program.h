@@ -59,7 +59,7 @@ typedef struct twamp_responder_state {
     uint32_t ntp_fraction;      /**< 20: in units of about 2^-32 seconds. */
     uint32_t timer_high;        /**< 24: timer reading taken right after that instant. */
     uint32_t timer_low;         /**< 28 */
-    uint32_t received;          /**< 32: packets received. From here to `drop_max_sessions` the fast path counts. */
+    uint32_t received;          /**< 32: packets received. The fast path counts 32 to 48. */
     uint32_t transmitted;       /**< 36: packets reflected. */
     uint32_t active_sessions;   /**< 40: sessions at this moment. */
     uint32_t drop_length_check; /**< 44: packets dropped because the length check failed. */

@@ -240,7 +240,7 @@ void add_tree_group(command_tree &tree)
                  {"default",
                   "Set the entry without a key, for keys that have none",
                   {"tree default olv_twamp.twamp_responder_lookup --action 4 1 0"}},
-                  [options](command_context &context) { set_default_entry(context.current(), *options); });
+                 [options](command_context &context) { set_default_entry(context.current(), *options); });
     set.add_option("TREE", options->tree, "The tree").required().called(value_kind::tree);
     set.add_option("--action", options->words, "The action's three words (0 0 0)").values(3);
     tree.add(group,
