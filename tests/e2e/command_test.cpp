@@ -226,14 +226,15 @@ TEST(Record, HasTheCallsOfTheEntryWithoutAKey)
     EXPECT_THAT(
         twampctl("record start then tree default olv_twamp.twamp_bind_to_next_module --action 1 2 3 then "
                  "tree clear-default olv_twamp.twamp_bind_to_next_module then record show"),
-        prints("recording platform calls\nentry without a key set\nentry without a key removed\n"
-               "   1 olv_ptn_new(width=24) -> 0x0\n"
-               "   2 hyx_ptn_learn(rte=1, tree=0x105, key=*/0, action=0x00000001 0x00000002 0x00000003) -> 0x0\n"
-               "   3 olv_ptn_free(key=*/0) -> 0x0\n"
-               "   4 olv_ptn_new(width=24) -> 0x0\n"
-               "   5 hyx_ptn_unlearn(rte=1, tree=0x105, key=*/0, key_bits=0, "
-               "action=0x00000000 0x00000000 0x00000000, count=1) -> 0x0\n"
-               "   6 olv_ptn_free(key=*/0) -> 0x0\n"));
+        prints(
+            "recording platform calls\nentry without a key set\nentry without a key removed\n"
+            "   1 olv_ptn_new(width=24) -> 0x0\n"
+            "   2 hyx_ptn_learn(rte=1, tree=0x105, key=*/0, action=0x00000001 0x00000002 0x00000003) -> 0x0\n"
+            "   3 olv_ptn_free(key=*/0) -> 0x0\n"
+            "   4 olv_ptn_new(width=24) -> 0x0\n"
+            "   5 hyx_ptn_unlearn(rte=1, tree=0x105, key=*/0, key_bits=0, "
+            "action=0x00000000 0x00000000 0x00000000, count=1) -> 0x0\n"
+            "   6 olv_ptn_free(key=*/0) -> 0x0\n"));
 }
 
 TEST(Record, HasByteOrderCallsWhenTold)
