@@ -178,7 +178,7 @@ class Shell(unittest.TestCase):
             self.assertEqual(len(sender.recv(100)), 41)
         before, scrolled = len(terminal.written), len(terminal.screen.history.top)
         terminal.type("watch --interval 0.1 --count 4\r")
-        terminal.wait_until(lambda at: at.written[before:].count(b"every 0.1 s") == 4)
+        terminal.wait_until(lambda at: at.written[before:].count(b" s, Ctrl-C ends") == 4)
         terminal.wait_for_prompt()
         self.assertLessEqual(len(terminal.screen.history.top) - scrolled, ROWS)  # for four screens
         rows = terminal.lines()
