@@ -7,9 +7,9 @@
  *     {
  *         const frame of(b, "twamp.c", "olv_twamp_global_stats_get");
  *         return of.begin +
- *                calls(call::hyx_se_state_get, "rte=%u, namespace=0x7008c1, index=0, length=24",
- * b.module->rte_handle) .or_else(fails("twamp.c", 0x3002B, "Failed to read ...: %s\n", ..., rte_text(injected))
- * + of.end) + of.end;
+ *                calls(call::hyx_se_state_get, "rte=%u, index=0, length=24", b.module->rte_handle)
+ *                    .or_else(fails("twamp.c", 0x3002B, "Failed to read: %s\n", rte_text(injected)) + of.end) +
+ *                of.end;
  *     }
  *
  * tell() turns the steps into one text, for given log words and faults, and narrate() what was seen into
