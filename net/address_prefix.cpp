@@ -2,24 +2,18 @@
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
 #include <cstring>
-#include <stdexcept>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+
+#include "net/address_text.hpp"
 
 namespace olv_net {
 
 namespace {
 
 constexpr unsigned address_bits = 128;
-
-/** Text of a prefix, with its quotes, and why it cannot be used. */
-[[noreturn]] void reject_prefix(std::string_view text, const std::string &reason)
-{
-    throw std::runtime_error("prefix '" + std::string(text) + "': " + reason);
-}
 
 /** An address whose first @p length bits are set. */
 ip_address mask_of(unsigned length)
@@ -58,12 +52,11 @@ bool parse_address(int family, const std::string &text, ip_address &address)
 
 unsigned parse_length(std::string_view text, std::string_view length, unsigned maximum)
 {
-    unsigned value = 0;
-    const auto [end, error] = std::from_chars(length.data(), length.data() + length.size(), value);
-    if (length.empty() || error != std::errc{} || end != length.data() + length.size() || value > maximum) {
-        reject_prefix(text, "the length has to be a number from 0 to " + std::to_string(maximum));
+    const std::optional<unsigned> value = parse_decimal(length, maximum);
+    if (!value) {
+        reject("prefix", text, "the length has to be a number from 0 to " + std::to_string(maximum));
     }
-    return value;
+    return *value;
 }
 
 } // namespace
@@ -75,10 +68,7 @@ std::string address_prefix::text() const
 
 address_prefix parse_address_prefix(std::string_view text)
 {
-    // The C library would take the text up to the zero for all of it.
-    if (text.find('\0') != std::string_view::npos) {
-        reject_prefix(text.substr(0, text.find('\0')), "contains a zero byte");
-    }
+    reject_zero_bytes("prefix", text);
     const std::size_t slash = text.find('/');
     const std::string host{text.substr(0, slash)};
     address_prefix parsed;
@@ -86,7 +76,7 @@ address_prefix parse_address_prefix(std::string_view text)
     if (parse_address(AF_INET, host, parsed.address)) {
         bits_before = mapped_prefix_bits;
     } else if (!parse_address(AF_INET6, host, parsed.address)) {
-        reject_prefix(text, "'" + host + "' is not an IPv4 or IPv6 address");
+        reject("prefix", text, "'" + host + "' is not an IPv4 or IPv6 address");
     }
     const unsigned maximum = address_bits - bits_before;
     parsed.length =
@@ -94,7 +84,7 @@ address_prefix parse_address_prefix(std::string_view text)
         (slash == std::string_view::npos ? maximum : parse_length(text, text.substr(slash + 1), maximum));
     const address_prefix meant{masked(parsed.address, parsed.length), parsed.length};
     if (meant.address != parsed.address) {
-        reject_prefix(text, "bits behind the prefix are set; the prefix is " + meant.text());
+        reject("prefix", text, "bits behind the prefix are set; the prefix is " + meant.text());
     }
     return parsed;
 }

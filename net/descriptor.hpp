@@ -5,22 +5,28 @@
 #ifndef OLV_NET_DESCRIPTOR_HPP
 #define OLV_NET_DESCRIPTOR_HPP
 
+#include <cerrno>
 #include <utility>
 
 #include <unistd.h>
 
 namespace olv_net {
 
+/** Owns a descriptor, or none. What is written to it is checked where it is written: closing tells nothing, and
+ *  leaves errno alone. */
 class descriptor {
   public:
-    explicit descriptor(int number = closed) : number_(number) {}
+    /** @param number  What the system returned: below 0 where it has opened nothing. */
+    explicit descriptor(int number = none) : number_(number) {}
     ~descriptor()
     {
         if (is_open()) {
-            close(number_);
+            const int error = errno;
+            (void)close(number_);
+            errno = error;
         }
     }
-    descriptor(descriptor &&other) noexcept : number_(std::exchange(other.number_, closed)) {}
+    descriptor(descriptor &&other) noexcept : number_(other.release()) {}
     descriptor &operator=(descriptor &&other) noexcept
     {
         descriptor taken{std::move(other)};
@@ -30,9 +36,11 @@ class descriptor {
 
     [[nodiscard]] int number() const { return number_; }
     [[nodiscard]] bool is_open() const { return number_ >= 0; }
+    /** @return The number, for somebody else to close. */
+    [[nodiscard]] int release() { return std::exchange(number_, none); }
 
   private:
-    static constexpr int closed = -1;
+    static constexpr int none = -1;
 
     int number_;
 };

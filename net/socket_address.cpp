@@ -1,30 +1,24 @@
 #include "net/socket_address.hpp"
 
-#include <charconv>
 #include <cstring>
-#include <stdexcept>
 
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
 
+#include "net/address_text.hpp"
+
 namespace olv_net {
 
 namespace {
-
-/** Text of an address, with its quotes, and why it cannot be used. */
-[[noreturn]] void reject_address(std::string_view text, std::string_view reason)
-{
-    throw std::runtime_error("address '" + std::string(text) + "': " + std::string(reason));
-}
 
 /** @param is_address  All of the text is an address. */
 [[noreturn]] void reject_form(std::string_view text, bool is_address)
 {
     if (is_address) {
-        reject_address(text, "there is no port; write it as " + std::string(text) + ":8620");
+        reject("address", text, "there is no port; write it as " + std::string(text) + ":8620");
     }
-    reject_address(text, "expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT");
+    reject("address", text, "expected ADDRESS:PORT or [IPV6-ADDRESS]:PORT");
 }
 
 struct host_and_port {
@@ -35,10 +29,7 @@ struct host_and_port {
 
 host_and_port split(std::string_view text)
 {
-    // The C library would take the text up to the zero for all of it.
-    if (text.find('\0') != std::string_view::npos) {
-        reject_address(text.substr(0, text.find('\0')), "contains a zero byte");
-    }
+    reject_zero_bytes("address", text);
     if (text.starts_with('[')) {
         const std::size_t end = text.find("]:");
         if (end == std::string_view::npos) {
@@ -52,19 +43,9 @@ host_and_port split(std::string_view text)
         reject_form(text, inet_pton(AF_INET, std::string(text).c_str(), &any) == 1);
     }
     if (text.find(':', colon + 1) != std::string_view::npos) {
-        reject_address(text, "an IPv6 address is written in brackets, as in [::1]:862");
+        reject("address", text, "an IPv6 address is written in brackets, as in [::1]:862");
     }
     return {std::string(text.substr(0, colon)), text.substr(colon + 1), false};
-}
-
-std::uint16_t parse_port(std::string_view text, std::string_view port)
-{
-    unsigned value = 0;
-    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), value);
-    if (port.empty() || error != std::errc{} || end != port.data() + port.size() || value > 65535) {
-        reject_address(text, "the port has to be a number from 0 to 65535");
-    }
-    return static_cast<std::uint16_t>(value);
 }
 
 } // namespace
@@ -80,25 +61,37 @@ std::uint16_t socket_address::port() const
 std::string socket_address::text() const
 {
     char host[NI_MAXHOST];
-    if (getnameinfo(reinterpret_cast<const sockaddr *>(&address), length, host, sizeof host, nullptr, 0,
-                    NI_NUMERICHOST) != 0) {
+    if (getnameinfo(generic(), length, host, sizeof host, nullptr, 0, NI_NUMERICHOST) != 0) {
         return "(no address)";
     }
     const std::string name = family() == AF_INET6 ? "[" + std::string(host) + "]" : std::string(host);
     return name + ":" + std::to_string(port());
 }
 
+std::optional<socket_address> local_address_of(int socket)
+{
+    socket_address local;
+    local.length = sizeof local.address;
+    if (getsockname(socket, reinterpret_cast<sockaddr *>(&local.address), &local.length) != 0) {
+        return std::nullopt;
+    }
+    return local;
+}
+
 socket_address parse_socket_address(std::string_view text)
 {
     const host_and_port parts = split(text);
-    const std::uint16_t port = parse_port(text, parts.port);
+    const std::optional<std::uint16_t> port = parse_port(parts.port);
+    if (!port) {
+        reject("address", text, "the port has to be a number from 0 to 65535");
+    }
     socket_address parsed;
     if (!parts.bracketed) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
-        address.sin_port = htons(port);
+        address.sin_port = htons(*port);
         if (inet_pton(AF_INET, parts.host.c_str(), &address.sin_addr) != 1) {
-            reject_address(text, "'" + parts.host + "' is not an IPv4 address");
+            reject("address", text, "'" + parts.host + "' is not an IPv4 address");
         }
         std::memcpy(&parsed.address, &address, sizeof address);
         parsed.length = sizeof address;
@@ -110,12 +103,12 @@ socket_address parse_socket_address(std::string_view text)
     hints.ai_flags = AI_NUMERICHOST;
     addrinfo *found = nullptr;
     if (getaddrinfo(parts.host.c_str(), nullptr, &hints, &found) != 0) {
-        reject_address(text, "'" + parts.host + "' is not an IPv6 address of this system");
+        reject("address", text, "'" + parts.host + "' is not an IPv6 address of this system");
     }
     sockaddr_in6 address{};
     std::memcpy(&address, found->ai_addr, sizeof address);
     freeaddrinfo(found);
-    address.sin6_port = htons(port);
+    address.sin6_port = htons(*port);
     std::memcpy(&parsed.address, &address, sizeof address);
     parsed.length = sizeof address;
     return parsed;

@@ -26,19 +26,9 @@ timespec to_timespec(std::chrono::nanoseconds duration)
 probe::probe(const session_options &options)
     : options_(options), stop_event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    try {
-        for (unsigned sender = 0; sender < options.senders; ++sender) {
-            sessions_.push_back(std::make_unique<test_session>(options));
-        }
-    } catch (...) {
-        (void)close(stop_event_); // nobody waits for it
-        throw;
+    for (unsigned sender = 0; sender < options.senders; ++sender) {
+        sessions_.push_back(std::make_unique<test_session>(options));
     }
-}
-
-probe::~probe()
-{
-    (void)close(stop_event_); // nothing is lost
 }
 
 void probe::on_progress(std::chrono::nanoseconds pause, std::function<void(const probe_progress &)> show)
@@ -110,7 +100,7 @@ bool probe::wait(int stop_descriptor)
     }
     watched_.clear();
     watched_.push_back({.fd = stop_descriptor, .events = POLLIN, .revents = 0});
-    watched_.push_back({.fd = stop_event_, .events = POLLIN, .revents = 0});
+    watched_.push_back({.fd = stop_event_.number(), .events = POLLIN, .revents = 0});
     steady_clock::time_point until = next_show_;
     for (const auto &session : sessions_) {
         watched_.push_back({.fd = session->descriptor(), .events = session->awaited_events(now), .revents = 0});
@@ -150,7 +140,7 @@ void probe::publish(steady_clock::time_point now)
 void probe::stop() const
 {
     const std::uint64_t one = 1;
-    (void)write(stop_event_, &one, sizeof one); // fails only when it is set already
+    (void)write(stop_event_.number(), &one, sizeof one); // fails only when it is set already
 }
 
 const std::string &probe::local_address(std::size_t session) const

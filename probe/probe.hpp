@@ -22,6 +22,7 @@
 
 #include <poll.h>
 
+#include "net/descriptor.hpp"
 #include "probe/probe_figures.hpp"
 #include "probe/session_options.hpp"
 #include "probe/test_session.hpp"
@@ -42,9 +43,6 @@ class probe {
   public:
     /** @throw std::runtime_error  One line: there is no socket to be had, or no way to the reflector. */
     explicit probe(const session_options &options);
-    ~probe();
-    probe(const probe &) = delete;
-    probe &operator=(const probe &) = delete;
 
     /** Have run() call this, in its thread, about as often as @p pause says. */
     void on_progress(std::chrono::nanoseconds pause, std::function<void(const probe_progress &)> show);
@@ -96,7 +94,7 @@ class probe {
     steady_clock::time_point start_;
     std::chrono::nanoseconds elapsed_{0};
     std::int64_t latest_round_trip_ = no_round_trip;
-    int stop_event_;
+    olv_net::descriptor stop_event_;
     std::atomic<std::int64_t> shared_elapsed_{0};
     std::atomic<std::uint64_t> shared_sent_{0};
     std::atomic<std::uint64_t> shared_received_{0};

@@ -4,14 +4,14 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <random>
 #include <stdexcept>
 
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
+
+#include "net/wall_clock.hpp"
 
 namespace olv_probe {
 namespace {
@@ -43,14 +43,6 @@ std::uint64_t random_seed()
 {
     std::random_device device;
     return std::uint64_t{device()} << 32 | device();
-}
-
-olv_net::ntp_time wall_clock()
-{
-    timespec now{};
-    (void)clock_gettime(CLOCK_REALTIME, &now); // cannot fail for this clock
-    return olv_net::ntp_time::from_unix(static_cast<std::uint64_t>(now.tv_sec),
-                                        static_cast<std::uint32_t>(now.tv_nsec));
 }
 
 /** Hosts on the way report these about packets sent before; the network may recover. */
@@ -86,50 +78,38 @@ test_session::test_session(const session_options &options)
       reply_(reply_room),
       socket_(socket(options.reflector.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
 {
-    if (socket_ < 0) {
+    if (!socket_.is_open()) {
         throw system_error("cannot open a socket");
     }
-    try {
-        configure_socket();
-        connect_socket();
-    } catch (...) {
-        (void)close(socket_); // nothing was sent
-        throw;
-    }
-}
-
-test_session::~test_session()
-{
-    (void)close(socket_); // a failure loses nothing
+    configure_socket();
+    connect_socket();
 }
 
 void test_session::configure_socket() const
 {
     const int traffic_class = options_.dscp << dscp_shift;
     if (options_.reflector.family() == AF_INET6) {
-        set_option(socket_, IPPROTO_IPV6, IPV6_UNICAST_HOPS, options_.ttl, "the hop limit");
-        set_option(socket_, IPPROTO_IPV6, IPV6_TCLASS, traffic_class, "the DSCP");
-        set_option(socket_, IPPROTO_IPV6, IPV6_RECVHOPLIMIT, 1, "the reading of hop limits");
+        set_option(descriptor(), IPPROTO_IPV6, IPV6_UNICAST_HOPS, options_.ttl, "the hop limit");
+        set_option(descriptor(), IPPROTO_IPV6, IPV6_TCLASS, traffic_class, "the DSCP");
+        set_option(descriptor(), IPPROTO_IPV6, IPV6_RECVHOPLIMIT, 1, "the reading of hop limits");
     } else {
-        set_option(socket_, IPPROTO_IP, IP_TTL, options_.ttl, "the TTL");
-        set_option(socket_, IPPROTO_IP, IP_TOS, traffic_class, "the DSCP");
-        set_option(socket_, IPPROTO_IP, IP_RECVTTL, 1, "the reading of TTLs");
+        set_option(descriptor(), IPPROTO_IP, IP_TTL, options_.ttl, "the TTL");
+        set_option(descriptor(), IPPROTO_IP, IP_TOS, traffic_class, "the DSCP");
+        set_option(descriptor(), IPPROTO_IP, IP_RECVTTL, 1, "the reading of TTLs");
     }
-    set_option(socket_, SOL_SOCKET, SO_RCVBUF, wanted_receive_buffer, "the receive buffer");
+    set_option(descriptor(), SOL_SOCKET, SO_RCVBUF, wanted_receive_buffer, "the receive buffer");
 }
 
 void test_session::connect_socket()
 {
-    const auto *address = reinterpret_cast<const sockaddr *>(&options_.reflector.address);
-    if (connect(socket_, address, options_.reflector.length) != 0) {
+    if (connect(descriptor(), options_.reflector.generic(), options_.reflector.length) != 0) {
         throw system_error("cannot reach " + options_.reflector.text());
     }
-    olv_net::socket_address local;
-    local.length = sizeof local.address;
-    if (getsockname(socket_, reinterpret_cast<sockaddr *>(&local.address), &local.length) != 0) {
+    const std::optional<olv_net::socket_address> local = olv_net::local_address_of(descriptor());
+    if (!local) {
         throw system_error("cannot find the address of a socket");
     }
-    local_address_ = local.text();
+    local_address_ = local->text();
 }
 
 void test_session::begin(steady_clock::time_point start, std::chrono::nanoseconds shift)
@@ -194,10 +174,10 @@ bool test_session::try_to_send()
     const auto length = static_cast<ssize_t>(request_.size());
     // The first attempt may fail with a report about an earlier packet; then the second one sends.
     for (int attempt = 0; attempt < 2; ++attempt) {
-        const olv_net::ntp_time departure = wall_clock();
+        const olv_net::ntp_time departure = olv_net::ntp_time_of(olv_net::wall_time());
         const steady_clock::time_point instant = steady_clock::now();
         format_.write_request(request_, measurement_.sent(), departure);
-        if (send(socket_, request_.data(), request_.size(), 0) == length) {
+        if (send(descriptor(), request_.data(), request_.size(), 0) == length) {
             socket_full_ = false;
             last_departure_ = instant;
             measurement_.request_sent(departure, instant);
@@ -236,7 +216,7 @@ std::optional<std::int64_t> test_session::receive()
         message.msg_iovlen = 1;
         message.msg_control = control.data();
         message.msg_controllen = control.size();
-        const ssize_t length = recvmsg(socket_, &message, 0);
+        const ssize_t length = recvmsg(descriptor(), &message, 0);
         const steady_clock::time_point instant = steady_clock::now();
         if (length >= 0) {
             const auto round_trip = measurement_.reply_received(

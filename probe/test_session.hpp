@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "net/descriptor.hpp"
 #include "probe/measurement.hpp"
 #include "probe/session_options.hpp"
 
@@ -20,9 +21,6 @@ class test_session {
   public:
     /** @throw std::runtime_error  One line: there is no socket to be had, or no way to the reflector. */
     explicit test_session(const session_options &options);
-    ~test_session();
-    test_session(const test_session &) = delete;
-    test_session &operator=(const test_session &) = delete;
 
     /** @param shift  How much later than @p start the first packet leaves. */
     void begin(steady_clock::time_point start, std::chrono::nanoseconds shift);
@@ -34,7 +32,7 @@ class test_session {
     /** Nothing to send is left, and nothing to wait for. */
     [[nodiscard]] bool is_finished(steady_clock::time_point now) const;
 
-    [[nodiscard]] int descriptor() const { return socket_; }
+    [[nodiscard]] int descriptor() const { return socket_.number(); }
     /** What to poll the socket for. */
     [[nodiscard]] short awaited_events(steady_clock::time_point now) const;
     /** When to look again although nothing came; never, once it is finished. */
@@ -65,7 +63,7 @@ class test_session {
     steady_clock::time_point start_;
     steady_clock::time_point last_departure_;
     std::optional<steady_clock::time_point> stalled_since_; ///< The system takes no packets since then.
-    int socket_;
+    olv_net::descriptor socket_;
     int refusal_ = 0;
     bool socket_full_ = false;
     bool given_up_ = false; ///< The system took no packets for the whole time-out.

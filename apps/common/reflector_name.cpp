@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <stdexcept>
 
@@ -10,13 +9,12 @@
 #include <netdb.h>
 #include <netinet/in.h>
 
+#include "net/address_text.hpp"
+
 namespace olv_probe {
 namespace {
 
-[[noreturn]] void reject(std::string_view text, const std::string &reason)
-{
-    throw std::runtime_error("address '" + std::string(text) + "': " + reason);
-}
+using olv_net::reject;
 
 struct text_parts {
     std::string_view host;
@@ -29,45 +27,35 @@ text_parts split(std::string_view text)
     if (text.starts_with('[')) {
         const std::size_t end = text.find(']');
         if (end == std::string_view::npos) {
-            reject(text, "the ']' after the IPv6 address is missing, as in [::1]" + default_port);
+            reject("address", text, "the ']' after the IPv6 address is missing, as in [::1]" + default_port);
         }
         if (end + 1 == text.size() || text[end + 1] != ':') {
-            reject(text, "no port; type " + std::string(text.substr(0, end + 1)) + default_port);
+            reject("address", text, "no port; type " + std::string(text.substr(0, end + 1)) + default_port);
         }
         return {text.substr(1, end - 1), text.substr(end + 2)};
     }
     const std::size_t colon = text.find(':');
     if (colon == std::string_view::npos) {
-        reject(text, "no port; type " + std::string(text) + default_port);
+        reject("address", text, "no port; type " + std::string(text) + default_port);
     }
     if (text.find(':', colon + 1) != std::string_view::npos) {
-        reject(text, "an IPv6 address is written in brackets, as in [::1]" + default_port);
+        reject("address", text, "an IPv6 address is written in brackets, as in [::1]" + default_port);
     }
     return {text.substr(0, colon), text.substr(colon + 1)};
-}
-
-std::uint16_t parse_port(std::string_view text, std::string_view port)
-{
-    unsigned value = 0;
-    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), value);
-    if (port.empty() || error != std::errc{} || end != port.data() + port.size() || value > 65535) {
-        reject(text, "the port has to be a number from 1 to 65535");
-    }
-    return static_cast<std::uint16_t>(value);
 }
 
 void check_host(std::string_view text, const std::string &host)
 {
     if (host.empty()) {
-        reject(text, "there is no address before the port");
+        reject("address", text, "there is no address before the port");
     }
     in_addr ipv4{};
     const bool looks_like_ipv4 = host.find_first_not_of("0123456789.") == std::string::npos;
     if (looks_like_ipv4 && inet_pton(AF_INET, host.c_str(), &ipv4) != 1) {
-        reject(text, "'" + host + "' is not an IPv4 address");
+        reject("address", text, "'" + host + "' is not an IPv4 address");
     }
     if (text.starts_with('[') && host.find(':') == std::string::npos) {
-        reject(text, "'" + host + "' is not an IPv6 address; only those stand in brackets");
+        reject("address", text, "'" + host + "' is not an IPv6 address; only those stand in brackets");
     }
 }
 
@@ -87,12 +75,13 @@ const char *name_of(int family)
 
 reflector_name parse_reflector_name(std::string_view text)
 {
-    // The C library would read no further than the zero.
-    if (text.find('\0') != std::string_view::npos) {
-        reject(text.substr(0, text.find('\0')), "contains a zero byte");
-    }
+    olv_net::reject_zero_bytes("address", text);
     const text_parts parts = split(text);
-    reflector_name name{.host = std::string(parts.host), .port = parse_port(text, parts.port)};
+    const std::optional<std::uint16_t> port = olv_net::parse_port(parts.port);
+    if (!port) {
+        reject("address", text, "the port has to be a number from 1 to 65535");
+    }
+    reflector_name name{.host = std::string(parts.host), .port = *port};
     check_host(text, name.host);
     if (name.port == 0) {
         throw std::runtime_error(std::string(text) + ": port 0 cannot be sent to");

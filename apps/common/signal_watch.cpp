@@ -24,18 +24,11 @@ sigset_t watched_signals()
 
 } // namespace
 
-signal_watch::signal_watch() : descriptor_(-1)
+signal_watch::signal_watch()
 {
     const sigset_t signals = watched_signals();
     if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) == 0) {
-        descriptor_ = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    }
-}
-
-signal_watch::~signal_watch()
-{
-    if (descriptor_ >= 0) {
-        (void)close(descriptor_); // nothing was written to it
+        descriptor_ = olv_net::descriptor{signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK)};
     }
 }
 
@@ -49,7 +42,7 @@ bool signal_watch::wait(std::optional<std::chrono::nanoseconds> limit) const
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(*limit - (clock::now() - start));
             milliseconds = static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
         }
-        pollfd watched{.fd = descriptor_, .events = POLLIN, .revents = 0};
+        pollfd watched{.fd = descriptor(), .events = POLLIN, .revents = 0};
         const int ready = poll(&watched, 1, milliseconds);
         if (ready > 0) {
             return true;
@@ -67,7 +60,7 @@ int signal_watch::take() const
 {
     int last = 0;
     signalfd_siginfo signal{};
-    while (read(descriptor_, &signal, sizeof signal) == sizeof signal) {
+    while (read(descriptor(), &signal, sizeof signal) == sizeof signal) {
         last = static_cast<int>(signal.ssi_signo);
     }
     return last;

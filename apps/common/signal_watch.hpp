@@ -8,6 +8,8 @@
 #include <chrono>
 #include <optional>
 
+#include "net/descriptor.hpp"
+
 namespace olv_apps {
 
 /** Blocks both signals while it lives, so that none is lost between two waits. Make it before any thread is
@@ -15,12 +17,9 @@ namespace olv_apps {
 class signal_watch {
   public:
     signal_watch();
-    ~signal_watch();
-    signal_watch(const signal_watch &) = delete;
-    signal_watch &operator=(const signal_watch &) = delete;
 
     /** Readable once a signal came; -1 when there is none because of an error. */
-    [[nodiscard]] int descriptor() const { return descriptor_; }
+    [[nodiscard]] int descriptor() const { return descriptor_.number(); }
     /** Wait for a signal, without a limit or for this long. @return Whether one came. */
     [[nodiscard]] bool wait(std::optional<std::chrono::nanoseconds> limit) const;
     /** Whether one has come. */
@@ -29,7 +28,7 @@ class signal_watch {
     int take() const;
 
   private:
-    int descriptor_;
+    olv_net::descriptor descriptor_;
 };
 
 } // namespace olv_apps

@@ -17,6 +17,7 @@
 
 #include "apps/common/formatted.hpp"
 #include "apps/twamp-probe/histogram.hpp"
+#include "net/descriptor.hpp"
 
 namespace olv_probe {
 namespace {
@@ -45,26 +46,23 @@ std::string first_line_of(int descriptor)
 class memory_file {
   public:
     explicit memory_file(const char *name) : descriptor_(memfd_create(name, MFD_CLOEXEC)) {}
-    ~memory_file() { (void)close(descriptor_); } // it goes away
-    memory_file(const memory_file &) = delete;
-    memory_file &operator=(const memory_file &) = delete;
 
-    [[nodiscard]] int descriptor() const { return descriptor_; }
+    [[nodiscard]] int descriptor() const { return descriptor_.number(); }
     [[nodiscard]] bool holds(const std::string &text) const
     {
         std::size_t done = 0;
         while (done < text.size()) {
-            const ssize_t written = write(descriptor_, &text[done], text.size() - done);
+            const ssize_t written = write(descriptor(), &text[done], text.size() - done);
             if (written <= 0) {
                 return false;
             }
             done += static_cast<std::size_t>(written);
         }
-        return lseek(descriptor_, 0, SEEK_SET) == 0;
+        return lseek(descriptor(), 0, SEEK_SET) == 0;
     }
 
   private:
-    int descriptor_;
+    olv_net::descriptor descriptor_;
 };
 
 /** A file that gets its name when it is complete, and is removed if it never is. */
@@ -72,14 +70,13 @@ class pending_file {
   public:
     explicit pending_file(const std::string &name) : name_(name), temporary_(name + ".XXXXXX")
     {
-        descriptor_ = mkostemp(temporary_.data(), O_CLOEXEC);
-        if (descriptor_ < 0) {
+        descriptor_ = olv_net::descriptor{mkostemp(temporary_.data(), O_CLOEXEC)};
+        if (!descriptor_.is_open()) {
             fail(name, std::strerror(errno));
         }
     }
     ~pending_file()
     {
-        (void)close(descriptor_); // keep() has looked at errors
         if (!kept_) {
             (void)unlink(temporary_.c_str()); // nobody knows of it
         }
@@ -87,12 +84,12 @@ class pending_file {
     pending_file(const pending_file &) = delete;
     pending_file &operator=(const pending_file &) = delete;
 
-    [[nodiscard]] int descriptor() const { return descriptor_; }
+    [[nodiscard]] int descriptor() const { return descriptor_.number(); }
     void keep()
     {
         const mode_t mask = umask(0);
         (void)umask(mask); // there is no way to ask but to set it
-        if (fchmod(descriptor_, 0666 & ~mask) != 0 || fsync(descriptor_) != 0 ||
+        if (fchmod(descriptor(), 0666 & ~mask) != 0 || fsync(descriptor()) != 0 ||
             std::rename(temporary_.c_str(), name_.c_str()) != 0) {
             fail(name_, std::strerror(errno));
         }
@@ -102,7 +99,7 @@ class pending_file {
   private:
     std::string name_;
     std::string temporary_;
-    int descriptor_ = -1;
+    olv_net::descriptor descriptor_;
     bool kept_ = false;
 };
 

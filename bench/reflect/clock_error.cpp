@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <stdexcept>
 #include <thread>
 
@@ -10,6 +9,7 @@
 #include <sys/socket.h>
 
 #include "net/twamp_wire.hpp"
+#include "net/wall_clock.hpp"
 #include "percentiles.hpp"
 #include "reflector_server.hpp"
 #include "udp_socket.hpp"
@@ -21,7 +21,6 @@ namespace wire = olv_net::reflector_packet;
 using clock = std::chrono::steady_clock;
 
 constexpr int patience_milliseconds = 30'000;
-constexpr std::int64_t nanoseconds_in_second = 1'000'000'000;
 constexpr double microsecond = 1e3; ///< In nanoseconds.
 
 /** Nanoseconds that an instant is outside the time from @p begin to @p end; 0 inside. */
@@ -32,9 +31,7 @@ std::int64_t outside(std::int64_t instant, std::int64_t begin, std::int64_t end)
 
 std::int64_t wall_clock()
 {
-    std::timespec now{};
-    (void)clock_gettime(CLOCK_REALTIME, &now); // cannot fail: the clock exists
-    return std::int64_t{now.tv_sec} * nanoseconds_in_second + now.tv_nsec;
+    return static_cast<std::int64_t>(olv_net::nanoseconds_of(olv_net::wall_time()));
 }
 
 /** A time stamp in nanoseconds since 1970, until 2038. */
@@ -50,8 +47,7 @@ stamped_reply exchange(const udp_socket &socket, const olv_net::socket_address &
     std::uint8_t reply[olv_net::stamp_length];
     stamped_reply result;
     result.before_send = wall_clock();
-    const ssize_t sent = sendto(socket.number(), request, sizeof request, 0,
-                                reinterpret_cast<const sockaddr *>(&server.address), server.length);
+    const ssize_t sent = sendto(socket.number(), request, sizeof request, 0, server.generic(), server.length);
     result.after_send = wall_clock();
     pollfd readable{.fd = socket.number(), .events = POLLIN, .revents = 0};
     if (sent != sizeof request || poll(&readable, 1, patience_milliseconds) != 1 ||

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -29,13 +30,15 @@ udp_socket::udp_socket(const char *text)
 {
     const olv_net::socket_address wanted = olv_net::parse_socket_address(text);
     socket_ = olv_net::descriptor{socket(wanted.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-    local_.length = sizeof local_.address;
-    if (!socket_.is_open() ||
-        bind(number(), reinterpret_cast<const sockaddr *>(&wanted.address), wanted.length) != 0 ||
-        getsockname(number(), reinterpret_cast<sockaddr *>(&local_.address), &local_.length) != 0) {
+    std::optional<olv_net::socket_address> local;
+    if (socket_.is_open() && bind(number(), wanted.generic(), wanted.length) == 0) {
+        local = olv_net::local_address_of(number());
+    }
+    if (!local) {
         throw std::runtime_error(std::string{"cannot bind to "} + text + ": " +
                                  std::generic_category().message(errno));
     }
+    local_ = *local;
     size_buffer(number(), SO_RCVBUFFORCE, SO_RCVBUF);
     size_buffer(number(), SO_SNDBUFFORCE, SO_SNDBUF);
 }

@@ -13,6 +13,7 @@
 
 #include "apps/twampctl/figures/metrics_server.hpp"
 #include "example_figures.hpp"
+#include "net/descriptor.hpp"
 
 namespace apps_tests {
 namespace {
@@ -35,27 +36,23 @@ class connection {
     explicit connection(const std::string &host)
     {
         const olv_net::socket_address address = olv_net::parse_socket_address(host);
-        socket_ = socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0);
-        connected_ =
-            connect(socket_, reinterpret_cast<const sockaddr *>(&address.address), address.length) == 0;
+        socket_ = olv_net::descriptor{socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0)};
+        connected_ = connect(socket_.number(), address.generic(), address.length) == 0;
     }
-    ~connection() { (void)close(socket_); }
-    connection(const connection &) = delete;
-    connection &operator=(const connection &) = delete;
 
     [[nodiscard]] bool is_open() const { return connected_; }
     void send_text(const std::string &text) const
     {
-        (void)send(socket_, text.data(), text.size(), MSG_NOSIGNAL); // the test sees what is missing
+        (void)send(socket_.number(), text.data(), text.size(), MSG_NOSIGNAL); // the test sees what is missing
     }
     /** All that comes until the server closes. */
     [[nodiscard]] std::string receive_all() const
     {
         std::string all;
         std::array<char, 4096> part{};
-        pollfd watched{.fd = socket_, .events = POLLIN, .revents = 0};
+        pollfd watched{.fd = socket_.number(), .events = POLLIN, .revents = 0};
         while (poll(&watched, 1, 20000) > 0) {
-            const ssize_t length = recv(socket_, part.data(), part.size(), 0);
+            const ssize_t length = recv(socket_.number(), part.data(), part.size(), 0);
             if (length <= 0) {
                 break;
             }
@@ -65,7 +62,7 @@ class connection {
     }
 
   private:
-    int socket_ = -1;
+    olv_net::descriptor socket_;
     bool connected_ = false;
 };
 

@@ -28,16 +28,11 @@ class silent_socket {
   public:
     silent_socket() : local_(olv_net::parse_socket_address("127.0.0.1:0"))
     {
-        socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        auto *address = reinterpret_cast<sockaddr *>(&local_.address);
-        EXPECT_EQ(bind(socket_, address, local_.length), 0);
-        EXPECT_EQ(getsockname(socket_, address, &local_.length), 0);
+        EXPECT_EQ(bind(socket_.number(), local_.generic(), local_.length), 0);
+        local_ = olv_net::local_address_of(socket_.number()).value();
         const timeval limit{.tv_sec = patience.count(), .tv_usec = 0};
-        EXPECT_EQ(setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
+        EXPECT_EQ(setsockopt(socket_.number(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
     }
-    ~silent_socket() { (void)close(socket_); }
-    silent_socket(const silent_socket &) = delete;
-    silent_socket &operator=(const silent_socket &) = delete;
 
     [[nodiscard]] const olv_net::socket_address &address() const { return local_; }
     /** A STAMP reflector without a clock or a number: half of what it says is the request. */
@@ -46,19 +41,20 @@ class silent_socket {
         std::array<std::uint8_t, 44> packet{};
         sockaddr_storage peer{};
         socklen_t length = sizeof peer;
-        ASSERT_EQ(
-            recvfrom(socket_, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&peer), &length),
-            44);
+        ASSERT_EQ(recvfrom(socket_.number(), packet.data(), packet.size(), 0,
+                           reinterpret_cast<sockaddr *>(&peer), &length),
+                  44);
         std::copy_n(packet.begin(), 14, packet.begin() + 24);
         std::copy_n(packet.begin() + 4, 8, packet.begin() + 16);
         packet[40] = 255;
-        ASSERT_EQ(sendto(socket_, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&peer), length),
+        ASSERT_EQ(sendto(socket_.number(), packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&peer),
+                         length),
                   44);
     }
 
   private:
     olv_net::socket_address local_;
-    int socket_ = -1;
+    olv_net::descriptor socket_{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
 session_options options_for(const silent_socket &reflector)
@@ -124,9 +120,8 @@ TEST(Probe, EndsByADescriptor)
 {
     const silent_socket reflector;
     probe sender{options_for(reflector)};
-    const int event = eventfd(1, EFD_CLOEXEC);
-    EXPECT_FALSE(sender.run(event));
-    (void)close(event);
+    const olv_net::descriptor event{eventfd(1, EFD_CLOEXEC)};
+    EXPECT_FALSE(sender.run(event.number()));
 }
 
 TEST(Probe, ShowsProgressInItsOwnThread)

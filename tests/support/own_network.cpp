@@ -8,21 +8,20 @@
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include "net/descriptor.hpp"
 
 namespace {
 
 bool bring_loopback_up()
 {
-    const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const olv_net::descriptor control{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
     ifreq request{};
     std::strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP | IFF_RUNNING;
-    const bool done = ioctl(control, SIOCSIFFLAGS, &request) == 0;
-    close(control);
-    return done;
+    return ioctl(control.number(), SIOCSIFFLAGS, &request) == 0;
 }
 
 class own_network : public testing::Environment {
@@ -30,11 +29,10 @@ class own_network : public testing::Environment {
     /** Before any thread begins, so that all have it, as have the programs that tests start. */
     void SetUp() override
     {
-        const int shared = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-        if (shared >= 0 && unshare(CLONE_NEWNET) == 0 && !bring_loopback_up()) {
-            ASSERT_EQ(setns(shared, CLONE_NEWNET), 0);
+        const olv_net::descriptor shared{open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)};
+        if (shared.is_open() && unshare(CLONE_NEWNET) == 0 && !bring_loopback_up()) {
+            ASSERT_EQ(setns(shared.number(), CLONE_NEWNET), 0);
         }
-        close(shared);
     }
 };
 

@@ -6,8 +6,11 @@
 #define OLV_TWAMP_TESTS_SILENCE_HPP
 
 #include <cstdio>
+
 #include <fcntl.h>
 #include <unistd.h>
+
+#include "net/descriptor.hpp"
 
 namespace olv_test {
 
@@ -17,22 +20,19 @@ class silence {
     silence()
     {
         std::fflush(stdout);
-        console_ = dup(STDOUT_FILENO);
-        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(nowhere, STDOUT_FILENO);
-        close(nowhere);
+        const olv_net::descriptor nowhere{open("/dev/null", O_WRONLY | O_CLOEXEC)};
+        dup2(nowhere.number(), STDOUT_FILENO);
     }
     ~silence()
     {
         std::fflush(stdout);
-        dup2(console_, STDOUT_FILENO);
-        close(console_);
+        dup2(console_.number(), STDOUT_FILENO);
     }
     silence(const silence &) = delete;
     silence &operator=(const silence &) = delete;
 
   private:
-    int console_ = -1;
+    olv_net::descriptor console_{dup(STDOUT_FILENO)};
 };
 
 } // namespace olv_test

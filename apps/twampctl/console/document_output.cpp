@@ -17,23 +17,18 @@ document_output::document_output(bool alone)
         return;
     }
     (void)std::fflush(stdout); // an error that this meets shows at exit
-    output_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (output_ < 0 || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-        const int error = errno;
-        if (output_ >= 0) {
-            (void)close(output_); // nothing was written to it
-        }
+    output_ = olv_net::descriptor{fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)};
+    if (!output_.is_open() || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
         throw std::runtime_error(std::string("cannot keep standard output for the figures: ") +
-                                 std::strerror(error));
+                                 std::strerror(errno));
     }
 }
 
 document_output::~document_output()
 {
-    if (output_ >= 0) {
-        (void)std::fflush(stdout);          // an error shows at exit
-        (void)dup2(output_, STDOUT_FILENO); // it was there before
-        (void)close(output_);               // write() has seen its errors
+    if (output_.is_open()) {
+        (void)std::fflush(stdout);                   // an error shows at exit
+        (void)dup2(output_.number(), STDOUT_FILENO); // it was there before
     }
 }
 
@@ -41,7 +36,7 @@ void document_output::write(const std::string &document) const
 {
     std::string_view left = document;
     while (!left.empty()) {
-        const ssize_t written = ::write(output_, left.data(), left.size());
+        const ssize_t written = ::write(output_.number(), left.data(), left.size());
         if (written < 0 && errno == EINTR) {
             continue;
         }

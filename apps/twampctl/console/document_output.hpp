@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include "net/descriptor.hpp"
+
 namespace twampctl {
 
 /** While it lives, what the program and the library print to standard output goes to standard error, so that a
@@ -24,7 +26,7 @@ class document_output {
     void write(const std::string &document) const;
 
   private:
-    int output_ = -1;
+    olv_net::descriptor output_;
 };
 
 } // namespace twampctl

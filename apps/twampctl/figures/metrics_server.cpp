@@ -10,9 +10,9 @@
 #include <microhttpd.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "apps/twampctl/figures/figures_output.hpp"
+#include "net/descriptor.hpp"
 
 namespace twampctl {
 namespace {
@@ -27,30 +27,14 @@ constexpr const char *plain_type = "text/plain; charset=utf-8";
     throw std::runtime_error("cannot serve metrics at " + address.text() + ": " + std::strerror(error));
 }
 
-bool bind_and_listen(int descriptor, olv_net::socket_address &address)
+bool bind_and_listen(int descriptor, const olv_net::socket_address &address)
 {
     const int on = 1;
-    auto *generic = reinterpret_cast<sockaddr *>(&address.address);
     return setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
            (address.family() != AF_INET6 ||
             setsockopt(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on) == 0) &&
-           bind(descriptor, generic, address.length) == 0 && listen(descriptor, connection_limit) == 0 &&
-           getsockname(descriptor, generic, &address.length) == 0;
-}
-
-/** @param address  Gets the port that was chosen. */
-int open_listener(olv_net::socket_address &address)
-{
-    const int descriptor = socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (descriptor < 0) {
-        refuse(address, errno);
-    }
-    if (!bind_and_listen(descriptor, address)) {
-        const int error = errno;
-        (void)close(descriptor); // nothing came yet
-        refuse(address, error);
-    }
-    return descriptor;
+           bind(descriptor, address.generic(), address.length) == 0 &&
+           listen(descriptor, connection_limit) == 0;
 }
 
 MHD_Result answer(MHD_Connection *connection, unsigned status, const char *type, std::string_view text)
@@ -101,23 +85,28 @@ MHD_Result handle(void *context, MHD_Connection *connection, const char *path, c
 metrics_server::metrics_server(const olv_net::socket_address &address, collector collect)
     : collect_(std::move(collect))
 {
-    olv_net::socket_address local = address;
-    const int descriptor = open_listener(local);
-    url_ = "http://" + local.text() + "/metrics";
+    olv_net::descriptor listener{socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
+    std::optional<olv_net::socket_address> local;
+    if (listener.is_open() && bind_and_listen(listener.number(), address)) {
+        local = olv_net::local_address_of(listener.number());
+    }
+    if (!local) {
+        refuse(address, errno);
+    }
+    url_ = "http://" + local->text() + "/metrics";
     daemon_ =
         MHD_start_daemon(MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD, 0, nullptr, nullptr, handle, this,
-                         MHD_OPTION_LISTEN_SOCKET, descriptor, MHD_OPTION_CONNECTION_LIMIT, connection_limit,
-                         MHD_OPTION_CONNECTION_TIMEOUT, connection_seconds, MHD_OPTION_END);
+                         MHD_OPTION_LISTEN_SOCKET, listener.number(), MHD_OPTION_CONNECTION_LIMIT,
+                         connection_limit, MHD_OPTION_CONNECTION_TIMEOUT, connection_seconds, MHD_OPTION_END);
     if (daemon_ == nullptr) {
-        const int error = errno;
-        (void)close(descriptor); // nothing came yet
-        refuse(local, error);
+        refuse(*local, errno);
     }
+    (void)listener.release(); // the daemon closes it
 }
 
 metrics_server::~metrics_server()
 {
-    MHD_stop_daemon(daemon_); // closes the socket, too
+    MHD_stop_daemon(daemon_);
 }
 
 bool metrics_server::page(std::string &text) const

