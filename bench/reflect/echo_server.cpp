@@ -3,16 +3,17 @@
 #include <array>
 #include <vector>
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "fastpath/udp/udp_datagrams.hpp"
+#include "fastpath/udp/receive_batch.hpp"
 
 namespace olv_bench {
 namespace {
 
 constexpr std::size_t longest = 2048;
 /** As many as the reflector takes at a time. */
-constexpr std::size_t batch_length = olv_fastpath::datagram_batch::capacity;
+constexpr std::size_t batch_length = olv_fastpath::receive_batch::capacity;
 
 } // namespace
 

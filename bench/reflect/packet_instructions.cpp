@@ -1,6 +1,6 @@
-// packet_instructions: what callgrind counts for one packet of a known session. Only the calls of
-// olv_fastpath::reflector::reflect(), and the end of their batch, are collected, in a dump for each length of
-// requests. See scripts/instructions.sh.
+// packet_instructions: what callgrind counts for one packet of a known session, from
+// reflector::batch::reflect() to the time of departure in the reply, in a dump for each length of requests. See
+// scripts/instructions.sh.
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +13,7 @@
 #include <valgrind/callgrind.h>
 
 #include "fastpath/core/reflector.hpp"
+#include "fastpath/core/reply.hpp"
 #include "reflector_server.hpp"
 
 namespace {
@@ -30,11 +31,32 @@ olv_fastpath::received_packet packet_of(std::uint32_t session, std::span<const s
     packet.payload = request;
     packet.arrival_ticks = now;
     packet.ttl = 64;
-    packet.sender_address = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 10, 0, 0, 0};
-    packet.sender_address[14] = static_cast<std::uint8_t>(session >> 8);
-    packet.sender_address[15] = static_cast<std::uint8_t>(session);
-    packet.sender_port = 5000;
+    packet.sender.address = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 10, 0, 0, 0};
+    packet.sender.address[14] = static_cast<std::uint8_t>(session >> 8);
+    packet.sender.address[15] = static_cast<std::uint8_t>(session);
+    packet.sender.port = 5000;
     return packet;
+}
+
+// Not inlined: counted by their own names.
+
+[[gnu::noinline]] bool take(olv_fastpath::reflector::batch &batch, olv_fastpath::departing_replies &replies,
+                            const olv_fastpath::received_packet &packet, const olv_fastpath::packet_path &path,
+                            std::span<std::uint8_t> room)
+{
+    const olv_fastpath::verdict made = batch.reflect(packet, path, room);
+    if (made.dropped) {
+        return false;
+    }
+    replies.add(made.reply);
+    return true;
+}
+
+[[gnu::noinline]] void end(olv_fastpath::reflector::batch &batch, olv_fastpath::departing_replies &replies,
+                           const olv_fastpath::processor_clock &clock)
+{
+    batch.count();
+    replies.stamp(clock);
 }
 
 class driver {
@@ -48,33 +70,34 @@ class driver {
     {
         std::uint32_t failures = 0;
         for (std::uint32_t batch = 0; batch < batches; ++batch) {
-            const olv_fastpath::reflector::batch together{reflector_};
+            olv_fastpath::reflector::batch together{reflector_};
             for (std::uint32_t number = 0; number < batch_length; ++number) {
-                failures += reflect((batch * batch_length + number) * 7 % sessions) ? 0 : 1;
+                failures += reflect(together, (batch * batch_length + number) * 7 % sessions) ? 0 : 1;
             }
             CALLGRIND_TOGGLE_COLLECT;
-            reflector_.finish();
+            end(together, replies_, reflector_.clock());
             CALLGRIND_TOGGLE_COLLECT;
         }
         return failures;
     }
 
   private:
-    bool reflect(std::uint32_t session)
+    bool reflect(olv_fastpath::reflector::batch &batch, std::uint32_t session)
     {
         const olv_fastpath::received_packet packet =
             packet_of(session, request_, site_.processor().timer_now());
         const olv_fastpath::packet_path path = site_.path();
         CALLGRIND_TOGGLE_COLLECT;
-        const olv_fastpath::verdict made = reflector_.reflect(packet, path, reply_);
+        const bool reflected = take(batch, replies_, packet, path, reply_);
         CALLGRIND_TOGGLE_COLLECT;
-        return made.result == olv_fastpath::outcome::reflected;
+        return reflected;
     }
 
     std::vector<std::uint8_t> request_;
     std::vector<std::uint8_t> reply_;
     olv_bench::responder_site site_{sessions};
     olv_fastpath::reflector reflector_{site_.processor()};
+    olv_fastpath::departing_replies replies_;
 };
 
 /** @param length  Octets of a request. @return Packets that were not reflected. */

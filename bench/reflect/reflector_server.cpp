@@ -67,9 +67,7 @@ olv_twamp_responder_stats responder_site::counters() const
 reflector_server::reflector_server(std::uint32_t sessions, std::uint32_t workers)
     : site_(sessions),
       // Each worker has room for all of them, and a quarter more.
-      workers_(site_.processor(), {.count = workers,
-                                   .reflector = {.session_capacity = (sessions + sessions / 4) * workers},
-                                   .server = {}})
+      workers_(site_.processor(), {.session_capacity = (sessions + sessions / 4) * workers, .workers = workers})
 {}
 
 void reflector_server::open()
@@ -86,8 +84,8 @@ void reflector_server::stop()
 std::vector<std::uint64_t> reflector_server::replies_by_worker() const
 {
     std::vector<std::uint64_t> replies;
-    for (const olv_fastpath::udp_statistics &each : workers_.statistics_by_worker()) {
-        replies.push_back(each.sent);
+    for (const olv_fastpath::listener_statistics &each : workers_.statistics_by_worker()) {
+        replies.push_back(each.sent_replies);
     }
     return replies;
 }

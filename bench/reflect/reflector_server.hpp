@@ -59,7 +59,10 @@ class reflector_server final : public server {
     {
         return workers_.local_address(listening_);
     }
-    [[nodiscard]] std::uint64_t dropped() const override { return workers_.statistics().socket_full; }
+    [[nodiscard]] std::uint64_t dropped() const override
+    {
+        return workers_.statistics().dropped_packets[olv_fastpath::drop_reason::socket_full];
+    }
     [[nodiscard]] std::size_t number_position() const override
     {
         return olv_net::reflector_packet::sender_sequence_number;

@@ -22,8 +22,8 @@ class own_endpoints {
     void set(std::span<const olv_net::ip_endpoint> listening);
 
     /**
-     * Whether a socket listens at an endpoint, or its address is the unspecified one: what is sent there
-     * reaches this system, too.
+     * Whether what is sent to an endpoint reaches a socket of the server, or may: one listens there, or the
+     * address is the unspecified one, which stands for this system.
      * @param now  Seconds of a clock: the interfaces' addresses are read again from time to time.
      */
     [[nodiscard]] bool contains(const olv_net::ip_endpoint &endpoint, std::uint64_t now);

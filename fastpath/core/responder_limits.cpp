@@ -1,7 +1,6 @@
 #include "fastpath/core/responder_limits.hpp"
 
-#include "olv_sim/processor.hpp"
-#include "twamp_program.h"
+#include "fastpath/core/responders.hpp"
 
 namespace olv_fastpath {
 
@@ -10,7 +9,6 @@ std::shared_ptr<token_bucket> responder_limits::bucket_of(std::uint32_t responde
     if (packets_per_second_ == 0) {
         return nullptr;
     }
-    constexpr std::uint32_t id_mask = (1u << TWAMP_KEY_BITS) - 1;
     const std::lock_guard lock{mutex_};
     std::erase_if(buckets_, [](const auto &each) { return each.second.expired(); });
     std::weak_ptr<token_bucket> &known = buckets_[responder_id & id_mask];

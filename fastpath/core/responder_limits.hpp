@@ -22,8 +22,8 @@ class responder_limits {
         : packets_per_second_(packets_per_second), ticks_per_second_(ticks_per_second)
     {}
 
-    /** The bucket of a responder, the low 24 bits of whose ID are significant: the same one for all who ask
-     *  while any of them has it. @return NULL when there is no limit. */
+    /** The bucket of a responder. All who ask get the same one, as long as somebody has it.
+     *  @param responder_id  Its low 24 bits count. @return NULL when there is no limit. */
     [[nodiscard]] std::shared_ptr<token_bucket> bucket_of(std::uint32_t responder_id);
 
   private:

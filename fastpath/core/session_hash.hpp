@@ -17,14 +17,11 @@ namespace olv_fastpath {
 /** What tells one session from another. */
 struct session_key {
     std::uint32_t responder_id = 0;
-    olv_net::ip_address sender_address{};
-    std::uint16_t sender_port = 0; ///< Host order.
+    olv_net::ip_endpoint sender;
 
     friend bool operator==(const session_key &left, const session_key &right)
     {
-        return std::memcmp(left.sender_address.data(), right.sender_address.data(),
-                           sizeof(olv_net::ip_address)) == 0 &&
-               left.sender_port == right.sender_port && left.responder_id == right.responder_id;
+        return left.sender == right.sender && left.responder_id == right.responder_id;
     }
 };
 
@@ -42,8 +39,8 @@ class session_hash {
     [[nodiscard]] std::uint32_t operator()(const session_key &key) const
     {
         std::array<std::uint32_t, 4> address;
-        std::memcpy(address.data(), key.sender_address.data(), sizeof address);
-        std::uint64_t sum = random_[0] + random_[1] * key.responder_id + random_[2] * key.sender_port +
+        std::memcpy(address.data(), key.sender.address.data(), sizeof address);
+        std::uint64_t sum = random_[0] + random_[1] * key.responder_id + random_[2] * key.sender.port +
                             random_[3] * address[0] + random_[4] * address[1] + random_[5] * address[2] +
                             random_[6] * address[3];
         sum = (sum ^ sum >> 32) * 0x9E3779B97F4A7C15u;

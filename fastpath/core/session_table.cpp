@@ -5,6 +5,8 @@
 #include <bit>
 #include <random>
 
+#include "fastpath/core/options.hpp"
+
 namespace olv_fastpath {
 
 namespace {
@@ -25,7 +27,7 @@ session_hash random_hash()
 } // namespace
 
 session_table::session_table(std::uint32_t capacity)
-    : slots_(std::min(capacity, maximum_capacity)),
+    : slots_(std::min(capacity, fast_path_options::most_sessions)),
       buckets_(std::bit_ceil(std::max(this->capacity(), 1u)) * buckets_each_session, none),
       bucket_mask_(static_cast<std::uint32_t>(buckets_.size() - 1)),
       hash_(random_hash())

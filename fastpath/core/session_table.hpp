@@ -50,11 +50,8 @@ struct session {
 
 class session_table {
   public:
-    static constexpr std::uint32_t default_capacity = 65536;
-    static constexpr std::uint32_t maximum_capacity = 1u << 24;
-
-    /** @param capacity  Sessions at the same time; more than maximum_capacity is taken as that. */
-    explicit session_table(std::uint32_t capacity = default_capacity);
+    /** @param capacity  Sessions at the same time. */
+    explicit session_table(std::uint32_t capacity);
 
     /** @return NULL when there is none. It stays valid until it is removed. */
     [[nodiscard]] session *find(const session_key &key);

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "fastpath/core/drop_reasons.hpp"
 #include "net/twamp_wire.hpp"
 #include "olv_sim/processor.hpp"
 #include "olv_twamp.h"
@@ -27,8 +28,6 @@ inline constexpr std::size_t ticks_low = offsetof(twamp_responder_state, timer_l
 inline constexpr std::size_t received = offsetof(twamp_responder_state, received) / 4;
 inline constexpr std::size_t transmitted = offsetof(twamp_responder_state, transmitted) / 4;
 inline constexpr std::size_t active_sessions = offsetof(twamp_responder_state, active_sessions) / 4;
-inline constexpr std::size_t drop_length_check = offsetof(twamp_responder_state, drop_length_check) / 4;
-inline constexpr std::size_t drop_max_sessions = offsetof(twamp_responder_state, drop_max_sessions) / 4;
 inline constexpr std::size_t maximum_sessions = offsetof(twamp_responder_state, max_sessions) / 4;
 } // namespace responder_word
 
@@ -38,13 +37,20 @@ inline constexpr std::size_t responder_words = sizeof(twamp_responder_state) / 4
 namespace global_word {
 inline constexpr std::size_t total_rx = offsetof(olv_twamp_global_stats, total_rx) / 4;
 inline constexpr std::size_t total_tx = offsetof(olv_twamp_global_stats, total_tx) / 4;
-inline constexpr std::size_t drop_no_responder = offsetof(olv_twamp_global_stats, drop_no_responder) / 4;
-inline constexpr std::size_t drop_length_check = offsetof(olv_twamp_global_stats, drop_length_check) / 4;
-inline constexpr std::size_t drop_hash_error = offsetof(olv_twamp_global_stats, drop_hash_error) / 4;
-inline constexpr std::size_t drop_no_bind = offsetof(olv_twamp_global_stats, drop_no_bind) / 4;
 } // namespace global_word
 
 inline constexpr std::size_t global_words = sizeof(olv_twamp_global_stats) / 4;
+
+/** The word of a record in state memory that counts a reason. */
+template <typename Record, drop_reason Reason> [[nodiscard]] constexpr std::size_t drop_word()
+{
+#define OLV_WORD(name, text, counter)                                                                          \
+    if constexpr (Reason == drop_reason::name) {                                                               \
+        return offsetof(Record, drop_##name) / 4;                                                              \
+    }
+    OLV_DROP_REASONS(OLV_WORD)
+#undef OLV_WORD
+}
 
 [[nodiscard]] inline std::uint32_t read_word(olv_sim::state_words words, std::size_t word)
 {
@@ -68,6 +74,12 @@ inline void count(olv_sim::state_words words, std::size_t word, std::uint32_t ad
     while (!words[word].compare_exchange_weak(stored, olv_net::big_endian(olv_net::big_endian(stored) + added),
                                               std::memory_order_relaxed)) {
     }
+}
+
+/** Count a packet that was dropped. */
+template <typename Record, drop_reason Reason> void count_drop(olv_sim::state_words words)
+{
+    count(words, drop_word<Record, Reason>());
 }
 
 /** Add 1 to a word below a limit. @return Whether it was. */

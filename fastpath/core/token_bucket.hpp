@@ -38,7 +38,7 @@ class token_bucket {
     }
 
   private:
-    /** Two numbers of packets earned tell by their difference which is the later one. */
+    /** Numbers of packets earned wrap. Up to this difference it is known which of two is the later one. */
     static constexpr std::uint32_t highest_rate = INT32_MAX;
 
     /** Packets earned since the clock's beginning; their number wraps. */

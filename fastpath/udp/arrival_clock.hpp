@@ -16,8 +16,11 @@ struct clock_reading {
     std::uint64_t wall_nanoseconds = 0;
 };
 
-/** Read the wall clock between two readings of the timer, again where these are more than @p apart: a thread
- * that loses its core in between would take its absence for a difference of the clocks. */
+/**
+ * Read the wall clock between two readings of the timer. Where these are more than @p apart, the thread may
+ * have lost its core in between, and what is read does not belong together: it is read again, five times at
+ * most. The readings that were closest to each other count.
+ */
 template <typename Timer, typename Wall>
 clock_reading read_together(const Timer &timer, const Wall &wall_nanoseconds, std::uint64_t apart)
 {
@@ -40,7 +43,7 @@ clock_reading read_together(const Timer &timer, const Wall &wall_nanoseconds, st
 /** Both clocks at one instant. */
 class arrival_clock {
   public:
-    /** Waits that are longer are taken for a wall clock that was set meanwhile. */
+    /** Where a packet seems to have waited longer, the wall clock was set meanwhile. */
     static constexpr std::uint64_t longest_wait_seconds = 60;
 
     /**
@@ -54,8 +57,8 @@ class arrival_clock {
 
     [[nodiscard]] std::uint64_t timer() const { return timer_; }
 
-    /** The timer when the system stamped a packet, never later than its reading, which stands for packets
-     *  without a stamp and for stamps that cannot be. */
+    /** What the timer said when the system stamped a packet. For packets without a stamp, and for stamps that
+     *  cannot be, it is the reading of the timer here; it is never later. */
     [[nodiscard]] std::uint64_t arrival(const std::optional<std::uint64_t> &stamp) const
     {
         if (!wall_ || !stamp || *stamp >= *wall_) {

@@ -1,6 +1,6 @@
 /**
  * @file idle_wait.hpp
- * Whether to look again for packets before sleeping.
+ * Whether to look for the next packet before sleeping.
  */
 #ifndef OLV_FASTPATH_IDLE_WAIT_HPP
 #define OLV_FASTPATH_IDLE_WAIT_HPP
@@ -9,10 +9,8 @@
 
 namespace olv_fastpath {
 
-/**
- * Looking pays while packets come sooner after each other than the patience is long. Whether they do is known
- * from the last ones: a pause that was longer ends it, one that was shorter begins it again.
- */
+/** Looking pays while pauses between packets are shorter than the patience. The last pause tells: a longer one
+ * ends the looking, a shorter one begins it again. */
 class idle_wait {
   public:
     using clock = std::chrono::steady_clock;

@@ -19,35 +19,35 @@ namespace {
 } // namespace
 
 listening_socket::listening_socket(const olv_net::socket_address &address)
-    : listening_socket(address, joining::nobody)
+    : listening_socket(address, place::alone)
 {}
 
-listening_socket::listening_socket(const olv_net::socket_address &address, joining others)
+listening_socket::listening_socket(const olv_net::socket_address &address, place among)
     : socket_(socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)), local_(address)
 {
     std::optional<socket_abilities> abilities;
     if (socket_.is_open()) {
         abilities = prepare_socket(number(), address.address);
     }
-    if (!abilities || !prepare_for(others) ||
-        bind(number(), reinterpret_cast<const sockaddr *>(&address.address), address.length) != 0) {
+    if (!abilities || !prepare_for(among) || bind(number(), address.generic(), address.length) != 0) {
         fail(address, errno);
     }
     abilities_ = *abilities;
-    local_.length = sizeof local_.address;
-    if (getsockname(number(), reinterpret_cast<sockaddr *>(&local_.address), &local_.length) != 0) {
+    const std::optional<olv_net::socket_address> local = olv_net::local_address_of(number());
+    if (!local) {
         fail(address, errno);
     }
+    local_ = *local;
 }
 
-bool listening_socket::prepare_for(joining others) const
+bool listening_socket::prepare_for(place among) const
 {
-    switch (others) {
-    case joining::nobody:
+    switch (among) {
+    case place::alone:
         break;
-    case joining::later_ones:
+    case place::first:
         return keep(kept_packets::none);
-    case joining::earlier_ones:
+    case place::later:
         return keep(kept_packets::none) && share_address(number());
     }
     return true;
@@ -62,14 +62,14 @@ std::vector<listening_socket> listening_socket::open_together(const olv_net::soc
         sockets.emplace_back(address);
         return sockets;
     }
-    sockets.push_back(listening_socket{address, joining::later_ones});
-    // Once it is bound: before, it would join others that share the address.
+    sockets.push_back(listening_socket{address, place::first});
+    // Not before it was bound: it would have joined others that share the address.
     if (!share_address(sockets.front().number())) {
         fail(address, errno);
     }
     sockets.front().kept_ = kept_packets::all;
     while (sockets.size() < count) {
-        sockets.push_back(listening_socket{sockets.front().local(), joining::earlier_ones});
+        sockets.push_back(listening_socket{sockets.front().local(), place::later});
         sockets.back().kept_ = kept_packets::to_this_host;
     }
     return sockets;

@@ -23,16 +23,16 @@ class listening_socket {
     explicit listening_socket(const olv_net::socket_address &address);
 
     /**
-     * So many sockets at one address, which nobody else can have: an address that any other socket is bound to
-     * is refused. The system hands all packets of a sender to one of them, as long as all of them are open.
-     * Until let_in() is called for it, a socket gets none.
+     * Open several sockets at one address. The system hands all packets of a sender to the same one, as long as
+     * all are open; a socket gets no packets before let_in(). An address that somebody else has is refused.
+     * Later, a program of the same user could join those that ask for sharing; one socket alone never does.
      * @param count  1 or more; one alone is as the constructor makes it.
      * @throw std::runtime_error  As the constructor does. Nothing is left open.
      */
     [[nodiscard]] static std::vector<listening_socket> open_together(const olv_net::socket_address &address,
                                                                      std::size_t count);
 
-    /** Have the system hand packets to a socket of several; nothing for one alone.
+    /** Let packets in to one of several sockets. One alone gets them already.
      *  @throw std::runtime_error  As the constructor does. */
     void let_in();
 
@@ -41,25 +41,25 @@ class listening_socket {
     /** The address with the port that the socket really has. */
     [[nodiscard]] const olv_net::socket_address &local() const { return local_; }
     [[nodiscard]] const socket_abilities &abilities() const { return abilities_; }
-    /** Packets that the system dropped here since it was let in, as there was no room; 0 where it does not
-     * tell. Of several sockets at all addresses, all but the first one drop the copies of what is sent to a
-     * group, too. */
+    /** Packets that found no room here since let_in(); 0 where the system does not tell. What is sent to a
+     * group each of several sockets at all addresses gets a copy of: those of all but the first one count, too.
+     */
     [[nodiscard]] std::uint32_t dropped() const;
 
   private:
-    /** Whom it has the address with. */
-    enum class joining : std::uint8_t { nobody, later_ones, earlier_ones };
+    /** Among the sockets at its address. */
+    enum class place : std::uint8_t { alone, first, later };
 
-    listening_socket(const olv_net::socket_address &address, joining others);
+    listening_socket(const olv_net::socket_address &address, place among);
     // false with errno set:
-    [[nodiscard]] bool prepare_for(joining others) const;
+    [[nodiscard]] bool prepare_for(place among) const;
     [[nodiscard]] bool keep(kept_packets which) const;
 
     olv_net::descriptor socket_;
     olv_net::socket_address local_;
     socket_abilities abilities_;
-    std::optional<kept_packets> kept_; ///< By a socket of several, once they are let in.
-    std::uint32_t dropped_before_ = 0; ///< They are let in.
+    std::optional<kept_packets> kept_; ///< What let_in() lets in; nothing for one alone.
+    std::uint32_t dropped_before_ = 0; ///< By let_in().
 };
 
 } // namespace olv_fastpath

@@ -1,7 +1,6 @@
 /**
  * @file socket_options.hpp
- * What the system is asked for about a UDP socket. Calls that can fail return false, or nothing, with errno
- * set.
+ * What the system is told about UDP sockets. A call that can fail returns false, or nothing, with errno set.
  */
 #ifndef OLV_FASTPATH_SOCKET_OPTIONS_HPP
 #define OLV_FASTPATH_SOCKET_OPTIONS_HPP
@@ -20,30 +19,33 @@ struct socket_abilities {
 
 [[nodiscard]] bool set_option(int socket, int level, int option, int value);
 
-/** Ask for the IP header's fields, the time of arrival and, where the socket listens at several addresses, the
- *  one that a datagram was sent to; hop limit 255 for replies.
- *  @param address  That the socket is going to listen at. */
+/**
+ * Prepare a socket for listening at an address. With each packet, the system then tells TTL, traffic class and
+ * time of arrival, and where the address stands for several, the one that the packet was sent to. Replies leave
+ * with a TTL of 255.
+ */
 [[nodiscard]] std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storage &address);
 
-/** Have several sockets listen at the address: those that are bound after this call at where one is bound that
- *  it was called for, too. The system hands all packets of a sender to one of them. */
+/** Let a socket share its address with all others that this was called for. Those that come later are bound
+ *  after the call; the first one may be bound before. The system hands all packets of a sender to the same one.
+ */
 [[nodiscard]] bool share_address(int socket);
 
-/** Packets that the system keeps for a socket; it drops the others as if the socket were not there. */
+/** Which packets to its address a socket gets; the system drops the others. */
 enum class kept_packets : std::uint8_t {
     none,
-    to_this_host, ///< To an address of its own. Packets to a group, or to all, every socket there gets.
+    to_this_host, ///< But not to a group, or to all hosts: of those, each of several sockets gets a copy.
     all
 };
 
 [[nodiscard]] bool keep_packets(int socket, int family, kept_packets which);
 
-/** Have the socket receive datagrams of one sender that the system has together as one message; a buffer has to
- *  have room for the longest there can be. Nothing changes where the system cannot. */
+/** Receive datagrams of one sender as one message, where the system has merged them. It is as long as the
+ * longest datagram at most. Nothing changes where the system merges none. */
 void receive_together(int socket);
 
-/** Packets that the system dropped at the socket so far: the socket's buffer was full, or packets are not kept.
- * 0 where it does not tell. */
+/** Packets that the system has dropped at the socket so far, because there was no room or because they are not
+ *  to be kept; 0 where it does not tell. */
 [[nodiscard]] std::uint32_t dropped_packets(int socket);
 
 } // namespace olv_fastpath

@@ -9,32 +9,31 @@ namespace olv_fastpath {
 namespace {
 
 /** What the options say for each of the workers. */
-udp_workers_options options_of_each(udp_workers_options options)
+fast_path_options options_of_each(fast_path_options options)
 {
-    options.count = std::clamp(options.count, 1u, udp_workers_options::most_workers);
-    std::uint32_t &capacity = options.reflector.session_capacity;
-    capacity = capacity / options.count + (capacity % options.count != 0 ? 1 : 0);
-    options.server.shares_responders = options.count > 1;
+    options.workers = std::clamp(options.workers, 1u, fast_path_options::most_workers);
+    std::uint32_t &capacity = options.session_capacity;
+    capacity = capacity / options.workers + (capacity % options.workers != 0 ? 1 : 0);
     return options;
 }
 
 /** Merge a worker's sessions with those of others, both the longest idle one first. */
-void merge(std::vector<session> &all, const std::vector<session> &more)
+void merge(std::vector<session_summary> &all, const std::vector<session_summary> &more)
 {
     const auto middle = all.insert(all.end(), more.begin(), more.end());
-    std::inplace_merge(all.begin(), middle, all.end(), [](const session &one, const session &other) {
-        return one.last_arrival < other.last_arrival;
-    });
+    std::inplace_merge(all.begin(), middle, all.end(),
+                       [](const session_summary &one, const session_summary &other) {
+                           return one.idle_seconds > other.idle_seconds;
+                       });
 }
 
 } // namespace
 
-udp_workers::udp_workers(olv_sim::processor &processor, const udp_workers_options &options)
+udp_workers::udp_workers(olv_sim::processor &processor, const fast_path_options &options) : clock_(processor)
 {
-    const udp_workers_options each = options_of_each(options);
-    const auto limits = std::make_shared<responder_limits>(
-        each.server.packets_per_second, std::max<std::uint64_t>(processor.timer_frequency(), 1));
-    while (workers_.size() < each.count) {
+    const fast_path_options each = options_of_each(options);
+    const auto limits = std::make_shared<responder_limits>(each.packets_per_second, clock_.ticks_per_second());
+    while (workers_.size() < each.workers) {
         workers_.emplace_back(processor, each, limits);
     }
 }
@@ -128,40 +127,41 @@ void udp_workers::stop()
     }
 }
 
-udp_statistics udp_workers::statistics() const
+listener_statistics udp_workers::statistics() const
 {
-    udp_statistics all;
-    for (const udp_statistics &each : statistics_by_worker()) {
+    listener_statistics all;
+    for (const listener_statistics &each : statistics_by_worker()) {
         all += each;
     }
     return all;
 }
 
-udp_statistics udp_workers::statistics(std::size_t index) const
+listener_statistics udp_workers::statistics(std::size_t index) const
 {
     const std::lock_guard lock{mutex_};
     const socket_indices &sockets = sockets_of(index);
-    udp_statistics all;
+    listener_statistics all;
     for (std::size_t number = 0; number < sockets.size(); ++number) {
         all += workers_[number].server.statistics(sockets[number]);
     }
     return all;
 }
 
-std::vector<udp_statistics> udp_workers::statistics_by_worker() const
+std::vector<listener_statistics> udp_workers::statistics_by_worker() const
 {
-    std::vector<udp_statistics> all;
+    std::vector<listener_statistics> all;
     for (const worker &each : workers_) {
         all.push_back(each.server.statistics());
     }
     return all;
 }
 
-std::vector<session> udp_workers::sessions() const
+std::vector<session_summary> udp_workers::sessions() const
 {
-    std::vector<session> all;
+    std::vector<session_summary> all;
+    const std::uint64_t now = clock_.now();
     for (const worker &each : workers_) {
-        merge(all, each.server.sessions());
+        merge(all, each.server.sessions_at(now));
     }
     return all;
 }

@@ -142,18 +142,18 @@ TEST(ConfigErrors, AreAllTold)
                     "3: tables: true or false is wanted, not 2\n"}});
 }
 
-/** What a run is told about its workers. */
-olv_fastpath::udp_workers_options workers_of(const std::vector<std::string> &words)
+/** What a run's fast path is told. */
+olv_fastpath::fast_path_options fast_path_of(const std::vector<std::string> &words)
 {
     twampctl::run_options options;
     EXPECT_FALSE(twampctl::read_options(words, options));
-    return options.workers;
+    return options.fast_path;
 }
 
 TEST(RunOptions, RepliesLeaveTogetherUnlessToldNotTo)
 {
-    EXPECT_TRUE(workers_of({"--listen", "127.0.0.1:0"}).server.segments);
-    EXPECT_FALSE(workers_of({"--listen", "127.0.0.1:0", "--separate-replies"}).server.segments);
+    EXPECT_FALSE(fast_path_of({"--listen", "127.0.0.1:0"}).separate_replies);
+    EXPECT_TRUE(fast_path_of({"--listen", "127.0.0.1:0", "--separate-replies"}).separate_replies);
 }
 
 TEST(RunOptions, EachWorkerHasRoomForAllSessions)
@@ -168,7 +168,7 @@ TEST(RunOptions, EachWorkerHasRoomForAllSessions)
     for (const auto &row : rows) {
         std::vector<std::string> words{"--listen", "127.0.0.1:0"};
         words.insert(words.end(), row.words.begin(), row.words.end());
-        EXPECT_EQ(workers_of(words).reflector.session_capacity, row.room) << testing::PrintToString(words);
+        EXPECT_EQ(fast_path_of(words).session_capacity, row.room) << testing::PrintToString(words);
     }
 }
 

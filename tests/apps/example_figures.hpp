@@ -15,21 +15,27 @@ inline twampctl::responder_figures example_responder()
     return {.name = "edge", .id = 0x1A, .counters = olv_twamp_responder_stats{20, 15, 3, 4, 2}};
 }
 
+inline olv_fastpath::listener_statistics example_listener_statistics()
+{
+    using olv_fastpath::drop_reason;
+    olv_fastpath::listener_statistics counters;
+    counters.dropped_packets[drop_reason::socket_full] = 30;
+    counters.received_packets = 31;
+    counters.dropped_packets[drop_reason::source_not_allowed] = 32;
+    counters.dropped_packets[drop_reason::source_port] = 33;
+    counters.dropped_packets[drop_reason::own_source] = 34;
+    counters.dropped_packets[drop_reason::too_long] = 35;
+    counters.dropped_packets[drop_reason::answer_to_reply] = 36;
+    counters.dropped_packets[drop_reason::packet_rate] = 37;
+    counters.sent_replies = 38;
+    counters.failed_replies = 39;
+    return counters;
+}
+
 inline twampctl::listener_figures example_listener()
 {
-    return {.address = "[::1]:8620",
-            .responder = "edge",
-            .bind_key = 6,
-            .counters = {.socket_full = 30,
-                         .received = 31,
-                         .source_not_allowed = 32,
-                         .source_port = 33,
-                         .own_source = 34,
-                         .truncated = 35,
-                         .answers = 36,
-                         .rate_limited = 37,
-                         .sent = 38,
-                         .send_failures = 39}};
+    return {
+        .address = "[::1]:8620", .responder = "edge", .bind_key = 6, .counters = example_listener_statistics()};
 }
 
 inline twampctl::session_figures example_session()

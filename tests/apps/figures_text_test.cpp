@@ -44,8 +44,8 @@ Module
   dropped: hash error                                14
   dropped: no output path bound              4294967295
 
-ID         received transmitted  too short no session   sessions  RESPONDER
-0x1A             20          15          3          2          4  edge
+ID         received transmitted length_check max_sessions sessions  RESPONDER
+0x1A             20          15            3            2        4  edge
 
 Listener [::1]:8620
   responder                                        edge
@@ -109,8 +109,8 @@ Platform
                                    "  ID                                                0x2\n"
                                    "  its counters cannot be read\n");
     EXPECT_EQ(text_of(std::vector{unreadable}),
-              "ID         received transmitted  too short no session   sessions  RESPONDER\n"
-              "0x2               -           -          -          -          -  b\n");
+              "ID         received transmitted length_check max_sessions sessions  RESPONDER\n"
+              "0x2               -           -            -            -        -  b\n");
 }
 
 TEST(FiguresText, ShowsSessionsInOneTableForEachResponder)
@@ -139,12 +139,12 @@ TEST(FiguresText, StaysWithin80Columns)
         .name = name, .id = 0xFFFFFF, .counters = olv_twamp_responder_stats{most, most, most, most, most}};
     all.listeners[0].address = address;
     all.listeners[0].responder = name;
-    all.listeners[0].counters.rate_limited = most_of_all;
+    all.listeners[0].counters.dropped_packets[olv_fastpath::drop_reason::packet_rate] = most_of_all;
     all.sessions[0] = {name, address, most, 999999, 900};
     const std::string text = text_of(all);
     EXPECT_EQ(longest_line(text), 80u) << text;
-    EXPECT_THAT(text, HasSubstr("\n0xFFFFFF 4294967295  4294967295 4294967295 4294967295 4294967295"
-                                "  nnnnnnnnnnn...\n"));
+    EXPECT_THAT(text, HasSubstr("\n0xFFFFFF 4294967295  4294967295   4294967295   4294967295 4294967295"
+                                "  nnnnnnn...\n"));
     EXPECT_THAT(text, HasSubstr("\n4294967295 999999.0 900000.000  "
                                 "[1111:2222:3333:4444:5555:6666:7777:8888]:65535\n"));
     EXPECT_THAT(text, HasSubstr("  dropped: packet rate              18446744073709551615\n"));

@@ -77,7 +77,7 @@ class Site : public testing::Test {
     }
 
     const std::ptrdiff_t threads_before_ = threads();
-    site place_{{.program = olv_sim::classifier_program::twamp(8), .workers = {}}};
+    site place_{{.program = olv_sim::classifier_program::twamp(8), .fast_path = {}}};
     write_watcher watcher_;
 };
 

@@ -95,13 +95,13 @@ module initialised
 > responder create west
 responder west created: ID 0x1
 > responder list
-ID         received transmitted  too short no session   sessions  RESPONDER
-0x1               0           0          0          0          0  west
+ID         received transmitted length_check max_sessions sessions  RESPONDER
+0x1               0           0            0            0        0  west
 > down
 module shut down
 > responder list
-ID         received transmitted  too short no session   sessions  RESPONDER
-0x1               -           -          -          -          -  west
+ID         received transmitted length_check max_sessions sessions  RESPONDER
+0x1               -           -            -            -        -  west
 > up
 module initialised
 > responder delete west

@@ -2,6 +2,8 @@
 
 #include "fastpath/udp/arrival_clock.hpp"
 
+#include "fastpath/udp/receive_batch.hpp"
+#include "net/wall_clock.hpp"
 #include "udp_fixture.hpp"
 
 namespace {
@@ -50,34 +52,52 @@ class readings {
     mutable std::size_t taken_ = 0;
 };
 
-TEST(arrival_clock, clocks_that_were_read_together_are_taken_at_once)
+TEST(arrival_clock, clocks_are_read_again_until_they_are_read_together)
 {
-    const readings timer{{1000, 1080}};
-    const readings wall_clock{{wall}};
-    const clock_reading now = read_together(timer, wall_clock, 2000);
-    EXPECT_EQ(now.timer, 1080u);
-    EXPECT_EQ(now.wall_nanoseconds, wall);
-    EXPECT_EQ(timer.taken(), 2u);
+    struct row {
+        const char *label;
+        readings timer, wall;
+        clock_reading expected;
+        std::size_t attempts;
+    };
+    const row rows[] = {
+        {"at once", readings{{1000, 1080}}, readings{{wall}}, {1080, wall}, 1},
+        {"the thread slept in between",
+         readings{{1000, 20'001'000, 20'001'080}},
+         readings{{wall, wall + 20'000'040}},
+         {20'001'080, wall + 20'000'040},
+         2},
+        {"never: the nearest count",
+         readings{{0, 9000, 16'000, 22'000, 30'000, 37'000}},
+         readings{{1, 2, 3, 4, 5}},
+         {22'000, 3},
+         5},
+    };
+    for (const row &each : rows) {
+        const clock_reading now = read_together(each.timer, each.wall, 2000);
+        EXPECT_EQ(now.timer, each.expected.timer) << each.label;
+        EXPECT_EQ(now.wall_nanoseconds, each.expected.wall_nanoseconds) << each.label;
+        EXPECT_EQ(each.timer.taken(), each.attempts + 1) << each.label;
+        EXPECT_EQ(each.wall.taken(), each.attempts) << each.label;
+    }
 }
 
-TEST(arrival_clock, clocks_between_whose_readings_the_thread_slept_are_read_again)
+/** Have the system stamp packets, as it does while a socket asks for it. @return Whether it can: no emulator
+ * does. */
+bool begin_to_stamp(const client &asking)
 {
-    const readings timer{{1000, 20'001'000, 20'001'080}};
-    const readings wall_clock{{wall, wall + 20'000'040}};
-    const clock_reading now = read_together(timer, wall_clock, 2000);
-    EXPECT_EQ(now.timer, 20'001'080u);
-    EXPECT_EQ(now.wall_nanoseconds, wall + 20'000'040);
-    EXPECT_EQ(wall_clock.taken(), 2u);
-}
-
-TEST(arrival_clock, of_clocks_that_are_never_read_together_the_nearest_count)
-{
-    const readings timer{{0, 9000, 16'000, 22'000, 30'000, 37'000}};
-    const readings wall_clock{{1, 2, 3, 4, 5}};
-    const clock_reading now = read_together(timer, wall_clock, 2000);
-    EXPECT_EQ(now.timer, 22'000u);
-    EXPECT_EQ(now.wall_nanoseconds, 3u);
-    EXPECT_EQ(wall_clock.taken(), 5u);
+    const int on = 1;
+    if (setsockopt(asking.number(), SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on) != 0)
+        return false;
+    asking.bind_to("127.0.0.1:0");
+    receive_batch batch{44};
+    // At first it tells when packets are taken.
+    EXPECT_TRUE(eventually([&] {
+        asking.send(asking.local_address(), bytes(1));
+        const std::uint64_t sent = nanoseconds_of(wall_time());
+        return batch.receive(asking.number()) == 1 && batch.message(0).stamp() <= sent;
+    }));
+    return true;
 }
 
 /** Arrival and departure of a reply. */
@@ -85,10 +105,8 @@ struct reply_times {
     ntp_time arrival, departure;
 };
 
-class arrival_test : public fastpath_test {
+class arrival_test : public traffic_test {
   protected:
-    arrival_test() { define_usual_path({.maximum_sessions = 1000}); }
-
     static reply_times times_of(const client::reply &reply)
     {
         if (reply.payload.size() < 41) {
@@ -98,56 +116,36 @@ class arrival_test : public fastpath_test {
         return {load_ntp(&reply.payload[16]), load_ntp(&reply.payload[4])};
     }
 
-    /** Emulators tell no times of arrival. */
-    static bool system_stamps()
-    {
-        const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        const int on = 1;
-        const bool stamps = setsockopt(probe, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on) == 0;
-        close(probe);
-        return stamps;
-    }
-
-    reflector reflector_{processor_};
-    udp_server server_{reflector_};
+    const client sender_{AF_INET};
 };
 
 TEST_F(arrival_test, packets_that_waited_together_have_their_own_times)
 {
-    if (!system_stamps())
-        GTEST_SKIP() << "the system tells no times of arrival";
+    const client asking{AF_INET};
+    const std::int64_t least = begin_to_stamp(asking) ? 39'000'000 : 0;
     processor_.run_timer();
-    const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
-    const client sender{AF_INET};
-    reply_times first, later;
-    // The system begins to stamp packets some time after a socket has asked for it.
-    for (int attempt = 0; attempt < 50 && nanoseconds_between(first.arrival, first.departure) < 79000000;
-         ++attempt) {
-        server_.stop();
-        sender.send(server_.local_address(index), request_of(41));
-        std::this_thread::sleep_for(40ms);
-        sender.send(server_.local_address(index), request_of(41));
-        std::this_thread::sleep_for(40ms);
-        server_.start();
-        first = times_of(sender.receive());
-        later = times_of(sender.receive());
+    make();
+    const socket_address to = at(add());
+    for (int number = 0; number < 2; ++number) {
+        sender_.send(to, request_of(41));
+        let_pass(40ms);
     }
-    EXPECT_GE(nanoseconds_between(first.arrival, first.departure), 79000000);
-    EXPECT_GE(nanoseconds_between(later.arrival, later.departure), 39000000);
-    EXPECT_GE(nanoseconds_between(first.arrival, later.arrival), 39000000);
-    EXPECT_LT(nanoseconds_between(first.arrival, first.departure), 30000000000);
+    fast_path_->start();
+    const reply_times first = times_of(sender_.receive());
+    const reply_times later = times_of(sender_.receive());
+    EXPECT_GE(nanoseconds_between(first.arrival, later.arrival), least);
+    EXPECT_GE(nanoseconds_between(later.arrival, later.departure), least);
+    EXPECT_LT(nanoseconds_between(first.arrival, first.departure), std::int64_t{60'000'000'000});
 }
 
 TEST_F(arrival_test, no_reply_leaves_before_its_request_came)
 {
     processor_.run_timer();
-    const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
-    server_.start();
-    const client sender{AF_INET};
+    const socket_address to = serve();
     ntp_time last{};
     for (int number = 0; number < 500; ++number) {
-        sender.send(server_.local_address(index), request_of(41));
-        const reply_times times = times_of(sender.receive());
+        sender_.send(to, request_of(41));
+        const reply_times times = times_of(sender_.receive());
         ASSERT_GE(nanoseconds_between(times.arrival, times.departure), 0) << number;
         if (number > 0) {
             ASSERT_GT(nanoseconds_between(last, times.arrival), 0) << number;
@@ -158,13 +156,12 @@ TEST_F(arrival_test, no_reply_leaves_before_its_request_came)
 
 TEST_F(arrival_test, timer_that_stands_is_the_time_of_all_packets)
 {
-    const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
-    const client sender{AF_INET};
-    sender.send(server_.local_address(index), request_of(41));
-    std::this_thread::sleep_for(20ms);
+    make();
+    sender_.send(at(add()), request_of(41));
+    let_pass(20ms);
     processor_.set_timer(start_ticks + ticks_of(3, 1));
-    server_.start();
-    const reply_times times = times_of(sender.receive());
+    fast_path_->start();
+    const reply_times times = times_of(sender_.receive());
     EXPECT_EQ(times.arrival, (ntp_time{0x103, 0xC0000000}));
     EXPECT_EQ(times.departure, (ntp_time{0x103, 0xC0000000}));
 }

@@ -2,7 +2,7 @@
 
 #include "fastpath/udp/idle_wait.hpp"
 
-#include <optional>
+#include <sys/resource.h>
 
 #include "udp_fixture.hpp"
 
@@ -28,16 +28,8 @@ TEST(idle_wait, looks_while_packets_come_within_its_patience)
     EXPECT_FALSE(wait.may_look(at(40)));
     wait.note_packets(at(41), at(41)); // came too late: the looking was for nothing
     EXPECT_FALSE(wait.may_look(at(42)));
-    wait.note_packets(at(50), at(51));
-    EXPECT_TRUE(wait.may_look(at(51)));
-}
-
-TEST(idle_wait, time_that_packets_take_is_no_pause)
-{
-    idle_wait wait{20us};
-    wait.note_packets(at(0), at(300));
+    wait.note_packets(at(50), at(300)); // the time that packets take is no pause
     wait.note_packets(at(301), at(900));
-    EXPECT_TRUE(wait.may_look(at(900)));
     EXPECT_TRUE(wait.may_look(at(919)));
     EXPECT_FALSE(wait.may_look(at(920)));
 }
@@ -51,92 +43,84 @@ TEST(idle_wait, never_looks_without_patience)
     EXPECT_FALSE(wait.may_look(at(1)));
 }
 
-class busy_poll_test : public fastpath_test, public testing::WithParamInterface<std::uint32_t> {
+constexpr std::uint32_t never_sleeps = 60'000'000;
+
+class busy_poll_test : public traffic_test, public testing::WithParamInterface<std::uint32_t> {
   protected:
     busy_poll_test()
     {
-        define_usual_path({.maximum_sessions = 1000});
-        server_.emplace(reflector_, udp_server_options{.busy_poll_microseconds = GetParam()});
-        first_ = server_->add(parse_socket_address("127.0.0.1:0"), usual_path);
-        second_ = server_->add(parse_socket_address("127.0.0.1:0"), usual_path);
-        server_->start();
+        make({.busy_poll_microseconds = GetParam()});
+        first_ = add();
+        second_ = add();
+        fast_path_->start();
     }
 
     /** So often that a patient server begins to look. */
     void ask(std::size_t index, int times = 20) const
     {
-        for (int number = 0; number < times; ++number) {
-            sender_.send(server_->local_address(index), request_of(41));
-            ASSERT_EQ(sender_.receive().payload.size(), 41u) << number;
-        }
+        for (int number = 0; number < times; ++number)
+            expect_answer(sender_, at(index));
+    }
+
+    /** Processor time of all threads but this one. */
+    static std::chrono::microseconds others_time()
+    {
+        const auto used = [](int who) {
+            rusage usage{};
+            EXPECT_EQ(getrusage(who, &usage), 0);
+            return std::chrono::seconds{usage.ru_utime.tv_sec + usage.ru_stime.tv_sec} +
+                   std::chrono::microseconds{usage.ru_utime.tv_usec + usage.ru_stime.tv_usec};
+        };
+        return used(RUSAGE_SELF) - used(RUSAGE_THREAD);
     }
 
     client sender_{AF_INET};
-    reflector reflector_{processor_};
-    std::optional<udp_server> server_;
     std::size_t first_ = 0;
     std::size_t second_ = 0;
 };
 
-TEST_P(busy_poll_test, all_sockets_are_served)
+TEST_P(busy_poll_test, more_sockets_than_can_be_busy_are_served_and_come_and_go)
 {
-    for (int round = 0; round < 10; ++round) {
-        ask(first_);
-        ask(second_);
-    }
-    EXPECT_TRUE(eventually([&] { return server_->statistics(second_).sent == 200; }));
-    EXPECT_EQ(server_->statistics(first_).received, 200u);
-    EXPECT_EQ(counters(), (responder_counters{.received = 400, .transmitted = 400, .active = 1}));
-}
-
-TEST_P(busy_poll_test, more_sockets_than_can_be_busy_are_served)
-{
-    std::vector<std::size_t> indices;
-    for (int number = 0; number < 40; ++number)
-        indices.push_back(server_->add(parse_socket_address("127.0.0.1:0"), usual_path));
-    for (int round = 0; round < 3; ++round) {
-        for (const std::size_t index : indices)
-            ask(index, 5);
-    }
-    EXPECT_TRUE(eventually([&] { return server_->statistics().sent == 600; }));
-}
-
-TEST_P(busy_poll_test, sockets_come_and_go_while_packets_do)
-{
-    for (int round = 0; round < 20; ++round) {
-        const std::size_t fresh = server_->add(parse_socket_address("127.0.0.1:0"), usual_path);
+    for (int round = 0; round < 40; ++round) {
+        const std::size_t fresh = add();
         ask(fresh, 5);
         ask(first_, 5);
-        server_->remove(fresh);
+        if (round % 2 == 0)
+            fast_path_->remove(fresh);
         ask(second_, 5);
     }
-    EXPECT_EQ(counters().received, 300u);
+    EXPECT_TRUE(eventually([&] { return sent() == 600; }));
+    EXPECT_EQ(counters(), (responder_counters{.received = 600, .transmitted = 600, .active = 1}));
 }
 
-TEST_P(busy_poll_test, stops_at_once_and_starts_again)
+TEST_P(busy_poll_test, stops_while_it_looks_and_starts_again)
 {
-    const auto begin = std::chrono::steady_clock::now();
     for (int round = 0; round < 5; ++round) {
         ask(first_);
-        server_->stop();
-        sender_.send(server_->local_address(first_), request_of(41));
-        server_->start();
+        fast_path_->stop();
+        sender_.send(at(first_), request_of(41));
+        EXPECT_TRUE(sender_.is_empty());
+        fast_path_->start();
         EXPECT_EQ(sender_.receive().payload.size(), 41u);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, patience);
 }
 
-TEST_P(busy_poll_test, packets_after_a_pause_are_served)
+TEST_P(busy_poll_test, uses_processor_time_without_packets_as_long_as_its_patience_lasts)
 {
-    for (int round = 0; round < 5; ++round) {
+    const bool may_look = GetParam() == never_sleeps && std::thread::hardware_concurrency() > 1;
+    for (int round = 0; round < 3; ++round) {
         ask(first_);
-        std::this_thread::sleep_for(5ms);
+        EXPECT_TRUE(eventually([&] {
+            const std::chrono::microseconds before = others_time();
+            let_pass(5ms);
+            return (others_time() - before > 1ms) == may_look;
+        }));
     }
-    EXPECT_EQ(counters().received, 100u);
 }
 
 // Never, for a moment, and for so long that the thread never sleeps.
-INSTANTIATE_TEST_SUITE_P(microseconds, busy_poll_test, testing::Values(0, 200, 60000000),
-                         [](const auto &row) { return std::to_string(row.param); });
+INSTANTIATE_TEST_SUITE_P(patience, busy_poll_test, testing::Values(0, 200, never_sleeps), [](const auto &row) {
+    return std::string(row.param == 0 ? "none" : row.param == never_sleeps ? "endless" : "short");
+});
 
 } // namespace

@@ -8,7 +8,6 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <deque>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -17,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "fastpath/core/reflector.hpp"
+#include "fastpath/core/reply.hpp"
 #include "hyx.h"
 #include "program_names.hpp"
 
@@ -38,23 +38,22 @@ struct responder_settings {
 };
 
 struct global_counters {
-    std::uint32_t rx = 0, tx = 0, no_responder = 0, length = 0, hash_error = 0, no_bind = 0;
+    std::uint32_t rx = 0, tx = 0, no_responder = 0, length_check = 0, hash_error = 0, no_bind = 0;
     friend bool operator==(const global_counters &, const global_counters &) = default;
     friend std::ostream &operator<<(std::ostream &out, const global_counters &value)
     {
-        return out << "rx " << value.rx << ", tx " << value.tx << ", no responder " << value.no_responder
-                   << ", length " << value.length << ", hash error " << value.hash_error << ", no bind "
-                   << value.no_bind;
+        return out << testing::PrintToString(std::array{value.rx, value.tx, value.no_responder,
+                                                        value.length_check, value.hash_error, value.no_bind});
     }
 };
 
 struct responder_counters {
-    std::uint32_t received = 0, transmitted = 0, active = 0, length = 0, max_sessions = 0;
+    std::uint32_t received = 0, transmitted = 0, active = 0, length_check = 0, max_sessions = 0;
     friend bool operator==(const responder_counters &, const responder_counters &) = default;
     friend std::ostream &operator<<(std::ostream &out, const responder_counters &value)
     {
-        return out << "received " << value.received << ", transmitted " << value.transmitted << ", active "
-                   << value.active << ", length " << value.length << ", max sessions " << value.max_sessions;
+        return out << testing::PrintToString(std::array{value.received, value.transmitted, value.active,
+                                                        value.length_check, value.max_sessions});
     }
 };
 
@@ -173,11 +172,12 @@ inline constexpr ip_address second_sender{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0x
 class reflector_test : public fastpath_test {
   protected:
     struct reply {
-        verdict made;
-        bytes payload;
+        std::optional<drop_reason> dropped;
+        std::uint8_t traffic_class;
+        bytes payload; ///< Empty when the packet was dropped.
     };
 
-    void use_options(const reflector_options &options) { options_ = options; }
+    void use_options(const fast_path_options &options) { options_ = options; }
 
     reflector &subject()
     {
@@ -193,18 +193,23 @@ class reflector_test : public fastpath_test {
         packet.payload = payload;
         packet.arrival_ticks = processor_.timer_now();
         packet.ttl = 63;
-        packet.sender_address = first_sender;
-        packet.sender_port = 5000;
+        packet.sender = {first_sender, 5000};
         return packet;
     }
 
+    /** Reflect a packet alone, and have the reply leave at once. */
     reply reflect(const received_packet &packet, const packet_path &path = usual_path)
     {
         // Old bytes that no reply may show.
-        bytes &buffer = buffers_.emplace_back(std::max<std::size_t>(packet.payload.size(), 44), 0xAA);
-        const verdict made = subject().reflect(packet, path, buffer);
-        buffer.resize(made.reply_length);
-        return {made, buffer};
+        bytes room(std::max<std::size_t>(packet.payload.size(), 44), 0xAA);
+        const verdict made = subject().reflect(packet, path, room);
+        if (!made.dropped) {
+            EXPECT_EQ(made.reply.bytes.data(), room.data());
+            departing_.add(made.reply);
+            departing_.stamp(subject().clock());
+        }
+        room.resize(made.reply.bytes.size());
+        return {made.dropped, made.reply.traffic_class, room};
     }
 
     reply reflect(const bytes &payload, const packet_path &path = usual_path)
@@ -212,10 +217,11 @@ class reflector_test : public fastpath_test {
         return reflect(packet_of(payload), path);
     }
 
+    departing_replies departing_;
+
   private:
-    reflector_options options_;
+    fast_path_options options_;
     std::optional<reflector> reflector_;
-    std::deque<bytes> buffers_; ///< A batch's replies are written to until its end.
 };
 
 /** A request of sequence number 0A 0B 0C 0D whose padding counts from 01. */
@@ -229,5 +235,14 @@ inline bytes request_of(std::size_t length)
 }
 
 } // namespace olv_fastpath_test
+
+namespace olv_fastpath {
+
+inline void PrintTo(drop_reason reason, std::ostream *out)
+{
+    *out << drop_reasons[static_cast<std::size_t>(reason)].name;
+}
+
+} // namespace olv_fastpath
 
 #endif

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <deque>
 
-#include "fastpath/udp/udp_datagrams.hpp"
+#include <netinet/tcp.h>
+
+#include "fastpath/udp/listening_socket.hpp"
+#include "fastpath/udp/reply_batch.hpp"
 #include "udp_fixture.hpp"
 
 namespace {
@@ -51,151 +53,99 @@ class flood {
     std::thread thread_;
 };
 
-class flood_test : public fastpath_test {
+class flood_test : public traffic_test {
   protected:
     flood_test()
     {
-        define_usual_path({.maximum_sessions = 2});
         define_responder(8);
-        flooded_ = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
-        quiet_ = server_.add(parse_socket_address("127.0.0.1:0"), {8, bind_key});
-        server_.start();
+        make();
+        flooded_ = add();
+        quiet_ = add("127.0.0.1:0", {8, bind_key});
+        fast_path_->start();
     }
 
     /** Once the flood keeps the server busy. */
     [[nodiscard]] bool is_up(const flood &flood) const
     {
-        return eventually([&] { return flood.sent() > 1000 && server_.statistics(flooded_).received > 1000; });
+        return eventually(
+            [&] { return flood.sent() > 1000 && fast_path_->statistics(flooded_).received_packets > 1000; });
     }
 
-    reflector reflector_{processor_};
-    udp_server server_{reflector_};
     std::size_t flooded_ = 0;
     std::size_t quiet_ = 0;
 };
 
-class flood_of_size_test : public flood_test, public testing::WithParamInterface<std::size_t> {};
-
-TEST_P(flood_of_size_test, takes_no_answer_from_another_responder)
-{
-    const flood flood{server_.local_address(flooded_), GetParam()};
-    ASSERT_TRUE(is_up(flood));
-    const client sender{AF_INET};
-    for (int number = 0; number < 200; ++number) {
-        sender.send(server_.local_address(quiet_), request_of(41));
-        ASSERT_EQ(sender.receive().payload.size(), 41u) << number;
-    }
-    EXPECT_EQ(counters(8), (responder_counters{.received = 200, .transmitted = 200, .active = 1}));
-}
-
-INSTANTIATE_TEST_SUITE_P(sizes, flood_of_size_test, testing::Values(0, 41, 1472),
-                         [](const auto &row) { return std::to_string(row.param); });
-
-TEST_F(flood_test, does_not_hold_the_control_side_up)
+TEST_F(flood_test, holds_up_neither_another_responder_nor_the_control_side)
 {
     // Several, so that the server never comes to rest.
-    const flood first{server_.local_address(flooded_), 41};
-    const flood second{server_.local_address(flooded_), 41};
-    const flood third{server_.local_address(flooded_), 41};
-    ASSERT_TRUE(is_up(third));
-    for (int number = 0; number < 300; ++number) {
-        server_.set_path(quiet_, {8, bind_key});
-        EXPECT_EQ(server_.path(quiet_).responder_id, 8u);
-        EXPECT_EQ(server_.statistics(quiet_).received, 0u);
-        (void)server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
-        (void)counters(8);
+    const flood first{at(flooded_), 0};
+    const flood second{at(flooded_), 41};
+    const flood third{at(flooded_), 1472};
+    ASSERT_TRUE(is_up(first) && is_up(second) && is_up(third));
+    const client sender{AF_INET};
+    for (std::uint32_t number = 1; number <= 300; ++number) {
+        expect_answer(sender, at(quiet_), 41);
+        fast_path_->set_path(quiet_, {8, bind_key});
+        EXPECT_EQ(fast_path_->path(quiet_).responder_id, 8u);
+        EXPECT_EQ(fast_path_->statistics(quiet_).received_packets, number);
+        (void)add();
     }
-    server_.stop();
+    fast_path_->stop();
+    EXPECT_EQ(counters(8), (responder_counters{.received = 300, .transmitted = 300, .active = 1}));
     EXPECT_TRUE(first.goes_on() && second.goes_on() && third.goes_on());
-}
-
-TEST_F(flood_test, of_new_sessions_takes_no_session_from_another_responder)
-{
-    const client known{AF_INET};
-    known.send(server_.local_address(flooded_), request_of(41));
-    EXPECT_EQ(known.receive().payload.size(), 41u);
-    std::deque<client> fresh; // all open at once: a port that is free again may be the next one's
-    for (int number = 0; number < 200; ++number) {
-        fresh.emplace_back(AF_INET).send(server_.local_address(flooded_), request_of(41));
-    }
-    ASSERT_TRUE(eventually([&] { return server_.statistics(flooded_).received == 201; }));
-    EXPECT_EQ(counters(),
-              (responder_counters{.received = 201, .transmitted = 2, .active = 2, .max_sessions = 199}));
-    known.send(server_.local_address(flooded_), request_of(41));
-    EXPECT_EQ(known.receive().payload.size(), 41u);
-    for (int number = 0; number < 32; ++number) {
-        const client &sender = fresh.emplace_back(AF_INET);
-        sender.send(server_.local_address(quiet_), request_of(41));
-        EXPECT_EQ(sender.receive().payload.size(), 41u);
-    }
-    EXPECT_EQ(counters(8), (responder_counters{.received = 32, .transmitted = 32, .active = 32}));
 }
 
 /** A stream that nobody reads from: it takes no more once it is full. */
 class full_stream {
   public:
     full_stream()
-        : listening_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
-          sending_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
-        socket_address address = parse_socket_address("127.0.0.1:0");
-        EXPECT_EQ(bind(listening_, reinterpret_cast<const sockaddr *>(&address.address), address.length), 0);
-        EXPECT_EQ(listen(listening_, 1), 0);
-        EXPECT_EQ(getsockname(listening_, reinterpret_cast<sockaddr *>(&address.address), &address.length), 0);
-        EXPECT_EQ(connect(sending_, reinterpret_cast<const sockaddr *>(&address.address), address.length), 0);
-        // What is on its way leaves room when it is there.
-        while (fill() > 0)
-            std::this_thread::sleep_for(300ms);
+        const socket_address any_port = parse_socket_address("127.0.0.1:0");
+        EXPECT_EQ(bind(listening_.number(), any_port.generic(), any_port.length), 0);
+        EXPECT_EQ(listen(listening_.number(), 1), 0);
+        const socket_address address = local_address_of(listening_.number()).value();
+        EXPECT_EQ(connect(number(), address.generic(), address.length), 0);
+        EXPECT_TRUE(eventually([this] { return is_full(); }));
     }
-    ~full_stream()
-    {
-        close(listening_);
-        close(sending_);
-    }
-    full_stream(const full_stream &) = delete;
-    full_stream &operator=(const full_stream &) = delete;
 
-    [[nodiscard]] int number() const { return sending_; }
+    [[nodiscard]] int number() const { return sending_.number(); }
 
   private:
-    /** @return How many octets it took. */
-    [[nodiscard]] ssize_t fill() const
+    /** Whether it takes nothing, and nothing is on its way that would leave room once it is there. */
+    [[nodiscard]] bool is_full() const
     {
         const bytes filler(65536);
-        ssize_t all = 0;
-        for (ssize_t taken = 0; taken >= 0; taken = send(sending_, filler.data(), filler.size(), MSG_DONTWAIT))
-            all += taken;
-        return all;
+        while (send(number(), filler.data(), filler.size(), MSG_DONTWAIT) >= 0) {
+        }
+        tcp_info info{};
+        socklen_t length = sizeof info;
+        EXPECT_EQ(getsockopt(number(), IPPROTO_TCP, TCP_INFO, &info, &length), 0);
+        return info.tcpi_unacked == 0 && send(number(), filler.data(), 1, MSG_DONTWAIT) < 0;
     }
 
-    int listening_;
-    int sending_;
+    descriptor listening_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    descriptor sending_{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
 };
 
-TEST(datagram_batch, full_socket_holds_up_for_a_moment_only)
+TEST_F(flood_test, of_requests_waits_for_a_full_socket_for_a_moment_only)
 {
-    const int receiving = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    socket_address address = parse_socket_address("127.0.0.1:0");
-    ASSERT_EQ(bind(receiving, reinterpret_cast<const sockaddr *>(&address.address), address.length), 0);
-    ASSERT_EQ(getsockname(receiving, reinterpret_cast<sockaddr *>(&address.address), &address.length), 0);
+    const listening_socket receiving{parse_socket_address("127.0.0.1:0")};
     const client sender{AF_INET};
     for (int number = 0; number < 5; ++number)
-        sender.send(address, request_of(41));
-
-    datagram_batch batch{65535};
-    const std::size_t received = batch.receive(receiving);
-    close(receiving);
-    ASSERT_EQ(received, 5u);
+        sender.send(receiving.local(), request_of(41));
+    receive_batch requests{65535};
+    ASSERT_EQ(requests.receive(receiving.number()), 5u);
+    reply_batch replies;
     const full_stream full;
     steady_clock::duration shortest = patience; // the thread may lose its core in one of the attempts
     for (int attempt = 0; attempt < 5; ++attempt) {
-        for (std::size_t index = 0; index < received; ++index) {
-            EXPECT_EQ(batch.open(index), 1u);
-            batch.add_reply(0, {.result = outcome::reflected, .reply_length = 41});
-        }
+        for (std::size_t index = 0; index < 5; ++index)
+            replies.answer(requests.message(index), 0, false, [](std::span<std::uint8_t> room) {
+                return verdict{.dropped = {}, .reply = {room.first(41), {}, 0}};
+            });
         const auto start = steady_clock::now();
-        const send_result result = batch.send(full.number());
-        shortest = std::min(shortest, steady_clock::now() - start);
+        const send_result result = replies.send(full.number(), processor_clock{processor_});
+        shortest = std::min<steady_clock::duration>(shortest, steady_clock::now() - start);
         EXPECT_EQ(result.sent, 0u);
         EXPECT_EQ(result.failed, 5u);
     }

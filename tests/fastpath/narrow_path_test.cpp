@@ -1,6 +1,7 @@
-// Replies that are longer than their path takes whole. In a network of its own, where the process may have one.
+// Replies that are longer than their path takes whole, in a network of their own.
 
-#include <functional>
+#include <cstdlib>
+
 #include <sched.h>
 
 #include <net/if.h>
@@ -12,71 +13,52 @@ namespace {
 
 using namespace olv_fastpath_test;
 
-class narrow_path_test : public fastpath_test {
+/** Have this process a network whose loopback interface takes packets of so many octets. */
+void enter_narrow_network(int octets)
+{
+    // Who is not root has it as the root of a name space of its own.
+    ASSERT_TRUE(unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0);
+    const descriptor control{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    ifreq request{};
+    std::strcpy(request.ifr_name, "lo");
+    request.ifr_mtu = octets;
+    ASSERT_EQ(ioctl(control.number(), SIOCSIFMTU, &request), 0);
+    request.ifr_flags = IFF_UP | IFF_RUNNING;
+    ASSERT_EQ(ioctl(control.number(), SIOCSIFFLAGS, &request), 0);
+}
+
+class narrow_path_test : public traffic_test {
   protected:
-    narrow_path_test() { define_usual_path({.maximum_sessions = 1000}); }
-
-    /** Run something in a thread whose loopback interface takes packets of so many octets. */
-    static void with_mtu(int octets, const std::function<void()> &work)
+    /** That replies to requests of these lengths, which wait together, come whole. */
+    void expect_replies(int octets, const std::vector<std::size_t> &lengths)
     {
-        bool narrow = false;
-        std::thread{[&] {
-            narrow = unshare(CLONE_NEWNET) == 0 && narrow_loopback(octets);
-            if (narrow)
-                work();
-        }}.join();
-        if (!narrow)
-            GTEST_SKIP() << "the process may have no network of its own";
+        const auto exchange = [&] {
+            ASSERT_NO_FATAL_FAILURE(enter_narrow_network(octets));
+            make();
+            const socket_address to = at(add());
+            const client sender{AF_INET};
+            for (const std::size_t length : lengths)
+                sender.send(to, request_of(length));
+            fast_path_->start();
+            for (const std::size_t length : lengths)
+                EXPECT_EQ(sender.receive().payload.size(), length);
+            fast_path_->stop();
+            EXPECT_EQ(sent(), lengths.size());
+            EXPECT_EQ(fast_path_->statistics().failed_replies, 0u);
+        };
+        // In a process of its own.
+        EXPECT_EXIT((exchange(), std::_Exit(HasFailure() ? 1 : 0)), testing::ExitedWithCode(0), "");
     }
-
-    static bool narrow_loopback(int octets)
-    {
-        const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        ifreq request{};
-        std::strcpy(request.ifr_name, "lo");
-        request.ifr_mtu = octets;
-        bool done = ioctl(control, SIOCSIFMTU, &request) == 0;
-        request.ifr_flags = IFF_UP | IFF_RUNNING;
-        done = done && ioctl(control, SIOCSIFFLAGS, &request) == 0;
-        close(control);
-        return done;
-    }
-
-    reflector reflector_{processor_};
-    udp_server server_{reflector_};
 };
 
 TEST_F(narrow_path_test, replies_longer_than_the_path_takes_arrive_whole)
 {
-    with_mtu(1500, [this] {
-        const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
-        server_.start();
-        const client sender{AF_INET};
-        for (const std::size_t length : {1472u, 1473u, 44u, 9000u, 65507u, 44u}) {
-            sender.send(server_.local_address(index), request_of(length));
-            EXPECT_EQ(sender.receive().payload.size(), length);
-        }
-        server_.stop();
-        EXPECT_EQ(server_.statistics().sent, 6u);
-        EXPECT_EQ(server_.statistics().send_failures, 0u);
-    });
+    expect_replies(1500, {1472, 1473, 44, 9000, 65507, 44});
 }
 
 TEST_F(narrow_path_test, replies_of_segments_that_do_not_fit_arrive_one_by_one)
 {
-    with_mtu(1000, [this] {
-        const std::size_t index = server_.add(parse_socket_address("127.0.0.1:0"), usual_path);
-        const client sender{AF_INET};
-        const std::size_t lengths[] = {44, 44, 1400, 1400, 1400, 44, 44, 44};
-        for (const std::size_t length : lengths)
-            sender.send(server_.local_address(index), request_of(length));
-        server_.start();
-        for (const std::size_t length : lengths)
-            EXPECT_EQ(sender.receive().payload.size(), length);
-        server_.stop();
-        EXPECT_EQ(server_.statistics().sent, 8u);
-        EXPECT_EQ(server_.statistics().send_failures, 0u);
-    });
+    expect_replies(1000, {44, 44, 1400, 1400, 1400, 44, 44, 44});
 }
 
 } // namespace

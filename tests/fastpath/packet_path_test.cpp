@@ -1,3 +1,5 @@
+// What becomes of a packet, and how it is counted.
+
 #include <atomic>
 #include <thread>
 
@@ -7,136 +9,104 @@ namespace {
 
 using namespace olv_fastpath_test;
 
+constexpr std::nullopt_t reflected = std::nullopt;
+
 class packet_path_test : public reflector_test {
   protected:
-    outcome result_of(const bytes &payload, const packet_path &path = usual_path)
+    std::optional<drop_reason> result_of(const bytes &payload, const packet_path &path = usual_path)
     {
         const reply made = reflect(payload, path);
-        EXPECT_EQ(made.made.result == outcome::reflected, made.made.reply_length != 0);
-        return made.made.result;
+        EXPECT_EQ(made.dropped.has_value(), made.payload.empty());
+        return made.dropped;
     }
 };
 
 TEST_F(packet_path_test, reflected_packet_counts_once_everywhere)
 {
     define_usual_path();
-    EXPECT_EQ(result_of(request_of(14)), outcome::reflected);
+    EXPECT_EQ(result_of(request_of(14)), reflected);
     EXPECT_EQ(global(), (global_counters{.rx = 1, .tx = 1}));
     EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
 }
 
-TEST_F(packet_path_test, no_entry_drops_for_no_responder)
-{
-    learn(bind_tree, bind_key, 0x401);
-    write_state(responder_id, {});
-    EXPECT_EQ(result_of(request_of(14)), outcome::drop_no_responder);
-    EXPECT_EQ(global(), (global_counters{.rx = 1, .no_responder = 1}));
-    EXPECT_EQ(counters(), responder_counters{});
-}
-
 TEST_F(packet_path_test, return_value_decides_whether_a_responder_is_defined)
 {
-    struct row {
-        std::uint32_t id;
-        std::uint32_t return_value;
-        outcome expected;
-    };
     learn(bind_tree, bind_key, 0x401);
-    for (const row &each :
-         {row{1, 0, outcome::reflected}, row{2, 4, outcome::reflected}, row{3, 1, outcome::drop_no_responder},
-          row{4, 2, outcome::drop_no_responder}, row{5, 5, outcome::drop_no_responder},
-          row{6, 0x80000000, outcome::drop_no_responder}}) {
-        write_state(each.id, {});
-        learn(responder_tree, each.id, each.return_value);
-        EXPECT_EQ(result_of(request_of(14), {each.id, bind_key}), each.expected) << each.return_value;
+    std::uint32_t id = 0;
+    for (const std::uint32_t value : {0u, 4u, 1u, 2u, 5u, 0x80000000u}) {
+        write_state(++id, {});
+        learn(responder_tree, id, value);
+        const std::optional<drop_reason> made = result_of(request_of(14), {id, bind_key});
+        EXPECT_EQ(made, value == 0 || value == 4 ? std::nullopt : std::optional{drop_reason::no_responder})
+            << value;
     }
     EXPECT_EQ(global(), (global_counters{.rx = 6, .tx = 2, .no_responder = 4}));
 }
 
-TEST_F(packet_path_test, entry_without_a_key_stands_for_responders_without_one)
+TEST_F(packet_path_test, entry_without_a_key_stands_for_responders_without_one_that_were_written)
 {
     write_state(responder_id, {});
     learn(bind_tree, bind_key, 0x401);
+    EXPECT_EQ(result_of(request_of(14)), drop_reason::no_responder); // no entry at all
     learn(responder_tree, std::nullopt, 0);
-    EXPECT_EQ(result_of(request_of(14)), outcome::reflected);
+    EXPECT_EQ(result_of(request_of(14)), reflected);
+    EXPECT_EQ(result_of(request_of(14), {8, bind_key}), drop_reason::no_responder);
+    EXPECT_EQ(result_of(request_of(14), {0xFFFFFF, bind_key}), drop_reason::no_responder);
     unlearn(responder_tree, std::nullopt);
     learn(responder_tree, std::nullopt, 1);
-    EXPECT_EQ(result_of(request_of(14)), outcome::drop_no_responder);
-}
-
-TEST_F(packet_path_test, entry_without_a_key_reaches_no_state_that_was_never_written)
-{
-    learn(bind_tree, bind_key, 0x401);
-    learn(responder_tree, std::nullopt, 0);
-    EXPECT_EQ(result_of(request_of(14)), outcome::drop_no_responder);
-    EXPECT_EQ(result_of(request_of(14), {0xFFFFFF, bind_key}), outcome::drop_no_responder);
-    EXPECT_EQ(counters(), responder_counters{});
-    EXPECT_EQ(global(), (global_counters{.rx = 2, .no_responder = 2}));
-}
-
-TEST_F(packet_path_test, deleted_responder_drops_for_no_responder)
-{
-    define_usual_path();
-    EXPECT_EQ(result_of(request_of(14)), outcome::reflected);
-    delete_responder(responder_id);
-    EXPECT_EQ(result_of(request_of(14)), outcome::drop_no_responder);
-    EXPECT_EQ(counters(), responder_counters{});
-    EXPECT_EQ(global(), (global_counters{.rx = 2, .tx = 1, .no_responder = 1}));
+    EXPECT_EQ(result_of(request_of(14)), drop_reason::no_responder);
+    EXPECT_EQ(counters(8), responder_counters{});
+    EXPECT_EQ(global(), (global_counters{.rx = 5, .tx = 1, .no_responder = 4}));
 }
 
 TEST_F(packet_path_test, no_bind_drops_before_the_responder_counts)
 {
     define_responder(responder_id);
-    EXPECT_EQ(result_of(request_of(14)), outcome::drop_no_bind);
+    EXPECT_EQ(result_of(request_of(14)), drop_reason::no_bind);
     EXPECT_EQ(global(), (global_counters{.rx = 1, .no_bind = 1}));
     EXPECT_EQ(counters(), responder_counters{});
     learn(bind_tree, bind_key, 0x401);
-    EXPECT_EQ(result_of(request_of(14)), outcome::reflected);
+    EXPECT_EQ(result_of(request_of(14)), reflected);
     unlearn(bind_tree, bind_key);
-    EXPECT_EQ(result_of(request_of(14)), outcome::drop_no_bind);
+    EXPECT_EQ(result_of(request_of(14)), drop_reason::no_bind);
+    delete_responder(responder_id);
+    EXPECT_EQ(result_of(request_of(14)), drop_reason::no_responder);
+    EXPECT_EQ(counters(), responder_counters{});
 }
 
 TEST_F(packet_path_test, low_24_bits_of_the_path_count)
 {
     define_usual_path();
-    EXPECT_EQ(result_of(request_of(14), {0xAB000007, 0xCD000005}), outcome::reflected);
-}
-
-TEST_F(packet_path_test, short_payloads_drop_for_their_length)
-{
-    define_usual_path();
-    for (std::size_t length = 0; length < 14; ++length)
-        EXPECT_EQ(result_of(request_of(length)), outcome::drop_length) << length;
-    EXPECT_EQ(global(), (global_counters{.rx = 14, .length = 14}));
-    EXPECT_EQ(counters(), (responder_counters{.received = 14, .length = 14}));
+    EXPECT_EQ(result_of(request_of(14), {0xAB000007, 0xCD000005}), reflected);
 }
 
 TEST_F(packet_path_test, payloads_below_the_required_length_drop_for_their_length)
 {
-    use_options({.minimum_request = 44});
     define_usual_path();
-    for (std::size_t length = 0; length < 44; ++length)
-        EXPECT_EQ(result_of(request_of(length)), outcome::drop_length) << length;
-    EXPECT_EQ(result_of(request_of(44)), outcome::reflected);
-    EXPECT_EQ(global(), (global_counters{.rx = 45, .tx = 1, .length = 44}));
-    EXPECT_EQ(counters(), (responder_counters{.received = 45, .transmitted = 1, .active = 1, .length = 44}));
+    std::uint32_t taken = 0, dropped = 0;
+    for (const std::size_t required : {0u, 14u, 44u}) {
+        reflector reflecting{processor_, {.minimum_request = required}};
+        const std::size_t least = std::max<std::size_t>(required, 14);
+        bytes room(44);
+        for (std::size_t length = 0; length <= least; ++length, ++taken) {
+            const bytes request = request_of(length);
+            const auto made = reflecting.reflect(packet_of(request), usual_path, room).dropped;
+            EXPECT_EQ(made, length < least ? std::optional{drop_reason::length_check} : std::nullopt) << length;
+            dropped += made ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(global(), (global_counters{.rx = taken, .tx = 3, .length_check = dropped}));
+    EXPECT_EQ(counters(),
+              (responder_counters{.received = taken, .transmitted = 3, .active = 3, .length_check = dropped}));
 }
 
-TEST_F(packet_path_test, required_length_is_not_below_a_senders_header)
-{
-    use_options({.minimum_request = 0});
-    define_usual_path();
-    EXPECT_EQ(result_of(request_of(13)), outcome::drop_length);
-    EXPECT_EQ(result_of(request_of(14)), outcome::reflected);
-}
-
-TEST_F(packet_path_test, reply_buffer_that_is_too_small_drops_for_the_length)
+TEST_F(packet_path_test, too_little_room_for_the_reply_drops_for_the_length)
 {
     define_usual_path();
     const bytes request = request_of(14);
-    bytes buffer(40);
-    EXPECT_EQ(subject().reflect(packet_of(request), usual_path, buffer).result, outcome::drop_length);
-    EXPECT_EQ(counters(), (responder_counters{.received = 1, .length = 1}));
+    bytes room(40);
+    EXPECT_EQ(subject().reflect(packet_of(request), usual_path, room).dropped, drop_reason::length_check);
+    EXPECT_EQ(counters(), (responder_counters{.received = 1, .length_check = 1}));
 }
 
 TEST_F(packet_path_test, program_without_trees_or_statistics_drops)
@@ -147,36 +117,8 @@ TEST_F(packet_path_test, program_without_trees_or_statistics_drops)
     olv_sim::processor bare{program};
     reflector alone{bare};
     const bytes request = request_of(14);
-    bytes buffer(44);
-    EXPECT_EQ(alone.reflect(packet_of(request), usual_path, buffer).result, outcome::drop_no_responder);
-}
-
-TEST_F(packet_path_test, every_packet_of_a_mixture_counts_once)
-{
-    define_usual_path({.maximum_sessions = 3});
-    for (std::uint32_t number = 0; number < 1000; ++number) {
-        const bytes request = request_of(number % 20);
-        received_packet packet = packet_of(request);
-        packet.sender_port = static_cast<std::uint16_t>(number % 5);
-        (void)reflect(packet, {number % 3 == 0 ? 9 : responder_id, number % 7 == 0 ? 1 : bind_key});
-    }
-    const global_counters all = global();
-    EXPECT_EQ(all.rx, 1000u);
-    EXPECT_EQ(all.tx + all.no_responder + all.length + all.hash_error + all.no_bind, 1000u);
-    const responder_counters own = counters();
-    EXPECT_EQ(own.received, own.transmitted + own.length + own.max_sessions);
-    EXPECT_EQ(own.received, 1000 - all.no_responder - all.no_bind);
-    for (const std::uint32_t each : {all.tx, all.no_responder, all.length, all.hash_error, all.no_bind})
-        EXPECT_GT(each, 0u);
-}
-
-TEST_F(packet_path_test, counters_carry_over_all_bytes)
-{
-    define_usual_path();
-    const std::array<std::uint8_t, 4> almost{0x00, 0xFF, 0xFF, 0xFF};
-    ASSERT_EQ(hyx_se_state_set(processor_.rte_handle(), 0x7008C1, 0, almost.data(), 4), 0u);
-    (void)reflect(request_of(14));
-    EXPECT_EQ(global().rx, 0x01000000u);
+    bytes room(44);
+    EXPECT_EQ(alone.reflect(packet_of(request), usual_path, room).dropped, drop_reason::no_responder);
 }
 
 TEST_F(packet_path_test, clearing_by_the_control_side_is_not_undone)
@@ -200,69 +142,76 @@ TEST_F(packet_path_test, clearing_by_the_control_side_is_not_undone)
     EXPECT_EQ(counters(), (responder_counters{.received = 20003, .transmitted = 20003, .active = 1}));
 }
 
-TEST_F(packet_path_test, cleared_session_count_does_not_fall_below_zero)
-{
-    use_options({.refwait_seconds = 10});
-    define_usual_path();
-    (void)reflect(request_of(14));
-    write_state(responder_id, {});
-    processor_.set_timer(start_ticks + ticks_of(10));
-    EXPECT_EQ(result_of(request_of(14)), outcome::reflected);
-    EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
-}
+// ---------------------------------------------------------------------------------------------------------
+// Batches
+// ---------------------------------------------------------------------------------------------------------
 
-TEST_F(packet_path_test, batch_is_counted_at_its_end_or_with_another_responder)
+class batch_test : public packet_path_test {
+  protected:
+    std::optional<drop_reason> take(reflector::batch &batch, std::size_t length = 14,
+                                    const packet_path &path = usual_path)
+    {
+        const bytes request = request_of(length);
+        bytes room(44);
+        return batch.reflect(packet_of(request), path, room).dropped;
+    }
+};
+
+TEST_F(batch_test, is_counted_at_its_end_or_with_another_responder)
 {
     define_usual_path();
     define_responder(8);
     {
-        const reflector::batch batch{subject()};
+        reflector::batch batch{subject()};
         for (int number = 0; number < 3; ++number)
-            EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
-        EXPECT_EQ(reflect(request_of(13)).made.result, outcome::drop_length);
-        EXPECT_EQ(reflect(request_of(14), {9, bind_key}).made.result, outcome::drop_no_responder);
+            EXPECT_EQ(take(batch), reflected);
+        EXPECT_EQ(take(batch, 13), drop_reason::length_check);
+        EXPECT_EQ(take(batch, 14, {9, bind_key}), drop_reason::no_responder);
         EXPECT_EQ(counters().received, 0u);
         EXPECT_EQ(global().rx, 0u);
-        EXPECT_EQ(reflect(request_of(14), {8, bind_key}).made.result, outcome::reflected);
-        EXPECT_EQ(counters(), (responder_counters{.received = 4, .transmitted = 3, .active = 1, .length = 1}));
+        EXPECT_EQ(take(batch, 14, {8, bind_key}), reflected);
+        EXPECT_EQ(counters(),
+                  (responder_counters{.received = 4, .transmitted = 3, .active = 1, .length_check = 1}));
         EXPECT_EQ(counters(8).received, 0u);
+        batch.count(); // or when it is told to
+        batch.count();
+        EXPECT_EQ(counters(8), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
+        EXPECT_EQ(take(batch, 14, {8, bind_key}), reflected);
     }
-    EXPECT_EQ(counters(), (responder_counters{.received = 4, .transmitted = 3, .active = 1, .length = 1}));
-    EXPECT_EQ(counters(8), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
-    EXPECT_EQ(global(), (global_counters{.rx = 6, .tx = 4, .no_responder = 1, .length = 1}));
-    EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
-    EXPECT_EQ(counters().transmitted, 4u);
-    EXPECT_EQ(global().tx, 5u);
+    EXPECT_EQ(counters(),
+              (responder_counters{.received = 4, .transmitted = 3, .active = 1, .length_check = 1}));
+    EXPECT_EQ(counters(8), (responder_counters{.received = 2, .transmitted = 2, .active = 1}));
+    EXPECT_EQ(global(), (global_counters{.rx = 7, .tx = 5, .no_responder = 1, .length_check = 1}));
 }
 
-TEST_F(packet_path_test, counting_a_batch_undoes_no_clear)
+TEST_F(batch_test, undoes_no_clear)
 {
     define_usual_path();
-    EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+    EXPECT_EQ(result_of(request_of(14)), reflected);
     {
-        const reflector::batch batch{subject()};
-        EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+        reflector::batch batch{subject()};
+        EXPECT_EQ(take(batch), reflected);
         write_state(responder_id, {});
     }
     EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1}));
 }
 
-TEST_F(packet_path_test, counting_a_batch_adds_nothing_to_a_later_responder)
+TEST_F(batch_test, adds_nothing_to_a_later_responder)
 {
     define_usual_path({.creation_count = 1});
     {
-        const reflector::batch batch{subject()};
-        EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+        reflector::batch batch{subject()};
+        EXPECT_EQ(take(batch), reflected);
         delete_responder(responder_id);
     }
     EXPECT_EQ(counters(), responder_counters{});
     EXPECT_EQ(global().tx, 1u);
     {
-        const reflector::batch batch{subject()};
+        reflector::batch batch{subject()};
         define_responder(responder_id, {.creation_count = 2});
-        EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+        EXPECT_EQ(take(batch), reflected);
         write_state(responder_id, {.creation_count = 3});
-        EXPECT_EQ(reflect(request_of(14)).made.result, outcome::reflected);
+        EXPECT_EQ(take(batch), reflected);
     }
     EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
     EXPECT_EQ(global().tx, 3u);

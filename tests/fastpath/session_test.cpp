@@ -1,3 +1,5 @@
+// Sessions: the table they are in, when they begin and end.
+
 #include "fastpath/core/session_table.hpp"
 
 #include "fixture.hpp"
@@ -8,21 +10,7 @@ using namespace olv_fastpath_test;
 
 session_key key_of(std::uint16_t port)
 {
-    return {.responder_id = 1, .sender_address = first_sender, .sender_port = port};
-}
-
-TEST(session_table, finds_what_was_inserted_and_nothing_else)
-{
-    session_table table{4};
-    session *inserted = table.insert(key_of(1), {3, 9}, 100);
-    ASSERT_NE(inserted, nullptr);
-    EXPECT_EQ(table.find(key_of(1)), inserted);
-    EXPECT_EQ(table.find(key_of(2)), nullptr);
-    EXPECT_EQ(table.find({2, first_sender, 1}), nullptr);
-    EXPECT_EQ(table.find({1, second_sender, 1}), nullptr);
-    EXPECT_EQ(inserted->creation, (responder_creation{3, 9}));
-    EXPECT_EQ(inserted->last_arrival, 100u);
-    EXPECT_EQ(inserted->next_sequence_number, 0u);
+    return {.responder_id = 1, .sender = {first_sender, port}};
 }
 
 TEST(session_table, has_room_for_its_capacity_and_takes_slots_back)
@@ -36,6 +24,8 @@ TEST(session_table, has_room_for_its_capacity_and_takes_slots_back)
     EXPECT_EQ(table.find(key_of(1)), nullptr);
     EXPECT_NE(table.insert(key_of(3), {}, 3), nullptr);
     EXPECT_EQ(table.insert(key_of(4), {}, 4), nullptr);
+    EXPECT_EQ(session_table{0}.insert(key_of(1), {}, 1), nullptr);
+    EXPECT_EQ(session_table{0}.next_slot(), nullptr);
 }
 
 TEST(session_table, keeps_the_order_of_age)
@@ -48,19 +38,11 @@ TEST(session_table, keeps_the_order_of_age)
     table.touch(*table.find(key_of(2)), 12);
     for (const int port : {1, 3, 0, 2}) {
         ASSERT_NE(table.oldest(), nullptr);
-        EXPECT_EQ(table.oldest()->key.sender_port, port);
+        EXPECT_EQ(table.oldest()->key.sender.port, port);
         table.remove(*table.oldest());
     }
     EXPECT_EQ(table.oldest(), nullptr);
     EXPECT_EQ(table.size(), 0u);
-}
-
-TEST(session_table, of_no_capacity_is_always_full)
-{
-    session_table table{0};
-    EXPECT_EQ(table.insert(key_of(1), {}, 1), nullptr);
-    EXPECT_EQ(table.find(key_of(1)), nullptr);
-    EXPECT_EQ(table.next_slot(), nullptr);
 }
 
 TEST(session_table, survives_many_insertions_and_removals)
@@ -88,8 +70,7 @@ class session_test : public reflector_test {
     {
         const bytes request = request_of(14);
         received_packet packet = packet_of(request);
-        packet.sender_port = port;
-        packet.sender_address = sender;
+        packet.sender = {sender, port};
         return reflect(packet, path);
     }
 
@@ -97,7 +78,21 @@ class session_test : public reflector_test {
                                   const packet_path &path = usual_path)
     {
         const reply made = send(port, sender, path);
-        return made.payload.size() < 4 ? UINT32_MAX : load_32(made.payload.data());
+        return made.dropped ? UINT32_MAX : load_32(made.payload.data());
+    }
+
+    void set_seconds(std::uint64_t seconds) { processor_.set_timer(start_ticks + ticks_of(seconds)); }
+
+    /** Replies of the sessions that are listed at a second, by their senders' ports. */
+    std::vector<std::pair<int, std::uint32_t>> listed_at(std::uint64_t seconds)
+    {
+        std::vector<std::pair<int, std::uint32_t>> listed;
+        for (const session_summary &each : subject().sessions_at(start_ticks + ticks_of(seconds))) {
+            EXPECT_EQ(each.responder_id, responder_id);
+            EXPECT_EQ(each.sender.address, first_sender);
+            listed.emplace_back(each.sender.port, each.replies);
+        }
+        return listed;
     }
 };
 
@@ -118,20 +113,16 @@ TEST_F(session_test, each_address_and_port_and_responder_has_its_own_numbers)
 TEST_F(session_test, sessions_beyond_the_state_entrys_maximum_are_dropped)
 {
     define_usual_path({.maximum_sessions = 2});
-    EXPECT_EQ(send(1).made.result, outcome::reflected);
-    EXPECT_EQ(send(2).made.result, outcome::reflected);
-    EXPECT_EQ(send(3).made.result, outcome::drop_max_sessions);
-    EXPECT_EQ(send(1).made.result, outcome::reflected);
+    EXPECT_FALSE(send(1).dropped);
+    EXPECT_FALSE(send(2).dropped);
+    EXPECT_EQ(send(3).dropped, drop_reason::max_sessions);
+    EXPECT_FALSE(send(1).dropped);
+    define_responder(8, {.maximum_sessions = 0});
+    EXPECT_EQ(send(1, first_sender, {8, bind_key}).dropped, drop_reason::max_sessions);
     EXPECT_EQ(counters(),
               (responder_counters{.received = 4, .transmitted = 3, .active = 2, .max_sessions = 1}));
-    EXPECT_EQ(global(), (global_counters{.rx = 4, .tx = 3, .hash_error = 1}));
-}
-
-TEST_F(session_test, responder_that_may_have_no_session_reflects_nothing)
-{
-    define_usual_path({.maximum_sessions = 0});
-    EXPECT_EQ(send(1).made.result, outcome::drop_max_sessions);
-    EXPECT_EQ(counters(), (responder_counters{.received = 1, .max_sessions = 1}));
+    EXPECT_EQ(counters(8), (responder_counters{.received = 1, .max_sessions = 1}));
+    EXPECT_EQ(global(), (global_counters{.rx = 5, .tx = 3, .hash_error = 2}));
 }
 
 TEST_F(session_test, table_without_room_drops)
@@ -139,9 +130,9 @@ TEST_F(session_test, table_without_room_drops)
     use_options({.session_capacity = 2});
     define_usual_path();
     define_responder(8);
-    EXPECT_EQ(send(1).made.result, outcome::reflected);
-    EXPECT_EQ(send(2).made.result, outcome::reflected);
-    EXPECT_EQ(send(1, first_sender, {8, bind_key}).made.result, outcome::drop_table_full);
+    EXPECT_FALSE(send(1).dropped);
+    EXPECT_FALSE(send(2).dropped);
+    EXPECT_EQ(send(1, first_sender, {8, bind_key}).dropped, drop_reason::hash_error);
     EXPECT_EQ(counters(8), (responder_counters{.received = 1, .max_sessions = 1}));
     EXPECT_EQ(global(), (global_counters{.rx = 3, .tx = 2, .hash_error = 1}));
 }
@@ -152,7 +143,7 @@ TEST_F(session_test, full_table_makes_room_when_sessions_are_idle)
     define_usual_path();
     for (std::uint16_t port = 0; port < 4; ++port)
         (void)send(port);
-    processor_.set_timer(start_ticks + ticks_of(10));
+    set_seconds(10);
     EXPECT_EQ(number_of_reply(9), 0u);
     EXPECT_LT(subject().sessions(), 4u);
 }
@@ -166,7 +157,7 @@ TEST_F(session_test, idle_session_ends_after_refwait)
     processor_.set_timer(start_ticks + ticks_of(10) - 1);
     EXPECT_EQ(number_of_reply(1), 1u);
     EXPECT_EQ(counters().active, 2u);
-    processor_.set_timer(start_ticks + ticks_of(10));
+    set_seconds(10);
     EXPECT_EQ(number_of_reply(1), 2u); // kept by its last packet
     EXPECT_EQ(counters().active, 1u);
     EXPECT_EQ(number_of_reply(2), 0u);
@@ -187,18 +178,7 @@ TEST_F(session_test, expecting_packets_of_many_sessions_changes_nothing)
     EXPECT_EQ(subject().sessions(), many);
     for (std::uint16_t port = many - 40; port < many; ++port)
         EXPECT_EQ(number_of_reply(port), 1u);
-    EXPECT_EQ(send(many).made.result, outcome::drop_max_sessions);
-}
-
-TEST_F(session_test, default_refwait_is_900_seconds)
-{
-    define_usual_path();
-    EXPECT_EQ(number_of_reply(1), 0u);
-    processor_.set_timer(start_ticks + ticks_of(900) - 1);
-    EXPECT_EQ(number_of_reply(1), 1u);
-    processor_.set_timer(start_ticks + ticks_of(1800) - 1);
-    EXPECT_EQ(number_of_reply(1), 0u);
-    EXPECT_EQ(counters().active, 1u);
+    EXPECT_EQ(send(many).dropped, drop_reason::max_sessions);
 }
 
 TEST_F(session_test, idle_sessions_end_before_a_new_one_is_refused)
@@ -210,9 +190,9 @@ TEST_F(session_test, idle_sessions_end_before_a_new_one_is_refused)
         (void)send(port, first_sender, {8, bind_key});
     for (std::uint16_t port = 0; port < 8; ++port)
         (void)send(port);
-    EXPECT_EQ(send(100).made.result, outcome::drop_max_sessions);
-    processor_.set_timer(start_ticks + ticks_of(10));
-    EXPECT_EQ(send(100).made.result, outcome::reflected);
+    EXPECT_EQ(send(100).dropped, drop_reason::max_sessions);
+    set_seconds(10);
+    EXPECT_FALSE(send(100).dropped);
     EXPECT_EQ(counters(7).active, 1u);
     EXPECT_EQ(counters(8).active, 0u);
 }
@@ -223,33 +203,37 @@ TEST_F(session_test, idle_sessions_end_with_packets_of_other_responders)
     define_usual_path();
     for (std::uint16_t port = 0; port < 10; ++port)
         (void)send(port);
-    processor_.set_timer(start_ticks + ticks_of(10));
+    set_seconds(10);
     for (int number = 0; number < 5; ++number)
         (void)send(1, first_sender, {99, bind_key}); // no such responder
     EXPECT_EQ(counters().active, 0u);
     EXPECT_EQ(subject().sessions(), 0u);
 }
 
-TEST_F(session_test, responder_created_anew_begins_new_sessions)
+TEST_F(session_test, count_that_was_cleared_does_not_fall_below_zero)
 {
-    define_usual_path({.creation_count = 1});
-    EXPECT_EQ(number_of_reply(1), 0u);
-    EXPECT_EQ(number_of_reply(1), 1u);
-    EXPECT_EQ(number_of_reply(2), 0u);
-    delete_responder(responder_id);
-    define_responder(responder_id, {.creation_count = 2});
-    EXPECT_EQ(number_of_reply(1), 0u);
-    EXPECT_EQ(counters().active, 1u);
+    use_options({.refwait_seconds = 10});
+    define_usual_path();
+    (void)send(1);
+    write_state(responder_id, {});
+    set_seconds(10);
+    EXPECT_FALSE(send(1).dropped);
+    EXPECT_EQ(counters(), (responder_counters{.received = 1, .transmitted = 1, .active = 1}));
 }
 
-TEST_F(session_test, creation_at_another_time_with_the_same_count_begins_new_sessions)
+TEST_F(session_test, responder_created_anew_begins_new_sessions)
 {
     define_usual_path({.creation_count = 1, .ticks = 1000});
+    for (const responder_settings &next : {responder_settings{.creation_count = 2, .ticks = 1000},
+                                           responder_settings{.creation_count = 2, .ticks = 2000}}) {
+        EXPECT_EQ(number_of_reply(1), 0u);
+        EXPECT_EQ(number_of_reply(1), 1u);
+        EXPECT_EQ(number_of_reply(2), 0u);
+        delete_responder(responder_id);
+        define_responder(responder_id, next);
+    }
     EXPECT_EQ(number_of_reply(1), 0u);
-    EXPECT_EQ(number_of_reply(1), 1u);
-    delete_responder(responder_id);
-    define_responder(responder_id, {.creation_count = 1, .ticks = 2000});
-    EXPECT_EQ(number_of_reply(1), 0u);
+    EXPECT_EQ(counters().active, 1u);
 }
 
 TEST_F(session_test, old_sessions_of_a_responder_created_anew_end_uncounted)
@@ -260,9 +244,9 @@ TEST_F(session_test, old_sessions_of_a_responder_created_anew_end_uncounted)
     (void)send(2);
     delete_responder(responder_id);
     define_responder(responder_id, {.creation_count = 2});
-    processor_.set_timer(start_ticks + ticks_of(9));
+    set_seconds(9);
     (void)send(3);
-    processor_.set_timer(start_ticks + ticks_of(11)); // only the old ones are idle
+    set_seconds(11); // only the old ones are idle
     (void)send(3);
     EXPECT_EQ(counters().active, 1u);
     EXPECT_EQ(subject().sessions(), 1u);
@@ -288,18 +272,27 @@ TEST_F(session_test, list_holds_neither_idle_sessions_nor_those_of_deleted_respo
     (void)send(1);
     (void)send(2);
     (void)send(3, first_sender, {8, bind_key});
-    processor_.set_timer(start_ticks + ticks_of(9));
+    set_seconds(8);
     (void)send(2);
     (void)send(1);
+    set_seconds(9);
     (void)send(2);
     delete_responder(8);
-    const std::vector<session> now = subject().sessions_at(start_ticks + ticks_of(9));
-    ASSERT_EQ(now.size(), 2u); // the longest idle one first
-    EXPECT_EQ(now[0].key.sender_port, 1);
-    EXPECT_EQ(now[0].next_sequence_number, 2u);
-    EXPECT_EQ(now[1].key.sender_port, 2);
-    EXPECT_EQ(now[1].next_sequence_number, 3u);
-    EXPECT_TRUE(subject().sessions_at(start_ticks + ticks_of(19)).empty());
+    using list = std::vector<std::pair<int, std::uint32_t>>;
+    EXPECT_EQ(listed_at(9), (list{{1, 2}, {2, 3}})); // the longest idle one first
+    EXPECT_EQ(subject().sessions_at(start_ticks + ticks_of(9, 2))[0].idle_seconds, 1.5);
+    EXPECT_EQ(listed_at(18), (list{{2, 3}}));
+    EXPECT_EQ(listed_at(19), list{});
+}
+
+TEST_F(session_test, refwait_is_900_seconds_when_nothing_else_is_said)
+{
+    define_usual_path();
+    EXPECT_EQ(number_of_reply(1), 0u);
+    processor_.set_timer(start_ticks + ticks_of(900) - 1);
+    EXPECT_EQ(number_of_reply(1), 1u);
+    processor_.set_timer(start_ticks + ticks_of(1800) - 1);
+    EXPECT_EQ(number_of_reply(1), 0u);
 }
 
 TEST_F(session_test, packet_that_arrived_before_the_last_one_keeps_its_session)
@@ -309,6 +302,7 @@ TEST_F(session_test, packet_that_arrived_before_the_last_one_keeps_its_session)
     EXPECT_EQ(number_of_reply(1), 0u);
     processor_.set_timer(start_ticks - 100);
     EXPECT_EQ(number_of_reply(1), 1u);
+    EXPECT_EQ(number_of_reply(1), 2u);
 }
 
 } // namespace

@@ -13,7 +13,8 @@
 namespace olv_races {
 namespace {
 
-using olv_fastpath::outcome;
+using olv_fastpath::drop_reason;
+constexpr std::nullopt_t reflected = std::nullopt;
 using words = std::vector<std::uint32_t>;
 
 std::uint32_t all_of(const tally &seen)
@@ -69,12 +70,13 @@ void site::reflect(std::uint32_t packets)
         olv_fastpath::received_packet packet;
         packet.payload = std::span{request}.first(below(100));
         packet.arrival_ticks = processor_.timer_now();
-        packet.sender_port = static_cast<std::uint16_t>(below(48));
+        packet.sender.port = static_cast<std::uint16_t>(below(48));
         const std::uint32_t key = stays ? staying_key : below(16);
-        const outcome result = reflector.reflect(packet, {.responder_id = id, .bind_key = key}, reply).result;
-        ++seen_[result];
+        const std::optional<drop_reason> dropped =
+            reflector.reflect(packet, {.responder_id = id, .bind_key = key}, reply).dropped;
+        ++seen_[dropped];
         if (stays) {
-            ++seen_of_staying_.at(id - 1)[result];
+            ++seen_of_staying_.at(id - 1)[dropped];
         }
         if (done % 64 == 0) {
             std::this_thread::yield(); // One core or many, the control threads get their share.
@@ -89,17 +91,17 @@ void site::expect_exact_totals()
     EXPECT_EQ(olv_twamp_global_stats_get(module(0), &global), 0u);
     EXPECT_EQ((words{global.total_rx, global.total_tx, global.drop_no_responder, global.drop_no_bind,
                      global.drop_length_check, global.drop_hash_error}),
-              (words{all_of(seen_), seen_[outcome::reflected], seen_[outcome::drop_no_responder],
-                     seen_[outcome::drop_no_bind], seen_[outcome::drop_length],
-                     seen_[outcome::drop_max_sessions] + seen_[outcome::drop_table_full]}));
+              (words{all_of(seen_), seen_[reflected], seen_[drop_reason::no_responder],
+                     seen_[drop_reason::no_bind], seen_[drop_reason::length_check],
+                     seen_[drop_reason::max_sessions] + seen_[drop_reason::hash_error]}));
     for (std::uint32_t index = 0; index < staying_responders; ++index) {
         olv_twamp_responder_stats stats{};
         EXPECT_EQ(olv_twamp_responder_stats_get(module(0), staying(index), &stats), 0u);
         EXPECT_GT(stats.transmitted, 0u);
         tally &seen = seen_of_staying_.at(index);
         EXPECT_EQ((words{stats.received, stats.transmitted, stats.drop_length_check, stats.drop_max_sessions}),
-                  (words{all_of(seen), seen[outcome::reflected], seen[outcome::drop_length],
-                         seen[outcome::drop_max_sessions] + seen[outcome::drop_table_full]}));
+                  (words{all_of(seen), seen[reflected], seen[drop_reason::length_check],
+                         seen[drop_reason::max_sessions] + seen[drop_reason::hash_error]}));
     }
     EXPECT_EQ(processor_.allocated(olv_test::responder_namespace), staying_responders);
     EXPECT_EQ(processor_.tree(olv_test::responder_tree)->size(), staying_responders);

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "fastpath/core/reflector.hpp"
@@ -19,8 +20,8 @@
 
 namespace olv_races {
 
-/** Packets by what became of them. */
-using tally = std::map<olv_fastpath::outcome, std::uint32_t>;
+/** Packets by why they were dropped, if they were. */
+using tally = std::map<std::optional<olv_fastpath::drop_reason>, std::uint32_t>;
 
 class site {
   public:

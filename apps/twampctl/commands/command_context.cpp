@@ -22,7 +22,7 @@ site &command_context::current()
 {
     if (current_ == nullptr) {
         return add(
-            {.name = "main", .program = olv_sim::classifier_program::twamp(usual_capacity), .workers = {}});
+            {.name = "main", .program = olv_sim::classifier_program::twamp(usual_capacity), .fast_path = {}});
     }
     return *current_;
 }

@@ -60,8 +60,8 @@ void create_processor(command_context &context, const processor_options &options
                         .locked = !options.unlocked,
                         .system = !options.no_system,
                         .default_entry_point = options.default_entry_point,
-                        .workers = {}};
-    options.traffic.apply(wanted.workers);
+                        .fast_path = {}};
+    options.traffic.apply(wanted.fast_path);
     for (const std::string &each : options.without) {
         change_program(wanted.program, each, "");
     }

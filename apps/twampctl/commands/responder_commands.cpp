@@ -6,8 +6,8 @@
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/commands/commands.hpp"
 #include "apps/twampctl/console/progress.hpp"
-#include "fastpath/core/session_table.hpp"
-#include "fastpath/core/state_entry.hpp"
+#include "fastpath/fast_path.hpp"
+#include "hyx.h"
 
 namespace twampctl {
 namespace {
@@ -58,8 +58,7 @@ void print_state(command_context &context, const std::string &name)
     const olv_sim::state_words words = on.processor().state(id);
     std::printf("state entry 0x%X of responder %s, %zu bytes:\n", id, name.c_str(), words.size() * 4);
     for (std::size_t index = 0; index < words.size(); ++index) {
-        std::printf("%s%08X", index % 4 == 0 ? (index == 0 ? "" : "\n") : " ",
-                    olv_fastpath::read_word(words, index));
+        std::printf("%s%08X", index % 4 == 0 ? (index == 0 ? "" : "\n") : " ", hyx_ntohl(words[index].load()));
     }
     std::printf("\n");
 }
@@ -78,7 +77,7 @@ void add_create_responder(command_tree &tree, olv_apps::command group)
     create_command.add_option("--param-a", options->request.info.param_a, "Bytes 0-1 of its state entry (0)");
     create_command.add_option("--param-b", options->request.info.param_b, "Bytes 6-7 of its state entry (0)");
     create_command.add_option("--sessions", options->request.sessions, "Sessions that it has at most (32)")
-        .whole_number_between(1, olv_fastpath::session_table::maximum_capacity);
+        .whole_number_between(1, olv_fastpath::fast_path_options::most_sessions);
     create_command.add_option("--count", options->count, "Create so many (1)").whole_number_between(1, 1 << 24);
 }
 

@@ -1,8 +1,8 @@
 #include "apps/twampctl/console/watch.hpp"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdio>
-#include <map>
 #include <utility>
 #include <vector>
 
@@ -27,15 +27,10 @@ double rate(std::uint32_t before, std::uint32_t now, double seconds)
     return seconds > 0 ? static_cast<double>(static_cast<std::uint32_t>(now - before)) / seconds : 0;
 }
 
-std::uint32_t drops(const olv_twamp_global_stats &counters)
+/** As the counters do, their sum goes round. */
+template <typename Record> std::uint32_t drops(const Record &counters)
 {
-    return counters.drop_no_responder + counters.drop_length_check + counters.drop_hash_error +
-           counters.drop_no_bind;
-}
-
-std::uint32_t drops(const olv_twamp_responder_stats &counters)
-{
-    return counters.drop_length_check + counters.drop_max_sessions;
+    return static_cast<std::uint32_t>(olv_fastpath::drops_in(counters).sum());
 }
 
 std::string round_trip_text(const std::optional<double> &seconds)
@@ -43,32 +38,28 @@ std::string round_trip_text(const std::optional<double> &seconds)
     return seconds ? formatted("%9.1f us", *seconds * 1e6) : "          - ";
 }
 
-/** Drops before the module saw the packet, of all listeners together, by their titles. */
-std::map<std::string, std::uint64_t> listener_drops(const figures &all)
+/** "no_responder 3, hash_error 1", without those that are 0. */
+std::string reasons_text(const std::vector<drop_figure> &drops)
 {
-    std::map<std::string, std::uint64_t> sums;
-    for (const listener_figures &each : all.listeners) {
-        for (const drop_reason &reason : drops_of(each.counters)) {
-            sums[reason.title] += reason.packets;
+    std::string text;
+    for (const drop_figure &drop : drops) {
+        if (drop.packets != 0) {
+            text += formatted("%s%s %" PRIu64, text.empty() ? "" : ", ", drop.name, drop.packets);
         }
     }
-    return sums;
+    return text.empty() ? "none" : shortened(text, 71);
 }
 
+/** By the module, and before it saw the packet by all listeners together. */
 std::string drop_lines(const figures &now)
 {
-    const olv_twamp_global_stats counters = now.module.value_or(olv_twamp_global_stats{});
-    std::string lines =
-        formatted("drops    no responder %u, length %u, hash %u, no bind %u\n", counters.drop_no_responder,
-                  counters.drop_length_check, counters.drop_hash_error, counters.drop_no_bind);
-    std::string before;
-    for (const auto &[title, packets] : listener_drops(now)) {
-        if (packets != 0) {
-            before += formatted("%s%s %llu", before.empty() ? "" : ", ", title.c_str(),
-                                static_cast<unsigned long long>(packets));
-        }
+    olv_fastpath::listener_statistics before;
+    for (const listener_figures &each : now.listeners) {
+        before += each.counters;
     }
-    return lines + formatted("  before %s\n", before.empty() ? "none" : shortened(before, 70).c_str());
+    return formatted("drops    %s\n  before %s\n",
+                     reasons_text(drops_of(now.module.value_or(olv_twamp_global_stats{}))).c_str(),
+                     reasons_text(drops_of(before)).c_str());
 }
 
 const responder_figures *same_responder(const figures &in, const responder_figures &as)

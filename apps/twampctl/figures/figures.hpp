@@ -13,7 +13,7 @@
 #include <variant>
 #include <vector>
 
-#include "fastpath/udp/udp_server.hpp"
+#include "fastpath/fast_path.hpp"
 #include "olv_twamp.h"
 
 namespace twampctl {
@@ -43,7 +43,7 @@ struct listener_figures {
     std::string address;   ///< "127.0.0.1:8620"
     std::string responder; ///< Its name.
     std::uint32_t bind_key = 0;
-    olv_fastpath::udp_statistics counters;
+    olv_fastpath::listener_statistics counters;
 };
 
 struct session_figures {

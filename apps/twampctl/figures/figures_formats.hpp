@@ -13,16 +13,17 @@
 
 namespace twampctl {
 
-/** A reason to drop packets, as JSON fields and Prometheus labels name it, and as people read it. */
-struct drop_reason {
-    const char *name;
-    const char *title;
+/** Packets dropped for a reason of the fast path's list. */
+struct drop_figure {
+    const char *name; ///< In JSON and Prometheus.
+    const char *text; ///< For people.
     std::uint64_t packets;
 };
 
-[[nodiscard]] std::vector<drop_reason> drops_of(const olv_twamp_global_stats &counters);
-[[nodiscard]] std::vector<drop_reason> drops_of(const olv_twamp_responder_stats &counters);
-[[nodiscard]] std::vector<drop_reason> drops_of(const olv_fastpath::udp_statistics &counters);
+/** All reasons that are counted there. */
+[[nodiscard]] std::vector<drop_figure> drops_of(const olv_twamp_global_stats &counters);
+[[nodiscard]] std::vector<drop_figure> drops_of(const olv_twamp_responder_stats &counters);
+[[nodiscard]] std::vector<drop_figure> drops_of(const olv_fastpath::listener_statistics &counters);
 
 /** How many of something are in use on the platform, with its names for programs and for people. */
 struct usage_item {

@@ -9,10 +9,10 @@ using json = nlohmann::ordered_json;
 
 constexpr auto replace_invalid = json::error_handler_t::replace;
 
-json dropped(const std::vector<drop_reason> &drops)
+json dropped(const std::vector<drop_figure> &drops)
 {
     json object = json::object();
-    for (const drop_reason &drop : drops) {
+    for (const drop_figure &drop : drops) {
         object[drop.name] = drop.packets;
     }
     return object;
@@ -54,10 +54,10 @@ json tree_of(const listener_figures &listener)
     return {{"address", listener.address},
             {"responder", listener.responder},
             {"bind_key", listener.bind_key},
-            {"received_packets", listener.counters.received},
+            {"received_packets", listener.counters.received_packets},
             {"dropped_packets", dropped(drops_of(listener.counters))},
-            {"sent_replies", listener.counters.sent},
-            {"failed_replies", listener.counters.send_failures}};
+            {"sent_replies", listener.counters.sent_replies},
+            {"failed_replies", listener.counters.failed_replies}};
 }
 
 json tree_of(const session_figures &session)

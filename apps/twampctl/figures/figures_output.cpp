@@ -3,30 +3,35 @@
 #include "apps/twampctl/figures/figures_formats.hpp"
 
 namespace twampctl {
+namespace {
 
-std::vector<drop_reason> drops_of(const olv_twamp_global_stats &counters)
+/** Of the reasons that somebody counts. */
+std::vector<drop_figure> figures_of(const olv_fastpath::drop_counts &counts, olv_fastpath::drop_counter who)
 {
-    return {{"no_responder", "no responder", counters.drop_no_responder},
-            {"length_check", "length check failed", counters.drop_length_check},
-            {"hash_error", "hash error", counters.drop_hash_error},
-            {"no_bind", "no output path bound", counters.drop_no_bind}};
+    std::vector<drop_figure> figures;
+    for (const olv_fastpath::drop_reason_entry &each : olv_fastpath::drop_reasons) {
+        if (each.is_counted_by(who)) {
+            figures.push_back({.name = each.name, .text = each.text, .packets = counts[each.reason]});
+        }
+    }
+    return figures;
 }
 
-std::vector<drop_reason> drops_of(const olv_twamp_responder_stats &counters)
+} // namespace
+
+std::vector<drop_figure> drops_of(const olv_twamp_global_stats &counters)
 {
-    return {{"length_check", "length check failed", counters.drop_length_check},
-            {"max_sessions", "too many sessions", counters.drop_max_sessions}};
+    return figures_of(olv_fastpath::drops_in(counters), olv_fastpath::drop_counter::module);
 }
 
-std::vector<drop_reason> drops_of(const olv_fastpath::udp_statistics &counters)
+std::vector<drop_figure> drops_of(const olv_twamp_responder_stats &counters)
 {
-    return {{"socket_full", "socket buffer full", counters.socket_full},
-            {"source_not_allowed", "source not allowed", counters.source_not_allowed},
-            {"source_port", "source port too low", counters.source_port},
-            {"own_source", "own address as source", counters.own_source},
-            {"too_long", "length above the longest", counters.truncated},
-            {"answer_to_reply", "answer to a reply", counters.answers},
-            {"packet_rate", "packet rate", counters.rate_limited}};
+    return figures_of(olv_fastpath::drops_in(counters), olv_fastpath::drop_counter::responder);
+}
+
+std::vector<drop_figure> drops_of(const olv_fastpath::listener_statistics &counters)
+{
+    return figures_of(counters.dropped_packets, olv_fastpath::drop_counter::listener);
 }
 
 std::vector<usage_item> items_of(const platform_usage &usage)

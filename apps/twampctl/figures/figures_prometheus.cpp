@@ -35,9 +35,9 @@ class family {
     }
 
     /** A series for each reason. */
-    void add(const std::vector<drop_reason> &drops, const labels &with = {})
+    void add(const std::vector<drop_figure> &drops, const labels &with = {})
     {
-        for (const drop_reason &drop : drops) {
+        for (const drop_figure &drop : drops) {
             labels all = with;
             all.push_back({"reason", drop.name});
             add(static_cast<double>(drop.packets), all);
@@ -124,10 +124,10 @@ void append(std::vector<MetricFamily> &to, const std::vector<listener_figures> &
         info.add(1, {{"listener", listener.address},
                      {"responder", listener.responder},
                      {"bind_key", std::to_string(listener.bind_key)}});
-        received.add(static_cast<double>(listener.counters.received), which);
+        received.add(static_cast<double>(listener.counters.received_packets), which);
         dropped.add(drops_of(listener.counters), which);
-        sent.add(static_cast<double>(listener.counters.sent), which);
-        failed.add(static_cast<double>(listener.counters.send_failures), which);
+        sent.add(static_cast<double>(listener.counters.sent_replies), which);
+        failed.add(static_cast<double>(listener.counters.failed_replies), which);
     }
     for (family *each : {&info, &received, &dropped, &sent, &failed}) {
         each->append_to(to);

@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <map>
 #include <numeric>
@@ -12,6 +14,7 @@ namespace {
 
 using olv_apps::append;
 
+constexpr std::size_t line_width = 80;
 constexpr std::size_t name_width = 14; ///< In tables.
 
 void add_count(std::string &text, const char *label, std::uint64_t count)
@@ -19,10 +22,10 @@ void add_count(std::string &text, const char *label, std::uint64_t count)
     append(text, "  %-33s %19" PRIu64 "\n", label, count);
 }
 
-void add_drops(std::string &text, const std::vector<drop_reason> &drops)
+void add_drops(std::string &text, const std::vector<drop_figure> &drops)
 {
-    for (const drop_reason &drop : drops) {
-        add_count(text, (std::string("dropped: ") + drop.title).c_str(), drop.packets);
+    for (const drop_figure &drop : drops) {
+        add_count(text, (std::string("dropped: ") + drop.text).c_str(), drop.packets);
     }
 }
 
@@ -48,17 +51,33 @@ std::string date(double seconds)
     return text;
 }
 
+/** Of a reason in the responders' table. */
+int width_of(const char *name)
+{
+    return static_cast<int>(std::max<std::size_t>(std::strlen(name), 10));
+}
+
+std::string responders_heading()
+{
+    std::string text = "ID         received transmitted";
+    for (const drop_figure &drop : drops_of(olv_twamp_responder_stats{})) {
+        append(text, " %*s", width_of(drop.name), drop.name);
+    }
+    return text + " sessions  RESPONDER\n";
+}
+
 void add_row(std::string &text, const responder_figures &responder)
 {
     const std::string id = hexadecimal(responder.id);
-    if (responder.counters) {
-        const olv_twamp_responder_stats &counted = *responder.counters;
-        append(text, "%-8s %10u %11u %10u %10u %10u  ", id.c_str(), counted.received, counted.transmitted,
-               counted.drop_length_check, counted.drop_max_sessions, counted.active_sessions);
-    } else {
-        append(text, "%-8s %10s %11s %10s %10s %10s  ", id.c_str(), "-", "-", "-", "-", "-");
+    const olv_twamp_responder_stats counted = responder.counters.value_or(olv_twamp_responder_stats{});
+    const auto shown = [&](std::uint64_t count) { return responder.counters ? std::to_string(count) : "-"; };
+    std::string row = olv_apps::formatted("%-8s %10s %11s", id.c_str(), shown(counted.received).c_str(),
+                                          shown(counted.transmitted).c_str());
+    for (const drop_figure &drop : drops_of(counted)) {
+        append(row, " %*s", width_of(drop.name), shown(drop.packets).c_str());
     }
-    text += column(responder.name) + "\n";
+    append(row, " %8s  ", shown(counted.active_sessions).c_str());
+    text += row + shortened(responder.name, line_width - row.size()) + "\n";
 }
 
 void add_row(std::string &text, const session_figures &session)
@@ -103,7 +122,7 @@ std::string section_of(const std::vector<responder_figures> &responders)
     if (responders.empty()) {
         return "No responders\n";
     }
-    std::string text = "ID         received transmitted  too short no session   sessions  RESPONDER\n";
+    std::string text = responders_heading();
     for (const responder_figures &responder : responders) {
         add_row(text, responder);
     }
@@ -117,10 +136,10 @@ std::string section_of(const std::vector<listener_figures> &listeners)
         text += "Listener " + listener.address + "\n";
         append(text, "  %-32s %20s\n", "responder", column(listener.responder).c_str());
         add_count(text, "bind key", listener.bind_key);
-        add_count(text, "received packets", listener.counters.received);
+        add_count(text, "received packets", listener.counters.received_packets);
         add_drops(text, drops_of(listener.counters));
-        add_count(text, "sent replies", listener.counters.sent);
-        add_count(text, "replies that could not be sent", listener.counters.send_failures);
+        add_count(text, "sent replies", listener.counters.sent_replies);
+        add_count(text, "replies that could not be sent", listener.counters.failed_replies);
     }
     return text.empty() ? "No listeners\n" : text;
 }

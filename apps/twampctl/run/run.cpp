@@ -26,19 +26,19 @@ site_options options_for(const run_options &options)
 {
     return {.name = "main",
             .program = olv_sim::classifier_program::twamp(options.capacity),
-            .workers = options.workers};
+            .fast_path = options.fast_path};
 }
 
-void print_listener(const std::string &address, const olv_fastpath::udp_statistics &counted)
+void print_listener(const std::string &address, const olv_fastpath::listener_statistics &counted)
 {
     std::string lines;
-    for (const drop_reason &reason : drops_of(counted)) {
-        if (reason.packets != 0) {
-            append(lines, "Packets dropped due to %s: %" PRIu64 "\n", reason.title, reason.packets);
+    for (const drop_figure &drop : drops_of(counted)) {
+        if (drop.packets != 0) {
+            append(lines, "Packets dropped due to %s: %" PRIu64 "\n", drop.text, drop.packets);
         }
     }
-    if (counted.send_failures != 0) {
-        append(lines, "Replies that could not be sent: %" PRIu64 "\n", counted.send_failures);
+    if (counted.failed_replies != 0) {
+        append(lines, "Replies that could not be sent: %" PRIu64 "\n", counted.failed_replies);
     }
     if (!lines.empty()) {
         std::printf("\nStatistics of listener %s (Non-zero only):\n%s", address.c_str(), lines.c_str());

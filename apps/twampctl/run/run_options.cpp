@@ -71,7 +71,7 @@ void add_options(olv_apps::command to, run_input &input)
     to.add_flag("--check", input.check, "Check the configuration, run nothing").needs(config);
     add_traffic_options(to, input.traffic);
     to.add_option("--sessions", rest.sessions, "Sessions that each responder has at most (32)")
-        .whole_number_between(1, olv_fastpath::session_table::maximum_capacity);
+        .whole_number_between(1, olv_fastpath::fast_path_options::most_sessions);
     to.add_flag("--watch", rest.watch, "Show rates, drops and sessions every second while it runs");
     to.end_help_with(examples);
 }
@@ -90,15 +90,15 @@ void make_room_for_sessions(run_options &options)
 {
     const std::uint64_t reached = std::min<std::uint64_t>(options.responders, options.addresses.size());
     const std::uint32_t each = options.sessions.value_or(usual_sessions);
-    const std::uint32_t most = olv_fastpath::session_table::maximum_capacity;
+    const std::uint32_t most = olv_fastpath::fast_path_options::most_sessions;
     if (reached * each > most) {
         throw std::runtime_error(std::to_string(reached) + " responders have no room for " +
                                  std::to_string(each) + " sessions each, but for " + std::to_string(most) +
                                  " together");
     }
     // The system may hand all senders to one of the workers.
-    std::uint32_t &capacity = options.workers.reflector.session_capacity;
-    capacity = std::max(capacity, static_cast<std::uint32_t>(reached * each) * options.workers.count);
+    std::uint32_t &capacity = options.fast_path.session_capacity;
+    capacity = std::max(capacity, static_cast<std::uint32_t>(reached * each) * options.fast_path.workers);
 }
 
 /** @throw std::runtime_error  One line: a text that is no address, or no prefix. */
@@ -107,7 +107,7 @@ void take_addresses(const run_input &input, run_options &options)
     for (const std::string &text : input.addresses) {
         options.addresses.push_back(olv_net::parse_socket_address(text));
     }
-    input.traffic.apply(options.workers);
+    input.traffic.apply(options.fast_path);
     if (input.metrics) {
         options.metrics = olv_net::parse_socket_address(*input.metrics);
     }

@@ -16,7 +16,7 @@
 #include "apps/twampctl/figures/output_format.hpp"
 #include "apps/twampctl/program_name.hpp"
 #include "apps/twampctl/site/site.hpp"
-#include "fastpath/udp/udp_workers.hpp"
+#include "fastpath/fast_path.hpp"
 
 namespace olv_apps {
 class command;
@@ -39,7 +39,7 @@ struct run_options {
     output_format format = output_format::text;     ///< Of the figures at the end.
     std::string trace_file;                         ///< Empty: no trace; "-": standard error.
     std::optional<std::uint32_t> sessions;          ///< Of each responder; nothing: what the module writes.
-    olv_fastpath::udp_workers_options workers;
+    olv_fastpath::fast_path_options fast_path;
 };
 
 /** Add what a run takes to a command that explains and completes it.

@@ -35,7 +35,7 @@ site::site(const site_options &options)
                                         .locked = options.locked,
                                         .system = options.system,
                                         .default_entry_point = options.default_entry_point})),
-      workers_(processor_, options.workers)
+      fast_path_(processor_, options.fast_path)
 {}
 
 site::~site()
@@ -110,11 +110,11 @@ const named_responder &site::create_responder(const responder_request &request)
 std::uint32_t site::write_maximum_of_sessions(std::uint32_t id, std::uint32_t maximum)
 {
     const bool counts =
-        workers_.running() && std::any_of(listeners_.begin(), listeners_.end(), [&](const listener &each) {
-            return workers_.path(each.index).responder_id == id;
+        fast_path_.running() && std::any_of(listeners_.begin(), listeners_.end(), [&](const listener &each) {
+            return fast_path_.path(each.index).responder_id == id;
         });
     if (counts) {
-        workers_.stop(); // what is counted between the two calls would be lost; packets wait in the sockets
+        fast_path_.stop(); // what is counted between the two calls would be lost; packets wait in the sockets
     }
     twamp_responder_state entry{};
     std::uint32_t status = hyx_se_state_get(processor_.rte_handle(), id, 0, &entry, sizeof entry);
@@ -123,7 +123,7 @@ std::uint32_t site::write_maximum_of_sessions(std::uint32_t id, std::uint32_t ma
         status = hyx_se_state_set(processor_.rte_handle(), id, 0, &entry, sizeof entry);
     }
     if (counts) {
-        workers_.start();
+        fast_path_.start();
     }
     return status;
 }
@@ -250,8 +250,8 @@ std::uint32_t site::imc(const bind_request &request, bool direct)
 std::string site::listen(const olv_net::socket_address &address, const olv_fastpath::packet_path &path)
 {
     const std::lock_guard lock{mutex_};
-    const std::size_t index = workers_.add(address, path);
-    listeners_.push_back({index, workers_.local_address(index).text()});
+    const std::size_t index = fast_path_.add(address, path);
+    listeners_.push_back({index, fast_path_.local_address(index).text()});
     return listeners_.back().address;
 }
 
@@ -273,7 +273,7 @@ void site::unlisten(const std::string &address)
 {
     const std::lock_guard lock{mutex_};
     const std::size_t index = listener_at(address).index;
-    workers_.remove(index);
+    fast_path_.remove(index);
     listeners_.erase(std::remove_if(listeners_.begin(), listeners_.end(),
                                     [index](const listener &each) { return each.index == index; }),
                      listeners_.end());
@@ -282,7 +282,7 @@ void site::unlisten(const std::string &address)
 void site::redirect(const std::string &address, const olv_fastpath::packet_path &path)
 {
     const std::lock_guard lock{mutex_};
-    workers_.set_path(listener_at(address).index, path);
+    fast_path_.set_path(listener_at(address).index, path);
 }
 
 std::vector<std::string> site::listeners() const
@@ -295,21 +295,21 @@ std::vector<std::string> site::listeners() const
     return addresses;
 }
 
-olv_fastpath::udp_statistics site::counters_of(const std::string &address) const
+olv_fastpath::listener_statistics site::counters_of(const std::string &address) const
 {
     const std::lock_guard lock{mutex_};
-    return workers_.statistics(listener_at(address).index);
+    return fast_path_.statistics(listener_at(address).index);
 }
 
 void site::start()
 {
-    workers_.start();
+    fast_path_.start();
 }
 
 void site::stop()
 {
-    if (workers_.running()) {
-        workers_.stop();
+    if (fast_path_.running()) {
+        fast_path_.stop();
         say("packets no longer answered");
     }
 }

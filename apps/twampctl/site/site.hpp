@@ -18,7 +18,7 @@
 
 #include "apps/twampctl/figures/figures.hpp"
 #include "apps/twampctl/site/output.hpp"
-#include "fastpath/udp/udp_workers.hpp"
+#include "fastpath/fast_path.hpp"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/processor.hpp"
 #include "olv_twamp.h"
@@ -44,7 +44,7 @@ struct site_options {
     bool locked = true;
     bool system = true;
     std::uint16_t default_entry_point = 0;
-    olv_fastpath::udp_workers_options workers;
+    olv_fastpath::fast_path_options fast_path;
 };
 
 /** A bind, unbind or IMC request. What is left out is as the framework fills it. */
@@ -112,7 +112,7 @@ class site {
     void unlisten(const std::string &address);
     void redirect(const std::string &address, const olv_fastpath::packet_path &path);
     [[nodiscard]] std::vector<std::string> listeners() const;
-    [[nodiscard]] olv_fastpath::udp_statistics counters_of(const std::string &address) const;
+    [[nodiscard]] olv_fastpath::listener_statistics counters_of(const std::string &address) const;
     void start();
     void stop();
 
@@ -162,7 +162,7 @@ class site {
     olv_sim::processor processor_;
     olv_sim::framework framework_;
     olv_module_handle *module_;
-    olv_fastpath::udp_workers workers_;
+    olv_fastpath::fast_path fast_path_;
     mutable std::recursive_mutex mutex_; ///< Guards the lists below and the life of their responders.
     std::vector<named_responder> responders_;
     std::unordered_set<std::string> names_; ///< Of the responders: there may be very many.

@@ -54,27 +54,22 @@ void site::collect_responders(figures &into)
 void site::collect_listeners(figures &into) const
 {
     for (const listener &each : listeners_) {
-        const olv_fastpath::packet_path path = workers_.path(each.index);
+        const olv_fastpath::packet_path path = fast_path_.path(each.index);
         into.listeners.push_back({.address = each.address,
                                   .responder = responder_with(path.responder_id),
                                   .bind_key = path.bind_key,
-                                  .counters = workers_.statistics(each.index)});
+                                  .counters = fast_path_.statistics(each.index)});
     }
 }
 
 void site::collect_sessions(figures &into) const
 {
-    const std::vector<olv_fastpath::session> sessions = workers_.sessions();
-    const std::uint64_t now = processor_.timer_now();
-    const auto frequency = static_cast<double>(processor_.timer_frequency());
-    for (const olv_fastpath::session &each : sessions) {
-        const std::uint64_t idle = now > each.last_arrival ? now - each.last_arrival : 0;
-        const std::string sender =
-            olv_net::text_of(olv_net::ip_endpoint{each.key.sender_address, each.key.sender_port});
-        into.sessions.push_back({.responder = responder_with(each.key.responder_id),
+    for (const olv_fastpath::session_summary &each : fast_path_.sessions()) {
+        const std::string sender = olv_net::text_of(each.sender);
+        into.sessions.push_back({.responder = responder_with(each.responder_id),
                                  .sender = sender,
-                                 .replies = each.next_sequence_number,
-                                 .idle_seconds = static_cast<double>(idle) / frequency,
+                                 .replies = each.replies,
+                                 .idle_seconds = each.idle_seconds,
                                  .round_trip_seconds = round_trips_ ? round_trips_(sender) : std::nullopt});
     }
 }

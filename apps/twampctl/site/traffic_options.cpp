@@ -7,41 +7,39 @@ void add_traffic_options(olv_apps::command to, traffic_options &options)
     using olv_net::sender_packet::header_length;
     to.add_option("--stamp-mode", options.stamp_mode, "Sequence numbers of STAMP replies (stateful)")
         .one_of({"stateful", "stateless"});
-    to.add_option("--refwait", options.workers.reflector.refwait_seconds,
-                  "Seconds until an idle session ends (900)")
+    to.add_option("--refwait", options.fast_path.refwait_seconds, "Seconds until an idle session ends (900)")
         .whole_number_between(1, 1'000'000);
     to.add_option("--allow", options.allowed,
                   "Answer no other senders than those in PREFIX, 192.0.2.0/24 or an address (repeatable)")
         .repeatable();
-    to.add_option("--min-source-port", options.workers.server.lowest_source_port,
+    to.add_option("--min-source-port", options.fast_path.minimum_source_port,
                   "Answer no lower source ports; 1024: no well-known service, nor a reflector at 862 (1)")
         .whole_number_between(1, 65535);
-    to.add_option("--min-request", options.workers.reflector.minimum_request,
+    to.add_option("--min-request", options.fast_path.minimum_request,
                   "Octets that a request has at least; 41: no reply is longer than its request (14)")
         .whole_number_between(header_length, olv_net::maximum_payload_ipv4);
-    to.add_option("--rate", options.workers.server.packets_per_second,
+    to.add_option("--rate", options.fast_path.packets_per_second,
                   "Packets that each responder takes in a second; default: no limit")
         .whole_number_between(1, 1'000'000'000);
-    to.add_option("--workers", options.workers.count,
+    to.add_option("--workers", options.fast_path.workers,
                   "Threads that answer packets, each sender's by the same one (1)")
-        .whole_number_between(1, olv_fastpath::udp_workers_options::most_workers);
-    to.add_option("--busy-poll", options.workers.server.busy_poll_microseconds,
+        .whole_number_between(1, olv_fastpath::fast_path_options::most_workers);
+    to.add_option("--busy-poll", options.fast_path.busy_poll_microseconds,
                   "Microseconds to look for the next packet before sleeping; 0: never look (20)")
         .whole_number_between(0, 1'000'000);
-    to.add_flag("--separate-replies", options.separate_replies,
+    to.add_flag("--separate-replies", options.fast_path.separate_replies,
                 "Send each reply by itself, as captures on this machine then show them");
 }
 
-void traffic_options::apply(olv_fastpath::udp_workers_options &to) const
+void traffic_options::apply(olv_fastpath::fast_path_options &to) const
 {
-    const std::uint32_t session_capacity = to.reflector.session_capacity;
-    to = workers;
-    to.reflector.session_capacity = session_capacity;
-    to.reflector.mode =
+    const std::uint32_t session_capacity = to.session_capacity;
+    to = fast_path;
+    to.session_capacity = session_capacity;
+    to.mode =
         stamp_mode == "stateless" ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
-    to.server.segments = !separate_replies;
     for (const std::string &each : allowed) {
-        to.server.allowed_sources.add(olv_net::parse_address_prefix(each));
+        to.allowed_sources.add(olv_net::parse_address_prefix(each));
     }
 }
 

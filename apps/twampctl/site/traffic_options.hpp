@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "apps/common/command_line.hpp"
-#include "fastpath/udp/udp_workers.hpp"
+#include "fastpath/fast_path.hpp"
 
 namespace twampctl {
 
@@ -17,11 +17,10 @@ namespace twampctl {
 struct traffic_options {
     std::vector<std::string> allowed;
     std::string stamp_mode = "stateful";
-    bool separate_replies = false;
-    olv_fastpath::udp_workers_options workers;
+    olv_fastpath::fast_path_options fast_path;
 
     /** @throw std::invalid_argument  A text of --allow is no prefix. */
-    void apply(olv_fastpath::udp_workers_options &to) const;
+    void apply(olv_fastpath::fast_path_options &to) const;
 };
 
 void add_traffic_options(olv_apps::command to, traffic_options &options);

@@ -133,8 +133,8 @@ void twampctl_command_line(std::string_view text)
     static constexpr std::array<std::uint32_t, 5> levels{0, 1, 3, 7, 15};
     require(!options.log_level || std::count(levels.begin(), levels.end(), *options.log_level) == 1,
             "a log level");
-    require(options.workers.reflector.refwait_seconds >= 1, "a session has time");
-    require(options.workers.count >= 1 && options.workers.count <= 64, "workers in their range");
+    require(options.fast_path.refwait_seconds >= 1, "a session has time");
+    require(options.fast_path.workers >= 1 && options.fast_path.workers <= 64, "workers in their range");
 }
 
 void probe_command_line(std::string_view text)

@@ -10,6 +10,9 @@
 
 #include "byte_source.hpp"
 #include "difference.hpp"
+#include "fastpath/core/admission.hpp"
+#include "fastpath/core/reflector.hpp"
+#include "fastpath/core/reply.hpp"
 #include "hyx.h"
 #include "olv_sim/framework.hpp"
 #include "olv_sim/processor.hpp"
@@ -23,7 +26,7 @@
 
 namespace {
 
-using olv_fastpath::outcome;
+using olv_fastpath::drop_reason;
 using olv_fuzz::report_difference;
 using olv_test::bind_tree;
 using olv_test::responder_tree;
@@ -53,6 +56,11 @@ std::uint32_t read_word(olv_sim::state_words words, std::size_t word)
     return hyx_ntohl(words[word].load());
 }
 
+std::string name_of(const std::optional<drop_reason> &dropped)
+{
+    return dropped ? olv_fastpath::drop_reasons[static_cast<std::size_t>(*dropped)].name : "a reply";
+}
+
 class reflector_run {
   public:
     explicit reflector_run(olv_fuzz::byte_source input);
@@ -74,7 +82,7 @@ class reflector_run {
     /** The same packet from so many ports, one after the other. */
     void packets(std::uint32_t ports);
     void start_again();
-    [[nodiscard]] olv_fastpath::reflector_options options();
+    [[nodiscard]] olv_fastpath::fast_path_options options();
     [[nodiscard]] olv_fastpath::packet_path path();
     [[nodiscard]] std::vector<std::uint8_t> payload();
     void check_verdict(const olv_fastpath::received_packet &received, const olv_fastpath::packet_path &path,
@@ -92,8 +100,10 @@ class reflector_run {
     std::uint64_t now_ = 1000;
     std::uint64_t last_creation_ = 0;
     bool started_again_ = false;
-    olv_fastpath::reflector_options options_;
+    olv_fastpath::fast_path_options options_;
     olv_fastpath::reflector reflector_;
+    olv_fastpath::departing_replies departing_;
+    olv_fastpath::admission admission_;
     olv_fuzz::reflector_expectation expected_;
     std::vector<twamp_responder_handle *> responders_;
     std::uint32_t bind_key_ = 0;
@@ -105,6 +115,7 @@ reflector_run::reflector_run(olv_fuzz::byte_source input)
       module_(framework_.create_module({.module_id = olv_sim::module_id_twamp, .processor = &processor_})),
       options_(options()),
       reflector_(processor_, options_),
+      admission_(processor_, options_),
       expected_(constants(), options_, processor_.timer_frequency())
 {
     olv_test::set_time_of_day(olv_test::time_of_day{day_seconds, 0});
@@ -121,12 +132,12 @@ reflector_run::~reflector_run()
     (void)olv_twamp_shutdown(module_); // its context is the module's last block
 }
 
-olv_fastpath::reflector_options reflector_run::options()
+olv_fastpath::fast_path_options reflector_run::options()
 {
     static constexpr std::array<std::uint32_t, 4> waits{900, 1, 30, 1000000};
     static constexpr std::array<std::uint32_t, 4> capacities{256, 1, 3, 40};
     static constexpr std::array<std::size_t, 4> lengths{14, 14, 0, 41};
-    olv_fastpath::reflector_options chosen;
+    olv_fastpath::fast_path_options chosen;
     chosen.mode = input_.flag() ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
     chosen.refwait_seconds = input_.pick(waits);
     chosen.session_capacity = input_.pick(capacities);
@@ -317,16 +328,21 @@ void reflector_run::packets(std::uint32_t ports)
     received.arrival_ticks = now_;
     received.ttl = input_.byte();
     received.traffic_class = input_.byte();
-    received.sender_address[15] = static_cast<std::uint8_t>(input_.below(4));
-    received.sender_port = input_.byte();
+    received.sender.address[15] = static_cast<std::uint8_t>(input_.below(4));
+    received.sender.port = input_.byte();
     const olv_fastpath::packet_path way = path();
     const std::size_t shortage = input_.byte() >= 248 ? 1 : 0;
     std::vector<std::uint8_t> reply(std::max<std::size_t>(content.size(), 44) - 4 * shortage, old_byte);
-    for (const std::uint32_t repeats = 1 + input_.below(3); ports > 0; --ports, ++received.sender_port) {
+    for (const std::uint32_t repeats = 1 + input_.below(3); ports > 0; --ports, ++received.sender.port) {
         for (std::uint32_t count = 0; count < repeats; ++count) { // so that a session grows
             std::fill(reply.begin(), reply.end(), old_byte);
-            (void)reflector_.answers_a_reply(received, way); // counts nothing
-            check_verdict(received, way, reflector_.reflect(received, way, reply), reply);
+            (void)admission_.reason_against(content, {way, nullptr}, now_); // counts nothing
+            const olv_fastpath::verdict made = reflector_.reflect(received, way, reply);
+            if (!made.dropped) {
+                departing_.add(made.reply);
+                departing_.stamp(reflector_.clock());
+            }
+            check_verdict(received, way, made, reply);
         }
     }
 }
@@ -338,24 +354,24 @@ void reflector_run::check_verdict(const olv_fastpath::received_packet &received,
     const auto wanted = expected_.decide(received, path, reply.size());
     const bool table_may_be_full =
         wanted.needs_new_session && expected_.sessions_ever() >= options_.session_capacity;
-    if (made.result == outcome::drop_table_full) {
+    if (made.dropped == drop_reason::hash_error) {
         require(table_may_be_full, "a packet is dropped for want of room only when there may be none");
-    } else if (made.result != wanted.result) {
-        report_difference("outcome " + std::to_string(static_cast<int>(wanted.result)) + " expected, " +
-                          std::to_string(static_cast<int>(made.result)) + " found");
+    } else if (made.dropped != wanted.dropped) {
+        report_difference(name_of(wanted.dropped) + " expected, " + name_of(made.dropped) + " found");
     }
     const auto is_old = [](std::uint8_t byte) { return byte == old_byte; };
-    if (made.result != outcome::reflected) {
-        require(made.reply_length == 0, "a packet that is dropped has no reply");
+    if (made.dropped) {
+        require(made.reply.bytes.empty(), "a packet that is dropped has no reply");
         require(std::all_of(reply.begin(), reply.end(), is_old),
                 "a packet that is dropped leaves the buffer alone");
         return;
     }
-    require(made.reply_length == expected_.reply_length(received.payload.size()), "length of the reply");
-    require(made.traffic_class == (received.traffic_class & 0xFC), "DSCP of the reply");
-    require(std::all_of(reply.begin() + static_cast<std::ptrdiff_t>(made.reply_length), reply.end(), is_old),
+    const std::size_t length = made.reply.bytes.size();
+    require(length == expected_.reply_length(received.payload.size()), "length of the reply");
+    require(made.reply.traffic_class == (received.traffic_class & 0xFC), "DSCP of the reply");
+    require(std::all_of(reply.begin() + static_cast<std::ptrdiff_t>(length), reply.end(), is_old),
             "nothing is written behind the reply");
-    check_reply(received, path, wanted.sequence_number, reply.first(made.reply_length));
+    check_reply(received, path, wanted.sequence_number, reply.first(length));
     expected_.note_reflected(received, path);
 }
 
@@ -386,10 +402,9 @@ void reflector_run::check_answer_to(const olv_fastpath::received_packet &receive
 {
     std::array<std::uint8_t, 41> answer{};
     std::copy_n(reply.begin(), 14, answer.begin() + 24);
-    olv_fastpath::received_packet back = received;
-    back.payload = answer;
-    back.arrival_ticks = std::max(processor_.timer_now(), received.arrival_ticks);
-    require(reflector_.answers_a_reply(back, path), "the answer to a reply is recognised");
+    const std::uint64_t now = std::max(processor_.timer_now(), received.arrival_ticks);
+    require(admission_.reason_against(answer, {path, nullptr}, now) == drop_reason::answer_to_reply,
+            "the answer to a reply is recognised");
 }
 
 /** received = transmitted + drops, in the global block and for each responder. */

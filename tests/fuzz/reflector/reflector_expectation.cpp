@@ -5,7 +5,7 @@
 namespace olv_fuzz {
 namespace {
 
-using olv_fastpath::outcome;
+using olv_fastpath::drop_reason;
 
 constexpr std::uint32_t id_mask = 0xFFFFFF;
 constexpr std::size_t stamp_length = 44;
@@ -22,7 +22,7 @@ void store(std::vector<std::uint8_t> &bytes, std::size_t at, std::uint64_t value
 void reflector_expectation::create(std::uint32_t id, const responder &created)
 {
     responders_[id] = created;
-    std::erase_if(sessions_, [&](const auto &entry) { return std::get<0>(entry.first) == id; });
+    std::erase_if(sessions_, [&](const auto &entry) { return entry.first.first == id; });
 }
 
 void reflector_expectation::remove(std::uint32_t id)
@@ -33,7 +33,7 @@ void reflector_expectation::remove(std::uint32_t id)
 reflector_expectation::session_key reflector_expectation::key_of(const olv_fastpath::received_packet &packet,
                                                                  const olv_fastpath::packet_path &path)
 {
-    return {path.responder_id & id_mask, packet.sender_address, packet.sender_port};
+    return {path.responder_id & id_mask, packet.sender};
 }
 
 bool reflector_expectation::is_alive(const session &one, std::uint64_t now) const
@@ -44,7 +44,7 @@ bool reflector_expectation::is_alive(const session &one, std::uint64_t now) cons
 std::size_t reflector_expectation::alive_sessions(std::uint32_t id, std::uint64_t now) const
 {
     return static_cast<std::size_t>(std::count_if(sessions_.begin(), sessions_.end(), [&](const auto &entry) {
-        return std::get<0>(entry.first) == id && is_alive(entry.second, now);
+        return entry.first.first == id && is_alive(entry.second, now);
     }));
 }
 
@@ -54,21 +54,21 @@ reflector_expectation::decision reflector_expectation::decide(const olv_fastpath
 {
     const std::uint32_t id = path.responder_id & id_mask;
     if (!responders_.contains(id)) {
-        return {.result = outcome::drop_no_responder};
+        return {.dropped = drop_reason::no_responder};
     }
     if (!has_default_bind_ && !binds_.contains(path.bind_key & id_mask)) {
-        return {.result = outcome::drop_no_bind};
+        return {.dropped = drop_reason::no_bind};
     }
     const std::size_t shortest = std::max(constants_.shortest_request, options_.minimum_request);
     if (packet.payload.size() < shortest || room < reply_length(packet.payload.size())) {
-        return {.result = outcome::drop_length};
+        return {.dropped = drop_reason::length_check};
     }
     const auto known = sessions_.find(key_of(packet, path));
     const bool goes_on = known != sessions_.end() && is_alive(known->second, packet.arrival_ticks);
     if (!goes_on && alive_sessions(id, packet.arrival_ticks) >= constants_.maximum_sessions) {
-        return {.result = outcome::drop_max_sessions};
+        return {.dropped = drop_reason::max_sessions};
     }
-    return {.result = outcome::reflected,
+    return {.dropped = std::nullopt,
             .sequence_number = goes_on ? known->second.next : constants_.first_sequence_number,
             .needs_new_session = !goes_on};
 }

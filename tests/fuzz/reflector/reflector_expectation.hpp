@@ -10,10 +10,11 @@
 #include <optional>
 #include <set>
 #include <span>
-#include <tuple>
+#include <utility>
 #include <vector>
 
-#include "fastpath/core/reflector.hpp"
+#include "fastpath/core/options.hpp"
+#include "fastpath/core/packet.hpp"
 
 namespace olv_fuzz {
 
@@ -29,7 +30,7 @@ struct reflector_constants {
 
 class reflector_expectation {
   public:
-    reflector_expectation(const reflector_constants &constants, const olv_fastpath::reflector_options &options,
+    reflector_expectation(const reflector_constants &constants, const olv_fastpath::fast_path_options &options,
                           std::uint64_t ticks_per_second)
         : constants_(constants), options_(options), frequency_(ticks_per_second)
     {}
@@ -49,7 +50,7 @@ class reflector_expectation {
     /** What becomes of a packet; where only the session table decides, what becomes of it when there is room.
      */
     struct decision {
-        olv_fastpath::outcome result{};
+        std::optional<olv_fastpath::drop_reason> dropped; ///< Nothing: it is reflected.
         std::uint32_t sequence_number = 0;
         bool needs_new_session = false;
     };
@@ -70,7 +71,7 @@ class reflector_expectation {
     [[nodiscard]] std::size_t sessions_ever() const { return sessions_ever_; }
 
   private:
-    using session_key = std::tuple<std::uint32_t, olv_net::ip_address, std::uint16_t>;
+    using session_key = std::pair<std::uint32_t, olv_net::ip_endpoint>;
     struct session {
         std::uint32_t next = 0;
         std::uint64_t last_arrival = 0;
@@ -82,7 +83,7 @@ class reflector_expectation {
                               const olv_fastpath::packet_path &path);
 
     reflector_constants constants_;
-    olv_fastpath::reflector_options options_;
+    olv_fastpath::fast_path_options options_;
     std::uint64_t frequency_;
     std::map<std::uint32_t, responder> responders_;
     std::set<std::uint32_t> binds_;

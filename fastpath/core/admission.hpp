@@ -1,0 +1,72 @@
+/**
+ * @file admission.hpp
+ * Which packets a fast path hands to its reflector; of the others the module sees nothing.
+ */
+#ifndef OLV_FASTPATH_ADMISSION_HPP
+#define OLV_FASTPATH_ADMISSION_HPP
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "fastpath/core/clocks.hpp"
+#include "fastpath/core/drop_reasons.hpp"
+#include "fastpath/core/options.hpp"
+#include "fastpath/core/own_endpoints.hpp"
+#include "fastpath/core/packet.hpp"
+#include "fastpath/core/responder_limits.hpp"
+#include "fastpath/core/responders.hpp"
+
+namespace olv_fastpath {
+
+/** A path, with the limit of packets of its responder. */
+struct limited_path {
+    packet_path path;
+    std::shared_ptr<token_bucket> limit; ///< NULL where there is none.
+};
+
+/**
+ * Packets that are not to be answered are dropped before the reflector sees and counts them, for the first
+ * reason of the list that there is.
+ *
+ * Two kinds of packets are always dropped, as reflectors would answer each other for ever: those that seem to
+ * come from the fast path's own addresses, and answers to its replies. Other services that answer whatever
+ * comes are kept off by the lowest source port, the allowed sources and the limit of packets.
+ *
+ * Belongs to one thread at a time; the processor has to outlive it.
+ */
+class admission {
+  public:
+    /** @param limits  That it shares with others; NULL: its own, by the options. */
+    admission(const olv_sim::processor &processor, const fast_path_options &options,
+              std::shared_ptr<responder_limits> limits = nullptr);
+
+    /** Where the fast path listens from now on. */
+    void set_own_endpoints(std::span<const olv_net::ip_endpoint> listening) { own_.set(listening); }
+    [[nodiscard]] limited_path limited(const packet_path &path) const;
+
+    /** Why nothing that comes from a sender is answered; nothing: there is no reason.
+     *  @param now  Ticks of the processor's timer, here and below. */
+    [[nodiscard]] std::optional<drop_reason> reason_against(const olv_net::ip_endpoint &sender,
+                                                            std::uint64_t now);
+    /** The same of a packet from a sender that is answered. One that there is no reason against counts for the
+     *  responder's limit. */
+    [[nodiscard]] std::optional<drop_reason> reason_against(std::span<const std::uint8_t> payload,
+                                                            const limited_path &path, std::uint64_t now);
+
+  private:
+    [[nodiscard]] bool answers_a_reply(std::span<const std::uint8_t> payload, const packet_path &path,
+                                       std::uint64_t now);
+
+    processor_clock clock_;
+    responder_lookup responders_;
+    olv_net::prefix_list allowed_sources_;
+    std::uint16_t minimum_source_port_;
+    own_endpoints own_;
+    std::shared_ptr<responder_limits> limits_;
+};
+
+} // namespace olv_fastpath
+
+#endif

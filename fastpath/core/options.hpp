@@ -1,0 +1,52 @@
+/**
+ * @file options.hpp
+ * What a fast path is told: which packets it answers, and how.
+ */
+#ifndef OLV_FASTPATH_OPTIONS_HPP
+#define OLV_FASTPATH_OPTIONS_HPP
+
+#include <cstddef>
+#include <cstdint>
+
+#include "net/address_prefix.hpp"
+#include "net/twamp_wire.hpp"
+
+namespace olv_fastpath {
+
+/** The sequence number of a reply to a STAMP request. */
+enum class stamp_mode : std::uint8_t {
+    stateful, ///< The session's own.
+    stateless ///< The request's.
+};
+
+struct fast_path_options {
+    static constexpr std::uint32_t most_sessions = 1u << 24;
+    static constexpr std::uint32_t most_workers = 64;
+
+    // Replies and sessions.
+    stamp_mode mode = stamp_mode::stateful;
+    std::uint32_t refwait_seconds = 900;    ///< A session without a packet for so long ends.
+    std::uint32_t session_capacity = 65536; ///< Of all responders together; at most most_sessions.
+    /** Octets; shorter requests are dropped, below 14 is taken as 14. From 41 on no reply is longer than its
+     *  request, so that forged requests gain nothing. */
+    std::size_t minimum_request = olv_net::sender_packet::header_length;
+
+    // Who is answered.
+    olv_net::prefix_list allowed_sources{}; ///< Senders; empty: all.
+    std::uint16_t minimum_source_port = 1;  ///< Well-known services, reflectors among them, answer at low ones.
+    std::uint32_t packets_per_second = 0;   ///< Of each responder, wherever they come in; 0: no limit.
+
+    // Sockets.
+    std::size_t longest_datagram = 65535; ///< Octets, 44 at least; no UDP payload is longer.
+    std::uint32_t workers = 1;            ///< Threads; 0 is taken as 1, more than most_workers as that.
+    /** How long a worker looks for the next packet before it sleeps, as long as packets come at such intervals;
+     *  0: it sleeps at once. Packets that come more rarely find it asleep, so that a quiet reflector uses no
+     *  processor time. The default is about what waking a thread takes. With one core workers sleep at once. */
+    std::uint32_t busy_poll_microseconds = 20;
+    bool separate_requests = false; ///< Receive requests one by one, even where the system has merged them.
+    bool separate_replies = false;  ///< Send replies one by one, not several as one segmented datagram.
+};
+
+} // namespace olv_fastpath
+
+#endif

@@ -1,0 +1,124 @@
+#include "fastpath/udp/packet_carrier.hpp"
+
+#include <algorithm>
+#include <cassert>
+#include <utility>
+
+#include "net/wall_clock.hpp"
+
+namespace olv_fastpath {
+
+namespace {
+
+/** Batches taken from one listener before the others get their turn. */
+constexpr int batches_each_turn = 4;
+/** The part of a second that reading both clocks takes at most: two microseconds. */
+constexpr std::uint64_t clocks_apart = 500'000;
+/** Of so many requests that were received together, the replies may leave as segments. Of fewer it would save
+ * little, and captures on this machine, which show segments as one long datagram, would be wrong of a few
+ * probes. */
+constexpr std::size_t fewest_in_segments = 8;
+
+} // namespace
+
+packet_carrier::packet_carrier(reflector &reflecting, const fast_path_options &options,
+                               std::shared_ptr<responder_limits> limits)
+    : reflector_(reflecting),
+      admission_(reflecting.processor(), options, std::move(limits)),
+      requests_(options.longest_datagram)
+{}
+
+packet_carrier::served packet_carrier::serve(udp_listener &from)
+{
+    if (!from.wait.ever_looks()) {
+        return {.messages = serve_batches(from)};
+    }
+    const idle_wait::clock::time_point looked = idle_wait::clock::now();
+    const std::size_t messages = serve_batches(from);
+    if (messages > 0) {
+        from.wait.note_packets(looked, idle_wait::clock::now());
+    }
+    return {.messages = messages, .is_busy = from.wait.may_look(looked)};
+}
+
+std::size_t packet_carrier::serve_batches(udp_listener &from)
+{
+    std::size_t all = 0;
+    for (int turn = 0; turn < batches_each_turn; ++turn) {
+        assert(replies_.is_empty()); // some are written in the requests' memory
+        const std::size_t received = requests_.receive(from.socket.number());
+        if (received == 0) {
+            break;
+        }
+        all += received;
+        reflector::batch batch{reflector_};
+        const arrival_clock clock = read_clocks();
+        reflector_.expect(requests_.senders(), from.to.path);
+        for (std::size_t index = 0; index < received; ++index) {
+            take(from, requests_.message(index), clock, batch);
+        }
+        send(from, batch);
+        if (received < receive_batch::capacity) {
+            break;
+        }
+    }
+    return all;
+}
+
+arrival_clock packet_carrier::read_clocks() const
+{
+    const processor_clock &timer = reflector_.clock();
+    if (!timer.runs()) {
+        return {timer.now(), std::nullopt, timer.ticks_per_second()};
+    }
+    const clock_reading now = read_together([&timer] { return timer.now(); },
+                                            [] { return olv_net::nanoseconds_of(olv_net::wall_time()); },
+                                            timer.ticks_per_second() / clocks_apart);
+    return {now.timer, now.wall_nanoseconds, timer.ticks_per_second()};
+}
+
+void packet_carrier::take(udp_listener &from, const received_message &message, const arrival_clock &clock,
+                          reflector::batch &batch)
+{
+    const std::size_t datagrams = message.datagrams();
+    if (const auto reason = admission_.reason_against(message.sender(), clock.timer())) {
+        from.counters.dropped_packets[*reason] += datagrams;
+        return;
+    }
+    if (message.is_truncated()) {
+        ++from.counters.dropped_packets[drop_reason::too_long];
+        return;
+    }
+    for (std::size_t datagram = 0; datagram < datagrams; ++datagram) {
+        take_datagram(from, message, datagram, clock, batch);
+    }
+}
+
+void packet_carrier::take_datagram(udp_listener &from, const received_message &message, std::size_t datagram,
+                                   const arrival_clock &clock, reflector::batch &batch)
+{
+    received_packet packet = message.packet(datagram);
+    if (const auto reason = admission_.reason_against(packet.payload, from.to, clock.timer())) {
+        ++from.counters.dropped_packets[*reason];
+        return;
+    }
+    ++from.counters.received_packets;
+    if (replies_.is_full()) {
+        send(from, batch);
+    }
+    packet.arrival_ticks = clock.arrival(message.stamp());
+    const bool many = std::max(requests_.senders().size(), message.datagrams()) >= fewest_in_segments;
+    replies_.answer(message, datagram, many && from.segments,
+                    [&](std::span<std::uint8_t> room) { return batch.reflect(packet, from.to.path, room); });
+}
+
+void packet_carrier::send(udp_listener &from, reflector::batch &batch)
+{
+    batch.count();
+    const send_result result = replies_.send(from.socket.number(), reflector_.clock());
+    from.counters.sent_replies += result.sent;
+    from.counters.failed_replies += result.failed;
+    from.segments = from.segments && !result.segments_refused;
+}
+
+} // namespace olv_fastpath
