@@ -50,7 +50,7 @@ class session_keeper {
     /** Fetch from memory, of all senders at the same time, what is known of them. */
     void expect(std::span<const olv_net::ip_endpoint> senders, std::uint32_t responder_id) const;
 
-    /** Those that are over and not yet found to be included. */
+    /** Sessions, counting those that are over and have not been found to be yet. */
     [[nodiscard]] std::uint32_t size() const { return table_.size(); }
     /** The sessions that are not over at this instant, the longest idle one first. */
     [[nodiscard]] std::vector<session_summary> sessions_at(std::uint64_t now) const;

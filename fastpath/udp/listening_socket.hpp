@@ -41,9 +41,9 @@ class listening_socket {
     /** The address with the port that the socket really has. */
     [[nodiscard]] const olv_net::socket_address &local() const { return local_; }
     [[nodiscard]] const socket_abilities &abilities() const { return abilities_; }
-    /** Packets that found no room here since let_in(); 0 where the system does not tell. What is sent to a
-     * group each of several sockets at all addresses gets a copy of: those of all but the first one count, too.
-     */
+    /** Packets that found no room here since let_in(); 0 where the system does not tell. Of what is sent to a
+     *  group, each of several sockets at all addresses gets a copy; those that all but the first one drop are
+     *  counted here, too. */
     [[nodiscard]] std::uint32_t dropped() const;
 
   private:

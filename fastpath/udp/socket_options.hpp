@@ -26,22 +26,22 @@ struct socket_abilities {
  */
 [[nodiscard]] std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storage &address);
 
-/** Let a socket share its address with all others that this was called for. Those that come later are bound
- *  after the call; the first one may be bound before. The system hands all packets of a sender to the same one.
- */
+/** Let a socket share its address with all others that this was called for: for the first one before any other
+ *  is bound to the address, for each other one before it is bound. The system hands all packets of a sender to
+ *  the same socket. */
 [[nodiscard]] bool share_address(int socket);
 
 /** Which packets to its address a socket gets; the system drops the others. */
 enum class kept_packets : std::uint8_t {
     none,
-    to_this_host, ///< But not to a group, or to all hosts: of those, each of several sockets gets a copy.
+    to_this_host, ///< Not those to a group or to all hosts, of which each of several sockets gets a copy.
     all
 };
 
 [[nodiscard]] bool keep_packets(int socket, int family, kept_packets which);
 
-/** Receive datagrams of one sender as one message, where the system has merged them. It is as long as the
- * longest datagram at most. Nothing changes where the system merges none. */
+/** Receive datagrams of one sender as one message, where the system has merged them. A message has at most as
+ *  many octets as the longest datagram may have. Nothing changes where the system merges none. */
 void receive_together(int socket);
 
 /** Packets that the system has dropped at the socket so far, because there was no room or because they are not

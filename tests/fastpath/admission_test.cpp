@@ -43,9 +43,7 @@ class admission_test : public reflector_test {
     std::optional<admission> admission_{std::in_place, processor_, fast_path_options{}};
 };
 
-// ---------------------------------------------------------------------------------------------------------
 // Senders
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(admission_test, sender_is_dropped_for_the_first_reason_there_is)
 {
@@ -105,9 +103,7 @@ TEST_F(admission_test, unspecified_address_stands_for_all_of_this_system)
         EXPECT_EQ(against(other), std::nullopt) << other;
 }
 
-// ---------------------------------------------------------------------------------------------------------
 // Answers to replies
-// ---------------------------------------------------------------------------------------------------------
 
 TEST_F(admission_test, answer_to_a_reply_is_known_for_eight_seconds)
 {
@@ -145,9 +141,7 @@ TEST_F(admission_test, other_packets_are_no_answers)
     EXPECT_EQ(global(), global_counters{});
 }
 
-// ---------------------------------------------------------------------------------------------------------
 // Limits of packets
-// ---------------------------------------------------------------------------------------------------------
 
 class limit_test : public admission_test {
   protected:

@@ -2,6 +2,9 @@
 
 #include "fastpath/udp/idle_wait.hpp"
 
+#include <filesystem>
+#include <iterator>
+
 #include <sys/resource.h>
 
 #include "udp_fixture.hpp"
@@ -93,11 +96,21 @@ TEST_P(busy_poll_test, more_sockets_than_can_be_busy_are_served_and_come_and_go)
     EXPECT_EQ(counters(), (responder_counters{.received = 600, .transmitted = 600, .active = 1}));
 }
 
-TEST_P(busy_poll_test, stops_while_it_looks_and_starts_again)
+/** Threads of this process, as the system lists them. */
+std::ptrdiff_t threads()
 {
+    return std::distance(std::filesystem::directory_iterator{"/proc/self/task"}, {});
+}
+
+TEST_P(busy_poll_test, stops_at_once_while_it_looks_and_starts_again)
+{
+    const std::ptrdiff_t running = threads();
     for (int round = 0; round < 5; ++round) {
         ask(first_);
+        const auto begin = std::chrono::steady_clock::now();
         fast_path_->stop();
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, patience); // half of what it would have looked for
+        EXPECT_TRUE(eventually([&] { return threads() == running - 1; }));
         sender_.send(at(first_), request_of(41));
         EXPECT_TRUE(sender_.is_empty());
         fast_path_->start();

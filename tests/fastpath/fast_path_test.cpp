@@ -173,9 +173,7 @@ INSTANTIATE_TEST_SUITE_P(workers, fast_path_test, testing::Values(1, 2, 4), [](c
     return std::string(row.param == 1 ? "one" : row.param == 2 ? "two" : "four");
 });
 
-// ---------------------------------------------------------------------------------------------------------
 // Several workers
-// ---------------------------------------------------------------------------------------------------------
 
 class workers_test : public traffic_test {};
 
@@ -225,9 +223,7 @@ TEST_F(workers_test, leave_nothing_open_when_one_gets_no_socket)
     expect_answer(client{AF_INET}, at(add(wanted)));
 }
 
-// ---------------------------------------------------------------------------------------------------------
 // While packets keep coming
-// ---------------------------------------------------------------------------------------------------------
 
 /** Asks again as soon as it is answered, or has not been for a moment: there is room for the replies to all
  * that it may have asked while the workers had no core. */

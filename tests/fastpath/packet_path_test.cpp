@@ -142,9 +142,7 @@ TEST_F(packet_path_test, clearing_by_the_control_side_is_not_undone)
     EXPECT_EQ(counters(), (responder_counters{.received = 20003, .transmitted = 20003, .active = 1}));
 }
 
-// ---------------------------------------------------------------------------------------------------------
 // Batches
-// ---------------------------------------------------------------------------------------------------------
 
 class batch_test : public packet_path_test {
   protected:

@@ -158,9 +158,7 @@ TEST_F(reply_batch_test, replies_leave_one_by_one_where_the_system_refuses)
     expect_replies(each, 0x28);
 }
 
-// ---------------------------------------------------------------------------------------------------------
 // A server
-// ---------------------------------------------------------------------------------------------------------
 
 class segments_test : public traffic_test {
   protected:

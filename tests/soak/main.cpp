@@ -19,7 +19,6 @@
 namespace {
 
 using clock_type = std::chrono::steady_clock;
-
 constexpr std::uint32_t processors = 2; ///< Each with a module and senders.
 
 struct soak_options {

@@ -18,7 +18,7 @@ FLOORS = {
     r"fastpath/udp/.*": rf"fastpath/(core|udp)/.*|net/.*|{PROCESSOR}",
     r"fastpath/[^/]*": r"fastpath/.*|net/.*",
     r"probe/.*": r"(probe|net)/.*",
-    r"apps/.*": rf"(apps|net|probe|sim)/.*|{INTERFACES}|fastpath/fast_path\.hpp|fastpath/core/state_entry\.hpp",
+    r"apps/.*": rf"(apps|net|probe|sim)/.*|{INTERFACES}|fastpath/fast_path\.hpp",
 }
 
 
