@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks how the sources are written. Safe to run again; builds below build/ only.
 #   scripts/lint.sh            format and tidy
-#   scripts/lint.sh format     clang-format and shellcheck: seconds
+#   scripts/lint.sh format     clang-format, shellcheck, no test that can be skipped: seconds
 #   scripts/lint.sh tidy       clang-tidy and Clang's warnings, each file with its own includes alone: minutes
 #   scripts/lint.sh analyzer   Clang's static analyzer on the sources: longer
 set -euo pipefail
@@ -16,6 +16,8 @@ format() {
   clang-format-14 --dry-run -Werror "${files[@]}"
   echo "== shellcheck"
   shellcheck scripts/*.sh .ci/run apps/completion/*
+  echo "== no test can be skipped"
+  ! git grep -nE 'GTEST_SKIP|DISABLED_|SkipTest|skip(Test|If|Unless)|SKIP_RETURN_CODE' -- tests cmake
 }
 
 # Nothing is built: what Clang has to say it says while reading.
