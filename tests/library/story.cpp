@@ -9,37 +9,6 @@ namespace olv_test {
 
 namespace {
 
-std::string formatted(const char *format, std::va_list list)
-{
-    std::va_list measured;
-    va_copy(measured, list);
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
-    std::string text(static_cast<std::size_t>(length) + 1, '\0');
-    (void)std::vsnprintf(text.data(), text.size(), format, list);
-    text.pop_back();
-    return text;
-}
-
-[[gnu::format(printf, 1, 2)]] std::string formatted(const char *format, ...)
-{
-    std::va_list list;
-    va_start(list, format);
-    std::string text = formatted(format, list);
-    va_end(list);
-    return text;
-}
-
-/** A message without arguments has one newline, two have none. */
-std::string as_printed(std::string_view format, std::string text)
-{
-    if (format == "Unsupported log-level in TWAMP!" || format == "Succefully initialized TWAMP module" ||
-        format.find('%') != std::string_view::npos) {
-        return text;
-    }
-    return text.ends_with('\n') ? text : text + '\n';
-}
-
 log_line message(severity how, const char *file, const char *format, std::va_list list)
 {
     const std::string text = formatted(format, list);

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "harness.hpp"
+#include "module_log.hpp"
 
 namespace olv_test {
 
@@ -39,8 +40,6 @@ struct outcome {
 };
 
 using effect = std::function<void(outcome &)>;
-
-enum class severity : std::uint8_t { fatal, error, info, entry, exit, state_dump, learnt, removed };
 
 /** Whose name a line has and whose log words it asks. */
 enum class voice : std::uint8_t {

@@ -8,24 +8,6 @@ namespace olv_test {
 
 namespace {
 
-/** What a severity is on the console and in the trace. */
-struct severity_rule {
-    const char *keyword;
-    std::uint32_t trace_level;
-    std::uint32_t mask; ///< Of a log word; shown from the threshold on.
-    std::uint32_t threshold;
-};
-constexpr severity_rule rules[] = {
-    {"FATAL", 4, 0x0F, 1},         {"ERROR", 2, 0x0F, 3},           {"info", 0, 0x0F, 15},
-    {"function", 8, 0x10, 0x10},   {"function", 9, 0x10, 0x10},     {"se_write", 27, 0x80, 0x80},
-    {"ptn_learn", 15, 0x40, 0x40}, {"ptn_unlearn", 16, 0x40, 0x40},
-};
-
-const severity_rule &rule(severity how)
-{
-    return rules[static_cast<std::size_t>(how)];
-}
-
 // The lines of a told story.
 
 std::string call_line(std::string_view name, const std::string &arguments)
@@ -109,11 +91,9 @@ class teller {
 
     [[nodiscard]] bool shown(const log_line &said) const
     {
-        const auto passes = [&](std::uint32_t word) {
-            return (word & rule(said.how).mask) >= rule(said.how).threshold;
-        };
-        const bool by_module = passes(result_.left.log_flags);
-        const bool by_system = given_.system_flags && passes(*given_.system_flags);
+        const severity_rule &own = rule(said.how);
+        const bool by_module = own.is_shown_with(result_.left.log_flags);
+        const bool by_system = given_.system_flags && own.is_shown_with(*given_.system_flags);
         switch (said.by) {
         case voice::nobody:
             return true;
