@@ -2,8 +2,6 @@
 // program other than by an error that says what is wrong.
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -16,61 +14,21 @@
 #include "net/address_prefix.hpp"
 #include "net/socket_address.hpp"
 #include "probe/test_packet.hpp"
+#include "stream_capture.hpp"
 #include "target.hpp"
 
 namespace {
 
 using olv_fuzz::report_difference;
+using olv_fuzz::require;
 
 /** What the programs promise; a test can change it, to see that a difference is noticed. */
-struct expectations {
+struct {
     int usage_status = 2;
     std::string_view after_name = ": ";
     unsigned largest_dscp = 63;
     std::string_view address_prefix = "address '";
-};
-
-expectations &expected()
-{
-    static expectations all;
-    return all;
-}
-
-void require(bool holds, const std::string &what)
-{
-    if (!holds) {
-        report_difference(what);
-    }
-}
-
-/** What a stream of the C library gets while it lives. */
-class captured_stream {
-  public:
-    explicit captured_stream(std::FILE *&stream) : place_(stream), saved_(stream)
-    {
-        stream = open_memstream(&buffer_, &length_);
-    }
-    ~captured_stream()
-    {
-        (void)std::fclose(place_);
-        place_ = saved_;
-        std::free(buffer_);
-    }
-    captured_stream(const captured_stream &) = delete;
-    captured_stream &operator=(const captured_stream &) = delete;
-
-    [[nodiscard]] std::string text()
-    {
-        (void)std::fflush(place_);
-        return {buffer_, length_};
-    }
-
-  private:
-    std::FILE *&place_;
-    std::FILE *saved_;
-    char *buffer_ = nullptr;
-    std::size_t length_ = 0;
-};
+} expected;
 
 /** The words of a command line, one on each line of the input. */
 std::vector<std::string> words_of(std::string_view text)
@@ -91,26 +49,21 @@ bool reads(std::string_view text, const char *program,
            std::optional<int> (*read)(const std::vector<std::string> &, Options &), Options &options)
 {
     const std::vector<std::string> words = words_of(text);
-    std::optional<int> status;
-    std::string error;
-    std::string output;
-    {
-        captured_stream errors{stderr};
-        captured_stream prints{stdout};
-        status = read(words, options);
-        output = prints.text();
-        error = errors.text();
-    }
+    static olv_fuzz::stream_capture errors{stderr};
+    static olv_fuzz::stream_capture prints{stdout};
+    const std::optional<int> status =
+        errors.during([&] { return prints.during([&] { return read(words, options); }); });
+    const std::string &error = errors.text();
+    const std::string &output = prints.text();
     if (!status) {
         require(error.empty() && output.empty(), "a command line that is taken prints nothing");
         return true;
     }
-    require(*status == 0 || *status == expected().usage_status,
-            "a command line is refused with its own status");
+    require(*status == 0 || *status == expected.usage_status, "a command line is refused with its own status");
     if (*status == 0) {
         require(error.empty() && !output.empty(), "help is printed");
     } else {
-        const std::string beginning = program + std::string{expected().after_name};
+        const std::string beginning = program + std::string{expected.after_name};
         require(error.starts_with(beginning) && error.size() > beginning.size() + 1,
                 "an error begins with the program's name: " + error);
         require(error.ends_with('\n'), "an error ends its line");
@@ -153,7 +106,7 @@ void probe_command_line(std::string_view text)
     require(session.size >= (session.stamp ? 44u : 14u) && session.size <= 65507, "size in its range");
     require(session.ttl >= 1, "TTL in its range");
     require(!session.stamp || session.zero_padding, "STAMP packets are filled with zeros");
-    require(session.dscp <= expected().largest_dscp, "DSCP in its range");
+    require(session.dscp <= expected.largest_dscp, "DSCP in its range");
 }
 
 /** Parse a text. Refused: one line that says why. Taken: its own text means the same. */
@@ -177,7 +130,7 @@ void text_of(std::string_view text, Value (*parse)(std::string_view), const char
 
 void socket_address(std::string_view text)
 {
-    text_of(text, olv_net::parse_socket_address, expected().address_prefix.data());
+    text_of(text, olv_net::parse_socket_address, expected.address_prefix.data());
 }
 
 void address_prefix(std::string_view text)
@@ -222,22 +175,12 @@ constexpr std::array parsers{twampctl_command_line, probe_command_line, socket_a
 
 } // namespace
 
-bool olv_fuzz::change_expectation(std::string_view what)
-{
-    expectations &all = expected();
-    if (what == "status") {
-        all.usage_status = 1;
-    } else if (what == "error-text") {
-        all.after_name = " - ";
-    } else if (what == "range") {
-        all.largest_dscp = 62;
-    } else if (what == "reason") {
-        all.address_prefix = "prefix '";
-    } else {
-        return false;
-    }
-    return true;
-}
+const std::map<std::string_view, void (*)()> olv_fuzz::expectation_changes{
+    {"status", [] { expected.usage_status = 1; }},
+    {"error-text", [] { expected.after_name = " - "; }},
+    {"range", [] { expected.largest_dscp = 62; }},
+    {"reason", [] { expected.address_prefix = "prefix '"; }},
+};
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {

@@ -1,42 +1,67 @@
 // Global counters and the dumps of the classifier trees.
 #include "library_model.hpp"
 
-#include <cstdio>
-
 namespace olv_fuzz {
 namespace {
 
 constexpr const char *file = "twamp.c";
 constexpr const char *walk_file = "twamp_internal.c";
 constexpr std::uint32_t key_bits = 24;
-constexpr std::uint32_t group_masks[] = {1, 2};
 constexpr const char *tree_names[] = {"olv_twamp.twamp_responder_lookup",
                                       "olv_twamp.twamp_bind_to_next_module"};
 
+void dump_entry(library_model &m, std::uint32_t index, const model_key &key, const model_entry &entry)
+{
+    const auto [bits, value] = key;
+    m.print("%s, ", tree_names[index]);
+    if (index == 0) {
+        const pattern_argument pattern{.length = bits, .pattern = {.known = true, .key = key}};
+        (void)m.responder_entry_dump(&pattern, &entry.action);
+    } else {
+        const std::string shown = bits == 0 ? "*" : formatted("0x%0*x", static_cast<int>(bits / 4), value);
+        m.print("<key = %s/%u><action = %s>", shown.c_str(), bits, text_of(entry.action).c_str());
+    }
+    m.console += '\n';
+}
+
+std::uint32_t dump_tree(library_model &m, const model_module &module, std::uint32_t index)
+{
+    const model_context &context = m.context_of(module);
+    if (index == 0) {
+        m.print("\n%s, ", tree_names[0]);
+        (void)m.responder_entry_dump(nullptr, nullptr);
+        m.console += '\n';
+    }
+    bool printed_once = false;
+    return m.platform.list(module.record.rte_handle, index == 0 ? context.responder_tree : context.bind_tree,
+                           [&](const model_key &key, const model_entry &entry) {
+                               const bool only_once = entry.pattern_word == key_bits;
+                               if (!only_once || !printed_once) {
+                                   dump_entry(m, index, key, entry);
+                               }
+                               printed_once = printed_once || only_once;
+                           });
+}
+
 } // namespace
 
-std::uint32_t library_model::global_stats_get(model_module *module, std::array<std::uint32_t, 6> *stats)
+std::uint32_t library_model::global_stats_get(model_module *module, words *stats)
 {
-    if (!usable(module)) {
-        return refuse(file, module, "Failed to delete Responder Handle");
-    }
-    const operation current = operation_of(*module, "olv_twamp_global_stats_get", file);
-    return framed(current, [&] {
-        const speaker by = speaker_of(current);
+    const operation_name name{"olv_twamp_global_stats_get", file, "Failed to delete Responder Handle"};
+    return operate(module, name, [&](const operation &of) {
         if (stats == nullptr) {
-            return fail(by, 0x30008, "Null Stats Pointer");
+            return fail(of, 0x30008, "Null Stats Pointer");
         }
         *stats = {};
         model_bytes block;
-        const std::uint32_t code = platform.state_get(module->rte, 0x7008C1, 24, block);
+        const std::uint32_t code = platform.state_get(module->record.rte_handle, global_statistics, 24, block);
         if (code != 0) {
-            return fail(by, 0x3002B,
-                        "Failed to read TWAMP Gloabl Stats, RTE error code:0x%x, error string: %s\n", code,
-                        hyx_status_get(code));
+            return fail(of, 0x3002B,
+                        text("Failed to read TWAMP Gloabl Stats, RTE error code:0x%x, error string: %s\n", code,
+                             hyx_status_get(code)));
         }
-        for (std::size_t index = 0; index < 24; ++index) {
-            std::uint32_t &word = (*stats)[index / 4];
-            word = word << 8 | block[index];
+        for (std::size_t index = 0; index < stats->size(); ++index) {
+            stats->at(index) = big_endian_word(block, 4 * index);
         }
         return 0u;
     });
@@ -44,141 +69,78 @@ std::uint32_t library_model::global_stats_get(model_module *module, std::array<s
 
 std::uint32_t library_model::global_stats_print(model_module *module)
 {
-    static constexpr std::array labels{"Total received packets: ",
-                                       "Total transmitted packets: ",
-                                       "Packets dropped due to responder not defined : ",
-                                       "Packets dropped due to length check failed: ",
-                                       "Packets dropped due to hash errors: ",
-                                       "Packets dropped due to bind not defined: "};
-    std::array<std::uint32_t, 6> stats{};
-    if (global_stats_get(module, &stats) != 0) {
-        return 0;
-    }
-    console += "\nTWAMP global statistics (Non-zero only)\n";
-    for (std::size_t field = 0; field < stats.size(); ++field) {
-        if (stats[field] != 0) {
-            print("%s%d\n", labels[field], static_cast<int>(stats[field]));
-        }
+    words stats{};
+    if (global_stats_get(module, &stats) == 0) {
+        console += "\nTWAMP global statistics (Non-zero only)\n";
+        print_counters(
+            {"Total received packets: ", "Total transmitted packets: ",
+             "Packets dropped due to responder not defined : ", "Packets dropped due to length check failed: ",
+             "Packets dropped due to hash errors: ", "Packets dropped due to bind not defined: "},
+            stats);
     }
     return 0;
 }
 
 std::uint32_t library_model::tables_dump(model_module *module, std::uint32_t group)
 {
-    const std::uint32_t address = module != nullptr ? module->address : 0;
-    if (module == nullptr || module->magic != 0x53248791) {
-        say_unknown(file, "Invalid module handle 0x%08x\n", address);
+    if (module == nullptr || module->record.magic != module_magic) {
+        say_unknown(file, text("Invalid module handle 0x%08x\n", address_of(module)));
         return 0x30001;
     }
-    if (!usable(module)) {
-        return refuse(file, module, "failed to dump TWAMP tables");
-    }
-    const operation current = operation_of(*module, "olv_twamp_tables_dump", file);
-    return framed(current, [&]() -> std::uint32_t {
+    const operation_name name{"olv_twamp_tables_dump", file, "failed to dump TWAMP tables"};
+    return operate(module, name, [&](const operation &of) -> std::uint32_t {
         if (group < 1 || group > 3) {
-            say_unknown(file, "Invalid table group %d\n", static_cast<int>(group));
+            say_unknown(file, text("Invalid table group %d\n", static_cast<int>(group)));
             return 0x30008;
         }
         const std::uint32_t failed = dump_tables(*module, group);
-        if (failed == 0) {
-            return 0;
-        }
-        const std::uint32_t status = (failed & ~0xF0000u) | 0x30000u;
-        return fail(speaker_of(current), status, "Failed to dump TWAMP Tables");
+        return failed == 0 ? 0 : fail(of, as_own(failed), "Failed to dump TWAMP Tables");
     });
 }
 
 std::uint32_t library_model::dump_tables(model_module &module, std::uint32_t group)
 {
-    const operation current = operation_of(module, "olv_twamp_dump_tables", walk_file);
-    function_line(current, true);
+    const operation of{module, module.record.system, "olv_twamp_dump_tables", walk_file};
+    function_line(of, severity::entry);
     for (std::uint32_t index = 0; index < 2; ++index) {
-        if ((group & group_masks[index]) == 0) {
-            continue;
-        }
-        const std::uint32_t code = dump_tree(current, index);
+        const bool selected = (group & (1u << index)) != 0;
+        const std::uint32_t code = selected ? dump_tree(*this, module, index) : 0;
         if (code != 0) {
-            const speaker by = speaker_of(current);
-            fail(by, 0x7E, "RTE Error %s: Failed to dump TWAMP tree for idx %d\n", hyx_status_get(code),
-                 static_cast<int>(index));
-            fail(by, 0x7E, "Failed to dump TWAMP module's trees");
-            function_line(current, false);
+            fail(of, 0x7E,
+                 text("RTE Error %s: Failed to dump TWAMP tree for idx %d\n", hyx_status_get(code),
+                      static_cast<int>(index)));
+            fail(of, 0x7E, "Failed to dump TWAMP module's trees");
+            function_line(of, severity::exit);
             return 0x7E;
         }
     }
     return 0; // without an exit line
 }
 
-std::uint32_t library_model::dump_tree(const operation &current, std::uint32_t index)
+std::uint32_t library_model::responder_entry_dump(const pattern_argument *pattern, const olv_ptn_action *action)
 {
-    const model_context &context = context_of(*current.module);
-    if (index == 0) {
-        print("\n%s, ", tree_names[0]);
-        (void)responder_entry_dump(nullptr, 0);
-        console += '\n';
-    }
-    bool printed_once = false;
-    return platform.list(current.module->rte, index == 0 ? context.responder_tree : context.bind_tree,
-                         [&](const model_key &key, const model_entry &entry) {
-                             const bool only_once = entry.pattern_word == key_bits;
-                             if (!only_once || !printed_once) {
-                                 dump_entry(index, key, entry);
-                             }
-                             printed_once = printed_once || only_once;
-                         });
-}
-
-void library_model::dump_entry(std::uint32_t index, const model_key &key, const model_entry &entry)
-{
-    const auto [bits, value] = key;
-    print("%s, ", tree_names[index]);
-    if (index == 0) {
-        const pattern_argument pattern{.length = bits,
-                                       .pattern = {.known = true, .bits = bits, .value = value}};
-        (void)responder_entry_dump(&pattern, entry.action[0]);
-    } else if (bits == 0) {
-        print("<key = */0>");
-    } else {
-        print("<key = 0x%0*x/%u>", static_cast<int>(bits / 4), value, bits);
-    }
-    if (index != 0) {
-        print("<action = 0x%08x 0x%08x 0x%08x>", entry.action[0], entry.action[1], entry.action[2]);
-    }
-    console += '\n';
-}
-
-void library_model::table_entry_dump(std::uint32_t tree_index, const pattern_argument *pattern,
-                                     std::optional<std::uint32_t> value)
-{
-    if (tree_index == 0) {
-        (void)responder_entry_dump(pattern, value);
-    }
-}
-
-int library_model::responder_entry_dump(const pattern_argument *pattern, std::optional<std::uint32_t> value)
-{
-    const auto say_last = [this](const std::string &text) {
-        console += text;
-        return static_cast<int>(text.size());
+    const auto print_last = [this](std::string_view last) {
+        console += last;
+        return static_cast<std::uint32_t>(last.size());
     };
     if (pattern == nullptr) {
-        return say_last("RESPONDER-ID, DEFINED/NOT_DEFINED ");
+        return print_last("RESPONDER-ID, DEFINED/NOT_DEFINED ");
     }
     if (pattern->length == 0) {
         console += '*';
     } else if (pattern->length != key_bits) {
-        return say_last("!!Unexpected Pattern!!");
+        return print_last("!!Unexpected Pattern!!");
     } else {
         std::uint32_t id = 0;
         if (platform.ptn_parse(pattern->pattern, id) != 0) {
-            return say_last("!!Parse Error!!");
+            return print_last("!!Parse Error!!");
         }
         print("0x%X", id);
     }
-    if (value == 0u || value == 4u) {
-        return say_last(", DEFINED");
+    if (action != nullptr && (action->word[0] == 0 || action->word[0] == 4)) {
+        return print_last(", DEFINED");
     }
-    return say_last(value == 1u ? ", NOT_DEFINED" : "!!Unexpected Return!!");
+    return print_last(action != nullptr && action->word[0] == 1 ? ", NOT_DEFINED" : "!!Unexpected Return!!");
 }
 
 } // namespace olv_fuzz

@@ -1,90 +1,53 @@
 // The model's console and traces, and the frame of an operation.
+#include <cstdarg>
+
 #include "library_model.hpp"
-#include "olv_sim/calls.hpp"
 #include "olv_sim/tracer.hpp"
 
-#include <cstdarg>
-#include <cstdio>
-#include <string_view>
-
 namespace olv_fuzz {
-namespace {
 
-constexpr std::uint32_t level_bits = 0x0F;
-constexpr std::uint32_t function_bit = 0x10;
-constexpr std::uint32_t pattern_bit = 0x40;
-
-std::string formatted(const char *format, std::va_list list)
+std::uint32_t low_word(const void *address)
 {
-    std::va_list measured;
-    va_copy(measured, list);
-    const int length = std::vsnprintf(nullptr, 0, format, measured);
-    va_end(measured);
-    std::string text(static_cast<std::size_t>(length) + 1, '\0');
-    (void)std::vsnprintf(text.data(), text.size(), format, list);
-    text.pop_back();
-    return text;
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(address));
 }
 
-bool has_arguments(std::string_view format)
+std::uint32_t address_of(const model_module *module)
 {
-    return format.find('%') != std::string_view::npos;
+    return module != nullptr ? low_word(module->real) : 0;
 }
 
-/** The two messages that no newline follows on the console. */
-bool stays_on_its_line(std::string_view format)
+std::uint32_t big_endian_word(const model_bytes &bytes, std::size_t at)
 {
-    return format == "Unsupported log-level in TWAMP!" || format == "Succefully initialized TWAMP module";
-}
-
-/** A message without arguments is a line of its own: one newline after it. */
-std::string as_printed(const std::string &format, std::string text)
-{
-    if (has_arguments(format) || stays_on_its_line(format)) {
-        return text;
+    std::uint32_t value = 0;
+    for (std::size_t index = at; index < at + 4; ++index) {
+        value = value << 8 | bytes.at(index);
     }
-    while (text.ends_with('\n')) {
-        text.pop_back();
-    }
-    return text + "\n";
+    return value;
 }
 
-std::string tail(const std::string &file)
+message text(const char *format, ...)
 {
-    return " " + file + ":LINE ";
+    std::va_list list;
+    va_start(list, format);
+    message made{format, formatted(format, list)};
+    va_end(list);
+    return made;
 }
-
-} // namespace
 
 bool library_model::usable(const model_module *module) const
 {
-    return module != nullptr && module->magic == module_magic && valid_module_handle(*module) == 1;
+    return module != nullptr && module->record.magic == module_magic && valid_module_handle(*module) == 1;
 }
 
 std::uint32_t library_model::valid_module_handle(const model_module &module) const
 {
-    const bool valid =
-        module.context >= 0 && contexts.at(static_cast<std::size_t>(module.context)).magic == context_magic;
-    return valid ? 1 : 0;
+    const auto context = static_cast<std::size_t>(module.context);
+    return module.context >= 0 && contexts.at(context).magic == context_magic ? 1 : 0;
 }
 
 model_context &library_model::context_of(const model_module &module)
 {
     return contexts.at(static_cast<std::size_t>(module.context));
-}
-
-library_model::operation library_model::operation_of(model_module &module, const char *name, const char *file)
-{
-    return {.module = &module, .system = module.system, .name = name, .file = file};
-}
-
-library_model::speaker library_model::speaker_of(const operation &current)
-{
-    return {.own_flags = current.module->log_flags,
-            .system_flags = current.system != nullptr ? std::optional{current.system->log_flags} : std::nullopt,
-            .name = current.module->log_name,
-            .record = trace_record::module,
-            .file = current.file};
 }
 
 void library_model::print(const char *format, ...)
@@ -95,158 +58,146 @@ void library_model::print(const char *format, ...)
     va_end(list);
 }
 
-void library_model::trace(const model_event &event)
+void library_model::print_counters(std::initializer_list<const char *> labels, const words &counters)
 {
-    if (!platform.faults.next(call::olv_lttng_fn_ptr_get)) {
-        events.push_back(event);
+    std::size_t field = 0;
+    for (const char *label : labels) {
+        const std::uint32_t value = counters.at(field++);
+        if (value != 0) {
+            print("%s%d\n", label, static_cast<int>(value));
+        }
     }
 }
 
-void library_model::say_text(const speaker &by, severity how, const char *format, const std::string &text)
+void library_model::tell(const operation &of, severity how, const std::string &shown,
+                         std::optional<std::string> format, const std::string &traced, bool with_place)
 {
-    const auto at_least = [&](std::uint32_t level) {
-        return (by.own_flags & level_bits) >= level || (by.system_flags.value_or(0) & level_bits) >= level;
-    };
-    static constexpr const char *keywords[] = {"FATAL", "ERROR", "info"};
-    static constexpr std::uint32_t thresholds[] = {1, 3, 15};
-    static constexpr std::uint32_t levels[] = {4, 2, 0};
-    const auto index = static_cast<std::size_t>(how);
-    if (at_least(thresholds[index])) {
-        console += "[" + by.name + "_log: " + keywords[index] + "]" + tail(by.file) + as_printed(format, text);
+    const bool by_system = of.by == voice::system;
+    if (by_system && of.system == nullptr) {
+        throw out_of_contract();
     }
-    trace({levels[index], by.record, by.file, format, text});
+    const olv_test::severity_rule &rule = olv_test::rule(how);
+    const bool asks_system = of.by != voice::module_alone && of.system != nullptr;
+    if ((!by_system && rule.is_shown_with(of.module.record.log_flags)) ||
+        (asks_system && rule.is_shown_with(of.system->log_flags))) {
+        print("[%s_log: %s]", by_system ? of.system->log_name : of.module.record.log_name, rule.keyword);
+        console += (with_place ? formatted(" %s:LINE ", of.file) : "") + shown;
+    }
+    if (platform.faults.next(call::olv_lttng_fn_ptr_get)) {
+        return;
+    }
+    const void *record = by_system ? static_cast<const void *>(of.system) : of.module.real;
+    const std::uint32_t level = how == severity::exit ? constants.exit_level : rule.trace_level;
+    events.push_back({level, record, of.file, std::move(format), traced});
 }
 
-void library_model::say(const speaker &by, severity how, const char *format, ...)
+void library_model::say(const operation &of, severity how, const message &said)
 {
-    std::va_list list;
-    va_start(list, format);
-    const std::string text = formatted(format, list);
-    va_end(list);
-    say_text(by, how, format, text);
+    tell(of, how, olv_test::as_printed(said.format, said.text), said.format, said.text);
 }
 
-void library_model::report(const speaker &by, severity how, std::uint32_t status)
+std::uint32_t library_model::fail(const operation &of, std::uint32_t status, const message &said, severity how)
 {
-    say(by, how, "%s\n", olv_sys_status_get(nullptr, status));
-}
-
-std::uint32_t library_model::fail_with(severity how, const speaker &by, std::uint32_t status,
-                                       const char *format, const std::string &text)
-{
-    say_text(by, how, format, text);
-    report(by, how, status);
+    say(of, how, said);
+    say(of, how, text("%s\n", olv_sys_status_get(nullptr, status)));
     return status;
 }
 
-std::uint32_t library_model::fail(const speaker &by, std::uint32_t status, const char *format, ...)
+void library_model::say_unknown(const char *file, const message &said)
 {
-    std::va_list list;
-    va_start(list, format);
-    const std::string text = formatted(format, list);
-    va_end(list);
-    return fail_with(severity::error, by, status, format, text);
+    print("[olv_unknown_log: ERROR] %s:LINE %s", file, olv_test::as_printed(said.format, said.text).c_str());
+    events.push_back({olv_sim::trace_event::forced_error, nullptr, file, said.format, said.text});
 }
 
-std::uint32_t library_model::fail_fatally(const speaker &by, std::uint32_t status, const char *format, ...)
+std::uint32_t library_model::refuse(const char *file, const message &reason, const message &failed)
 {
-    std::va_list list;
-    va_start(list, format);
-    const std::string text = formatted(format, list);
-    va_end(list);
-    return fail_with(severity::fatal, by, status, format, text);
-}
-
-void library_model::say_unknown_text(const char *file, const char *format, const std::string &text)
-{
-    console += "[olv_unknown_log: ERROR]" + tail(file) + as_printed(format, text);
-    events.push_back({olv_sim::trace_event::forced_error, trace_record::none, file, format, text});
-}
-
-void library_model::say_unknown(const char *file, const char *format, ...)
-{
-    std::va_list list;
-    va_start(list, format);
-    const std::string text = formatted(format, list);
-    va_end(list);
-    say_unknown_text(file, format, text);
-}
-
-std::uint32_t library_model::refuse(const char *file, const model_module *module, const char *failed)
-{
-    say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", module != nullptr ? module->address : 0);
-    say_unknown_text(file, failed, failed);
+    say_unknown(file, reason);
+    say_unknown(file, failed);
     return 1;
 }
 
-void library_model::function_line(const operation &current, bool entering)
+std::uint32_t library_model::refuse_module(const char *file, const model_module *module, const message &failed)
 {
-    const std::uint32_t system_flags = current.system != nullptr ? current.system->log_flags : 0;
-    if (((current.module->log_flags | system_flags) & function_bit) != 0) {
-        print("[%s_log: function]%s[%08lu:%08lu] %s %s\n", current.module->log_name.c_str(),
-              tail(current.file).c_str(), wall_clock.seconds, wall_clock.microseconds,
-              entering ? "Entering" : "Exiting", current.name);
-    }
-    trace(
-        {entering ? 8 : constants_.exit_level, trace_record::module, current.file, std::nullopt, current.name});
+    return refuse(file, text("Invalid TWAMP module handle 0x%08x\n", address_of(module)), failed);
 }
 
-void library_model::pattern_line(const operation &current, const char *word, bool with_place, const char *tree,
-                                 const model_pattern &key, const model_entry &entry)
+void library_model::function_line(const operation &of, severity how)
 {
-    const bool removed = std::string_view{word} == "ptn_unlearn";
-    const std::uint32_t system_flags = current.system != nullptr ? current.system->log_flags : 0;
-    char action[64];
-    (void)std::snprintf(action, sizeof action, "0x%08x 0x%08x 0x%08x", entry.action[0], entry.action[1],
-                        entry.action[2]);
-    if (((current.module->log_flags | system_flags) & pattern_bit) != 0) {
-        print("[%s_log: %s]%s%s: <key = 0x%06x/24>%s<action = %s>\n", current.module->log_name.c_str(), word,
-              with_place ? tail(current.file).c_str() : "", tree, key.value, removed ? "<xsize = 24>" : "",
-              action);
+    const char *const word = how == severity::entry ? "Entering" : "Exiting";
+    const std::string shown =
+        formatted("[%08lu:%08lu] %s %s\n", wall_clock.seconds, wall_clock.microseconds, word, of.name);
+    tell(of, how, shown, std::nullopt, of.name);
+}
+
+std::string text_of(const olv_ptn_action &action)
+{
+    return formatted("0x%08x 0x%08x 0x%08x", action.word[0], action.word[1], action.word[2]);
+}
+
+std::uint32_t library_model::change_entry(const operation &of, severity how, const model_tree_use &tree,
+                                          const model_key &key, const model_entry &entry)
+{
+    const bool removes = how == severity::removed;
+    const std::uint32_t rte = of.module.record.rte_handle;
+    const std::uint32_t code =
+        removes ? platform.unlearn(rte, tree.id, key) : platform.learn(rte, tree.id, key, entry);
+    if (code != 0) {
+        return fail(of, tree.refused,
+                    text(tree.refusal, static_cast<int>(tree.id), code, hyx_status_get(code)));
     }
+    const std::string action = text_of(entry.action);
     // The pattern's first word is the framework's own; the comparison masks it.
-    trace({removed ? 16u : 15u, trace_record::module, current.file, std::nullopt,
-           std::string{tree} + " * 0x00000018 0x00000000 " + (removed ? "24 " : "") + action});
+    tell(of, how,
+         formatted("%s: <key = 0x%06x/24>%s<action = %s>\n", tree.name, key.second,
+                   removes ? "<xsize = 24>" : "", action.c_str()),
+         std::nullopt, formatted("%s * 0x00000018 0x00000000 %s", tree.name, removes ? "24 " : "") + action,
+         tree.line_with_place);
+    return 0;
 }
 
-bool library_model::takes_lock(const operation &current)
+bool library_model::takes_lock(const operation &of)
 {
-    if (current.module->lock == 0) {
-        return true;
+    const std::uint32_t lock = of.module.record.lock;
+    const std::uint32_t code = lock == 0 ? 0 : platform.sem_wait(lock);
+    if (code != 0) {
+        fail(of, constants.lock_failed,
+             text(" Failed to acquire lock, RTE error code: %d. %s\n", static_cast<int>(code),
+                  hyx_status_get(code)));
     }
-    const std::uint32_t code = platform.sem_wait(current.module->lock);
+    return code == 0;
+}
+
+std::uint32_t library_model::released(const operation &of, std::uint32_t result)
+{
+    const std::uint32_t lock = of.module.record.lock;
+    const std::uint32_t code = lock == 0 ? 0 : platform.sem_post(lock);
     if (code == 0) {
-        return true;
-    }
-    const speaker by = speaker_of(current);
-    fail(by, constants_.lock_failed, " Failed to acquire lock, RTE error code: %d. %s\n",
-         static_cast<int>(code), hyx_status_get(code));
-    return false;
-}
-
-std::uint32_t library_model::released(const operation &current, std::uint32_t result)
-{
-    if (current.module->lock == 0) {
         return result;
     }
-    const std::uint32_t code = platform.sem_post(current.module->lock);
-    if (code == 0) {
-        return result;
-    }
-    const speaker by = speaker_of(current);
-    return fail(by, constants_.lock_failed, " Failed to release lock, RTE error code: %d. %s\n",
-                static_cast<int>(code), hyx_status_get(code));
+    return fail(of, constants.lock_failed,
+                text(" Failed to release lock, RTE error code: %d. %s\n", static_cast<int>(code),
+                     hyx_status_get(code)));
 }
 
-std::uint32_t library_model::framed(const operation &current, const std::function<std::uint32_t()> &work)
+std::uint32_t library_model::framed(const operation &of, const std::function<std::uint32_t()> &work)
 {
-    function_line(current, true);
-    if (!takes_lock(current)) {
-        return constants_.lock_failed;
+    function_line(of, severity::entry);
+    if (!takes_lock(of)) {
+        return constants.lock_failed;
     }
-    const std::uint32_t result = released(current, work());
-    function_line(current, false);
+    const std::uint32_t result = released(of, work());
+    function_line(of, severity::exit);
     return result;
+}
+
+std::uint32_t library_model::operate(model_module *module, const operation_name &which,
+                                     const std::function<std::uint32_t(const operation &)> &work)
+{
+    if (!usable(module)) {
+        return refuse_module(which.file, module, which.failed);
+    }
+    const operation of{*module, module->record.system, which.name, which.file};
+    return framed(of, [&] { return work(of); });
 }
 
 } // namespace olv_fuzz

@@ -1,16 +1,12 @@
 // Responders: creation, deletion, counters.
 #include "library_model.hpp"
 
+#include <algorithm>
+
 namespace olv_fuzz {
 namespace {
 
 constexpr const char *file = "twamp_responder.c";
-constexpr const char *lookup_tree = "olv_twamp.twamp_responder_lookup";
-
-std::uint32_t address_of(const model_module *module)
-{
-    return module != nullptr ? module->address : 0;
-}
 
 void store(model_bytes &bytes, std::size_t at, std::uint32_t value)
 {
@@ -19,100 +15,16 @@ void store(model_bytes &bytes, std::size_t at, std::uint32_t value)
     }
 }
 
-std::uint32_t load(const model_bytes &bytes, std::size_t at)
-{
-    std::uint32_t value = 0;
-    for (std::size_t index = 0; index < 4; ++index) {
-        value = value << 8 | bytes.at(at + index);
-    }
-    return value;
-}
-
-} // namespace
-
-std::uint32_t library_model::responder_create(model_module *module, const responder_request *info, int *slot)
-{
-    if (!usable(module)) {
-        return refuse(file, module, "Failed to create Responder Handle");
-    }
-    const operation current = operation_of(*module, "olv_twamp_responder_create", file);
-    return framed(current, [&] {
-        const std::uint32_t result = create_work(current, info, slot);
-        if (result != 0) {
-            if (slot != nullptr && *slot >= 0) {
-                model_responder &record = responders.at(static_cast<std::size_t>(*slot));
-                record.module = nullptr;
-                record.magic = 0;
-                platform.free(record.block);
-                *slot = -1;
-            }
-            say_text(speaker_of(current), severity::error, constants_.create_failed.c_str(),
-                     constants_.create_failed);
-            report(speaker_of(current), severity::error, result);
-        }
-        return result;
-    });
-}
-
-std::uint32_t library_model::create_work(const operation &current, const responder_request *info, int *slot)
-{
-    const speaker by = speaker_of(current);
-    if (info == nullptr || slot == nullptr) {
-        return fail(by, 0x30008, "Null Info / Flow Handle Pointer");
-    }
-    *slot = -1;
-    const std::uint32_t block = platform.calloc();
-    if (block == no_block) {
-        return fail_fatally(by, 0x30012, "Memory allocation failed responder handle");
-    }
-    responders.push_back({.block = block, .module = current.module, .magic = responder_magic});
-    *slot = static_cast<int>(responders.size()) - 1;
-    return create_steps(current, *info, slot);
-}
-
-std::uint32_t library_model::create_steps(const operation &current, const responder_request &info, int *slot)
-{
-    const speaker by = speaker_of(current);
-    const std::uint32_t resources = context_of(*current.module).responder_namespace;
-    std::uint32_t id = 0;
-    const std::uint32_t allocated = platform.rsrc_allocate(resources, id);
-    if (allocated != 0) {
-        return fail(
-            by, 0x3001D,
-            "Failed to allocate index from namespace handle 0x%0x, RTE error code:0x%x, error string: %s\n",
-            resources, allocated, hyx_status_get(allocated));
-    }
-    responders.at(static_cast<std::size_t>(*slot)).id = id;
-    ++context_of(*current.module).created;
-
-    const model_bytes entry = state_entry(current, info);
-    std::uint32_t result = 0;
-    const std::uint32_t written = platform.state_set(current.module->rte, id, entry);
-    if (written != 0) {
-        result = fail(by, 0x3002C, "Failed to reset Responder state, RTE error code:0x%x, error string: %s\n",
-                      written, hyx_status_get(written));
-    } else {
-        result = with_responder_key(
-            current, id, [&](const model_pattern &pattern) { return learn_responder(current, pattern); });
-    }
-    if (result != 0) {
-        (void)platform.rsrc_free(resources, id);
-    }
-    return result;
-}
-
-model_bytes library_model::state_entry(const operation &current, const responder_request &info)
+model_bytes state_entry(library_model &m, const operation &of, const olv_twamp_responder_info &info)
 {
     std::uint64_t ticks = 0;
-    (void)platform.timer(current.module->rte, ticks);
+    (void)m.platform.timer(of.module.record.rte_handle, ticks);
     model_bytes entry(60);
-    entry[0] = static_cast<std::uint8_t>(info.param_a >> 8);
-    entry[1] = static_cast<std::uint8_t>(info.param_a);
-    entry[3] = constants_.state_byte_3;
+    store(entry, 0, std::uint32_t{info.param_a} << 16 | m.constants.state_byte_3);
     store(entry, 4, info.param_b | 0x80000000u);
-    store(entry, 8, context_of(*current.module).created);
-    store(entry, 16, static_cast<std::uint32_t>(day_seconds) + 2208988800u);
-    const double fraction = static_cast<double>(day_microseconds) * 1e-6;
+    store(entry, 8, m.context_of(of.module).created);
+    store(entry, 16, static_cast<std::uint32_t>(m.day.seconds) + 2208988800u);
+    const double fraction = static_cast<double>(m.day.microseconds) * 1e-6;
     store(entry, 20, static_cast<std::uint32_t>(fraction * 4294967295.0));
     store(entry, 24, static_cast<std::uint32_t>(ticks >> 32));
     store(entry, 28, static_cast<std::uint32_t>(ticks));
@@ -122,131 +34,183 @@ model_bytes library_model::state_entry(const operation &current, const responder
     return entry;
 }
 
-/** Make the pattern of a responder's key, let the work use it, free it. */
-std::uint32_t library_model::with_responder_key(const operation &current, std::uint32_t id,
-                                                const std::function<std::uint32_t(model_pattern &)> &work)
+std::uint32_t clear_or_write_state(library_model &m, const operation &of, std::uint32_t id,
+                                   const model_bytes &entry)
 {
-    const speaker by = speaker_of(current);
+    const std::uint32_t code = m.platform.state_set(of.module.record.rte_handle, id, entry);
+    return code == 0 ? 0
+                     : m.fail(of, 0x3002C,
+                              text("Failed to reset Responder state, RTE error code:0x%x, error string: %s\n",
+                                   code, hyx_status_get(code)));
+}
+
+/** Make the pattern of a responder's key, let the work use it, free it. */
+std::uint32_t with_key(library_model &m, const operation &of, std::uint32_t id,
+                       const std::function<std::uint32_t(const model_key &)> &work)
+{
     model_pattern pattern;
-    std::uint32_t status = platform.ptn_new(pattern);
+    std::uint32_t status = m.platform.ptn_new(pattern);
     if (status != 0) {
-        return fail(by, status, "Failed to allocate the pattern structure");
+        return m.fail(of, status, "Failed to allocate the pattern structure");
     }
-    status = platform.ptn_extend(pattern, id, 24);
-    if (status != 0) {
-        fail(by, status, "Failed to add the responder flow ID to the pattern");
-    } else {
-        status = work(pattern);
-    }
-    platform.ptn_free(pattern);
+    status = m.platform.ptn_extend(pattern, id);
+    status = status != 0 ? m.fail(of, status, "Failed to add the responder flow ID to the pattern")
+                         : work(pattern.key);
+    m.platform.ptn_free(pattern);
     return status;
 }
 
-std::uint32_t library_model::learn_responder(const operation &current, const model_pattern &pattern)
+/** Learn or remove the responder's entry, which says "learn" of both. */
+std::uint32_t change_lookup(library_model &m, const operation &of, const model_key &key, severity how)
 {
-    const speaker by = speaker_of(current);
-    const std::uint32_t tree = context_of(*current.module).responder_tree;
-    const std::uint32_t code = platform.learn(current.module->rte, tree, pattern, {});
-    if (code != 0) {
-        return fail(by, 0x30040,
-                    "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
-                    static_cast<int>(tree), code, hyx_status_get(code));
-    }
-    pattern_line(current, "ptn_learn", true, lookup_tree, pattern, {});
-    return 0;
+    const model_tree_use lookup{
+        m.context_of(of.module).responder_tree, "olv_twamp.twamp_responder_lookup", true, 0x30040,
+        "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n"};
+    return m.change_entry(of, how, lookup, key, {});
 }
 
-bool library_model::accepts(const model_module *module, int responder)
+std::uint32_t set_up(library_model &m, const operation &of, const olv_twamp_responder_info &info,
+                     twamp_responder_handle &record)
+{
+    model_context &context = m.context_of(of.module);
+    std::uint32_t id = 0;
+    const std::uint32_t code = m.platform.rsrc_allocate(context.responder_namespace, id);
+    if (code != 0) {
+        return m.fail(of, 0x3001D,
+                      text("Failed to allocate index from namespace handle 0x%0x, RTE error code:0x%x, error "
+                           "string: %s\n",
+                           context.responder_namespace, code, hyx_status_get(code)));
+    }
+    record.responder_id = id;
+    ++context.created;
+    std::uint32_t status = clear_or_write_state(m, of, id, state_entry(m, of, info));
+    if (status == 0) {
+        status = with_key(m, of, id,
+                          [&](const model_key &key) { return change_lookup(m, of, key, severity::learnt); });
+    }
+    if (status != 0) {
+        (void)m.platform.rsrc_free(context.responder_namespace, id);
+    }
+    return status;
+}
+
+std::uint32_t create_work(library_model &m, const operation &of, const olv_twamp_responder_info *info,
+                          int *slot)
+{
+    if (info == nullptr || slot == nullptr) {
+        return m.fail(of, 0x30008, "Null Info / Flow Handle Pointer");
+    }
+    *slot = -1;
+    const std::uint32_t block = m.platform.calloc();
+    if (block == no_block) {
+        return m.fail(of, 0x30012, "Memory allocation failed responder handle", severity::fatal);
+    }
+    *slot = static_cast<int>(m.responders.size());
+    m.responders.push_back({.block = block});
+    twamp_responder_handle &record = m.responders.back().record;
+    record.module = of.module.real;
+    record.magic = responder_magic;
+    return set_up(m, of, *info, record);
+}
+
+/** Whether the handles of deletion and statistics are usable; says so where they are not. */
+bool accepts(library_model &m, const model_module *module, int responder)
 {
     const model_responder none;
-    const model_responder &record = responder < 0 ? none : responders.at(static_cast<std::size_t>(responder));
-    if (usable(module) && record.magic == responder_magic) {
+    const model_responder &given = responder < 0 ? none : m.responders.at(static_cast<std::size_t>(responder));
+    if (!m.usable(module)) {
+        m.refuse_module(file, module, "Failed to delete Responder Handle");
+    } else if (given.record.magic != responder_magic) {
+        m.refuse(file, text("Invalid TWAMP Responder handle 0x%08x\n", low_word(given.real)),
+                 "Failed to delete Responder Handle");
+    } else {
         return true;
     }
-    if (usable(module)) {
-        say_unknown(file, "Invalid TWAMP Responder handle 0x%08x\n", record.address);
-    } else {
-        say_unknown(file, "Invalid TWAMP module handle 0x%08x\n", address_of(module));
-    }
-    say_unknown(file, "Failed to delete Responder Handle");
     return false;
+}
+
+} // namespace
+
+std::uint32_t library_model::responder_create(model_module *module, const olv_twamp_responder_info *info,
+                                              int *slot)
+{
+    const operation_name name{"olv_twamp_responder_create", file, "Failed to create Responder Handle"};
+    return operate(module, name, [&](const operation &of) {
+        const std::uint32_t result = create_work(*this, of, info, slot);
+        if (result == 0) {
+            return 0u;
+        }
+        if (slot != nullptr && *slot >= 0) {
+            model_responder &failed = responders.at(static_cast<std::size_t>(*slot));
+            failed.record.module = nullptr;
+            failed.record.magic = 0;
+            platform.free(failed.block);
+            *slot = -1;
+        }
+        return fail(of, result, constants.create_failed.c_str());
+    });
 }
 
 std::uint32_t library_model::responder_delete(model_module *module, int responder)
 {
-    if (!accepts(module, responder)) {
+    if (!accepts(*this, module, responder)) {
         return 1;
     }
-    const model_responder &record = responders.at(static_cast<std::size_t>(responder));
-    const operation current = operation_of(*module, "olv_twamp_responder_delete", file);
-    const auto take_out = [&](model_pattern &pattern) { return delete_entry(current, record.id, pattern); };
-    return framed(current, [&] { return with_responder_key(current, record.id, take_out); });
+    const std::uint32_t id = responders.at(static_cast<std::size_t>(responder)).record.responder_id;
+    const operation of{*module, module->record.system, "olv_twamp_responder_delete", file};
+    const auto take_out = [&](const model_key &key) {
+        const std::uint32_t status = change_lookup(*this, of, key, severity::removed);
+        if (status != 0) {
+            return status;
+        }
+        const std::uint32_t ids = context_of(*module).responder_namespace;
+        const std::uint32_t code = constants.delete_frees_id ? platform.rsrc_free(ids, id) : 0;
+        if (code != 0) {
+            return fail(of, 0x3001E,
+                        text("Failed to free resource to namespace handle 0x%0x, RTE error code:0x%x, error "
+                             "string: %s\n",
+                             ids, code, hyx_status_get(code)));
+        }
+        return clear_or_write_state(*this, of, id, model_bytes(60));
+    };
+    return framed(of, [&] { return with_key(*this, of, id, take_out); });
 }
 
-std::uint32_t library_model::delete_entry(const operation &current, std::uint32_t id, model_pattern &pattern)
+std::uint32_t library_model::responder_stats_get(model_module *module, int responder, words *stats)
 {
-    const speaker by = speaker_of(current);
-    const model_context &context = context_of(*current.module);
-    std::uint32_t code = platform.unlearn(current.module->rte, context.responder_tree, pattern);
-    if (code != 0) {
-        return fail(by, 0x30040,
-                    "Failed to learn the tree entry, treeID = %dRTE error code:0x%x, error string: %s\n",
-                    static_cast<int>(context.responder_tree), code, hyx_status_get(code));
-    }
-    pattern_line(current, "ptn_unlearn", true, lookup_tree, pattern, {});
-    code = constants_.delete_frees_id ? platform.rsrc_free(context.responder_namespace, id) : 0;
-    if (code != 0) {
-        return fail(
-            by, 0x3001E,
-            "Failed to free resource to namespace handle 0x%0x, RTE error code:0x%x, error string: %s\n",
-            context.responder_namespace, code, hyx_status_get(code));
-    }
-    code = platform.state_set(current.module->rte, id, model_bytes(60));
-    if (code != 0) {
-        return fail(by, 0x3002C, "Failed to reset Responder state, RTE error code:0x%x, error string: %s\n",
-                    code, hyx_status_get(code));
-    }
-    return 0;
-}
-
-std::uint32_t library_model::responder_stats_get(model_module *module, int responder,
-                                                 std::array<std::uint32_t, 5> *stats)
-{
-    if (!accepts(module, responder)) {
+    if (!accepts(*this, module, responder)) {
         return 1;
     }
-    const model_responder &record = responders.at(static_cast<std::size_t>(responder));
-    const operation current = operation_of(*module, "olv_twamp_responder_stats_get", file);
-    return framed(current, [&] {
-        const speaker by = speaker_of(current);
+    const std::uint32_t id = responders.at(static_cast<std::size_t>(responder)).record.responder_id;
+    const operation of{*module, module->record.system, "olv_twamp_responder_stats_get", file};
+    return framed(of, [&] {
         if (stats == nullptr) {
-            return fail(by, 0x30008, "Null Stats Pointer");
+            return fail(of, 0x30008, "Null Stats Pointer");
         }
         model_bytes entry;
-        const std::uint32_t code = platform.state_get(module->rte, record.id, 60, entry);
+        const std::uint32_t code = platform.state_get(module->record.rte_handle, id, 60, entry);
         if (code != 0) {
-            return fail(by, 0x3002B, "Failed to read Responder state, RTE error code:0x%x, error string: %s\n",
-                        code, hyx_status_get(code));
+            return fail(of, 0x3002B,
+                        text("Failed to read Responder state, RTE error code:0x%x, error string: %s\n", code,
+                             hyx_status_get(code)));
         }
-        *stats = {load(entry, 32), load(entry, 36), load(entry, 44), load(entry, 40), load(entry, 48)};
+        std::size_t field = 0;
+        for (const unsigned at : {32u, 36u, 44u, 40u, 48u}) {
+            stats->at(field++) = big_endian_word(entry, at);
+        }
         return 0u;
     });
 }
 
 std::uint32_t library_model::responder_stats_print(model_module *module, int responder)
 {
-    static constexpr std::array labels{
-        "received packets: ", "transmitted packets: ", "Packets dropped due to length check failed: ",
-        "Number of active sessions: ", "Packets dropped due to max number of sessions reached: "};
-    std::array<std::uint32_t, 5> stats{};
-    if (responder_stats_get(module, responder, &stats) != 0) {
-        return 0;
-    }
-    console += "\nTWAMP responder statistics (Non-zero only)\n";
-    for (std::size_t field = 0; field < stats.size(); ++field) {
-        if (stats[field] != 0) {
-            print("%s%d\n", labels[field], static_cast<int>(stats[field]));
-        }
+    words stats{};
+    if (responder_stats_get(module, responder, &stats) == 0) {
+        console += "\nTWAMP responder statistics (Non-zero only)\n";
+        print_counters(
+            {"received packets: ", "transmitted packets: ", "Packets dropped due to length check failed: ",
+             "Number of active sessions: ", "Packets dropped due to max number of sessions reached: "},
+            stats);
     }
     return 0;
 }

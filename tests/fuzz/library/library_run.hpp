@@ -5,8 +5,6 @@
 #ifndef OLV_FUZZ_LIBRARY_RUN_HPP
 #define OLV_FUZZ_LIBRARY_RUN_HPP
 
-#include <functional>
-#include <span>
 #include <vector>
 
 #include "byte_source.hpp"
@@ -14,96 +12,93 @@
 
 namespace olv_fuzz {
 
+struct library_call;
+
 class library_run {
   public:
-    library_run(library_world &world, byte_source input) : world_(world), input_(input) {}
+    library_run(library_world &where, byte_source bytes) : world(where), input(bytes) {}
 
     void run();
 
-  private:
-    using step = void (library_run::*)();
+    // Choices of the input.
+    model_module *any_module();
+    model_module &framework_module() { return world.modules[input.below(3)]; }
+    /** What a slot holds, or NULL. */
+    responder_slot any_responder();
+
     struct planned_fault {
         std::optional<call> which;
         olv_sim::fault fault;
     };
 
-    // Steps that call the library.
-    void init();
-    void shutdown();
-    void update();
-    void sys_log();
-    void map_sys_log();
-    void create();
-    void remove();
-    void stats_get();
-    void stats_print();
-    void bind();
-    void unbind();
-    void get_imc();
-    void call_with_null();
-    void global_stats_get();
-    void global_stats_print();
-    void tables_dump();
-    void dump_tables();
-    void table_entry_dump();
-    void responder_entry_dump();
-    void valid_module_handle();
+    library_world &world;
+    byte_source input;
+    std::vector<planned_fault> plan; ///< For the next call.
+    bool plan_stays = false;         ///< For the calls after it, too.
 
-    // Steps that change what stands around it.
-    void plan_any_fault();
-    void plan_fault();
-    void clear_plan();
-    void set_log_words();
-    void set_module_magic();
-    void set_context_magic();
-    void set_responder_word(std::span<const std::uint32_t> values, std::uint32_t twamp_responder_handle::*real,
-                            std::uint32_t model_responder::*expected);
-    void set_responder_magic();
-    void set_responder_id();
-    void free_responder();
-    void copy_slot();
-    void drop_slot();
-    void set_state();
-    void learn_entry();
-    void unlearn_entry();
-    void set_lock();
-    void move_module();
-    void set_clocks();
-    void set_destination();
-    void set_system();
-
-    void change_bind(bool binds);
-    module_pair any_module();
-    std::size_t framework_module();
-    responder_pair any_responder();
-    std::uint32_t level();
-    olv_bind_info bind_request(model_bind_info &expected);
-    std::optional<pattern_argument> pattern(olv_ptn &real, bool &owned);
-    std::optional<olv_ptn_action> action();
-
-    /** Run an operation in the model and in the library, with the planned faults, and compare. */
-    void both(const char *name, const std::function<std::uint32_t()> &expected,
-              const std::function<std::uint32_t()> &real);
+  private:
+    void make(const library_call &one);
     void arm();
     void disarm();
-    void compare(const char *name, std::uint32_t expected, std::uint32_t found);
-    void note_new_records();
-    void release_held_locks();
+    void compare_texts() const;
 
-    static const std::vector<step> steps;
-
-    library_world &world_;
-    byte_source input_;
-    std::vector<planned_fault> plan_;
-    bool plan_stays_ = false;
     bool over_ = false;
-    bool loses_traces_ = false; ///< The tracer's look-up is told to fail.
-    std::uint32_t bind_key_ = 0;
-    olv_twamp_responder_info info_{};
 };
 
-/** What differs between two texts or numbers, for a report. */
-void require_equal(const char *operation, const char *what, std::uint64_t expected, std::uint64_t found);
+/** What a call is given, on either side, and what it returns beside its status. */
+struct arguments {
+    arguments() = default;
+    arguments(const arguments &) = delete;
+    arguments &operator=(const arguments &) = delete;
+
+    bool is_made = true; ///< false: the call is not to be made like that.
+    model_module *module = nullptr;
+    std::uint32_t number = 0; ///< A log level, a table group, the index of a tree, or which call.
+    responder_slot responder;
+    responder_slot *slot = nullptr;
+    bool has_record = true; ///< Info or statistics; false: NULL.
+    olv_twamp_responder_info info{};
+    olv_system_handle *system = nullptr;
+    olv_bind_info whole_request{};
+    const olv_bind_info *request = &whole_request; ///< Or NULL.
+    model_module *source = nullptr;                ///< Of the request.
+    std::uint32_t bind_key = 0;
+    olv_ptn whole_pattern{};
+    const olv_ptn *pattern = nullptr;
+    std::optional<pattern_argument> expected_pattern; ///< Nothing for NULL.
+    bool owns_pattern = false;
+    olv_ptn_action whole_action{};
+    const olv_ptn_action *action = nullptr;
+    library_model::words expected = untouched;
+    library_model::words found = untouched;
+
+    [[nodiscard]] olv_module_handle *handle() const { return module != nullptr ? module->real : nullptr; }
+
+    static constexpr library_model::words untouched{0xA5A5A5A5, 0xA5A5A5A5, 0xA5A5A5A5,
+                                                    0xA5A5A5A5, 0xA5A5A5A5, 0xA5A5A5A5};
+};
+
+/** Takes an argument from the input. */
+using argument = void (*)(library_run &, arguments &);
+
+/** A call of the library. */
+struct library_call {
+    const char *name;
+    std::vector<argument> given;
+    std::uint32_t (*expected)(library_model &, arguments &);
+    std::uint32_t (*real)(arguments &);
+    bool has_texts = true; ///< false: status and changes alone are compared, without faults.
+};
+
+/** A change of what stands around the library, on both sides. */
+struct surrounding_change {
+    const char *name;
+    void (*make)(library_run &);
+};
+
+// The first byte of a step is a number: of a call, or behind those of a change. More come at the end.
+extern const std::vector<library_call> library_calls;
+extern const std::vector<surrounding_change> surrounding_changes;
 
 } // namespace olv_fuzz
 

@@ -7,10 +7,8 @@
 #define OLV_FUZZ_LIBRARY_WORLD_HPP
 
 #include <array>
-#include <cstdio>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "library_model.hpp"
@@ -19,60 +17,19 @@
 #include "olv_sim/processor.hpp"
 #include "olv_sim/tracer.hpp"
 #include "olv_twamp.h"
+#include "stream_capture.hpp"
 
 namespace olv_fuzz {
 
-inline constexpr std::size_t slot_count = 6;
-
-/** A module twice: the record that the library gets, and the model's. */
-struct module_pair {
-    olv_module_handle *real = nullptr;
-    model_module *model = nullptr;
-};
-
-/** A responder twice; the model knows it by its number. */
-struct responder_pair {
+/** A place where a caller keeps a responder, twice; the model knows the responder by its index. */
+struct responder_slot {
     twamp_responder_handle *real = nullptr;
     int model = -1;
 };
 
-/** Collects what an operation prints and traces. */
-class observer : public olv_sim::trace_sink {
-  public:
-    observer();
-    ~observer() override;
-    observer(const observer &) = delete;
-    observer &operator=(const observer &) = delete;
-
-    void event(const olv_sim::trace_event &event) override { raw_.push_back(event); }
-
-    /** Run an operation with its output going here. */
-    template <typename Operation> auto observe(Operation &&operation)
-    {
-        begin();
-        const auto result = operation();
-        end();
-        return result;
-    }
-
-    [[nodiscard]] const std::string &console() const { return console_; }
-    [[nodiscard]] const std::vector<olv_sim::trace_event> &raw_events() const { return raw_; }
-
-  private:
-    void begin();
-    void end();
-
-    char *buffer_ = nullptr;
-    std::size_t length_ = 0;
-    std::FILE *stream_;
-    std::FILE *saved_ = nullptr;
-    std::string console_;
-    std::vector<olv_sim::trace_event> raw_;
-};
-
 class library_world {
   public:
-    static constexpr std::size_t module_count = 3;
+    static constexpr std::size_t slot_count = 6;
     static constexpr std::size_t destination_count = 6;
     static constexpr std::uint32_t maximum_responders = 4;
 
@@ -85,65 +42,64 @@ class library_world {
     /** Take back what the input left. */
     void end();
 
-    /** Plan a fault on both sides. */
+    // Changes of both sides.
     void plan(std::optional<call> which, const olv_sim::fault &fault);
     void clear_faults();
-    /** A module lives on another processor from now on. */
-    void move_module(std::size_t module, std::size_t processor);
-    /** Entry of a tree as another user of the processor makes and removes it. */
-    void learn(std::size_t processor, std::uint32_t tree, const model_key &key, const model_entry &entry);
-    void unlearn(std::size_t processor, std::uint32_t tree, const model_key &key);
-    void set_state_word(std::size_t processor, std::uint32_t id, std::size_t word, std::uint32_t bytes);
-    void set_timer(std::size_t processor, std::uint64_t ticks);
+    /** The timer is that of the first two processors. */
+    void set_clocks(const hyx_time &wall_clock, const olv_test::time_of_day &day, std::uint64_t ticks);
     void set_entry_point(std::uint32_t module_id, entry_point_kind kind);
+    void move_module(model_module &module, std::size_t processor);
+    // On the processor of a module, if there is one.
+    /** @param entry  To be learnt; NULL: the key is unlearnt. */
+    void change_entry(const model_module &module, std::uint32_t tree, const model_key &key,
+                      const model_entry *entry);
+    void set_state_word(const model_module &module, std::uint32_t id, std::size_t word, std::uint32_t bytes);
     /** Copy the first module into the record with the wrong magic. */
-    module_pair refreshed_foreign();
+    model_module *refreshed_foreign();
 
-    /** Where the platform and the modules differ from the model; empty when they agree. */
-    [[nodiscard]] std::string state_difference();
+    /** Compare the platform, the modules and the responders with the model; what differs is reported. */
+    void compare();
+    /** @param index  Which one of several. */
+    void require_same(const char *what, std::size_t index, std::uint64_t expected, std::uint64_t found) const;
+    /** After a release that failed. */
+    void release_held_locks();
 
     [[nodiscard]] std::size_t processor_count() const { return processors_.size(); }
-    [[nodiscard]] std::size_t processor_of(std::uint32_t rte) const;
 
     std::optional<library_model> model;
-    std::array<model_module, module_count> model_modules;
-    std::array<olv_module_handle *, module_count> modules{};
-    std::array<std::uint32_t, module_count> locks{};
-    model_module model_foreign;
-    olv_module_handle foreign{};
-    std::array<model_system, 2> model_systems;
+    std::array<model_module, 3> modules; ///< Two of the framework's, and one that no framework has made.
+    std::array<std::uint32_t, 3> locks{};
     std::array<olv_system_handle *, 2> systems{};
     std::array<olv_module_handle, destination_count> destinations{};
-    std::array<model_destination, destination_count> model_destinations;
-    std::array<twamp_responder_handle *, slot_count> slots{};
-    std::array<int, slot_count> model_slots{};
-    /** By the model's index. */
-    std::vector<twamp_responder_handle *> records;
-    observer seen;
+    std::array<responder_slot, slot_count> slots{};
+    // The call in progress, and what it has shown.
+    const char *in_progress = "";
+    stream_capture console{stdout};
+    olv_sim::capturing_trace_sink traces;
 
   private:
     struct real_processor {
-        processor_description description;
+        std::unique_ptr<const olv_sim::classifier_program> program;
         std::unique_ptr<olv_sim::processor> processor;
-        bool touched = false;
+        bool touched = false; ///< A module lives there, or did.
     };
 
-    void add_processors();
     void add_modules();
-    void begin_modules();
-    void fill_model_processors();
+    void begin_module(std::size_t index);
     void restore(real_processor &one);
-    [[nodiscard]] std::string module_difference(std::size_t index);
-    [[nodiscard]] std::string processor_difference(std::size_t index);
-    [[nodiscard]] std::string responder_difference() const;
-    [[nodiscard]] std::string registration_difference(std::size_t index) const;
+    /** The addresses of contexts and records that the library has made since. */
+    void note_new_addresses();
+    void compare_module(std::size_t index);
+    void compare_processor(std::size_t index);
+    void compare_responders() const;
 
-    model_constants constants_;
+    const model_constants &constants_;
     std::vector<real_processor> processors_;
     olv_sim::framework framework_;
-    olv_module_handle alien_{}; ///< A module record that no framework has made.
+    olv_module_handle alien_{};
+    olv_module_handle foreign_{};
+    model_module model_foreign_;
     olv_system_handle other_system_{};
-    std::vector<void *> contexts_; ///< Every context that a module had.
     std::size_t blocks_before_ = 0;
     std::size_t patterns_before_ = 0;
 };

@@ -3,7 +3,7 @@
 
     tests/fuzz/library/write_seeds.py DIRECTORY
 
-A fuzzer starts from them when the steps of library_run.cpp have changed and the corpus no longer means what it did.
+A fuzzer starts from them when the tables of calls.cpp and changes.cpp have changed and the corpus no longer means what it did.
 """
 import pathlib
 import re
@@ -15,8 +15,8 @@ SECOND, ALIEN, FOREIGN, NULL = 4, 5, 6, 7  # places in the choices of any_module
 
 
 def step_numbers():
-    source = pathlib.Path(__file__).with_name("library_run.cpp").read_text()
-    names = re.findall(r"&library_run::(\w+),", source)
+    tables = (pathlib.Path(__file__).with_name(name).read_text() for name in ("calls.cpp", "changes.cpp"))
+    names = re.findall(r'^    {"(\w+)",', "".join(tables), re.MULTILINE)
     return {name: number for number, name in enumerate(names)}
 
 
@@ -81,18 +81,8 @@ OPERATIONS = {
     "global_stats_get_null": (UP, step("global_stats_get", 0, 255)),
     "global_stats_print": (UP + COUNTERS, step("global_stats_print", 0)),
     "bind": (UP, bind()),
-    "bind_ipv6": (UP, bind(destination=1)),
     "bind_twice": (WITH_BIND, bind()),
-    "bind_other_module": (UP, bind(destination=2)),
-    "bind_no_entry_point": (UP, bind(destination=3)),
     "bind_default_entry_point": (UP + step("set_destination", 0, 1, 0, 1), bind()),
-    "bind_lookup_fails": (UP, bind(destination=4)),
-    "bind_path": (UP, bind(path=3)),
-    "bind_type": (UP, bind(kind=3)),
-    "bind_not_custom": (UP, bind(custom=255)),
-    "bind_null": (UP, bind(info=255)),
-    "bind_no_system": (UP, bind(system=5)),
-    "bind_other_system": (UP, bind(system=3)),
     "unbind": (WITH_BIND, bind("unbind")),
     "unbind_absent": (UP, bind("unbind")),
     "unbind_not_custom": (WITH_BIND, bind("unbind", custom=255)),
@@ -102,11 +92,16 @@ OPERATIONS = {
     "get_imc": (UP, step("get_imc", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0)),
     "get_imc_cpu": (UP, step("get_imc", 0, 0, 0, 0, 0, 0, 3, 0, 0, 0)),
     "get_imc_other": (UP, step("get_imc", 0, 0, 2, 0, 0, 0, 0, 0, 0, 0)),
-    "null_pointers": (UP, b"".join(step("call_with_null", number) for number in range(8))),
+    "null_pointers": (UP, b"".join(step("null_pointers", number) for number in range(8))),
     "tables_dump": (WITH_RESPONDER + bind() + ODD_ENTRIES, step("tables_dump", 0, 0)),
     "tables_dump_bad_group": (UP, step("tables_dump", 0, 3) + step("tables_dump", 0, 4)),
     "dump_tables": (WITH_RESPONDER + bind(), step("dump_tables", 0, 3)),
 }
+for name, change in {"ipv6": {"destination": 1}, "other_module": {"destination": 2}, "no_entry_point": {"destination": 3},
+                     "lookup_fails": {"destination": 4}, "path": {"path": 3}, "type": {"kind": 3},
+                     "not_custom": {"custom": 255}, "null": {"info": 255}, "no_system": {"system": 5},
+                     "other_system": {"system": 3}}.items():
+    OPERATIONS[f"bind_{name}"] = (UP, bind(**change))
 # Every action, or none, with a pattern of each kind and width.
 for name, tree in (("table_entry_dump", (0,)), ("responder_entry_dump", ())):
     for kind in range(4):

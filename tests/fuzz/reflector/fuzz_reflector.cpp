@@ -2,7 +2,6 @@
 // every packet received has been transmitted or dropped once, and every reply is what its request calls for.
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,13 +20,19 @@
 #include "olv_twamp.h"
 #include "program_names.hpp"
 #include "reflector_expectation.hpp"
+#include "stream_capture.hpp"
 #include "target.hpp"
 #include "time_of_day.hpp"
 
 namespace {
 
 using olv_fastpath::drop_reason;
+using olv_fastpath::fast_path_options;
+using olv_fastpath::packet_path;
+using olv_fastpath::received_packet;
+using olv_fastpath::verdict;
 using olv_fuzz::report_difference;
+using olv_fuzz::require;
 using olv_test::bind_tree;
 using olv_test::responder_tree;
 
@@ -38,18 +43,7 @@ constexpr std::int64_t day_seconds = 1000000000;
 constexpr std::uint64_t day_units = ((day_seconds + 2208988800ull) << 32) & UINT64_MAX;
 constexpr std::uint8_t old_byte = 0xAA;
 
-olv_fuzz::reflector_constants &constants()
-{
-    static olv_fuzz::reflector_constants all;
-    return all;
-}
-
-void require(bool holds, const char *what)
-{
-    if (!holds) {
-        report_difference(what);
-    }
-}
+olv_fuzz::reflector_constants constants;
 
 std::uint32_t read_word(olv_sim::state_words words, std::size_t word)
 {
@@ -79,18 +73,17 @@ class reflector_run {
     void change_default_entry(const char *tree, std::optional<std::uint32_t> return_value);
     void read_statistics();
     void advance();
+    void packets_from_one() { packets(1); }
+    void packets_from_many() { packets(1 + input_.below(64)); }
     /** The same packet from so many ports, one after the other. */
     void packets(std::uint32_t ports);
     void start_again();
-    [[nodiscard]] olv_fastpath::fast_path_options options();
-    [[nodiscard]] olv_fastpath::packet_path path();
+    [[nodiscard]] fast_path_options options();
+    [[nodiscard]] packet_path path();
     [[nodiscard]] std::vector<std::uint8_t> payload();
-    void check_verdict(const olv_fastpath::received_packet &received, const olv_fastpath::packet_path &path,
-                       const olv_fastpath::verdict &made, std::span<const std::uint8_t> reply);
-    void check_reply(const olv_fastpath::received_packet &received, const olv_fastpath::packet_path &path,
-                     std::uint32_t sequence_number, std::span<const std::uint8_t> reply);
-    void check_answer_to(const olv_fastpath::received_packet &received, const olv_fastpath::packet_path &path,
-                         std::span<const std::uint8_t> reply);
+    void check_verdict(const verdict &made, std::span<const std::uint8_t> reply);
+    void check_reply(std::uint32_t sequence_number, std::span<const std::uint8_t> reply);
+    void check_answer_to(std::span<const std::uint8_t> reply);
     void check_conservation();
 
     olv_fuzz::byte_source input_;
@@ -100,13 +93,15 @@ class reflector_run {
     std::uint64_t now_ = 1000;
     std::uint64_t last_creation_ = 0;
     bool started_again_ = false;
-    olv_fastpath::fast_path_options options_;
+    fast_path_options options_;
     olv_fastpath::reflector reflector_;
     olv_fastpath::departing_replies departing_;
     olv_fastpath::admission admission_;
     olv_fuzz::reflector_expectation expected_;
     std::vector<twamp_responder_handle *> responders_;
     std::uint32_t bind_key_ = 0;
+    received_packet received_; ///< The packet under way.
+    packet_path path_;
 };
 
 reflector_run::reflector_run(olv_fuzz::byte_source input)
@@ -116,7 +111,7 @@ reflector_run::reflector_run(olv_fuzz::byte_source input)
       options_(options()),
       reflector_(processor_, options_),
       admission_(processor_, options_),
-      expected_(constants(), options_, processor_.timer_frequency())
+      expected_(constants, options_, processor_.timer_frequency())
 {
     olv_test::set_time_of_day(olv_test::time_of_day{day_seconds, 0});
     processor_.set_timer(now_);
@@ -132,15 +127,13 @@ reflector_run::~reflector_run()
     (void)olv_twamp_shutdown(module_); // its context is the module's last block
 }
 
-olv_fastpath::fast_path_options reflector_run::options()
+fast_path_options reflector_run::options()
 {
-    static constexpr std::array<std::uint32_t, 4> waits{900, 1, 30, 1000000};
-    static constexpr std::array<std::uint32_t, 4> capacities{256, 1, 3, 40};
     static constexpr std::array<std::size_t, 4> lengths{14, 14, 0, 41};
-    olv_fastpath::fast_path_options chosen;
+    fast_path_options chosen;
     chosen.mode = input_.flag() ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
-    chosen.refwait_seconds = input_.pick(waits);
-    chosen.session_capacity = input_.pick(capacities);
+    chosen.refwait_seconds = input_.one_of<900, 1, 30, 1000000>();
+    chosen.session_capacity = input_.one_of<256, 1, 3, 40>();
     chosen.minimum_request = input_.pick(lengths);
     return chosen;
 }
@@ -159,27 +152,12 @@ void reflector_run::run()
 
 void reflector_run::step()
 {
-    switch (input_.below(16)) {
-    case 0:
-        return create();
-    case 1:
-        return remove();
-    case 2:
-        return change_bind();
-    case 3:
-        return set_default_entry();
-    case 4:
-        return read_statistics();
-    case 5:
-    case 6:
-        return advance();
-    case 7:
-        return start_again();
-    case 8:
-        return packets(1 + input_.below(64));
-    default:
-        return packets(1);
-    }
+    using run = reflector_run;
+    static constexpr std::array steps{
+        &run::create,  &run::remove,  &run::change_bind, &run::set_default_entry, &run::read_statistics,
+        &run::advance, &run::advance, &run::start_again, &run::packets_from_many};
+    const std::uint32_t number = input_.below(16);
+    (this->*(number < steps.size() ? steps[number] : &run::packets_from_one))();
 }
 
 void reflector_run::create()
@@ -218,15 +196,11 @@ void reflector_run::change_bind()
     const bool binds = !input_.flag();
     olv_module_handle *destination = input_.flag() ? framework_.ipv6_module() : framework_.ipv4_module();
     const olv_bind_info info = olv_sim::make_bind_info(module_, destination, &bind_key_);
-    static std::FILE *const nowhere = std::fopen("/dev/null", "w");
-    std::FILE *const console = stdout;
-    stdout = nowhere; // a refused request is printed whatever the levels
-    if (binds && olv_twamp_custom_bind(framework_.system(), &info) == 0) {
-        expected_.bind(bind_key_);
-    } else if (!binds && olv_twamp_custom_unbind(framework_.system(), &info) == 0) {
-        expected_.unbind(bind_key_);
+    static olv_fuzz::stream_capture console{stdout}; // a refused request is printed whatever the levels
+    const auto change = binds ? olv_twamp_custom_bind : olv_twamp_custom_unbind;
+    if (console.during([&] { return change(framework_.system(), &info); }) == 0) {
+        binds ? expected_.bind(bind_key_) : expected_.unbind(bind_key_);
     }
-    stdout = console;
 }
 
 /** Put an entry without a key in the place of the one that may be there; nothing: take it away. */
@@ -249,21 +223,11 @@ void reflector_run::set_default_entry()
 {
     const std::uint32_t choice = input_.below(4);
     const std::uint32_t value = input_.below(6);
-    switch (choice) {
-    case 0:
-        change_default_entry(responder_tree, value);
-        break;
-    case 1:
-        change_default_entry(responder_tree, std::nullopt);
-        break;
-    case 2:
-        change_default_entry(bind_tree, value);
-        expected_.set_default_bind(true);
-        break;
-    default:
-        change_default_entry(bind_tree, std::nullopt);
-        expected_.set_default_bind(false);
-        break;
+    const bool of_binds = choice >= 2;
+    const bool is_set = choice % 2 == 0;
+    change_default_entry(of_binds ? bind_tree : responder_tree, is_set ? std::optional{value} : std::nullopt);
+    if (of_binds) {
+        expected_.set_default_bind(is_set);
     }
 }
 
@@ -277,7 +241,7 @@ void reflector_run::read_statistics()
                 "a responder's counters are read");
         require(started_again_ || stats.received <= global.total_rx,
                 "no responder has more packets than the module");
-        require(stats.active_sessions <= constants().maximum_sessions, "no responder has too many sessions");
+        require(stats.active_sessions <= constants.maximum_sessions, "no responder has too many sessions");
     }
 }
 
@@ -297,11 +261,11 @@ void reflector_run::start_again()
     started_again_ = true;
 }
 
-olv_fastpath::packet_path reflector_run::path()
+packet_path reflector_run::path()
 {
-    static constexpr std::array<std::uint32_t, 4> high_bytes{0, 0, 0x01000000, 0xFF000000};
-    return {.responder_id = input_.below(responder_capacity + 3) | input_.pick(high_bytes),
-            .bind_key = input_.below(4) | input_.pick(high_bytes)};
+    return {.responder_id =
+                input_.below(responder_capacity + 3) | input_.one_of<0, 0, 0x01000000, 0xFF000000>(),
+            .bind_key = input_.below(4) | input_.one_of<0, 0, 0x01000000, 0xFF000000>()};
 }
 
 std::vector<std::uint8_t> reflector_run::payload()
@@ -323,35 +287,33 @@ std::vector<std::uint8_t> reflector_run::payload()
 void reflector_run::packets(std::uint32_t ports)
 {
     const std::vector<std::uint8_t> content = payload();
-    olv_fastpath::received_packet received;
-    received.payload = content;
-    received.arrival_ticks = now_;
-    received.ttl = input_.byte();
-    received.traffic_class = input_.byte();
-    received.sender.address[15] = static_cast<std::uint8_t>(input_.below(4));
-    received.sender.port = input_.byte();
-    const olv_fastpath::packet_path way = path();
+    received_ = {};
+    received_.payload = content;
+    received_.arrival_ticks = now_;
+    received_.ttl = input_.byte();
+    received_.traffic_class = input_.byte();
+    received_.sender.address[15] = static_cast<std::uint8_t>(input_.below(4));
+    received_.sender.port = input_.byte();
+    path_ = path();
     const std::size_t shortage = input_.byte() >= 248 ? 1 : 0;
     std::vector<std::uint8_t> reply(std::max<std::size_t>(content.size(), 44) - 4 * shortage, old_byte);
-    for (const std::uint32_t repeats = 1 + input_.below(3); ports > 0; --ports, ++received.sender.port) {
+    for (const std::uint32_t repeats = 1 + input_.below(3); ports > 0; --ports, ++received_.sender.port) {
         for (std::uint32_t count = 0; count < repeats; ++count) { // so that a session grows
             std::fill(reply.begin(), reply.end(), old_byte);
-            (void)admission_.reason_against(content, {way, nullptr}, now_); // counts nothing
-            const olv_fastpath::verdict made = reflector_.reflect(received, way, reply);
+            (void)admission_.reason_against(content, {path_, nullptr}, now_); // counts nothing
+            const verdict made = reflector_.reflect(received_, path_, reply);
             if (!made.dropped) {
                 departing_.add(made.reply);
                 departing_.stamp(reflector_.clock());
             }
-            check_verdict(received, way, made, reply);
+            check_verdict(made, reply);
         }
     }
 }
 
-void reflector_run::check_verdict(const olv_fastpath::received_packet &received,
-                                  const olv_fastpath::packet_path &path, const olv_fastpath::verdict &made,
-                                  std::span<const std::uint8_t> reply)
+void reflector_run::check_verdict(const verdict &made, std::span<const std::uint8_t> reply)
 {
-    const auto wanted = expected_.decide(received, path, reply.size());
+    const auto wanted = expected_.decide(received_, path_, reply.size());
     const bool table_may_be_full =
         wanted.needs_new_session && expected_.sessions_ever() >= options_.session_capacity;
     if (made.dropped == drop_reason::hash_error) {
@@ -367,19 +329,17 @@ void reflector_run::check_verdict(const olv_fastpath::received_packet &received,
         return;
     }
     const std::size_t length = made.reply.bytes.size();
-    require(length == expected_.reply_length(received.payload.size()), "length of the reply");
-    require(made.reply.traffic_class == (received.traffic_class & 0xFC), "DSCP of the reply");
+    require(length == expected_.reply_length(received_.payload.size()), "length of the reply");
+    require(made.reply.traffic_class == (received_.traffic_class & 0xFC), "DSCP of the reply");
     require(std::all_of(reply.begin() + static_cast<std::ptrdiff_t>(length), reply.end(), is_old),
             "nothing is written behind the reply");
-    check_reply(received, path, wanted.sequence_number, reply.first(length));
-    expected_.note_reflected(received, path);
+    check_reply(wanted.sequence_number, reply.first(length));
+    expected_.note_reflected(received_, path_);
 }
 
-void reflector_run::check_reply(const olv_fastpath::received_packet &received,
-                                const olv_fastpath::packet_path &path, std::uint32_t sequence_number,
-                                std::span<const std::uint8_t> reply)
+void reflector_run::check_reply(std::uint32_t sequence_number, std::span<const std::uint8_t> reply)
 {
-    const std::vector<std::uint8_t> wanted = expected_.reply(received, path, sequence_number, reply);
+    const std::vector<std::uint8_t> wanted = expected_.reply(received_, path_, sequence_number, reply);
     const auto differs = std::mismatch(wanted.begin(), wanted.end(), reply.begin());
     if (differs.first != wanted.end()) {
         report_difference("byte " + std::to_string(differs.first - wanted.begin()) +
@@ -390,20 +350,19 @@ void reflector_run::check_reply(const olv_fastpath::received_packet &received,
     for (std::size_t index = 4; index < 12; ++index) {
         departure = departure << 8 | reply[index];
     }
-    const std::uint64_t timer = std::max(processor_.timer_now(), received.arrival_ticks);
-    require(departure == expected_.instant(path.responder_id, timer), "departure time of a reply");
-    check_answer_to(received, path, reply);
+    const std::uint64_t timer = std::max(processor_.timer_now(), received_.arrival_ticks);
+    require(departure == expected_.instant(path_.responder_id, timer), "departure time of a reply");
+    check_answer_to(reply);
     require((reply[12] & 0xC0) == 0 && reply[13] != 0, "error estimate of a reply: NTP format, a multiplier");
 }
 
 /** What another reflector would make of a reply is recognised, so that the two do not go on for ever. */
-void reflector_run::check_answer_to(const olv_fastpath::received_packet &received,
-                                    const olv_fastpath::packet_path &path, std::span<const std::uint8_t> reply)
+void reflector_run::check_answer_to(std::span<const std::uint8_t> reply)
 {
     std::array<std::uint8_t, 41> answer{};
     std::copy_n(reply.begin(), 14, answer.begin() + 24);
-    const std::uint64_t now = std::max(processor_.timer_now(), received.arrival_ticks);
-    require(admission_.reason_against(answer, {path, nullptr}, now) == drop_reason::answer_to_reply,
+    const std::uint64_t now = std::max(processor_.timer_now(), received_.arrival_ticks);
+    require(admission_.reason_against(answer, {path_, nullptr}, now) == drop_reason::answer_to_reply,
             "the answer to a reply is recognised");
 }
 
@@ -412,7 +371,7 @@ void reflector_run::check_conservation()
 {
     const olv_sim::state_words global = processor_.state(global_statistics);
     std::uint32_t accounted = read_word(global, 1);
-    for (std::size_t word = constants().first_drop_word; word < global.size(); ++word) {
+    for (std::size_t word = constants.first_drop_word; word < global.size(); ++word) {
         accounted += read_word(global, word);
     }
     require(read_word(global, 0) == accounted, "the module: received = transmitted + drops");
@@ -426,24 +385,13 @@ void reflector_run::check_conservation()
 
 } // namespace
 
-bool olv_fuzz::change_expectation(std::string_view what)
-{
-    reflector_constants &all = constants();
-    if (what == "sequence-number") {
-        all.first_sequence_number = 1;
-    } else if (what == "sessions") {
-        all.maximum_sessions = 31;
-    } else if (what == "length") {
-        all.shortest_request = 15;
-    } else if (what == "time") {
-        all.seconds_offset = 1;
-    } else if (what == "conservation") {
-        all.first_drop_word = 3;
-    } else {
-        return false;
-    }
-    return true;
-}
+const std::map<std::string_view, void (*)()> olv_fuzz::expectation_changes{
+    {"sequence-number", [] { constants.first_sequence_number = 1; }},
+    {"sessions", [] { constants.maximum_sessions = 31; }},
+    {"length", [] { constants.shortest_request = 15; }},
+    {"time", [] { constants.seconds_offset = 1; }},
+    {"conservation", [] { constants.first_drop_word = 3; }},
+};
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {

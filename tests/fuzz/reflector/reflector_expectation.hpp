@@ -5,6 +5,7 @@
 #ifndef OLV_FUZZ_REFLECTOR_EXPECTATION_HPP
 #define OLV_FUZZ_REFLECTOR_EXPECTATION_HPP
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -18,6 +19,11 @@
 
 namespace olv_fuzz {
 
+using olv_fastpath::drop_reason;
+using olv_fastpath::fast_path_options;
+using olv_fastpath::packet_path;
+using olv_fastpath::received_packet;
+
 /** Numbers that a test can change, to see that a difference is noticed. */
 struct reflector_constants {
     std::uint32_t first_sequence_number = 0;
@@ -30,7 +36,7 @@ struct reflector_constants {
 
 class reflector_expectation {
   public:
-    reflector_expectation(const reflector_constants &constants, const olv_fastpath::fast_path_options &options,
+    reflector_expectation(const reflector_constants &constants, const fast_path_options &options,
                           std::uint64_t ticks_per_second)
         : constants_(constants), options_(options), frequency_(ticks_per_second)
     {}
@@ -40,8 +46,14 @@ class reflector_expectation {
         std::uint64_t created_ticks = 0;
     };
 
-    void create(std::uint32_t id, const responder &created);
-    void remove(std::uint32_t id);
+    void create(std::uint32_t id, const responder &created)
+    {
+        responders_[id] = created;
+        std::erase_if(sessions_, [&](const auto &entry) { return entry.first.first == id; });
+    }
+
+    void remove(std::uint32_t id) { responders_.erase(id); }
+
     void bind(std::uint32_t key) { binds_.insert(key); }
     void unbind(std::uint32_t key) { binds_.erase(key); }
     void set_default_bind(bool on) { has_default_bind_ = on; }
@@ -50,40 +62,124 @@ class reflector_expectation {
     /** What becomes of a packet; where only the session table decides, what becomes of it when there is room.
      */
     struct decision {
-        std::optional<olv_fastpath::drop_reason> dropped; ///< Nothing: it is reflected.
+        std::optional<drop_reason> dropped; ///< Nothing: it is reflected.
         std::uint32_t sequence_number = 0;
         bool needs_new_session = false;
     };
-    [[nodiscard]] decision decide(const olv_fastpath::received_packet &packet,
-                                  const olv_fastpath::packet_path &path, std::size_t room) const;
+    [[nodiscard]] decision decide(const received_packet &packet, const packet_path &path,
+                                  std::size_t room) const
+    {
+        const std::uint32_t id = path.responder_id & id_mask;
+        if (!responders_.contains(id)) {
+            return {.dropped = drop_reason::no_responder};
+        }
+        if (!has_default_bind_ && !binds_.contains(path.bind_key & id_mask)) {
+            return {.dropped = drop_reason::no_bind};
+        }
+        const std::size_t shortest = std::max(constants_.shortest_request, options_.minimum_request);
+        if (packet.payload.size() < shortest || room < reply_length(packet.payload.size())) {
+            return {.dropped = drop_reason::length_check};
+        }
+        const auto known = sessions_.find(key_of(packet, path));
+        const bool goes_on = known != sessions_.end() && is_alive(known->second, packet.arrival_ticks);
+        if (!goes_on && alive_sessions(id, packet.arrival_ticks) >= constants_.maximum_sessions) {
+            return {.dropped = drop_reason::max_sessions};
+        }
+        return {.dropped = std::nullopt,
+                .sequence_number = goes_on ? known->second.next : constants_.first_sequence_number,
+                .needs_new_session = !goes_on};
+    }
+
     /** The packet was reflected. */
-    void note_reflected(const olv_fastpath::received_packet &packet, const olv_fastpath::packet_path &path);
+    void note_reflected(const received_packet &packet, const packet_path &path)
+    {
+        session &entry = sessions_[key_of(packet, path)];
+        if (entry.next == 0 || !is_alive(entry, packet.arrival_ticks)) {
+            entry.next = constants_.first_sequence_number;
+            ++sessions_ever_;
+        }
+        ++entry.next;
+        entry.last_arrival = packet.arrival_ticks;
+    }
 
     /** The reply but for its departure time and error estimate, which are taken from @p found. */
-    [[nodiscard]] std::vector<std::uint8_t> reply(const olv_fastpath::received_packet &packet,
-                                                  const olv_fastpath::packet_path &path,
+    [[nodiscard]] std::vector<std::uint8_t> reply(const received_packet &packet, const packet_path &path,
                                                   std::uint32_t sequence_number,
-                                                  std::span<const std::uint8_t> found) const;
+                                                  std::span<const std::uint8_t> found) const
+    {
+        const std::span<const std::uint8_t> request = packet.payload;
+        std::vector<std::uint8_t> bytes(reply_length(request.size()));
+        const bool is_stamp = request.size() == stamp_length;
+        store(bytes, 0, sequence_number, 4);
+        if (is_stamp && options_.mode == olv_fastpath::stamp_mode::stateless) {
+            std::copy_n(request.begin(), 4, bytes.begin());
+        }
+        std::copy_n(found.begin() + 4, 10, bytes.begin() + 4);
+        store(bytes, 16, instant(path.responder_id, packet.arrival_ticks), 8);
+        std::copy_n(request.begin(), 14, bytes.begin() + 24);
+        bytes.at(40) = packet.ttl;
+        if (!is_stamp && bytes.size() > 41) {
+            std::copy_n(request.begin() + 14, bytes.size() - 41, bytes.begin() + 41);
+        }
+        return bytes;
+    }
+
     /** The instant that a reply gives for a reading of the timer, in units of 2^-32 s. */
-    [[nodiscard]] std::uint64_t instant(std::uint32_t id, std::uint64_t ticks) const;
-    [[nodiscard]] std::size_t reply_length(std::size_t request_length) const;
+    [[nodiscard]] std::uint64_t instant(std::uint32_t id, std::uint64_t ticks) const
+    {
+        const responder &from = responders_.at(id & id_mask);
+        const std::uint64_t elapsed = ticks <= from.created_ticks ? 0 : ticks - from.created_ticks;
+        const std::uint64_t seconds = elapsed / frequency_;
+        const std::uint64_t fraction = ((elapsed - seconds * frequency_) << 32) / frequency_;
+        return from.created_units + (seconds << 32) + fraction +
+               (std::uint64_t{constants_.seconds_offset} << 32);
+    }
+
+    [[nodiscard]] std::size_t reply_length(std::size_t request_length) const
+    {
+        return std::max(request_length, constants_.shortest_reply);
+    }
+
     /** Sessions that may be in the table, forgotten ones included. */
     [[nodiscard]] std::size_t sessions_ever() const { return sessions_ever_; }
 
   private:
+    static constexpr std::uint32_t id_mask = 0xFFFFFF;
+    static constexpr std::size_t stamp_length = 44;
+
     using session_key = std::pair<std::uint32_t, olv_net::ip_endpoint>;
     struct session {
         std::uint32_t next = 0;
         std::uint64_t last_arrival = 0;
     };
 
-    [[nodiscard]] bool is_alive(const session &one, std::uint64_t now) const;
-    [[nodiscard]] std::size_t alive_sessions(std::uint32_t id, std::uint64_t now) const;
-    static session_key key_of(const olv_fastpath::received_packet &packet,
-                              const olv_fastpath::packet_path &path);
+    [[nodiscard]] bool is_alive(const session &one, std::uint64_t now) const
+    {
+        return now - one.last_arrival < options_.refwait_seconds * frequency_;
+    }
+
+    [[nodiscard]] std::size_t alive_sessions(std::uint32_t id, std::uint64_t now) const
+    {
+        return static_cast<std::size_t>(
+            std::count_if(sessions_.begin(), sessions_.end(), [&](const auto &entry) {
+                return entry.first.first == id && is_alive(entry.second, now);
+            }));
+    }
+
+    static session_key key_of(const received_packet &packet, const packet_path &path)
+    {
+        return {path.responder_id & id_mask, packet.sender};
+    }
+
+    static void store(std::vector<std::uint8_t> &bytes, std::size_t at, std::uint64_t value, std::size_t count)
+    {
+        for (std::size_t index = 0; index < count; ++index) {
+            bytes.at(at + index) = static_cast<std::uint8_t>(value >> (8 * (count - 1 - index)));
+        }
+    }
 
     reflector_constants constants_;
-    olv_fastpath::fast_path_options options_;
+    fast_path_options options_;
     std::uint64_t frequency_;
     std::map<std::uint32_t, responder> responders_;
     std::set<std::uint32_t> binds_;

@@ -6,6 +6,7 @@
 #define OLV_FUZZ_BYTE_SOURCE_HPP
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -50,6 +51,9 @@ class byte_source {
     {
         return *(std::begin(values) + below(static_cast<std::uint32_t>(std::size(values))));
     }
+
+    /** The same of values that stand here. */
+    template <std::uint32_t... Values> std::uint32_t one_of() { return pick(std::array{Values...}); }
 
     /** The next bytes, as many as there are. */
     std::span<const std::uint8_t> bytes(std::size_t count)

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string_view>
 
 /** Run one input. @return 0. */
@@ -14,8 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 namespace olv_fuzz {
 
-/** Make one of the target's expectations wrong from now on. @return false when there is none of that name. */
-bool change_expectation(std::string_view what);
+/** What a test can make wrong of the target's expectations, by name, to see that it notices. */
+extern const std::map<std::string_view, void (*)()> expectation_changes;
 
 } // namespace olv_fuzz
 
