@@ -14,8 +14,8 @@ run_stage() {
     reproducible) ./scripts/check-reproducible.sh ;;
     analyzer) ./scripts/lint.sh analyzer ;;
     arm-sanitize) ./scripts/install-packages.sh cross && ./scripts/test-presets.sh arm-sanitize ;;
-    fuzz) ./scripts/fuzz.sh 900 ;;
-    soak) ./scripts/soak.sh 30 ;;
+    fuzz) ./scripts/fuzz.sh 600 ;;
+    soak) ./scripts/soak.sh 20 ;;
     mutants) ./scripts/mutation.sh ;;
     bench) ./scripts/bench.sh ;;
   esac
