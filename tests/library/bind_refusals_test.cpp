@@ -38,10 +38,10 @@ row_list refused_requests(const direction &way)
             way, "type not 2: looked at before custom_bind and the rest",
             [no_destination](bench &b, request &asked) {
                 no_destination(b, asked);
-                asked.info.bind_type = 5;
+                asked.info.bind_type = 1;
                 asked.info.custom_bind = 0;
             },
-            refuses_type(way, 5)),
+            refuses_type(way, 1)),
         asking(
             way, "the type is printed as a signed number",
             [](bench &, request &asked) { asked.info.bind_type = 0xFFFFFFFF; }, refuses_type(way, -1)),
@@ -69,7 +69,10 @@ row_list refused_destinations(const direction &way)
             refuses(way, 0x3000D, no_entry_point)),
         looking_up(
             way, "lookup yields 0, default entry point not allowed", 1, answer<0>,
-            [](bench &, request &asked) { asked.destination.default_entry_point = 0x0123; },
+            [](bench &, request &asked) {
+                asked.info.bind_subtype = 3;
+                asked.destination.default_entry_point = 0x0123;
+            },
             refuses(way, 0x3000D, no_entry_point)),
         looking_up(
             way, "no lookup, default entry point allowed but 0", 1, nullptr,
@@ -77,7 +80,9 @@ row_list refused_destinations(const direction &way)
             refuses(way, 0x3000D, no_entry_point)),
         looking_up(way, "module 7 without an entry point: that is found first", 7, nullptr, unaltered,
                    refuses(way, 0x3000D, no_entry_point)),
-        looking_up(way, "module 7 with an entry point", 7, answer<0x777>, unaltered,
+        looking_up(way, "module 0 with an entry point", 0, answer<0x777>, unaltered,
+                   refuses(way, way.pair_status, pair_refused)),
+        looking_up(way, "module 12 with an entry point", 12, answer<0x777>, unaltered,
                    refuses(way, way.pair_status, pair_refused)),
         looking_up(
             way, "module 7: looked at before the source instance", 7, answer<0x777>,

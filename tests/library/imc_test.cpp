@@ -75,8 +75,15 @@ const table rows{
                 asked.info.custom_bind = 0;
                 asked.info.src_module = nullptr;
                 asked.info.src_instance = nullptr;
-                asked.info.src_location = 0;
+                asked.info.src_location = 0xFFFFFFFF;
                 asked.info.dst_location = 0xFFFFFFFF;
+            },
+            answers),
+        asking(
+            "locations below the CPU's",
+            [](bench &, request &asked) {
+                asked.info.src_location = 0;
+                asked.info.dst_location = 0;
             },
             answers),
         asking(
@@ -116,7 +123,7 @@ const table rows{
          .work =
              [](bench &b) {
                  request asked(b);
-                 asked.lead_to(7);
+                 asked.lead_to(12);
                  return olv_twamp_get_imc(b.handle, &asked.info, nullptr);
              },
          .tells = refuses_destination}} +

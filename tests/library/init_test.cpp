@@ -191,8 +191,12 @@ const table rows{operation_name,
                    .work = init,
                    .tells = refuses,
                    .afterwards = [](bench &b, const outcome &) { EXPECT_EQ(b.foreign.ctx, nullptr); }},
-                  {.label = "record of an initialised module with another magic",
-                   .arrange = [](bench &b) { b.handle = &b.foreign; },
+                  {.label = "record of an initialised module with a lower magic",
+                   .arrange =
+                       [](bench &b) {
+                           b.foreign.magic = 0x53248790;
+                           b.handle = &b.foreign;
+                       },
                    .work = init,
                    .tells = refuses}}};
 

@@ -177,7 +177,7 @@ std::vector<options> at_every_log_word(const row &each)
         return {};
     }
     constexpr std::uint32_t levels[] = {0, 1, 3, 7, 15};
-    constexpr std::uint32_t bits[] = {0x10, 0x40, 0x80};
+    constexpr std::uint32_t bits[] = {0x8, 0x10, 0x40, 0x80};
     std::vector<options> all;
     const auto add = [&](std::uint32_t module, std::optional<std::uint32_t> system) {
         options changed = each.setup;

@@ -7,9 +7,9 @@
  *         {.label = "null record", .work = get_into_null, .tells = [](const bench &b) { ... }}}};
  *     TEST(GlobalStatsGet, GoesAsEachRowSays) { rows.run(); }
  *
- * A row is run at the levels 0, 1, 3, 7 and 15 of both records in all combinations, with the bits 0x10, 0x40
- * and 0x80 alone in either, and without a system record. Then it is swept: its platform calls fail one by one,
- * from each on, and in all pairs, with everything logged, with little and with nothing, without a lock and
+ * A row is run at the levels 0, 1, 3, 7 and 15 of both records in all combinations, with the bits 0x8, 0x10,
+ * 0x40 and 0x80 alone in either, and without a system record. Then it is swept: its platform calls fail one by
+ * one, from each on, and in all pairs, with everything logged, with little and with nothing, without a lock and
  * without a system record; and the tracer loses one event after the other. Status, story and what is left
  * behind are compared each time, and after a sweep's run the module has to do all its work again.
  *

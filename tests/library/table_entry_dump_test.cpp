@@ -25,6 +25,7 @@ const entry_case entries[] = {
     {"action 3", {0x4, 24, 0, 3}, "0x4!!Unexpected Return!!", 21},
     {"action 5", {0x4, 24, 0, 5}, "0x4!!Unexpected Return!!", 21},
     {"action 8", {0x4, 24, 0, 8}, "0x4!!Unexpected Return!!", 21},
+    {"highest bit", {0x4, 24, 0, 0x80000000}, "0x4!!Unexpected Return!!", 21},
     {"no key, defined", {0, 0, 0, 0}, "*, DEFINED", 9},
     {"no key, not defined", {0, 0, 0, 1}, "*, NOT_DEFINED", 13},
     {"no key, action 2", {0, 0, 0, 2}, "*!!Unexpected Return!!", 21},

@@ -15,12 +15,15 @@ std::function<void()> when_read;
 
 // The library takes the time of day from the C library; in this program that is here.
 extern "C" __attribute__((visibility("default"))) int gettimeofday(struct timeval *__restrict now,
-                                                                   void *__restrict) noexcept
+                                                                   void *__restrict zone) noexcept
 {
     const std::lock_guard lock{fixed_time_mutex};
     if (fixed_time) {
         now->tv_sec = static_cast<time_t>(fixed_time->seconds); // wraps in 2038 where time_t has 32 bits
         now->tv_usec = static_cast<suseconds_t>(fixed_time->microseconds);
+        if (zone != nullptr) { // written after the time, as some kernels do
+            *static_cast<struct timezone *>(zone) = {};
+        }
         if (when_read) {
             when_read();
         }
