@@ -8,8 +8,9 @@ equivalent.json says with the reason.
     scripts/mutation.sh --only status-1a2b3c4d   one, with the change and what became of it
     scripts/mutation.sh --list                   names them
 
-Mutants that do not compile, or compile to the same code, are left out of the count. Exit status: 0 if no mutant
-survived but those listed, 1 if one did or if the list is wrong, 2 if nothing could be tested.
+Mutants that do not compile, or compile to the same code, are left out of the count. An interrupted run goes on where
+it ended: build/mutation-results holds what became of mutants, for as long as library and tests are the same. Exit
+status: 0 if no mutant survived but those listed, 1 if one did or if the list is wrong, 2 if nothing could be tested.
 """
 import argparse
 import concurrent.futures
@@ -19,17 +20,21 @@ import json
 import os
 import queue
 import random
+import re
 import sys
 import time
 from collections import Counter
 from pathlib import Path
 
 import laboratory
-from operators import OPERATORS, Project
+from operators import OPERATORS
+from project import Project
 from source import Source
 
 ROOT = Path(__file__).resolve().parents[2]
 FOLDER = ROOT / "build/mutation"
+RESULTS = ROOT / "build/mutation-results"
+HEADERS = ("include/olv_twamp.h", "platform/twamp_program.h")
 EQUIVALENT = Path(__file__).with_name("equivalent.json")
 
 KILLED = (laboratory.FAILED_TEST, laboratory.CRASH, laboratory.TIME_OUT)
@@ -44,31 +49,33 @@ class Mutant:
         self.operator = operator
         self.path = source.path
         self.line = source.line_number(begin)
-        self.function = source.function_at(begin)
+        self.place = f"{Path(source.path).name} {source.function_at(begin)}".strip()
         self.text = source.text[:begin] + replacement + source.text[end:]
         first, last = source.lines_around(begin, end)
-        self.original = in_one_line(source.text[first:last])
-        self.mutated = in_one_line(source.text[first:begin] + replacement + source.text[end:last])
-        self.occurrence = 0  # among those alike
-
-    @property
-    def key(self):
-        return self.operator, self.path, self.function, self.original, self.mutated, self.occurrence
+        before, after = in_one_line(source.text[first:begin]).lstrip(), in_one_line(source.text[end:last])
+        original, mutated = in_one_line(source.text[begin:end]), in_one_line(replacement).strip()
+        self.difference = f"    - {before}{original}{after}\n    + {before}{mutated}{after}"
+        change = f"{{{shortened(original, 60)} -> {shortened(mutated, 60)}}}"
+        self.name = f"{operator} {self.place}: {before[-60:]}{change}{after[:30].rstrip()}"
 
     @property
     def id(self):
-        return f"{self.operator}-{hashlib.sha256(repr(self.key).encode()).hexdigest()[:8]}"
+        return f"{self.operator}-{hashlib.sha256(self.name.encode()).hexdigest()[:8]}"
 
     def __str__(self):
-        return f"{self.id}  {self.path}:{self.line} {self.function}\n    - {self.original}\n    + {self.mutated}"
+        return f"{self.id}  {self.path}:{self.line}\n    {json.dumps(self.name)}\n{self.difference}"
 
 
 def in_one_line(text):
-    return " ".join(text.split())
+    return re.sub(r"(?:\n#line \d+\n|\s)+", " ", text)
+
+
+def shortened(text, length):
+    return text if len(text) <= length else text[: length - 3] + "..."
 
 
 def all_mutants():
-    paths = [*sorted((ROOT / "twamp").glob("*.[ch]pp")), ROOT / "include/olv_twamp.h"]
+    paths = [*sorted((ROOT / "twamp").glob("*.[ch]pp")), *(ROOT / name for name in HEADERS)]
     texts = [path.read_text(encoding="utf-8") for path in paths]
     project = Project(texts + [(ROOT / "platform/olv.h").read_text(encoding="utf-8")])
     mutants = []
@@ -76,27 +83,23 @@ def all_mutants():
     for path, text in zip(paths, texts):
         source = Source(str(path.relative_to(ROOT)), text)
         for name, operator in OPERATORS.items():
-            if path.suffix == ".h" and name != "constant":
-                continue  # of the public header, the values
+            if path.suffix == ".h" and name not in ("constant", "message-letter"):
+                continue  # of the headers, the values
             for change in sorted(set(operator(source, project))):
                 mutant = Mutant(name, source, *change)
-                mutant.occurrence = alike[mutant.key]
-                alike[mutant.key[:-1] + (0,)] += 1
+                alike[mutant.name] += 1
+                if alike[mutant.name] > 1:
+                    mutant.name += f" #{alike[mutant.name]}"
                 mutants.append(mutant)
     return mutants
 
 
-def equivalent_keys():
-    """The listed mutants, with the reason."""
-    keys = {}
-    for group in json.loads(EQUIVALENT.read_text(encoding="utf-8")):
-        for each in group["mutants"]:
-            key = (each["operator"], each["file"], each["function"], each["original"], each["mutated"],
-                   each.get("occurrence", 0))
-            if key in keys:
-                raise SystemExit(f"mutation: listed twice in {EQUIVALENT.name}: {key}")
-            keys[key] = group["reason"]
-    return keys
+def equivalent_names():
+    """The listed mutants. Each stands once, under the reason."""
+    names = [name for group in json.loads(EQUIVALENT.read_text(encoding="utf-8")).values() for name in group]
+    if len(names) != len(set(names)):
+        raise SystemExit(f"mutation: listed twice in {EQUIVALENT.name}: {Counter(names).most_common(1)[0][0]}")
+    return set(names)
 
 
 def chosen(mutants, arguments):
@@ -110,16 +113,45 @@ def chosen(mutants, arguments):
     return mutants
 
 
-def examine_all(bench, mutants, arguments):
+class Results:
+    """What became of mutants, in a file. It stands as long as library and tests are the same, so that an interrupted
+    run goes on where it ended; and it tells which tests are likely to fail with a mutant."""
+
+    def __init__(self, fingerprint):
+        self.fingerprint = fingerprint
+        self.known = {}  # ID -> fate and test
+        self.tests = {}  # ID or place -> how many mutants a test failed with
+        lines = RESULTS.read_text(encoding="utf-8").splitlines() if RESULTS.exists() else []
+        for known, *result in map(json.loads, lines):
+            self._note(*result)
+            if known == fingerprint:
+                self.known[result[0]] = tuple(result[2:])
+
+    def enter(self, mutant, fate, test):
+        self._note(mutant.id, mutant.place, fate, test)
+        with open(RESULTS, "a", encoding="utf-8") as stream:
+            print(json.dumps([self.fingerprint, mutant.id, mutant.place, fate, test]), file=stream)
+
+    def likely(self, mutant):
+        """The tests to run first: what failed with this mutant, with others at this place, in this file."""
+        keys = (mutant.id, mutant.place, mutant.place.split()[0])
+        return list(dict.fromkeys(test for key in keys for test, _ in self.tests.get(key, Counter()).most_common(3)))
+
+    def _note(self, mutant, place, fate, test):
+        for key in (mutant, place, place.split()[0]) if fate in KILLED else ():
+            self.tests.setdefault(key, Counter())[test] += 1
+
+
+def examine_all(bench, results, mutants, arguments):
     """Yield mutants with their fates, in their order, until the sample is complete."""
     workplaces = queue.SimpleQueue()
     for number in range(arguments.jobs):
         workplaces.put(FOLDER / f"worker-{number}")
 
-    def examine(mutant):
+    def examine(mutant, likely):
         workplace = workplaces.get()
         try:
-            return bench.examine(workplace, mutant.path, mutant.text)
+            return bench.examine(workplace, mutant.path, mutant.text, likely)
         finally:
             workplaces.put(workplace)
 
@@ -128,14 +160,17 @@ def examine_all(bench, mutants, arguments):
     waiting = iter(mutants)
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
         while left > 0:
-            while len(pending) < 16 * arguments.jobs and (mutant := next(waiting, None)) is not None:
-                pending.append((mutant, pool.submit(examine, mutant)))
+            while len(pending) < 4 * arguments.jobs and (mutant := next(waiting, None)) is not None:
+                is_known = mutant.id in results.known and not arguments.only
+                pending.append((mutant, None if is_known else pool.submit(examine, mutant, results.likely(mutant))))
             if not pending:
                 return
             mutant, future = pending.pop(0)
-            fate, detail = future.result()
+            fate, test = results.known[mutant.id] if future is None else future.result()
+            if future is not None:
+                results.enter(mutant, fate, test)
             left -= not (arguments.sample and fate in WITHOUT_TEST)
-            yield mutant, fate, detail
+            yield mutant, fate, test
 
 
 class Report:
@@ -146,7 +181,7 @@ class Report:
         self.wrongly_listed = []
 
     def enter(self, mutant, fate):
-        listed = mutant.key in self.equivalent
+        listed = mutant.name in self.equivalent
         if fate == laboratory.SURVIVED and listed:
             fate = EQUIVALENT_FATE
         elif fate == laboratory.SURVIVED:
@@ -178,8 +213,7 @@ def print_conclusion(report, stale):
             print(*mutants, sep="\n")
     if stale:
         print(f"\n== Stale entries of {EQUIVALENT.name}: no such mutants")
-        print(*(f"{operator} {path} {function}\n    - {original}\n    + {mutated}"
-                for operator, path, function, original, mutated, _ in stale), sep="\n")
+        print(*stale, sep="\n")
     print(f"\n{killed} killed of {killed + total[laboratory.SURVIVED]} that are not equivalent")
 
 
@@ -210,8 +244,8 @@ def lock_folder():
 def main():
     arguments = parsed_arguments()
     mutants = all_mutants()
-    equivalent = equivalent_keys()
-    stale = sorted(set(equivalent) - {mutant.key for mutant in mutants})
+    equivalent = equivalent_names()
+    stale = sorted(equivalent - {mutant.name for mutant in mutants})
     mutants = chosen(mutants, arguments)
     if arguments.list:
         print(*mutants, sep="\n")
@@ -228,12 +262,13 @@ def main():
     bench = laboratory.Laboratory(ROOT, arguments.build.resolve(), FOLDER)
     bench.prepare()
     report = Report(equivalent)
-    for number, (mutant, fate, detail) in enumerate(examine_all(bench, mutants, arguments), start=1):
+    results = Results(bench.fingerprint())
+    for number, (mutant, fate, test) in enumerate(examine_all(bench, results, mutants, arguments), start=1):
         fate = report.enter(mutant, fate)
         if number % 250 == 0:
             print(f"{number} of {len(mutants)}", flush=True)
         if fate == laboratory.SURVIVED or arguments.verbose or arguments.only:
-            print(f"{fate}{': ' if detail else ''}{detail}: {mutant}", flush=True)
+            print(f"{fate}{': ' if test else ''}{test}: {mutant}", flush=True)
     print()
     report.print_table()
     print_conclusion(report, stale)

@@ -5,17 +5,24 @@ name that reports show.
 """
 import re
 
+from project import following, value_of
+
 OPERATORS = {}
 
 STATUS = re.compile(r"(?:OLV|TWAMP)_STATUS_\w+$")
-PLATFORM_CONSTANT = re.compile(r"OLV_(?:LOG|MODULE|BIND|TWAMP_TABLE)_\w+$")
 CONVERSION = re.compile(r"%[-0-9.*]*(?:lu|[a-zA-Z])")
 BYTE_ORDER = {"hyx_htonl", "hyx_htons", "hyx_ntohl", "hyx_ntohs"}
 CASTS = {"static_cast", "reinterpret_cast", "const_cast", "sizeof"}
 NO_CALLEES = CASTS | BYTE_ORDER | {"if", "for", "while", "switch", "return"}
-PURE = CASTS | {"address_word", "as_module_status", "ntp_fraction", "TWAMP_HERE"}  # leave nothing to be seen
 
-COMPARISONS = {"==": "!=", "!=": "==", "<": "<=", "<=": "<", ">": ">=", ">=": ">"}
+RELATIONS = {
+    "==": ("!=", "<=", ">="),
+    "!=": ("==", "<", ">"),
+    "<": ("<=", "!=", ">="),
+    "<=": ("<", "==", ">"),
+    ">": (">=", "!=", "<="),
+    ">=": (">", "==", "<"),
+}
 ARITHMETIC = {"&": "|", "|": "&", "<<": ">>", ">>": "<<", "+": "-", "-": "+", "*": "/", "/": "*"}
 SEVERITIES = {
     "fatal": "error",
@@ -27,44 +34,6 @@ SEVERITIES = {
     "entry_learnt": "entry_removed",
     "entry_removed": "entry_learnt",
 }
-
-
-class Project:
-    """What operators know of all files together: statuses, records, enumerations, named constants."""
-
-    def __init__(self, texts):
-        text = re.sub(r"//[^\n]*|/\*.*?\*/", "", "\n".join(texts), flags=re.DOTALL)
-        self.statuses = re.findall(r"^ +((?:OLV|TWAMP)_STATUS_\w+) =", text, re.MULTILINE)
-        self.fields = {}  # name of a field -> set of fields of the same type in a record
-        for body in re.findall(r"struct \w+ \{\n(.*?)\n\}", text, re.DOTALL):
-            self._read_fields(body)
-        self.enumerators = {}  # "type::name" -> the next name of the type
-        for name, body in re.findall(r"enum class (\w+)[^{;]*\{([^}]*)\}", text):
-            names = re.findall(r"\w+", body)
-            self.enumerators.update((f"{name}::{each}", following(names, each)) for each in names)
-        self.constants = {}  # name of a constant -> the next one of its type and kind
-        self._read_constants(text)
-
-    def _read_fields(self, body):
-        by_type = {}
-        for kind, name in re.findall(r"^ +((?:const )?[\w:]+ \*?)(\w+);", body, re.MULTILINE):
-            if not name.startswith("reserved"):
-                by_type.setdefault(kind, []).append(name)
-        for names in by_type.values():
-            for name in names if len(names) > 1 else []:
-                self.fields.setdefault(name, set()).add(following(names, name))
-
-    def _read_constants(self, text):
-        families = {}
-        for kind, name in re.findall(r"^inline constexpr ([\w ]+ \*?)(\w+) =", text, re.MULTILINE):
-            family = (kind, name.rsplit("_", 1)[-1] if "*" in kind else "")
-            families.setdefault(family, []).append(name)
-        for names in families.values():
-            self.constants.update((name, following(names, name)) for name in names if len(names) > 1)
-
-
-def following(names, name):
-    return names[(names.index(name) + 1) % len(names)]
 
 
 def operator(name):
@@ -86,7 +55,6 @@ def replaced(token, text):
     return token.begin, token.end, text
 
 
-
 @operator("status")
 def change_statuses(source, project):
     for position, token in code(source, "name"):
@@ -95,36 +63,68 @@ def change_statuses(source, project):
 
 
 @operator("constant")
-def change_constants(source, _project):
-    for _, token in code(source, "number"):
-        yield replaced(token, increased(token.text))
+def move_constants(source, project):
+    """Bounds among them: one up, one down."""
+    for position, token in code(source, "number"):
+        yield from (replaced(token, text) for text in neighbours(token.text))
     for position, token in code(source, "name"):
-        if PLATFORM_CONSTANT.match(token.text) and source.in_code(position):
-            yield replaced(token, f"({token.text} + 1)")
+        if token.text in project.numbers and source.in_code(position):
+            yield from (replaced(token, f"({token.text} {step} 1)") for step in "+-")
         if token.text in ("true", "false"):
             yield replaced(token, "false" if token.text == "true" else "true")
 
 
-def increased(number):
-    integer = re.fullmatch(r"(0x)?([0-9A-Fa-f]+?)([uUlL]*)", number)
-    if integer is None:
-        whole, rest = re.fullmatch(r"(\d+)(.*)", number).groups()
-        return f"{int(whole) + 1}{rest}"
-    prefix, digits, suffix = integer.groups()
-    return f"0x{int(digits, 16) + 1:X}{suffix}" if prefix else f"{int(digits) + 1}{suffix}"
+def neighbours(number):
+    """The texts of the numbers beside one; below 0 is none."""
+    whole, rest = re.fullmatch(r"(0x[0-9A-Fa-f]+|\d+)(.*)", number).groups()
+    value = int(whole, 0)
+    for other in (value + 1, value - 1)[: 2 if value > 0 else 1]:
+        yield (f"0x{other:X}" if whole.startswith("0x") else str(other)) + rest
 
 
-@operator("comparison")
-def change_comparisons(source, _project):
+@operator("bound")
+def move_bounds(source, project):
+    """What is compared with, unless it is a constant by itself."""
     for position, token in code(source, "mark"):
-        if token.text in COMPARISONS and source.spaced(position):
-            yield replaced(token, COMPARISONS[token.text])
+        if token.text not in RELATIONS or not source.is_binary(position):
+            continue
+        first, last = source.operands(position)[1]
+        text = source.between(first, last)
+        if not (text[0].isdigit() or text in project.numbers or text == "nullptr" or STATUS.match(text)):
+            yield from ((*source.span(first, last), f"{text} {step} 1") for step in "+-")
+
+
+@operator("mask")
+def narrow_masks(source, project):
+    """Masks and flags lose their lowest bit or their highest one."""
+    for position, token in enumerate(source.tokens):
+        mask = project.numbers.get(token.text, value_of(token.text))
+        if not mask or not source.in_code(position):
+            continue
+        first = position - (source.word(position - 1) == "~")
+        beside = {source.word(first - 1), source.word(position + 1)}
+        if token.text.startswith("OLV_LOG_") or beside & {"&", "|"}:
+            yield from narrowed(source.span(position, position), mask)
+            if first < position:
+                yield from narrowed(source.span(first, position), ~mask & 0xFFFFFFFF)
+
+
+def narrowed(span, mask):
+    for bit in sorted({mask & -mask, 1 << mask.bit_length() >> 1}):
+        yield *span, f"0x{mask - bit:X}u"
+
+
+@operator("relation")
+def change_relations(source, _project):
+    for position, token in code(source, "mark"):
+        if token.text in RELATIONS and source.is_binary(position):
+            yield from (replaced(token, other) for other in RELATIONS[token.text])
 
 
 @operator("arithmetic")
 def change_arithmetic(source, _project):
     for position, token in code(source, "mark"):
-        if token.text in ARITHMETIC and source.spaced(position):
+        if token.text in ARITHMETIC and source.is_binary(position):
             yield replaced(token, ARITHMETIC[token.text])
         elif token.text in ("~", "++"):
             yield replaced(token, "" if token.text == "~" else "--")
@@ -133,8 +133,16 @@ def change_arithmetic(source, _project):
 @operator("logic")
 def exchange_and_or(source, _project):
     for position, token in code(source, "mark"):
-        if token.text in ("&&", "||") and source.spaced(position):
+        if token.text in ("&&", "||") and source.is_binary(position):
             yield replaced(token, "||" if token.text == "&&" else "&&")
+
+
+@operator("dropped-operand")
+def drop_operands(source, _project):
+    for position, token in code(source, "mark"):
+        if token.text not in RELATIONS and source.is_binary(position):
+            left, right = source.operands(position)
+            yield from ((*source.span(left[0], right[1]), source.between(*kept)) for kept in (left, right))
 
 
 @operator("removed-not")
@@ -152,7 +160,7 @@ def conditions(source):
                 continue
             first, last = statement.header + 1, source.partner[statement.header] - 1
             declared = next((source.word(each - 1) for each in range(first, last) if source.word(each) == "="), None)
-            yield source.tokens[first].begin, source.tokens[last].end, source.between(first, last), declared
+            yield *source.span(first, last), source.between(first, last), declared
 
 
 @operator("negated-condition")
@@ -160,7 +168,7 @@ def negate_conditions(source, _project):
     for begin, end, text, declared in conditions(source):
         if declared is not None:
             yield begin, end, f"{text}; !{declared}"
-        elif not re.fullmatch(r"[^&|]* [=!]= [^&|]*", text):  # those are exchanged as comparisons
+        elif not re.fullmatch(r"[^&|]* (?:[=!<>]=|[<>]) [^&|]*", text):  # those get the opposite relation
             yield begin, end, f"!({text})"
 
 
@@ -186,8 +194,13 @@ def exchange_branches(source, _project):
             if source.word(end) == ":":
                 middle = end
             end = source.partner.get(end, end) + 1
-        yes, no = source.between(position + 1, middle - 1), source.between(middle + 1, end - 1)
-        yield source.tokens[position + 1].begin, source.tokens[end - 1].end, f"{no} : {yes}"
+        yield exchanged(source, (position + 1, middle - 1), (middle + 1, end - 1))
+
+
+def exchanged(source, one, other):
+    """Two ranges of tokens, each in the other's place."""
+    gap = source.text[source.tokens[one[1]].end : source.tokens[other[0]].begin]
+    return *source.span(one[0], other[1]), source.between(*other) + gap + source.between(*one)
 
 
 def is_call(source, statement):
@@ -207,7 +220,7 @@ def removals(source, calls):
     for block in source.blocks:
         for statement in block:
             if is_call(source, statement) == calls:
-                begin, end = source.tokens[statement.first].begin, source.tokens[statement.last].end
+                begin, end = source.span(statement.first, statement.last)
                 yield begin, end, ";" + "\n" * source.text.count("\n", begin, end)
 
 
@@ -221,37 +234,40 @@ def remove_statements(source, _project):
     yield from removals(source, False)
 
 
-def can_be_seen(source, statement):
-    """Whether a statement calls something or leaves: the order of others cannot be told from outside."""
-    return any(
-        source.word(each) in ("return", "continue")
-        or (source.tokens[each].kind == "name" and source.word(each + 1) == "(" and source.word(each) not in PURE)
-        for each in range(statement.first, statement.last)
-    )
-
-
 @operator("swapped-statements")
 def swap_statements(source, _project):
+    """Both keep their line numbers, which the code holds where it logs. Without a call or a jump in one of them
+    the order cannot be seen."""
     for block in source.blocks:
         for one, other in zip(block, block[1:]):
-            if not can_be_seen(source, one) and not can_be_seen(source, other):
+            begin, end = source.span(one.first, other.last)
+            if not re.search(r"\w\(|\b(?:return|continue)\b", source.text[begin:end]):
                 continue
-            gap = source.text[source.tokens[one.last].end : source.tokens[other.first].begin]
-            swapped = source.between(other.first, other.last) + gap + source.between(one.first, one.last)
-            yield source.tokens[one.first].begin, source.tokens[other.last].end, swapped
+            pieces = ((other.first, other.last), (one.first, one.last))
+            text = "".join(f"\n#line {source.line_number(source.tokens[first].begin)}\n{source.between(first, last)}"
+                           for first, last in pieces)
+            yield begin, end, f"{text}\n#line {source.line_number(end)}\n"
+
+
+def neighbouring_arguments(source):
+    for opening in source.partner:
+        if opening not in source.skipped and source.in_code(opening) and is_argument_list(source, opening):
+            arguments = source.split(opening)
+            yield from ((one, other) for one, other in zip(arguments, arguments[1:])
+                        if source.between(*one) != source.between(*other))
 
 
 @operator("swapped-arguments")
 def swap_arguments(source, _project):
-    for opening in source.partner:
-        if opening in source.skipped or not source.in_code(opening) or not is_argument_list(source, opening):
-            continue
-        arguments = source.split(opening)
-        for one, other in zip(arguments, arguments[1:]):
-            left, right = source.between(*one), source.between(*other)
-            if left != right:
-                gap = source.text[source.tokens[one[1]].end : source.tokens[other[0]].begin]
-                yield source.tokens[one[0]].begin, source.tokens[other[1]].end, right + gap + left
+    yield from (exchanged(source, one, other) for one, other in neighbouring_arguments(source))
+
+
+@operator("replaced-argument")
+def replace_arguments(source, _project):
+    """What is not of the neighbour's type does not compile."""
+    for one, other in neighbouring_arguments(source):
+        yield *source.span(*one), source.between(*other)
+        yield *source.span(*other), source.between(*one)
 
 
 def is_argument_list(source, opening):
@@ -261,6 +277,11 @@ def is_argument_list(source, opening):
     if source.word(opening) == "(":
         return before.kind == "name" and before.text not in NO_CALLEES
     return source.word(opening) == "{" and ";" not in source.between(opening, source.partner[opening])
+
+
+def part(token, begin, end, text):
+    """A replacement of characters of a token."""
+    return token.begin + begin, token.begin + end, text
 
 
 def letters(literal):
@@ -275,26 +296,23 @@ def change_letters(source, _project):
     for _, token in code(source, "string"):
         positions = letters(token.text)
         for position in sorted({positions[len(positions) // 3], positions[-1]} if positions else set()):
-            other = "y" if token.text[position] in "xX" else "x"
-            yield replaced(token, token.text[:position] + other + token.text[position + 1 :])
+            yield part(token, position, position + 1, "y" if token.text[position] in "xX" else "x")
 
 
 @operator("message-newline")
 def change_newlines(source, _project):
     for position, token in code(source, "string"):
-        for match in re.finditer(r"\\n", token.text):
-            yield replaced(token, token.text[: match.start()] + token.text[match.end() :])
+        yield from (part(token, *match.span(), "") for match in re.finditer(r"\\n", token.text))
         followed = position + 1 < len(source.tokens) and source.tokens[position + 1].kind == "string"
         if " " in token.text and not followed and not token.text.endswith('\\n"'):
-            yield replaced(token, token.text[:-1] + '\\n"')
+            yield token.end - 1, token.end - 1, "\\n"
 
 
 @operator("message-conversion")
 def change_conversions(source, _project):
     for _, token in code(source, "string"):
         for match in CONVERSION.finditer(token.text):
-            other = other_conversion(match.group())
-            yield replaced(token, token.text[: match.start()] + other + token.text[match.end() :])
+            yield part(token, *match.span(), other_conversion(match.group()))
 
 
 def other_conversion(conversion):
@@ -357,5 +375,4 @@ def return_success(source, _project):
                 continue
             text = source.between(first, last)
             if text != "OLV_STATUS_OK" and not text.startswith("{"):
-                begin, end = source.tokens[first].begin, source.tokens[last].end
-                yield begin, end, f"(static_cast<void>({text}), 0)"
+                yield *source.span(first, last), f"(static_cast<void>({text}), 0)"

@@ -22,6 +22,9 @@ TOKEN = re.compile(
 NO_CODE = {"space", "comment", "directive", "definition"}
 BRACKETS = {"(": ")", "[": "]", "{": "}"}
 CONTROL = {"if", "for", "while", "switch"}
+BINARY = ("||", "&&", "|", "^", "&", "== !=", "< <= > >=", "<< >>", "+ -", "* / %")  # what binds least is first
+LEVELS = {mark: level for level, marks in enumerate(BINARY) for mark in marks.split()}
+NO_OPERAND = {"", ";", ",", "?", ":", "return", "}"}
 
 
 class Token:
@@ -63,6 +66,7 @@ class Source:
         self.text = text
         self.tokens = self._read_tokens()
         self.partner = self._match_brackets()
+        self.opening = {closing: opening for opening, closing in self.partner.items()}
         self.skipped = self._find_skipped()
         self.functions = []
         self.initialisers = []  # token ranges of braces that hold values outside functions
@@ -76,9 +80,13 @@ class Source:
         """The text of the token at a position; nothing outside the file."""
         return self.tokens[position].text if 0 <= position < len(self.tokens) else ""
 
+    def span(self, first, last):
+        """The range of characters of the tokens first..last."""
+        return self.tokens[first].begin, self.tokens[last].end
+
     def between(self, first, last):
         """The source text of the tokens first..last."""
-        return self.text[self.tokens[first].begin : self.tokens[last].end]
+        return self.text[slice(*self.span(first, last))]
 
     def function_at(self, offset):
         """The name of the function that holds a character of the text; nothing outside functions."""
@@ -96,10 +104,31 @@ class Source:
     def line_number(self, offset):
         return bisect.bisect_right(self._line_begins, offset)
 
-    def spaced(self, position):
-        """Whether a token stands between spaces, as clang-format leaves binary operators."""
+    def is_binary(self, position):
+        """Whether a token is a binary operator: clang-format leaves spaces around them, and around no other."""
         token = self.tokens[position]
-        return self.text[token.begin - 1].isspace() and self.text[token.end : token.end + 1].isspace()
+        return (token.text in LEVELS and self.text[token.begin - 1].isspace()
+                and self.text[token.end : token.end + 1].isspace())
+
+    def operands(self, position):
+        """The ranges of tokens left and right of the binary operator at a position."""
+        level = LEVELS[self.word(position)]
+        first = self._operand_end(position - 1, -1, level, self.opening)
+        return (first, position - 1), (position + 1, self._operand_end(position + 1, 1, level + 1, self.partner))
+
+    def _operand_end(self, position, step, level, brackets):
+        """Where an operand ends in a direction: at the brackets around it, between expressions, at operators that
+        bind less than a level."""
+        while True:
+            position = brackets.get(position, position)
+            word = self.word(position + step)
+            if position + step not in brackets and (word in BRACKETS or word in BRACKETS.values()):
+                return position
+            if word in NO_OPERAND or (word.endswith("=") and word not in LEVELS):
+                return position
+            if self.is_binary(position + step) and LEVELS[word] < level:
+                return position
+            position += step
 
     def split(self, opening):
         """The ranges of tokens between the commas of a bracket."""
@@ -253,5 +282,5 @@ class Source:
         if self.word(before - 1) == "->":
             before -= 2
         if self.word(before) == ")":
-            before = next(each for each, closing in self.partner.items() if closing == before) - 1
+            before = self.opening[before] - 1
         return self.word(before) == "]"
