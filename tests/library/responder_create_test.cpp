@@ -239,6 +239,17 @@ TEST(ResponderCreate, LeavesTheSlotAloneWithoutTheLock)
     slot_is_untouched(b, {});
 }
 
+TEST(ResponderCreate, EmptiesTheSlotBeforeItAllocatesTheRecord)
+{
+    bench b;
+    fill_slot(b);
+    const twamp_responder_handle *at_allocation = b.responder;
+    interposition between;
+    between.after_calloc = [&](void *, std::size_t) { at_allocation = b.responder; };
+    EXPECT_EQ(quiet([&] { return create(b); }), 0u);
+    EXPECT_EQ(at_allocation, nullptr);
+}
+
 TEST(ResponderCreate, ClearsTheRecordBeforeItFreesIt)
 {
     bench b;
