@@ -74,8 +74,8 @@ void soak(const soak_options &options)
         const olv_test::silence quiet; // Operations print, a lot.
         for (std::uint32_t index = 0; index < processors; ++index) {
             stations.emplace_back(framework, options.responders, options.seed + index);
-            stations.back().start();
         }
+        std::ranges::for_each(stations, &olv_soak::station::start); // from here on calls fail, of any of them
         const auto after = [&, begin = clock_type::now()](double share) {
             return begin + std::chrono::duration_cast<clock_type::duration>(
                                std::chrono::duration<double>(options.seconds * share));
