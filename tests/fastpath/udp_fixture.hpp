@@ -158,7 +158,8 @@ inline bool tells_drops()
     const client probe{AF_INET};
     std::array<std::uint32_t, SK_MEMINFO_VARS> figures{};
     socklen_t length = sizeof figures;
-    return getsockopt(probe.number(), SOL_SOCKET, SO_MEMINFO, figures.data(), &length) == 0;
+    return getsockopt(probe.number(), SOL_SOCKET, SO_MEMINFO, figures.data(), &length) == 0 &&
+           length == sizeof figures;
 }
 
 /** Two families where the system has both. */
