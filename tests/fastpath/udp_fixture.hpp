@@ -140,16 +140,29 @@ inline bool has_ipv6()
     return client{AF_INET6}.can_bind_to(parse_socket_address("[::1]:0"));
 }
 
-/** Whether the system takes a datagram apart that is sent as segments. */
+/** Whether the system takes a datagram apart that is sent with the length of its segments. */
 inline bool sends_segments()
 {
     const client probe{AF_INET};
-    const int length = 4;
-    if (setsockopt(probe.number(), SOL_UDP, UDP_SEGMENT, &length, sizeof length) != 0)
-        return false;
     probe.bind_to("127.0.0.1:0");
-    probe.send(probe.local_address(), bytes(8));
-    return probe.receive().payload.size() == 4;
+    socket_address to = probe.local_address();
+    std::array<std::uint8_t, 8> payload{};
+    iovec part{.iov_base = payload.data(), .iov_len = payload.size()};
+    const std::uint16_t segment = 4;
+    alignas(cmsghdr) std::array<std::uint8_t, CMSG_SPACE(sizeof segment)> control{};
+    msghdr message{};
+    message.msg_name = &to.address;
+    message.msg_namelen = to.length;
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr &header = *CMSG_FIRSTHDR(&message);
+    header.cmsg_level = SOL_UDP;
+    header.cmsg_type = UDP_SEGMENT;
+    header.cmsg_len = CMSG_LEN(sizeof segment);
+    std::memcpy(CMSG_DATA(&header), &segment, sizeof segment);
+    return sendmsg(probe.number(), &message, 0) == 8 && probe.receive().payload.size() == segment;
 }
 
 /** Whether the system tells how many packets found no room in a socket. */
