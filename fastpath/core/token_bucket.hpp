@@ -13,7 +13,8 @@ namespace olv_fastpath {
 
 /**
  * Lets so many packets a second pass, on average. After a quiet second it is full and lets a second's packets
- * pass at once: not more than twice the limit in any second.
+ * pass at once: not more than twice the limit in any second. Packets are earned at the clock's multiples of the
+ * time that one takes at this rate, so the next may pass right after a full bucket was emptied.
  *
  * Any number of threads may share one: together they let pass what one thread would, as long as their clocks
  * are less than a second apart. There is no lock in it, and its words have 32 bits, which every processor

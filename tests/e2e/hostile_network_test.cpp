@@ -97,7 +97,8 @@ TEST(Hostile, PacketsAboveTheRateAreDroppedAndCounted)
         ++replies;
     }
     EXPECT_GE(replies, 50u);
-    EXPECT_LE(static_cast<double>(replies), 50 + 50 * taken.count());
+    // One is earned at each fiftieth of a second of the clock, so perhaps right after the first packet.
+    EXPECT_LT(static_cast<double>(replies), 50 + 50 * taken.count() + 1);
     EXPECT_EQ(finished.status, 0);
     EXPECT_EQ(figure(finished.output, "Packets dropped due to packet rate"), 200 - replies);
     EXPECT_EQ(figure(finished.output, "Total received packets"), replies);
