@@ -72,7 +72,7 @@ std::optional<socket_address> local_address_of(int socket)
 {
     socket_address local;
     local.length = sizeof local.address;
-    if (getsockname(socket, reinterpret_cast<sockaddr *>(&local.address), &local.length) != 0) {
+    if (getsockname(socket, local.generic(), &local.length) != 0) {
         return std::nullopt;
     }
     return local;

@@ -21,6 +21,7 @@ struct socket_address {
 
     /** As the system's calls take it. */
     [[nodiscard]] const sockaddr *generic() const { return reinterpret_cast<const sockaddr *>(&address); }
+    [[nodiscard]] sockaddr *generic() { return reinterpret_cast<sockaddr *>(&address); }
     [[nodiscard]] int family() const { return address.ss_family; }
     [[nodiscard]] std::uint16_t port() const;
     /** "127.0.0.1:862", "[::1]:862". */

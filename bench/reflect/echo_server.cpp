@@ -43,8 +43,7 @@ void echo_server::end_thread()
     stopping_ = true;
     // An empty datagram wakes the thread. Where the socket is full it cannot be sent, nor is it needed.
     const olv_net::socket_address own = address();
-    (void)sendto(socket_->number(), "", 0, MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&own.address),
-                 own.length);
+    (void)sendto(socket_->number(), "", 0, MSG_DONTWAIT, own.generic(), own.length);
     thread_.join();
 }
 
@@ -52,17 +51,17 @@ void echo_one_by_one(int socket, const std::atomic<bool> &stopping)
 {
     std::array<char, longest> buffer{};
     for (;;) {
-        sockaddr_storage sender{};
-        socklen_t sender_length = sizeof sender;
-        const ssize_t length = recvfrom(socket, buffer.data(), buffer.size(), 0,
-                                        reinterpret_cast<sockaddr *>(&sender), &sender_length);
+        olv_net::socket_address sender;
+        sender.length = sizeof sender.address;
+        const ssize_t length =
+            recvfrom(socket, buffer.data(), buffer.size(), 0, sender.generic(), &sender.length);
         if (stopping) {
             return;
         }
         if (length >= 0) {
             // What cannot be sent is lost; the generator counts it.
-            (void)sendto(socket, buffer.data(), static_cast<std::size_t>(length), 0,
-                         reinterpret_cast<const sockaddr *>(&sender), sender_length);
+            (void)sendto(socket, buffer.data(), static_cast<std::size_t>(length), 0, sender.generic(),
+                         sender.length);
         }
     }
 }

@@ -57,8 +57,7 @@ void generator::aim(const olv_net::socket_address &server, std::size_t number_po
 {
     server_ = server;
     number_position_ = number_position;
-    if (options_.sessions == 1 &&
-        connect(socket_.number(), reinterpret_cast<const sockaddr *>(&server_.address), server_.length) != 0) {
+    if (options_.sessions == 1 && connect(socket_.number(), server_.generic(), server_.length) != 0) {
         throw std::runtime_error("cannot send to " + server_.text());
     }
 }

@@ -23,9 +23,8 @@ std::uint64_t many_senders::send(std::span<const olv_net::socket_address> server
     for (std::uint32_t round = 0; round < requests_each; ++round) {
         for (std::size_t number = 0; number < senders_.size(); ++number) {
             const olv_net::socket_address &server = servers[number % servers.size()];
-            const ssize_t taken =
-                sendto(senders_[number].number(), request.data(), request.size(), MSG_DONTWAIT,
-                       reinterpret_cast<const sockaddr *>(&server.address), server.length);
+            const ssize_t taken = sendto(senders_[number].number(), request.data(), request.size(),
+                                         MSG_DONTWAIT, server.generic(), server.length);
             sent += taken > 0 ? 1 : 0;
         }
     }

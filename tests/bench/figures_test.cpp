@@ -32,8 +32,7 @@ TEST(kernel_drops, of_a_full_socket_are_counted)
     EXPECT_EQ(full.dropped(), 0u);
     const std::vector<char> datagram(1000);
     for (int number = 0; number < 100; ++number) {
-        ASSERT_EQ(sendto(sender.number(), datagram.data(), datagram.size(), 0,
-                         reinterpret_cast<const sockaddr *>(&full.local_address().address),
+        ASSERT_EQ(sendto(sender.number(), datagram.data(), datagram.size(), 0, full.local_address().generic(),
                          full.local_address().length),
                   1000);
     }

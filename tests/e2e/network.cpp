@@ -27,8 +27,8 @@ loopback_socket::loopback_socket(const std::string &host)
     : local_(olv_net::parse_socket_address(host + ":0")),
       socket_(socket(local_.family(), SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
-    auto *address = reinterpret_cast<sockaddr *>(&local_.address);
-    if (bind(socket_, address, local_.length) != 0 || getsockname(socket_, address, &local_.length) != 0) {
+    if (bind(socket_, local_.generic(), local_.length) != 0 ||
+        getsockname(socket_, local_.generic(), &local_.length) != 0) {
         (void)close(socket_); // nothing was sent
         throw std::runtime_error("no socket on " + host);
     }
@@ -55,8 +55,8 @@ std::optional<octets> loopback_socket::receive_within(std::chrono::milliseconds 
     }
     octets datagram(65536);
     peer_.length = sizeof peer_.address;
-    const ssize_t received = recvfrom(socket_, datagram.data(), datagram.size(), 0,
-                                      reinterpret_cast<sockaddr *>(&peer_.address), &peer_.length);
+    const ssize_t received =
+        recvfrom(socket_, datagram.data(), datagram.size(), 0, peer_.generic(), &peer_.length);
     if (received < 0) {
         return std::nullopt;
     }
@@ -66,8 +66,7 @@ std::optional<octets> loopback_socket::receive_within(std::chrono::milliseconds 
 
 void loopback_socket::answer(const octets &datagram)
 {
-    (void)sendto(socket_, datagram.data(), datagram.size(), 0,
-                 reinterpret_cast<const sockaddr *>(&peer_.address),
+    (void)sendto(socket_, datagram.data(), datagram.size(), 0, peer_.generic(),
                  peer_.length); // the test sees what is missing
 }
 
@@ -125,7 +124,7 @@ std::string http_get(const std::string &host, const std::string &path)
     const olv_net::socket_address address = olv_net::parse_socket_address(host);
     const int client = socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC, 0);
     std::string answer;
-    if (connect(client, reinterpret_cast<const sockaddr *>(&address.address), address.length) == 0) {
+    if (connect(client, address.generic(), address.length) == 0) {
         const std::string request = "GET " + path + " HTTP/1.1\r\nHost: test\r\nConnection: close\r\n\r\n";
         (void)send(client, request.data(), request.size(), MSG_NOSIGNAL); // the test sees what is missing
         std::array<char, 4096> part{};

@@ -39,17 +39,14 @@ class silent_socket {
     void answer()
     {
         std::array<std::uint8_t, 44> packet{};
-        sockaddr_storage peer{};
-        socklen_t length = sizeof peer;
-        ASSERT_EQ(recvfrom(socket_.number(), packet.data(), packet.size(), 0,
-                           reinterpret_cast<sockaddr *>(&peer), &length),
+        olv_net::socket_address peer;
+        peer.length = sizeof peer.address;
+        ASSERT_EQ(recvfrom(socket_.number(), packet.data(), packet.size(), 0, peer.generic(), &peer.length),
                   44);
         std::copy_n(packet.begin(), 14, packet.begin() + 24);
         std::copy_n(packet.begin() + 4, 8, packet.begin() + 16);
         packet[40] = 255;
-        ASSERT_EQ(sendto(socket_.number(), packet.data(), packet.size(), 0, reinterpret_cast<sockaddr *>(&peer),
-                         length),
-                  44);
+        ASSERT_EQ(sendto(socket_.number(), packet.data(), packet.size(), 0, peer.generic(), peer.length), 44);
     }
 
   private:
