@@ -1,4 +1,6 @@
 // Bind and unbind: what they accept, and what they refuse before they have the lock.
+#include <cstring>
+
 #include "bind_steps.hpp"
 #include "olv_sim/resources.hpp"
 
@@ -137,6 +139,25 @@ TEST(CustomBind, GoesAsEachRowSays)
 TEST(CustomUnbind, GoesAsEachRowSays)
 {
     unbind_rows.run();
+}
+
+/** The module's private context, as bytes. */
+std::vector<std::uint8_t> context_bytes(const bench &b)
+{
+    std::vector<std::uint8_t> bytes(124);
+    std::memcpy(bytes.data(), b.module->ctx, bytes.size());
+    return bytes;
+}
+
+TEST(CustomBind, StoresNothingInTheModule)
+{
+    bench b;
+    const request asked(b);
+    const std::vector<std::uint8_t> before = context_bytes(b);
+    for (const direction *way : {&binding, &unbinding}) {
+        EXPECT_EQ(quiet([&] { return way->function(b.framework.system(), &asked.info); }), 0u);
+        EXPECT_EQ(context_bytes(b), before);
+    }
 }
 
 /** What the destination's lookup was called with. */

@@ -113,17 +113,19 @@ hand_made_listing::hand_made_listing(const std::vector<listed_entry> &entries)
 
 std::uint32_t hand_made_listing::list(std::uint32_t tree_id, hyx_ptn_list_fn callback, void *context)
 {
+    void *const not_looked_at = reinterpret_cast<void *>(std::uintptr_t{16});
     trees_.push_back(tree_id);
     if (null_arguments_) {
         const olv_ptn pattern{};
         const olv_ptn_action action{};
-        callback(nullptr, nullptr, &pattern, &action);
-        callback(context, nullptr, nullptr, &action);
+        callback(nullptr, not_looked_at, &pattern, &action);
+        callback(context, not_looked_at, nullptr, &action);
     }
     for (std::size_t index = 0; index < patterns_.size(); ++index) {
-        callback(context, nullptr, &patterns_[index].pattern, actions_[index] ? &*actions_[index] : nullptr);
+        callback(context, not_looked_at, &patterns_[index].pattern,
+                 actions_[index] ? &*actions_[index] : nullptr);
     }
-    return 0;
+    return code_;
 }
 
 } // namespace olv_test

@@ -57,6 +57,9 @@ class hand_made_listing {
     /** Call back once without a context and once without a pattern before the entries. */
     void with_null_arguments() { null_arguments_ = true; }
 
+    /** Fail with this code of the runtime environment after the entries. */
+    void fail_afterwards(std::uint32_t code) { code_ = code; }
+
     /** Tree IDs that were listed. */
     [[nodiscard]] const std::vector<std::uint32_t> &listed_trees() const { return trees_; }
 
@@ -67,6 +70,7 @@ class hand_made_listing {
     std::vector<std::optional<olv_ptn_action>> actions_;
     std::vector<std::uint32_t> trees_;
     bool null_arguments_ = false;
+    std::uint32_t code_ = 0;
     interposition between_;
 };
 

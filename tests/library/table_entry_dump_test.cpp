@@ -1,4 +1,6 @@
 // One entry of a dump: its formats, its markers, and what is printed once only.
+#include <cstring>
+
 #include "harness.hpp"
 #include "interposed.hpp"
 #include "olv_sim/faults.hpp"
@@ -150,6 +152,47 @@ TEST(TableEntryDumpFn, PrintsNothingWithoutContextOrPattern)
     hand_made_listing listing({{0x1, 24, once, 0}});
     listing.with_null_arguments();
     EXPECT_EQ(dumped(b, 1, listing), HEADER RESPONDERS "0x1, DEFINED\n");
+}
+
+TEST(TableEntryDumpFn, LeavesWhatItPrintedBeforeTheListingFailed)
+{
+    bench b;
+    b.set_log_words(0, 0);
+    hand_made_listing listing({{0x1, 24, 0, 0}, {0x2, 24, 0, 1}});
+    listing.fail_afterwards(injected);
+    EXPECT_EQ(captured_console([&] { EXPECT_EQ(olv_twamp_tables_dump(b.module, 3), 0x3007Eu); }),
+              HEADER RESPONDERS "0x1, DEFINED\n" RESPONDERS "0x2, NOT_DEFINED\n");
+    EXPECT_THAT(listing.listed_trees(), testing::ElementsAre(responder_tree_id)) << "once, and no other";
+}
+
+/** Overwrite a field of the private context, by its offset. */
+template <typename Field> void set_in_context(const bench &b, std::size_t offset, Field value)
+{
+    std::memcpy(reinterpret_cast<char *>(b.module->ctx) + offset, &value, sizeof value);
+}
+
+TEST(TableEntryDumpFn, GoesByTheDescriptorOfTheTree)
+{
+    bench b;
+    b.set_log_words(0, 0);
+    const hand_made_listing listing({{0x1, 24, 9, 1}, {0x2, 24, 9, 1}, {0x3, 24, once, 1}, {0x4, 24, once, 1}});
+    const std::string bound = "/24><action = 0x00000001 0x00000000 0x00000000>\n";
+
+    set_in_context(b, 24, std::uint32_t{9}); // key_bits of the responder tree
+    set_in_context(b, 52, std::uint8_t{0});  // responder_format
+    set_in_context(b, 60, std::uint32_t{4}); // table_group_mask
+    EXPECT_EQ(captured_console([&] { EXPECT_EQ(olv_twamp_dump_tables(b.module, 1), 0u); }), "");
+    EXPECT_EQ(captured_console([&] { EXPECT_EQ(olv_twamp_dump_tables(b.module, 4), 0u); }),
+              RESPONDERS "<key = 0x000001" + bound + RESPONDERS "<key = 0x000003" + bound +
+                  RESPONDERS "<key = 0x000004" + bound);
+
+    set_in_context(b, 64, ip_direct_imc_id);                         // tree_id of the bind tree
+    set_in_context(b, 68, std::uint32_t{9});                         // key_bits
+    set_in_context(b, 96, std::uint8_t{1});                          // responder_format
+    const std::string line = "olv_twamp.twamp_to_ip_direct_imc, \n"; // Its index has no responders' format.
+    EXPECT_EQ(captured_console([&] { EXPECT_EQ(olv_twamp_dump_tables(b.module, 2), 0u); }),
+              "\n" + line + line + line + line);
+    EXPECT_THAT(listing.listed_trees(), testing::ElementsAre(responder_tree_id, ip_direct_imc_id));
 }
 
 } // namespace
