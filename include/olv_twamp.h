@@ -16,8 +16,8 @@
  *     initialised from a successful olv_twamp_init() to olv_twamp_shutdown(). A handle that is not (for init:
  *     one that is not valid) is refused with a line or two on the console whatever the levels; no lock is
  *     taken and nothing changed. The status is 1, with three exceptions: olv_twamp_tables_dump() has another
- *     for what is no module record, the two prints return 0, and olv_twamp_map_sys_log() maps a supported
- *     level whatever the handle is.
+ *     for what is no module record, the two prints return 0, and olv_twamp_map_sys_log() refuses no handle:
+ *     its status depends on its other arguments alone.
  *  4. Unless an operation says otherwise it runs between an entry and an exit line under the module lock.
  *     #TWAMP_STATUS_LOCK_FAILED means one of two things. The lock was not taken: nothing was done, and there
  *     is no exit line. Or it was not released: that status takes the place of the work's own, and what the
@@ -28,7 +28,8 @@
  *     `log_flags`, init and shutdown write `ctx`. Records passed out are the caller's.
  *  7. Every failure goes to the tracer, and to the console under the log levels; most are followed by the
  *     framework's text of the status. Without that text, and shown whatever the levels, are the refusals of
- *     a handle, of a NULL bind request and of a table group, and the line that ends a failed bind or unbind.
+ *     a handle, of a NULL bind request and of a table group, the line that ends a failed bind or unbind, and
+ *     a failed olv_twamp_map_sys_log() with an unusable handle.
  */
 #ifndef OLV_TWAMP_H
 #define OLV_TWAMP_H
@@ -331,7 +332,7 @@ OLV_TWAMP_API uint32_t olv_twamp_tables_dump(olv_module_handle *module, uint32_t
 
 /**
  * The walk of olv_twamp_tables_dump(), for a caller that holds the module lock and has checked the group.
- * Takes no lock; prints an entry line, and an exit line only when it fails.
+ * Takes no lock; prints an entry line, and an exit line only when a tree could not be listed.
  * @param module       The module record.
  * @param table_group  The trees: bits of the groups above.
  * @return OLV_STATUS_OK; OLV_STATUS_DUMP_FAILED; OLV_STATUS_INVALID_HANDLE.
@@ -354,15 +355,16 @@ OLV_TWAMP_API void olv_twamp_table_entry_dump(uint32_t tree_index, const olv_ptn
  * @param context  The walk's; nothing is printed where it is NULL.
  * @param unused   Not used.
  * @param pattern  The entry's pattern; nothing is printed where it is NULL.
- * @param action   The entry's action; "!!Unexpected Return!!" stands in its place where it is NULL.
+ * @param action   The entry's action; NULL prints "!!Unexpected Return!!", except behind another mark.
  */
 OLV_TWAMP_API void olv_twamp_table_entry_dump_fn(void *context, void *unused, const olv_ptn *pattern,
                                                  const olv_ptn_action *action);
 
 /**
- * Print one entry of the responder lookup tree, without a newline.
+ * Print one entry of the responder lookup tree, without a newline. A key that is not 24 bits long is marked
+ * "!!Unexpected Pattern!!", one that cannot be read "!!Parse Error!!"; no action is looked at then.
  * @param pattern  The entry's pattern; NULL prints the column header.
- * @param action   The entry's action; "!!Unexpected Return!!" stands in its place where it is NULL.
+ * @param action   The entry's action; NULL prints "!!Unexpected Return!!", except behind another mark.
  * @return The count returned by the last printf.
  */
 OLV_TWAMP_API int responder_entry_dump(const olv_ptn *pattern, const olv_ptn_action *action);
