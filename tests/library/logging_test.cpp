@@ -69,6 +69,22 @@ TEST(Logging, FetchesAStatusTextForTheConsoleAndForTheTrace)
     EXPECT_THAT(b.observe([&] { return fail(b); }, text).calls(), testing::ElementsAre(fetched));
 }
 
+TEST(Logging, FetchesStatusTextsWithTheSystemRecordWhereThereIsOne)
+{
+    constexpr auto text = static_cast<unsigned>(olv_sim::call_kind::text);
+    {
+        bench b({.initialised = false});
+        olv_sim::faults::set(call::hyx_nvm_calloc, {.code = injected});
+        const std::string fetched = "olv_sys_status_get(system=system, status=0x30012)";
+        EXPECT_THAT(b.observe([&] { return olv_twamp_init(b.module); }, text).calls(),
+                    testing::ElementsAre(fetched, fetched))
+            << "the system record's own line";
+    }
+    bench b({.system = false});
+    const std::string fetched = "olv_sys_status_get(system=NULL, status=0x30008)";
+    EXPECT_THAT(b.observe([&] { return fail(b); }, text).calls(), testing::ElementsAre(fetched, fetched));
+}
+
 TEST(Logging, LooksTraceFunctionsUpByTheRecordsModule)
 {
     bench b({.initialised = false});
