@@ -221,6 +221,17 @@ TEST(Init, RegisteredServiceFunctionsDoTheirWork)
     EXPECT_FALSE(b.left().initialised);
 }
 
+/** The framework refuses a system record that it does not know. */
+TEST(Init, ServiceFunctionsAreHandedOverWithTheModulesSystemRecord)
+{
+    olv_system_handle stranger{0, 0, "stranger", {}, 0};
+    bench b;
+    b.module->system = &stranger;
+    EXPECT_EQ(quiet([&] { return olv_twamp_service_function_update(b.module); }), 0x20001u);
+    EXPECT_EQ(quiet([&] { return olv_twamp_shutdown(b.module); }), 0x20001u);
+    EXPECT_EQ(quiet([&] { return olv_twamp_init(b.module); }), 0x30001u);
+}
+
 // The context, in a block that is not zeroed.
 
 constexpr std::uint8_t unwritten_byte = 0xA5;
