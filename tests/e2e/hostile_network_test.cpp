@@ -1,7 +1,7 @@
 // "twampctl run" in a network that means it no good.
 
+#include <chrono>
 #include <csignal>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,37 +31,27 @@ std::uint64_t figure(const std::string &text, const std::string &label)
     return found == std::string::npos ? 0 : std::stoull(text.substr(found + label.size() + 3));
 }
 
-TEST(Hostile, RequiredLengthLeavesNoReplyLongerThanItsRequest)
+TEST(Hostile, ShortPacketsAndSourcesThatAreNotAllowedAreDroppedAndCounted)
 {
-    control_program control{"--listen 127.0.0.1:0 --min-request 41"};
-    loopback_socket sender;
-    for (const std::size_t length : {0u, 14u, 40u, 41u}) {
-        sender.send_to(control.address(), octets(length));
-    }
-    EXPECT_EQ(sender.receive().size(), 41u);
-    EXPECT_THAT(control.stop(SIGINT).output, HasSubstr("received packets: 4\n"
-                                                       "transmitted packets: 1\n"
-                                                       "Packets dropped due to length check failed: 3\n"));
-    EXPECT_FALSE(sender.receive_within(at_once));
-}
-
-TEST(Hostile, SourcesThatAreNotAllowedAreDroppedAndCounted)
-{
-    control_program control{"--listen 127.0.0.1:0 --listen [::1]:0 --allow 127.0.0.2 --allow 192.0.2.0/24 "
-                            "--allow 2001:db8::/32"};
-    loopback_socket stranger;
-    loopback_socket stranger_ipv6{"[::1]"};
-    stranger_ipv6.send_to(control.address(1), octets(41));
-    stranger.send_to(control.address(0), octets(41));
-    loopback_socket known{"127.0.0.2"}; // what it asks last is answered last
-    known.send_to(control.address(0), octets(41));
-    (void)known.receive();
-    const finished_program finished = control.stop(SIGINT);
-    EXPECT_FALSE(stranger.receive_within(at_once));
-    EXPECT_FALSE(stranger_ipv6.receive_within(at_once));
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_THAT(finished.output, HasSubstr("Total received packets: 1\nTotal transmitted packets: 1\n"));
+    control_program control{"--listen 127.0.0.1:0 --listen [::1]:0 --min-request 41 --allow 127.0.0.2 "
+                            "--allow 192.0.2.0/24 --allow 2001:db8::/32"};
+    loopback_socket strangers[] = {loopback_socket{"127.0.0.1"}, loopback_socket{"[::1]"}};
     for (const std::size_t listener : {0u, 1u}) {
+        strangers[listener].send_to(control.address(listener), octets(41));
+    }
+    loopback_socket known{"127.0.0.2"}; // what it asks last is answered last
+    for (const std::size_t length : {0u, 14u, 40u, 41u}) {
+        known.send_to(control.address(0), octets(length));
+    }
+    EXPECT_EQ(known.receive().size(), 41u);
+    const finished_program finished = control.stop(SIGINT);
+    EXPECT_FALSE(known.receive_within(at_once));
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("received packets: 4\n"
+                                           "transmitted packets: 1\n"
+                                           "Packets dropped due to length check failed: 3\n"));
+    for (const std::size_t listener : {0u, 1u}) {
+        EXPECT_FALSE(strangers[listener].receive_within(at_once));
         EXPECT_THAT(finished.output,
                     HasSubstr(listener_section(control.address(listener),
                                                "Packets dropped due to source not allowed: 1")));
@@ -103,31 +93,6 @@ TEST(Hostile, PacketsAboveTheRateAreDroppedAndCounted)
     EXPECT_EQ(figure(finished.output, "Packets dropped due to packet rate"), 200 - replies);
     EXPECT_EQ(figure(finished.output, "Total received packets"), replies);
     EXPECT_EQ(figure(finished.output, "Total transmitted packets"), replies);
-}
-
-TEST(Hostile, FloodStopsNeitherAnotherResponderNorTheControlSide)
-{
-    control_program control{"--listen 127.0.0.1:0 --listen 127.0.0.1:0"};
-    const std::jthread flood{[&](const std::stop_token &stopped) {
-        loopback_socket sender;
-        const auto end = steady_clock::now() + patience;
-        while (!stopped.stop_requested() && steady_clock::now() < end) {
-            sender.send_to(control.address(0), octets(41));
-        }
-    }};
-    const finished_program probe = measure(control.address(1) + " --count 300 --interval 1");
-    EXPECT_EQ(probe.status, 0) << probe.output;
-    const auto start = steady_clock::now();
-    const finished_program finished = control.stop(SIGINT);
-    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(10));
-    EXPECT_EQ(finished.status, 0);
-    EXPECT_THAT(finished.output, HasSubstr("Statistics of responder 2, ID 0x2:\n"
-                                           "TWAMP responder statistics (Non-zero only)\n"
-                                           "received packets: 300\n"
-                                           "transmitted packets: 300\n"
-                                           "Number of active sessions: 1\n"
-                                           "\n"));
-    EXPECT_GT(figure(finished.output, "Total received packets"), 1300u);
 }
 
 } // namespace

@@ -128,9 +128,7 @@ TEST(Run, TracesToAFileOrStandardError)
                    "No such file or directory\n"));
 }
 
-// ---------------------------------------------------------------------------------------------------------
 // Workers
-// ---------------------------------------------------------------------------------------------------------
 
 TEST(Workers, CountAsOneAndShareTheSessions)
 {
@@ -185,9 +183,7 @@ TEST(Workers, SleepAtOnceWithoutBusyPolling)
     EXPECT_GT(time_used("--busy-poll 300000").count(), 3 * time_used("--busy-poll 0").count());
 }
 
-// ---------------------------------------------------------------------------------------------------------
 // What it cannot begin with
-// ---------------------------------------------------------------------------------------------------------
 
 TEST(Usage, OfRunIsOneLineAndStatus2)
 {

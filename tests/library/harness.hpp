@@ -52,9 +52,7 @@ inline constexpr std::uint32_t injected_in_framework = 0x201FF;
 /** Run one operation without its output. Nothing of GoogleTest's is lost that way, as it would be inside. */
 std::uint32_t quiet(const std::function<std::uint32_t()> &operation);
 
-// ---------------------------------------------------------------------------------------------------------
 // Observation of one operation
-// ---------------------------------------------------------------------------------------------------------
 
 /** A trace event, and the state of the module when it came. */
 struct seen_event {
@@ -84,9 +82,7 @@ struct observation {
  *  ("%s\n") comes from file, line and record of the event before it. */
 void expect_source_lines_agree(const observation &seen);
 
-// ---------------------------------------------------------------------------------------------------------
 // Bench
-// ---------------------------------------------------------------------------------------------------------
 
 /** IDs of the tree functions on a bench. */
 inline constexpr std::uint32_t responder_tree_id = 0x101;
