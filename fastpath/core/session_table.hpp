@@ -74,14 +74,14 @@ class session_table {
     [[nodiscard]] std::uint32_t fetch_bucket(const session_key &key) const
     {
         const std::uint32_t bucket = bucket_of(key);
-        __builtin_prefetch(&buckets_[bucket]);
+        fetch(&buckets_[bucket]);
         return bucket;
     }
     void fetch_slot(std::uint32_t bucket) const
     {
         const std::uint32_t first = buckets_[bucket];
         if (first != none) {
-            __builtin_prefetch(&slots_[first], 1);
+            fetch(&slots_[first]);
         }
     }
 
@@ -89,6 +89,14 @@ class session_table {
     [[nodiscard]] std::uint32_t capacity() const { return static_cast<std::uint32_t>(slots_.size()); }
 
   private:
+    /** Have the processor's caches fetch a line of memory. */
+    static void fetch(const void *line)
+    {
+        __builtin_prefetch(line, 1);
+        // Without it the compiler takes who fetches only for a function without effect, and drops its calls.
+        asm volatile("" : : "r"(line));
+    }
+
     static constexpr std::uint32_t none = UINT32_MAX;
 
     static constexpr std::size_t cache_line = 64;
