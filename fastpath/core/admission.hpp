@@ -31,8 +31,9 @@ struct limited_path {
  * reason of the list that there is.
  *
  * Two kinds of packets are always dropped, as reflectors would answer each other for ever: those that seem to
- * come from the fast path's own addresses, and answers to its replies. Other services that answer whatever
- * comes are kept off by the lowest source port, the allowed sources and the limit of packets.
+ * come from the fast path's own addresses, and answers to its replies that have their form. Reflectors that
+ * answer in another form, and services that answer whatever comes, are kept off by the lowest source port, the
+ * allowed sources and the limit of packets.
  *
  * Belongs to one thread at a time; the processor has to outlive it.
  */
