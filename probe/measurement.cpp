@@ -7,124 +7,54 @@ namespace {
 
 namespace wire = olv_net;
 namespace reply_field = olv_net::reflector_packet;
+using std::chrono::nanoseconds;
+
+constexpr std::uint32_t half_circle = std::uint32_t{1} << 31;
+
+/** What the reflector says about its clock, up to the resolution of coarse ones. */
+nanoseconds resolution_of(std::span<const std::uint8_t> reply)
+{
+    constexpr std::uint64_t coarsest = 10'000'000;
+    const std::uint16_t estimate = wire::load_16(&reply[reply_field::error_estimate]);
+    const unsigned scale = (estimate >> 8) & 0x3Fu;
+    if (scale > 32) {
+        return nanoseconds(coarsest);
+    }
+    const std::uint64_t units = std::uint64_t{estimate & 0xFFu} << scale;
+    return nanoseconds(std::min(coarsest, (units >> 20) * 1'000'000'000u >> 12));
+}
 
 } // namespace
 
-void ttl_range::add(std::uint8_t ttl)
-{
-    minimum = std::min(minimum, ttl);
-    maximum = std::max(maximum, ttl);
-}
-
-void ttl_range::add(const ttl_range &other)
-{
-    minimum = std::min(minimum, other.minimum);
-    maximum = std::max(maximum, other.maximum);
-}
-
-void packet_counts::add(const packet_counts &other)
-{
-    sent += other.sent;
-    received += other.received;
-    valid += other.valid;
-    answered += other.answered;
-    duplicates += other.duplicates;
-    reordered += other.reordered;
-    other_ttl += other.other_ttl;
-    request_ttl.add(other.request_ttl);
-    reply_ttl.add(other.reply_ttl);
-    for (std::size_t fault = 0; fault < faults.size(); ++fault) {
-        faults[fault] += other.faults[fault];
-    }
-}
-
-std::int64_t packet_record::delay(path which) const
-{
-    switch (which) {
-    case path::forward:
-        return forward;
-    case path::backward:
-        return round_trip - forward;
-    default:
-        return round_trip;
-    }
-}
+// ---------------------------------------------------------------------------------------------------------
+// Requests
+// ---------------------------------------------------------------------------------------------------------
 
 void measurement::request_sent(wire::ntp_time departure, steady_clock::time_point instant)
 {
     packet_record &record = records_.emplace_back();
     record.departure = departure.units();
-    record.sent_at = std::chrono::nanoseconds(instant - start_).count();
+    record.sent_at = nanoseconds(instant - start_).count();
+    first_departure_ = first_departure_.value_or(departure);
+    watch_sender_clock(departure, nanoseconds(record.sent_at));
     ++counts_.sent;
 }
 
-std::optional<std::int64_t> measurement::reply_received(const received_reply &reply)
+/** Compares the wall clock with the monotonic one. */
+void measurement::watch_sender_clock(wire::ntp_time departure, nanoseconds sent_at)
 {
-    ++counts_.received;
-    if (const reply_fault fault = format_.check_form(reply.octets); fault != reply_fault::none) {
-        count_fault(fault);
-        return std::nullopt;
-    }
-    const std::uint32_t sequence = wire::load_32(&reply.octets[reply_field::sender_sequence_number]);
-    if (sequence >= sent()) {
-        count_fault(reply_fault::sender_sequence);
-        return std::nullopt;
-    }
-    packet_record &record = records_[sequence];
-    if (record.answered) {
-        ++counts_.duplicates;
-        record.duplicates = static_cast<std::uint16_t>(std::min(record.duplicates + 1, UINT16_MAX));
-        return std::nullopt;
-    }
-    record.answered = true;
-    ++counts_.answered;
-    expired_ -= record.expired ? 1 : 0;
-    record.late = order_.is_late(sequence);
-    counts_.reordered += record.late ? 1 : 0;
-    record.fault = judge(reply.octets, sequence);
-    if (record.fault != reply_fault::none) {
-        count_fault(record.fault);
-        return std::nullopt;
-    }
-    measure(reply, record);
-    return record.round_trip;
-}
-
-reply_fault measurement::judge(std::span<const std::uint8_t> reply, std::uint32_t sequence)
-{
-    // A reply that was overtaken on its way back has a number below; a reflector that counts never uses one
-    // twice.
-    const std::uint32_t number = wire::load_32(&reply[reply_field::sequence_number]);
-    const bool repeated = reflector_numbers_.is_repeated(number);
-    const wire::ntp_time departure = wire::ntp_time::from_units(records_[sequence].departure);
-    const reply_fault fault = format_.check_echo(reply, sequence, departure);
-    if (fault != reply_fault::none) {
-        return fault;
-    }
-    return repeated ? reply_fault::reflector_sequence : reply_fault::none;
-}
-
-void measurement::measure(const received_reply &reply, packet_record &record)
-{
-    ++counts_.valid;
-    const wire::ntp_time departure = wire::ntp_time::from_units(record.departure);
-    const wire::ntp_time arrival = wire::load_ntp(&reply.octets[reply_field::receive_timestamp]);
-    const wire::ntp_time sent_back = wire::load_ntp(&reply.octets[reply_field::timestamp]);
-    const std::int64_t away = std::chrono::nanoseconds(reply.instant - start_).count() - record.sent_at;
-    record.round_trip = away - wire::nanoseconds_between(arrival, sent_back);
-    record.forward = wire::nanoseconds_between(departure, arrival);
-    record.request_ttl = reply.octets[reply_field::sender_ttl];
-    record.reply_ttl = reply.ttl;
-    counts_.other_ttl += record.request_ttl != ttl_ ? 1 : 0;
-    counts_.request_ttl.add(record.request_ttl);
-    if (reply.ttl != 0) {
-        counts_.reply_ttl.add(reply.ttl);
+    const nanoseconds ahead = nanoseconds(wire::nanoseconds_between(*first_departure_, departure)) - sent_at;
+    const auto sequence = static_cast<std::uint32_t>(counts_.sent);
+    const clock_watch::finding found =
+        sender_clock_.observe({.sequence = sequence, .at = sent_at, .ahead = {.low = ahead, .high = ahead}});
+    if (found.set) {
+        note(session_event::kind::sender_clock_set, found.set->sequence, found.by);
     }
 }
 
 void measurement::expire(steady_clock::time_point instant)
 {
-    const std::int64_t limit = std::chrono::nanoseconds(instant - start_).count();
+    const std::int64_t limit = nanoseconds(instant - start_).count();
     for (; oldest_ < sent(); ++oldest_) {
         packet_record &record = records_[oldest_];
         if (record.answered) {
@@ -140,33 +70,303 @@ void measurement::expire(steady_clock::time_point instant)
 
 steady_clock::time_point measurement::oldest_departure() const
 {
-    return start_ + std::chrono::nanoseconds(records_[oldest_].sent_at);
+    return start_ + nanoseconds(records_[oldest_].sent_at);
 }
 
-void measurement::append_delays(path which, std::vector<std::int64_t> &samples) const
+// ---------------------------------------------------------------------------------------------------------
+// Replies
+// ---------------------------------------------------------------------------------------------------------
+
+std::optional<std::int64_t> measurement::reply_received(const received_reply &reply)
 {
-    for (const packet_record &record : records_) {
-        if (record.is_valid()) {
+    ++counts_.received;
+    packet_record *const record = match(reply.octets);
+    if (record == nullptr) {
+        return std::nullopt;
+    }
+    const reflector_numbers::pair given{.sequence =
+                                            wire::load_32(&reply.octets[reply_field::sender_sequence_number]),
+                                        .number = wire::load_32(&reply.octets[reply_field::sequence_number])};
+    if (record->answered) {
+        count_duplicate(given.number, *record);
+        return std::nullopt;
+    }
+    record->answered = true;
+    ++counts_.answered;
+    expired_ -= record->expired;
+    record->late = order_.is_late(given.sequence);
+    counts_.reordered += record->late;
+    record->reflector_number = given.number;
+    const wire::ntp_time departure = wire::ntp_time::from_units(record->departure);
+    const nanoseconds away = reply.instant - start_ - nanoseconds(record->sent_at);
+    const reflector_times times = times_.read(reply.octets, {.departure = departure, .away = away});
+    fault_set faults = format_.check(reply.octets, given.sequence, departure);
+    faults.add(times.faults);
+    faults.add(note_number(given));
+    record->set_faults(faults);
+    counts_.count(faults);
+    if (!faults.is_empty() && judged_ == judging::strict) {
+        return std::nullopt;
+    }
+    accept(reply, *record);
+    if (faults.prevents_delays()) {
+        return std::nullopt;
+    }
+    measure(reply, times, *record);
+    return record->round_trip;
+}
+
+/** @return The request that this answers, if any. */
+packet_record *measurement::match(std::span<const std::uint8_t> reply)
+{
+    if (reply.size() < reply_field::sender_timestamp) {
+        counts_.count(reply_fault::too_short);
+        return nullptr;
+    }
+    packet_record *const record = find(wire::load_32(&reply[reply_field::sender_sequence_number]));
+    if (record == nullptr) {
+        counts_.count(reply_fault::sender_sequence);
+        return nullptr;
+    }
+    // Sequence numbers can be guessed, time stamps cannot. A reflector that returned the stamp of one request
+    // is held to it, and what was taken for its replies before is none of them.
+    switch (format_.echo_of(reply, wire::ntp_time::from_units(record->departure))) {
+    case stamp_echo::exact:
+        if (!stamps_return_ && matched_by_number_) {
+            forget_replies();
+        }
+        stamps_return_ = true;
+        return record;
+    case stamp_echo::near:
+        return record;
+    default:
+        if (stamps_return_) {
+            counts_.count(reply_fault::sender_timestamp);
+            return nullptr;
+        }
+        matched_by_number_ = true;
+        return record;
+    }
+}
+
+void measurement::count_duplicate(std::uint32_t number, packet_record &record)
+{
+    ++counts_.duplicates;
+    record.duplicates = static_cast<std::uint16_t>(std::min(record.duplicates + 1, UINT16_MAX));
+    numbers_.duplicate(number);
+}
+
+void measurement::forget_replies()
+{
+    expired_ = 0;
+    std::uint32_t place = 0;
+    for (packet_record &record : records_) {
+        packet_record kept;
+        kept.departure = record.departure;
+        kept.sent_at = record.sent_at;
+        // The window went on without it.
+        kept.expired = record.expired || place++ < oldest_;
+        expired_ += kept.expired;
+        record = kept;
+    }
+    counts_.forget_replies();
+    order_ = {};
+    numbers_ = {};
+    times_ = reflector_clock_reader{format_.stamps()};
+    scale_ = time_scale::none;
+    reflector_clock_ = {};
+    watched_ = 0;
+    std::erase_if(events_, [](const session_event &event) {
+        return event.what != session_event::kind::sender_clock_set;
+    });
+}
+
+fault_set measurement::note_number(reflector_numbers::pair given)
+{
+    const reflector_numbers::finding found = numbers_.reply(given, sent());
+    if (found.began_anew) {
+        ++counts_.restarts;
+        note(session_event::kind::reflector_restart, *found.began_anew, nanoseconds(0));
+    }
+    if (found.repeated_before) {
+        add_fault(*found.repeated_before, reply_fault::reflector_sequence);
+    }
+    fault_set faults;
+    if (found.is_repeated) {
+        faults.add(reply_fault::reflector_sequence);
+    }
+    return faults;
+}
+
+/** A reply that seemed good when it came. */
+void measurement::add_fault(std::uint32_t sequence, reply_fault fault)
+{
+    packet_record *const record = find(sequence);
+    if (record == nullptr) {
+        return;
+    }
+    fault_set faults = record->faults();
+    const bool was_valid = faults.is_empty();
+    faults.add(fault);
+    record->set_faults(faults);
+    counts_.count(fault);
+    if (!was_valid) {
+        return;
+    }
+    --counts_.valid;
+    if (judged_ == judging::lenient) {
+        ++counts_.odd;
+    } else if (record->measured) {
+        --counts_.measured;
+        record->measured = false;
+        record->one_way_measured = false;
+    }
+}
+
+void measurement::accept(const received_reply &reply, packet_record &record)
+{
+    ++(record.is_valid() ? counts_.valid : counts_.odd);
+    // Where other fields are not as they have to be, this octet may be anything.
+    if (reply.octets.size() >= reply_field::header_length && !record.faults().has(reply_fault::must_be_zero)) {
+        record.request_ttl = reply.octets[reply_field::sender_ttl];
+    }
+    record.reply_ttl = reply.ttl;
+    if (record.request_ttl != 0) {
+        counts_.other_ttl += record.request_ttl != ttl_ ? 1 : 0;
+        counts_.request_ttl.add(record.request_ttl);
+    }
+    if (reply.ttl != 0) {
+        counts_.reply_ttl.add(reply.ttl);
+    }
+}
+
+void measurement::measure(const received_reply &reply, const reflector_times &times, packet_record &record)
+{
+    const std::int64_t away = nanoseconds(reply.instant - start_).count() - record.sent_at;
+    record.round_trip = away - wire::nanoseconds_between(times.received, times.sent_back);
+    record.forward += wire::nanoseconds_between(wire::ntp_time::from_units(record.departure), times.received);
+    record.measured = true;
+    record.one_way_measured = true;
+    ++counts_.measured;
+    scale_ = times.scale;
+    watch_reflector_clock(reply, times, record);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Events
+// ---------------------------------------------------------------------------------------------------------
+
+/** Compares with what the sender's clock would say if nobody had set it: the arrival can be no earlier than the
+ *  request left, and no later than its reply came. */
+void measurement::watch_reflector_clock(const received_reply &reply, const reflector_times &times,
+                                        packet_record &record)
+{
+    const std::uint32_t sequence = wire::load_32(&reply.octets[reply_field::sender_sequence_number]);
+    if (sequence < watched_) {
+        return; // late
+    }
+    watched_ = sequence + 1;
+    const nanoseconds sent_at{record.sent_at};
+    const nanoseconds high =
+        nanoseconds(wire::nanoseconds_between(*first_departure_, times.received)) - sent_at;
+    const clock_watch::finding found =
+        reflector_clock_.observe({.sequence = sequence,
+                                  .at = sent_at,
+                                  .ahead = {.low = high - nanoseconds(record.round_trip), .high = high},
+                                  .resolution = resolution_of(reply.octets)});
+    record.one_way_measured = !found.is_open;
+    if (found.set) {
+        if (packet_record *const first = find(found.set->sequence)) {
+            first->one_way_measured = first->measured;
+        }
+        note(session_event::kind::reflector_clock_set, found.set->sequence, found.by);
+    }
+    if (found.stray) {
+        add_fault(found.stray->sequence, reply_fault::clock_jump);
+    }
+}
+
+void measurement::note(session_event::kind what, std::uint32_t sequence, nanoseconds by)
+{
+    const packet_record *const first = find(sequence);
+    if (first != nullptr && events_.size() < maximum_events) {
+        events_.push_back({.what = what, .sequence = sequence, .at = nanoseconds(first->sent_at), .by = by});
+    }
+}
+
+std::vector<packet_range> measurement::periods() const
+{
+    std::vector<std::uint32_t> begins{0};
+    for (const session_event &event : events_) {
+        if (event.what != session_event::kind::reflector_restart) {
+            begins.push_back(event.sequence);
+        }
+    }
+    std::sort(begins.begin(), begins.end());
+    begins.erase(std::unique(begins.begin(), begins.end()), begins.end());
+    std::vector<packet_range> ranges;
+    for (std::size_t index = 0; index < begins.size(); ++index) {
+        ranges.push_back(
+            {.begin = begins[index], .end = index + 1 < begins.size() ? begins[index + 1] : sent()});
+    }
+    return ranges;
+}
+
+/** One that has a higher number than the reply to any later request. */
+std::uint64_t measurement::overtaken_forward() const
+{
+    std::vector<std::uint32_t> beginnings;
+    for (const session_event &event : events_) {
+        if (event.what == session_event::kind::reflector_restart) {
+            beginnings.push_back(event.sequence);
+        }
+    }
+    std::uint64_t overtaken = 0;
+    std::optional<std::uint32_t> lowest;
+    for (std::uint32_t sequence = sent(); sequence-- > 0;) {
+        const packet_record &record = records_[sequence];
+        if (record.answered && !record.faults().has(reply_fault::reflector_sequence)) {
+            const bool above = lowest && record.reflector_number - *lowest - 1 < half_circle;
+            overtaken += above ? 1 : 0;
+            lowest = above ? lowest : record.reflector_number;
+        }
+        if (std::find(beginnings.begin(), beginnings.end(), sequence) != beginnings.end()) {
+            lowest.reset();
+        }
+    }
+    return overtaken;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Samples
+// ---------------------------------------------------------------------------------------------------------
+
+void measurement::append_delays(path which, packet_range of, std::vector<std::int64_t> &samples) const
+{
+    for (std::uint32_t sequence = of.begin; sequence < std::min(of.end, sent()); ++sequence) {
+        if (const packet_record &record = records_[sequence]; record.has(which)) {
             samples.push_back(record.delay(which));
         }
     }
 }
 
-void measurement::append_delay_variation(path which, std::vector<std::int64_t> &samples) const
+void measurement::append_delay_variation(path which, packet_range of, std::vector<std::int64_t> &samples) const
 {
     const packet_record *before = nullptr;
-    for (const packet_record &record : records_) {
-        if (before != nullptr && before->is_valid() && record.is_valid()) {
+    for (std::uint32_t sequence = of.begin; sequence < std::min(of.end, sent()); ++sequence) {
+        const packet_record &record = records_[sequence];
+        if (before != nullptr && before->has(which) && record.has(which)) {
             samples.push_back(record.delay(which) - before->delay(which));
         }
         before = &record;
     }
 }
 
-void measurement::append_delay_above_minimum(path which, std::vector<std::int64_t> &samples) const
+void measurement::append_delay_above_minimum(path which, packet_range of,
+                                             std::vector<std::int64_t> &samples) const
 {
     const std::size_t own = samples.size();
-    append_delays(which, samples);
+    append_delays(which, of, samples);
     const auto begin = samples.begin() + static_cast<std::ptrdiff_t>(own);
     if (begin == samples.end()) {
         return;

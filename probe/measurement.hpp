@@ -5,14 +5,20 @@
 #ifndef OLV_PROBE_MEASUREMENT_HPP
 #define OLV_PROBE_MEASUREMENT_HPP
 
-#include <array>
 #include <chrono>
 #include <cstdint>
 #include <deque>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
+#include "probe/clock_watch.hpp"
+#include "probe/packet_counts.hpp"
+#include "probe/packet_record.hpp"
+#include "probe/reflector_numbers.hpp"
+#include "probe/reflector_times.hpp"
+#include "probe/session_event.hpp"
 #include "probe/statistics.hpp"
 #include "probe/test_packet.hpp"
 
@@ -20,57 +26,10 @@ namespace olv_probe {
 
 using steady_clock = std::chrono::steady_clock;
 
-/** The three delays of a packet; see docs/probe.md. The one-way delays contain the difference of the clocks. */
-enum class path : std::uint8_t {
-    round_trip, ///< (T4 - T1) - (T3 - T2)
-    forward,    ///< T2 - T1
-    backward    ///< T4 - T3
-};
-inline constexpr std::size_t path_count = 3;
-
-/** The smallest and the largest TTL, if there was any. */
-struct ttl_range {
-    std::uint8_t minimum = 255;
-    std::uint8_t maximum = 0;
-
-    [[nodiscard]] bool is_empty() const { return minimum > maximum; }
-    void add(std::uint8_t ttl);
-    void add(const ttl_range &other);
-};
-
-struct packet_counts {
-    std::uint64_t sent = 0;
-    std::uint64_t received = 0; ///< Datagrams, whatever they contain.
-    std::uint64_t valid = 0;
-    std::uint64_t answered = 0; ///< Requests with a reply, valid or not.
-    std::uint64_t duplicates = 0;
-    std::uint64_t reordered = 0; ///< Of the first replies to each request.
-    std::uint64_t other_ttl = 0; ///< Valid replies whose request did not arrive with the TTL that it left with.
-    ttl_range request_ttl;       ///< Of valid replies: as the reflector saw the request.
-    ttl_range reply_ttl;         ///< Of valid replies: as they came here.
-    std::array<std::uint64_t, reply_fault_count> faults{};
-
-    [[nodiscard]] std::uint64_t invalid() const { return received - valid - duplicates; }
-    [[nodiscard]] std::uint64_t lost() const { return sent - answered; }
-    void add(const packet_counts &other);
-};
-
-/** What is kept of a packet: 40 octets. */
-struct packet_record {
-    std::uint64_t departure = 0;  ///< T1, in 2^-32 seconds of NTP time.
-    std::int64_t sent_at = 0;     ///< Nanoseconds since the run began.
-    std::int64_t round_trip = 0;  ///< Nanoseconds, of a valid reply.
-    std::int64_t forward = 0;     ///< Nanoseconds, of a valid reply.
-    std::uint16_t duplicates = 0; ///< Up to 65535.
-    std::uint8_t request_ttl = 0;
-    std::uint8_t reply_ttl = 0;
-    reply_fault fault = reply_fault::none; ///< Of the reply, when it was answered.
-    bool answered = false;
-    bool late = false;
-    bool expired = false; ///< Left the window unanswered.
-
-    [[nodiscard]] bool is_valid() const { return answered && fault == reply_fault::none; }
-    [[nodiscard]] std::int64_t delay(path which) const;
+/** Packets of a session, by sequence number. */
+struct packet_range {
+    std::uint32_t begin = 0;
+    std::uint32_t end = UINT32_MAX; ///< Not among them.
 };
 
 /** A datagram and what the system says about it. */
@@ -80,18 +39,26 @@ struct received_reply {
     std::uint8_t ttl = 0; ///< 0: not known.
 };
 
+/** How replies are judged. */
+enum class judging : std::uint8_t {
+    lenient, ///< What can be measured is measured.
+    strict   ///< What is odd is invalid.
+};
+
 /** Requests by sequence number, and counts of replies. */
 class measurement {
   public:
     /** @param ttl  What requests are sent with. */
-    explicit measurement(const test_packet_format &format, std::uint8_t ttl = 255) : format_(format), ttl_(ttl)
+    explicit measurement(const test_packet_format &format, std::uint8_t ttl = 255,
+                         judging judged = judging::lenient)
+        : format_(format), ttl_(ttl), judged_(judged), times_(format.stamps())
     {}
 
     /** Times of records count from here. */
     void begin(steady_clock::time_point start) { start_ = start; }
     /** The next request, numbered by sent(), left at @p departure on the wall clock and @p instant. */
     void request_sent(olv_net::ntp_time departure, steady_clock::time_point instant);
-    /** @return The round trip, in nanoseconds, of a first and valid reply. */
+    /** @return The round trip, in nanoseconds, of a first reply that has one. */
     std::optional<std::int64_t> reply_received(const received_reply &reply);
 
     /** Requests sent at or before this instant no longer count as on their way, answered or not. */
@@ -104,29 +71,65 @@ class measurement {
     [[nodiscard]] std::uint32_t sent() const { return static_cast<std::uint32_t>(records_.size()); }
     [[nodiscard]] const packet_counts &counts() const { return counts_; }
     [[nodiscard]] const std::deque<packet_record> &records() const { return records_; }
+    /** Nothing, if the request was not sent. */
+    [[nodiscard]] const packet_record *find(std::uint32_t sequence) const
+    {
+        return sequence < records_.size() ? &records_[sequence] : nullptr;
+    }
+    /** In the order in which they were noticed. */
+    [[nodiscard]] const std::vector<session_event> &events() const { return events_; }
+    [[nodiscard]] const reflector_numbers &numbers() const { return numbers_; }
+    /** Of the latest reply that was measured. */
+    [[nodiscard]] time_scale reflector_scale() const { return scale_; }
+    /** What lies between events that set a clock, in order; one that has all, when there were none. */
+    [[nodiscard]] std::vector<packet_range> periods() const;
+    /** Requests that were overtaken on their way to the reflector. */
+    [[nodiscard]] std::uint64_t overtaken_forward() const;
 
-    /** Append the delays of all valid replies, in the order of their requests. */
-    void append_delays(path which, std::vector<std::int64_t> &samples) const;
+    /** Append the delays that were measured, in the order of their requests. */
+    void append_delays(path which, packet_range of, std::vector<std::int64_t> &samples) const;
     /** Append how much each delay is longer than that of the packet sent before, where both came back
      *  (RFC 3393; the IPDV form of RFC 5481). */
-    void append_delay_variation(path which, std::vector<std::int64_t> &samples) const;
+    void append_delay_variation(path which, packet_range of, std::vector<std::int64_t> &samples) const;
     /** Append by how much each delay is above the shortest (the PDV form of RFC 5481). */
-    void append_delay_above_minimum(path which, std::vector<std::int64_t> &samples) const;
+    void append_delay_above_minimum(path which, packet_range of, std::vector<std::int64_t> &samples) const;
 
   private:
-    [[nodiscard]] reply_fault judge(std::span<const std::uint8_t> reply, std::uint32_t sequence);
-    void measure(const received_reply &reply, packet_record &record);
-    void count_fault(reply_fault fault) { ++counts_.faults[static_cast<std::size_t>(fault)]; }
+    [[nodiscard]] packet_record *find(std::uint32_t sequence)
+    {
+        return const_cast<packet_record *>(std::as_const(*this).find(sequence));
+    }
+    [[nodiscard]] packet_record *match(std::span<const std::uint8_t> reply);
+    void forget_replies();
+    void count_duplicate(std::uint32_t number, packet_record &record);
+    [[nodiscard]] fault_set note_number(reflector_numbers::pair given);
+    void accept(const received_reply &reply, packet_record &record);
+    void measure(const received_reply &reply, const reflector_times &times, packet_record &record);
+    void watch_sender_clock(olv_net::ntp_time departure, std::chrono::nanoseconds sent_at);
+    void watch_reflector_clock(const received_reply &reply, const reflector_times &times,
+                               packet_record &record);
+    void add_fault(std::uint32_t sequence, reply_fault fault);
+    void note(session_event::kind what, std::uint32_t sequence, std::chrono::nanoseconds by);
 
     test_packet_format format_;
     std::uint8_t ttl_;
+    judging judged_;
     steady_clock::time_point start_;
     std::deque<packet_record> records_; ///< By sequence number. Never moved: it may be hundreds of megabytes.
     packet_counts counts_;
+    std::optional<olv_net::ntp_time> first_departure_;
     arrival_order order_;
-    number_memory reflector_numbers_;
-    std::uint32_t oldest_ = 0;  ///< All records before are answered or expired.
-    std::uint64_t expired_ = 0; ///< Records that are expired and not answered.
+    reflector_numbers numbers_;
+    reflector_clock_reader times_;
+    time_scale scale_ = time_scale::none;
+    clock_watch sender_clock_;
+    clock_watch reflector_clock_;
+    std::uint32_t watched_ = 0; ///< Above the highest request whose reply showed the reflector's clock.
+    std::vector<session_event> events_;
+    bool stamps_return_ = false;     ///< A reply had the very stamp of its request.
+    bool matched_by_number_ = false; ///< A reply with a wrong stamp was taken for an answer.
+    std::uint32_t oldest_ = 0;       ///< All records before are answered or expired.
+    std::uint64_t expired_ = 0;      ///< Records that are expired and not answered.
 };
 
 } // namespace olv_probe

@@ -5,10 +5,11 @@
 #ifndef OLV_PROBE_PROBE_FIGURES_HPP
 #define OLV_PROBE_PROBE_FIGURES_HPP
 
-#include <array>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "probe/measurement.hpp"
 #include "probe/statistics.hpp"
@@ -21,14 +22,36 @@ struct path_figures {
     distribution above_minimum; ///< Above the session's shortest delay (PDV).
 };
 
-struct probe_figures {
-    packet_counts counts;
-    std::array<path_figures, path_count> paths;
+/** Between two settings of a clock, or before the first, or after the last. */
+struct period_figures {
+    std::uint32_t begin = 0;        ///< The first session's first request in it.
+    std::chrono::nanoseconds at{0}; ///< When that was sent.
+    path_figures forward;
+    path_figures backward;
     /** Nanoseconds by which the reflector's clock is ahead, if both ways take equally long: half the difference
      *  of the two one-way delays of the packet with the shortest round trip. */
     std::optional<std::int64_t> clock_offset;
+};
 
-    [[nodiscard]] const path_figures &of(path which) const { return paths[static_cast<std::size_t>(which)]; }
+struct probe_figures {
+    packet_counts counts;
+    path_figures round_trip;
+    /** One, and more when clocks were set; none, when they were not set equally often in all sessions. */
+    std::vector<period_figures> periods;
+    std::vector<session_event> events; ///< Of a single session.
+    /** How the reflector numbers its replies, if in all sessions alike. */
+    std::optional<numbering> numbers;
+    way_counts lost;
+    way_counts duplicates;
+    way_counts reordered; ///< A packet can be overtaken on both ways.
+    /** Of the reflector's time stamps, if in all sessions alike. */
+    std::optional<time_scale> scale;
+
+    /** The one-way delays of the whole run, if no clock was set. */
+    [[nodiscard]] const period_figures *whole_run() const
+    {
+        return periods.size() == 1 ? &periods[0] : nullptr;
+    }
 };
 
 /** Variations are taken inside each session, whose packets follow each other, and then put together. */

@@ -36,6 +36,8 @@ struct session_options {
     std::uint8_t ttl = 255;    ///< 1 to 255; the hop limit of IPv6.
     bool stamp = false;        ///< Send STAMP packets; needs zero_padding.
     bool zero_padding = false; ///< Zeros instead of random octets.
+    bool ptp = false;          ///< Send PTP time stamps instead of NTP ones.
+    bool strict = false;       ///< Replies that are odd are invalid, and not measured.
 
     /** Packets of each sender, at most. */
     [[nodiscard]] std::uint32_t packet_limit() const { return duration ? maximum_packets / senders : count; }

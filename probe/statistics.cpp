@@ -68,17 +68,25 @@ bool arrival_order::is_late(std::uint32_t number)
     return false;
 }
 
-bool number_memory::is_repeated(std::uint32_t number)
+bool number_memory::knows(std::uint32_t number) const
 {
     if (!highest_ || number - *highest_ - 1 < half_circle) {
-        advance_to(number);
         return false;
     }
-    const bool known = *highest_ - number >= depth || seen_[number % depth];
-    if (!known) {
+    return *highest_ - number >= depth || seen_[number % depth];
+}
+
+bool number_memory::is_repeated(std::uint32_t number)
+{
+    if (knows(number)) {
+        return true;
+    }
+    if (!highest_ || number - *highest_ - 1 < half_circle) {
+        advance_to(number);
+    } else {
         seen_[number % depth] = true;
     }
-    return known;
+    return false;
 }
 
 void number_memory::advance_to(std::uint32_t number)

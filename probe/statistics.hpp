@@ -49,6 +49,8 @@ class number_memory {
 
     /** @return Whether the number was there before, or is too far below the highest to know. */
     [[nodiscard]] bool is_repeated(std::uint32_t number);
+    /** The same, and does not remember it. */
+    [[nodiscard]] bool knows(std::uint32_t number) const;
 
   private:
     void advance_to(std::uint32_t number);

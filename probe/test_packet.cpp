@@ -39,30 +39,16 @@ class octet_stream {
     unsigned left_ = 0;
 };
 
-bool has_multiplier(std::uint16_t estimate)
+/** A forger who does not see the requests cannot know T1 as well as this. */
+constexpr std::int64_t near_nanoseconds = 1'000'000;
+
+bool is_near(wire::ntp_time one, wire::ntp_time other)
 {
-    return (estimate & 0xFFu) != 0;
+    const std::int64_t apart = wire::nanoseconds_between(one, other);
+    return apart < near_nanoseconds && apart > -near_nanoseconds;
 }
 
 } // namespace
-
-const char *text_of(reply_fault fault)
-{
-    static constexpr std::array<const char *, reply_fault_count> texts = {
-        "none",
-        "wrong length",
-        "a field that must be zero is not",
-        "sender sequence number never sent",
-        "sender timestamp not as sent",
-        "sender error estimate not as sent",
-        "sender TTL 0",
-        "reflector sequence number not above the one before",
-        "received after it was sent back",
-        "error estimate with multiplier 0",
-        "padding not as sent",
-    };
-    return texts[static_cast<std::size_t>(fault)];
-}
 
 std::size_t test_packet_format::reply_length() const
 {
@@ -73,43 +59,86 @@ void test_packet_format::write_request(std::span<std::uint8_t> request, std::uin
                                        wire::ntp_time departure) const
 {
     wire::store_32(&request[request_field::sequence_number], sequence);
-    wire::store_ntp(&request[request_field::timestamp], departure);
-    wire::store_16(&request[request_field::error_estimate], error_estimate);
+    wire::store(&request[request_field::timestamp], wire_stamp(departure));
+    wire::store_16(&request[request_field::error_estimate], error_estimate());
     write_padding(request.subspan(request_field::padding), sequence);
 }
 
-reply_fault test_packet_format::check_form(std::span<const std::uint8_t> reply) const
+std::uint16_t test_packet_format::error_estimate() const
 {
-    if (reply.size() != reply_length()) {
-        return reply_fault::length;
-    }
-    if (wire::load_16(&reply[reply_field::zero_14]) != 0 || wire::load_16(&reply[reply_field::zero_38]) != 0) {
-        return reply_fault::must_be_zero;
-    }
-    return reply_fault::none;
+    return stamps_ == stamp_format::ptp ? own_error_estimate | wire::error_estimate::ptp_format
+                                        : own_error_estimate;
 }
 
-reply_fault test_packet_format::check_echo(std::span<const std::uint8_t> reply, std::uint32_t sequence,
-                                           wire::ntp_time departure) const
+std::uint64_t test_packet_format::wire_stamp(wire::ntp_time departure) const
 {
-    if (wire::load_ntp(&reply[reply_field::sender_timestamp]) != departure) {
-        return reply_fault::sender_timestamp;
+    return stamps_ == stamp_format::ptp ? wire::ptp_time::from_ntp(departure, tai_ahead_).words()
+                                        : departure.units();
+}
+
+stamp_echo test_packet_format::echo_of(std::span<const std::uint8_t> reply, wire::ntp_time departure) const
+{
+    if (reply.size() < reply_field::sender_error_estimate) {
+        return stamp_echo::wrong;
     }
-    if (wire::load_16(&reply[reply_field::sender_error_estimate]) != error_estimate) {
-        return reply_fault::sender_error_estimate;
+    const std::uint8_t *const stamp = &reply[reply_field::sender_timestamp];
+    if (wire::load<std::uint64_t>(stamp) == wire_stamp(departure)) {
+        return stamp_echo::exact;
     }
-    if (reply[reply_field::sender_ttl] == 0) {
-        return reply_fault::sender_ttl;
+    const wire::ptp_time as_ptp = wire::load_ptp(stamp);
+    const bool near = is_near(wire::load_ntp(stamp), departure) ||
+                      (as_ptp.is_valid() && is_near(as_ptp.to_ntp(tai_ahead_), departure));
+    return near ? stamp_echo::near : stamp_echo::wrong;
+}
+
+fault_set test_packet_format::check(std::span<const std::uint8_t> reply, std::uint32_t sequence,
+                                    wire::ntp_time departure) const
+{
+    fault_set faults = check_zeros(reply, sequence);
+    if (reply.size() < reply_field::header_length) {
+        faults.add(reply_fault::header);
+    } else if (reply.size() != reply_length()) {
+        faults.add(reply_fault::length);
     }
-    const std::uint64_t arrival = wire::load_ntp(&reply[reply_field::receive_timestamp]).units();
-    const std::uint64_t sent_back = wire::load_ntp(&reply[reply_field::timestamp]).units();
-    if (static_cast<std::int64_t>(sent_back - arrival) < 0) { // right across the wrap of seconds
-        return reply_fault::timestamps;
+    if (echo_of(reply, departure) != stamp_echo::exact) {
+        faults.add(reply_fault::sender_timestamp);
     }
-    if (!has_multiplier(wire::load_16(&reply[reply_field::error_estimate]))) {
-        return reply_fault::error_estimate;
+    if (reply.size() >= reply_field::zero_38 &&
+        wire::load_16(&reply[reply_field::sender_error_estimate]) != error_estimate()) {
+        faults.add(reply_fault::sender_error_estimate);
     }
-    return is_padding(reply.subspan(reply_field::padding), sequence) ? reply_fault::none : reply_fault::padding;
+    if (reply.size() >= reply_field::header_length && reply[reply_field::sender_ttl] == 0) {
+        faults.add(reply_fault::sender_ttl);
+    }
+    if (reply.size() >= reply_field::zero_14 &&
+        (wire::load_16(&reply[reply_field::error_estimate]) & 0xFFu) == 0) {
+        faults.add(reply_fault::error_estimate);
+    }
+    if (!is_padding(reply, sequence)) {
+        faults.add(reply_fault::padding);
+    }
+    return faults;
+}
+
+/** A reflector that knows the extensions of STAMP (RFC 8972) returns the request's octets 14-15, where an SSID
+ *  stands, and some have it in octets 38-39, too. */
+fault_set test_packet_format::check_zeros(std::span<const std::uint8_t> reply, std::uint32_t sequence) const
+{
+    std::array<std::uint8_t, 2> padding{};
+    if (request_length_ >= request_field::padding + padding.size()) {
+        write_padding(padding, sequence);
+    }
+    const std::uint16_t ssid = wire::load_16(padding.data());
+    fault_set faults;
+    for (const std::size_t place : {reply_field::zero_14, reply_field::zero_38}) {
+        if (reply.size() < place + sizeof ssid) {
+            break;
+        }
+        if (const std::uint16_t found = wire::load_16(&reply[place]); found != 0) {
+            faults.add(found == ssid ? reply_fault::ssid : reply_fault::must_be_zero);
+        }
+    }
+    return faults;
 }
 
 void test_packet_format::write_padding(std::span<std::uint8_t> padding, std::uint32_t sequence) const
@@ -122,16 +151,23 @@ void test_packet_format::write_padding(std::span<std::uint8_t> padding, std::uin
     std::generate(padding.begin(), padding.end(), [&octets] { return octets.next(); });
 }
 
-bool test_packet_format::is_padding(std::span<const std::uint8_t> padding, std::uint32_t sequence) const
+/** What there is of the request's padding in the reply. */
+bool test_packet_format::is_padding(std::span<const std::uint8_t> reply, std::uint32_t sequence) const
 {
-    const bool zeros =
-        std::all_of(padding.begin(), padding.end(), [](std::uint8_t octet) { return octet == 0; });
-    // By its length alone, a reflector may take the request for a STAMP packet.
-    if (stamp_ || (zeros && request_length_ == wire::stamp_length)) {
-        return zeros;
+    if (reply.size() <= reply_field::padding) {
+        return true;
+    }
+    const std::span<const std::uint8_t> padding = reply.subspan(reply_field::padding);
+    const std::size_t sent = request_length_ - request_field::padding;
+    const auto compared = padding.first(std::min(padding.size(), sent));
+    const auto is_zero = [](std::uint8_t octet) { return octet == 0; };
+    // By the length alone, a reflector may take the request for a STAMP packet.
+    if (stamp_ ||
+        (reply.size() == wire::stamp_length && std::all_of(padding.begin(), padding.end(), is_zero))) {
+        return std::all_of(compared.begin(), compared.end(), is_zero);
     }
     octet_stream octets{seed_, sequence};
-    return std::all_of(padding.begin(), padding.end(),
+    return std::all_of(compared.begin(), compared.end(),
                        [&octets](std::uint8_t octet) { return octet == octets.next(); });
 }
 

@@ -10,60 +10,63 @@
 #include <span>
 
 #include "net/twamp_wire.hpp"
+#include "probe/reply_fault.hpp"
 
 namespace olv_probe {
 
-/** What is wrong with a reply; the first thing found counts. */
-enum class reply_fault : std::uint8_t {
-    none,
-    length,
-    must_be_zero,
-    sender_sequence,
-    sender_timestamp,
-    sender_error_estimate,
-    sender_ttl,
-    reflector_sequence,
-    timestamps,
-    error_estimate,
-    padding
+/** The format of a request's time stamp. */
+enum class stamp_format : std::uint8_t { ntp, ptp };
+
+/** How a reply returns the time stamp of its request. */
+enum class stamp_echo : std::uint8_t {
+    exact, ///< Octet by octet. Only who saw the request can do that.
+    near,  ///< Less than a millisecond off, or in the other format: it went through a conversion.
+    wrong  ///< Anything else, or not at all.
 };
-
-inline constexpr std::size_t reply_fault_count = static_cast<std::size_t>(reply_fault::padding) + 1;
-
-[[nodiscard]] const char *text_of(reply_fault fault);
 
 /** Writes requests and recognises what reflectors make of them. Padding follows from a seed and the sequence
  *  number, so that none has to be kept. */
 class test_packet_format {
   public:
-    test_packet_format(std::size_t request_length, bool stamp, std::uint64_t seed)
-        : request_length_(request_length), stamp_(stamp), seed_(seed)
+    /** @param tai_ahead  Seconds that TAI is ahead of UTC, for PTP time stamps. */
+    test_packet_format(std::size_t request_length, bool stamp, std::uint64_t seed,
+                       stamp_format stamps = stamp_format::ntp, std::int32_t tai_ahead = 0)
+        : request_length_(request_length), stamp_(stamp), stamps_(stamps), tai_ahead_(tai_ahead), seed_(seed)
     {}
 
     /** The sender's clock: not known to be synchronised, good to about a millisecond. */
-    static constexpr std::uint16_t error_estimate = olv_net::error_estimate::make(22, 1);
+    static constexpr std::uint16_t own_error_estimate = olv_net::error_estimate::make(22, 1);
 
     [[nodiscard]] std::size_t request_length() const { return request_length_; }
     /** A reply is never shorter than a reflector's header. */
     [[nodiscard]] std::size_t reply_length() const;
+    [[nodiscard]] stamp_format stamps() const { return stamps_; }
+    /** As it stands in a request. */
+    [[nodiscard]] std::uint16_t error_estimate() const;
 
     /** @param request  Of request_length(). */
     void write_request(std::span<std::uint8_t> request, std::uint32_t sequence,
                        olv_net::ntp_time departure) const;
 
-    /** What can be judged without knowing the request's time and the replies before. */
-    [[nodiscard]] reply_fault check_form(std::span<const std::uint8_t> reply) const;
+    /** @param reply  Of any length. */
+    [[nodiscard]] stamp_echo echo_of(std::span<const std::uint8_t> reply, olv_net::ntp_time departure) const;
 
-    /** The rest of the fields that the request alone decides. @p reply has passed check_form(). */
-    [[nodiscard]] reply_fault check_echo(std::span<const std::uint8_t> reply, std::uint32_t sequence,
-                                         olv_net::ntp_time departure) const;
+    /** What is odd about a reply, as far as the request alone decides it; the reflector's times are not looked
+     * at.
+     *  @param reply  Of any length. */
+    [[nodiscard]] fault_set check(std::span<const std::uint8_t> reply, std::uint32_t sequence,
+                                  olv_net::ntp_time departure) const;
 
   private:
+    [[nodiscard]] std::uint64_t wire_stamp(olv_net::ntp_time departure) const;
+    [[nodiscard]] fault_set check_zeros(std::span<const std::uint8_t> reply, std::uint32_t sequence) const;
     void write_padding(std::span<std::uint8_t> padding, std::uint32_t sequence) const;
-    [[nodiscard]] bool is_padding(std::span<const std::uint8_t> padding, std::uint32_t sequence) const;
+    [[nodiscard]] bool is_padding(std::span<const std::uint8_t> reply, std::uint32_t sequence) const;
 
     std::size_t request_length_;
     bool stamp_;
+    stamp_format stamps_;
+    std::int32_t tai_ahead_;
     std::uint64_t seed_;
 };
 

@@ -10,6 +10,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/timex.h>
 
 #include "net/wall_clock.hpp"
 
@@ -45,6 +46,13 @@ std::uint64_t random_seed()
     return std::uint64_t{device()} << 32 | device();
 }
 
+/** As far as the system was told; otherwise 0. */
+std::int32_t seconds_of_tai_ahead()
+{
+    timex clock{};
+    return adjtimex(&clock) < 0 ? 0 : clock.tai;
+}
+
 /** Hosts on the way report these about packets sent before; the network may recover. */
 bool is_report_of_the_network(int error)
 {
@@ -72,8 +80,9 @@ std::uint8_t ttl_of(msghdr &message)
 
 test_session::test_session(const session_options &options)
     : options_(options),
-      format_(options.size, options.stamp || options.zero_padding, random_seed()),
-      measurement_(format_, options.ttl),
+      format_(options.size, options.stamp || options.zero_padding, random_seed(),
+              options.ptp ? stamp_format::ptp : stamp_format::ntp, seconds_of_tai_ahead()),
+      measurement_(format_, options.ttl, options.strict ? judging::strict : judging::lenient),
       request_(options.size),
       reply_(reply_room),
       socket_(socket(options.reflector.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))

@@ -1,26 +1,11 @@
 #include "apps/common/json_report.hpp"
 
-#include <array>
-
 #include <nlohmann/json.hpp>
 
 namespace olv_probe {
 namespace {
 
 using json = nlohmann::ordered_json;
-
-/** What is wrong with a reply, as fields are named. */
-constexpr std::array<const char *, reply_fault_count> fault_names = {"none",
-                                                                     "length",
-                                                                     "must_be_zero",
-                                                                     "sender_sequence",
-                                                                     "sender_timestamp",
-                                                                     "sender_error_estimate",
-                                                                     "sender_ttl",
-                                                                     "reflector_sequence",
-                                                                     "timestamps",
-                                                                     "error_estimate",
-                                                                     "padding"};
 
 json of_distribution(const distribution &figures)
 {
@@ -62,9 +47,9 @@ json of_ttl(const ttl_range &ttl, unsigned initial)
 json of_faults(const packet_counts &counts)
 {
     json faults = json::object();
-    for (std::size_t fault = 1; fault < counts.faults.size(); ++fault) {
+    for (std::size_t fault = 0; fault < counts.faults.size(); ++fault) {
         if (counts.faults[fault] != 0) {
-            faults[fault_names[fault]] = counts.faults[fault];
+            faults[name_of(static_cast<reply_fault>(fault))] = counts.faults[fault];
         }
     }
     return faults;
@@ -75,27 +60,88 @@ json percent(std::uint64_t part, std::uint64_t whole)
     return whole == 0 ? json(nullptr) : json(100.0 * static_cast<double>(part) / static_cast<double>(whole));
 }
 
+json of_ways(const way_counts &counts)
+{
+    return {{"forward", counts.forward}, {"backward", counts.backward}, {"unknown", counts.unknown}};
+}
+
+json microseconds_or_null(const std::optional<std::int64_t> &nanoseconds)
+{
+    return nanoseconds ? json(microseconds(*nanoseconds)) : json(nullptr);
+}
+
+double seconds(std::chrono::nanoseconds duration)
+{
+    return std::chrono::duration<double>(duration).count();
+}
+
+json of_events(const std::vector<session_event> &events)
+{
+    json list = json::array();
+    for (const session_event &event : events) {
+        json entry = {
+            {"event", name_of(event.what)}, {"sequence", event.sequence}, {"at_s", seconds(event.at)}};
+        if (event.what != session_event::kind::reflector_restart) {
+            entry["by_us"] = microseconds(event.by.count());
+        }
+        list.push_back(entry);
+    }
+    return list;
+}
+
+/** Only where there are several: otherwise the one-way delays are those of the whole run. */
+json of_periods(const std::vector<period_figures> &periods)
+{
+    json list = json::array();
+    for (const period_figures &period : periods.size() > 1 ? periods : std::vector<period_figures>{}) {
+        list.push_back({{"sequence", period.begin},
+                        {"at_s", seconds(period.at)},
+                        {"forward_us", of_path(period.forward)},
+                        {"backward_us", of_path(period.backward)},
+                        {"clock_offset_us", microseconds_or_null(period.clock_offset)}});
+    }
+    return list;
+}
+
+json of_counts(const packet_counts &counts, unsigned ttl)
+{
+    return {{"sent", counts.sent},
+            {"received", counts.received},
+            {"valid", counts.valid},
+            {"odd", counts.odd},
+            {"invalid", counts.invalid()},
+            {"faults", of_faults(counts)},
+            {"measured", counts.measured},
+            {"lost", counts.lost()},
+            {"lost_percent", percent(counts.lost(), counts.sent)},
+            {"duplicates", counts.duplicates},
+            {"reordered", counts.reordered},
+            {"reordered_percent", percent(counts.reordered, counts.answered)},
+            {"sender_ttl_changed", counts.other_ttl},
+            {"hops_forward", of_ttl(counts.request_ttl, ttl)},
+            {"hops_backward", of_ttl(counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum))}};
+}
+
 json of_figures(const probe_figures &figures, unsigned ttl)
 {
-    const packet_counts &counts = figures.counts;
-    json result = {{"sent", counts.sent},
-                   {"received", counts.received},
-                   {"valid", counts.valid},
-                   {"invalid", counts.invalid()},
-                   {"faults", of_faults(counts)},
-                   {"lost", counts.lost()},
-                   {"lost_percent", percent(counts.lost(), counts.sent)},
-                   {"duplicates", counts.duplicates},
-                   {"reordered", counts.reordered},
-                   {"reordered_percent", percent(counts.reordered, counts.answered)},
-                   {"sender_ttl_changed", counts.other_ttl},
-                   {"hops_forward", of_ttl(counts.request_ttl, ttl)},
-                   {"hops_backward", of_ttl(counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum))},
-                   {"round_trip_us", of_path(figures.of(path::round_trip))},
-                   {"forward_us", of_path(figures.of(path::forward))},
-                   {"backward_us", of_path(figures.of(path::backward))}};
+    static const period_figures none;
+    const period_figures *const whole = figures.whole_run();
+    json result = of_counts(figures.counts, ttl);
+    result["round_trip_us"] = of_path(figures.round_trip);
+    result["forward_us"] = of_path(whole != nullptr ? whole->forward : none.forward);
+    result["backward_us"] = of_path(whole != nullptr ? whole->backward : none.backward);
     result["clock_offset_us"] =
-        figures.clock_offset ? json(microseconds(*figures.clock_offset)) : json(nullptr);
+        microseconds_or_null(whole != nullptr ? whole->clock_offset : none.clock_offset);
+    const numbering numbers = figures.numbers.value_or(numbering::unknown);
+    result["reflector_numbers"] = numbers == numbering::unknown ? json(nullptr) : json(name_of(numbers));
+    result["lost_by_way"] = of_ways(figures.lost);
+    result["duplicates_by_way"] = of_ways(figures.duplicates);
+    result["reordered_by_way"] = of_ways(figures.reordered);
+    result["reflector_restarts"] = figures.counts.restarts;
+    const time_scale scale = figures.scale.value_or(time_scale::none);
+    result["time_scale"] = scale == time_scale::none ? json(nullptr) : json(name_of(scale));
+    result["events"] = of_events(figures.events);
+    result["periods"] = of_periods(figures.periods);
     return result;
 }
 
@@ -105,6 +151,8 @@ json of_options(const session_options &options)
                    {"packets", options.stamp ? "stamp" : "twamp"},
                    {"size", options.size},
                    {"padding", options.stamp || options.zero_padding ? "zero" : "random"},
+                   {"ptp", options.ptp},
+                   {"strict", options.strict},
                    {"dscp", options.dscp},
                    {"ttl", options.ttl},
                    {"timeout_s", std::chrono::duration<double>(options.timeout).count()}};

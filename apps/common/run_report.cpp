@@ -30,4 +30,11 @@ run_report report_of(const probe &sender, const session_options &options, bool c
     return report;
 }
 
+bool is_complete(const run_report &report)
+{
+    const packet_counts &counts = report.total.counts;
+    return report.options.strict ? counts.valid == counts.sent && counts.invalid() == 0
+                                 : counts.measured == counts.sent;
+}
+
 } // namespace olv_probe

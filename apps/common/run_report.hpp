@@ -35,6 +35,10 @@ struct run_report {
 [[nodiscard]] std::vector<const measurement *> results_of(const probe &sender);
 [[nodiscard]] run_report report_of(const probe &sender, const session_options &options, bool complete);
 
+/** Whether every packet sent came back and was measured; with strict judging, whether all that came was valid.
+ */
+[[nodiscard]] bool is_complete(const run_report &report);
+
 /** Reports are in microseconds. */
 [[nodiscard]] inline double microseconds(double nanoseconds)
 {

@@ -15,6 +15,8 @@ void add_packet_options(olv_apps::command to, session_input &input)
     to.add_option("--ttl", input.ttl, "TTL or hop limit of the packets, 1 to 255 (255)")
         .whole_number_between(1, 255);
     to.add_flag("--stamp", input.stamp, "Send STAMP packets");
+    to.add_flag("--ptp", input.ptp, "Send PTP time stamps instead of NTP ones");
+    to.add_flag("--strict", input.strict, "Take replies that are odd for invalid, and do not measure them");
 }
 
 void add_time_options(olv_apps::command to, session_input &input)
@@ -58,6 +60,8 @@ session_options session_input::options() const
 {
     session_options session;
     session.stamp = stamp;
+    session.ptp = ptp;
+    session.strict = strict;
     session.zero_padding = padding.empty() ? stamp : padding == "zero";
     session.size = size;
     if (session.size == 0) {

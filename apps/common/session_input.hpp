@@ -29,6 +29,8 @@ struct session_input {
     unsigned dscp = 0;
     unsigned ttl = 255;
     bool stamp = false;
+    bool ptp = false;
+    bool strict = false;
 
     /** All but the reflector's address. @throw std::runtime_error  One line: two options contradict each other.
      */

@@ -14,22 +14,82 @@ double share(std::uint64_t part, std::uint64_t whole)
     return whole == 0 ? 0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole);
 }
 
+void append_faults(std::string &text, const packet_counts &counts)
+{
+    for (std::size_t fault = 0; fault < counts.faults.size(); ++fault) {
+        if (counts.faults[fault] != 0) {
+            append(text, "  %s: %" PRIu64 "\n", text_of(static_cast<reply_fault>(fault)), counts.faults[fault]);
+        }
+    }
+}
+
+/** On which way, where that is known of some. */
+void append_ways(std::string &text, const way_counts &counts)
+{
+    if (counts.forward == 0 && counts.backward == 0) {
+        return;
+    }
+    append(text, "  forward: %" PRIu64 ", backward: %" PRIu64, counts.forward, counts.backward);
+    if (counts.unknown != 0) {
+        append(text, ", not known: %" PRIu64, counts.unknown);
+    }
+    text += '\n';
+}
+
 void append_counts(std::string &text, const run_report &report)
 {
     const packet_counts &counts = report.total.counts;
     append(text, "sent: %" PRIu64 "\n", counts.sent);
     append(text, "received: %" PRIu64 "\n", counts.received);
     append(text, "valid: %" PRIu64 "\n", counts.valid);
+    if (counts.odd != 0) {
+        append(text, "odd: %" PRIu64 "\n", counts.odd);
+    }
     append(text, "invalid: %" PRIu64 "\n", counts.invalid());
-    for (std::size_t fault = 1; fault < counts.faults.size(); ++fault) {
-        if (counts.faults[fault] != 0) {
-            append(text, "  %s: %" PRIu64 "\n", text_of(static_cast<reply_fault>(fault)), counts.faults[fault]);
-        }
+    append_faults(text, counts);
+    if (counts.valid + counts.odd != counts.measured) {
+        append(text, "not measured: %" PRIu64 "\n", counts.valid + counts.odd - counts.measured);
     }
     append(text, "lost: %" PRIu64 " (%.2f %%)\n", counts.lost(), share(counts.lost(), counts.sent));
+    append_ways(text, report.total.lost);
     append(text, "duplicates: %" PRIu64 "\n", counts.duplicates);
+    append_ways(text, report.total.duplicates);
     if (counts.other_ttl != 0) {
         append(text, "sender TTL not %u: %" PRIu64 "\n", unsigned{report.options.ttl}, counts.other_ttl);
+    }
+}
+
+/** Why some ways are not known. */
+void append_numbering(std::string &text, const probe_figures &figures)
+{
+    const bool open =
+        figures.lost.unknown != 0 || figures.duplicates.unknown != 0 || figures.reordered.unknown != 0;
+    if (!open || !figures.numbers || *figures.numbers == numbering::unknown) {
+        return;
+    }
+    if (*figures.numbers == numbering::by_session) {
+        text += "ways not known: of packets after which nothing came back\n";
+    } else {
+        append(text, "ways not known: %s\n", text_of(*figures.numbers));
+    }
+}
+
+void append_scale(std::string &text, const probe_figures &figures)
+{
+    if (figures.scale == time_scale::ptp_utc || figures.scale == time_scale::ptp_tai) {
+        append(text, "reflector's timestamps: %s\n", text_of(*figures.scale));
+    }
+}
+
+void append_events(std::string &text, const std::vector<session_event> &events)
+{
+    for (const session_event &event : events) {
+        append(text, "at %.3f s, packet %u: %s", std::chrono::duration<double>(event.at).count(),
+               event.sequence, text_of(event.what));
+        if (event.what != session_event::kind::reflector_restart) {
+            append(text, " by %+.1f microseconds", microseconds(event.by.count()));
+        }
+        text += '\n';
     }
 }
 
@@ -89,20 +149,56 @@ constexpr figure_row rows[] = {
     {"PDV p99.9", above_minimum_percentile<percentile_99_9>},
 };
 
+/** One-way delays of the whole run have no column when a clock was set meanwhile. */
 void append_table(std::string &text, const probe_figures &figures)
 {
-    append(text, "\n%-20s %18s %18s %18s\n", "microseconds", "round trip", "forward", "backward");
+    const period_figures *const whole = figures.whole_run();
+    std::vector<const path_figures *> columns{&figures.round_trip};
+    append(text, "\n%-20s %18s", "microseconds", "round trip");
+    if (whole != nullptr) {
+        columns.insert(columns.end(), {&whole->forward, &whole->backward});
+        append(text, " %18s %18s", "forward", "backward");
+    }
+    text += '\n';
     for (const figure_row &row : rows) {
         append(text, "%-20s", row.name);
-        for (const path which : {path::round_trip, path::forward, path::backward}) {
-            append(text, " %18.1f", microseconds(row.value(figures.of(which))));
+        for (const path_figures *const column : columns) {
+            append(text, " %18.1f", microseconds(row.value(*column)));
         }
         text += '\n';
     }
-    append(text,
-           "forward and backward contain the difference of the two clocks; if both ways\n"
-           "take equally long, the reflector's is ahead by %.1f microseconds\n",
-           microseconds(figures.clock_offset.value_or(0)));
+    if (whole != nullptr) {
+        append(text,
+               "forward and backward contain the difference of the two clocks; if both ways\n"
+               "take equally long, the reflector's is ahead by %.1f microseconds\n",
+               microseconds(whole->clock_offset.value_or(0)));
+    }
+}
+
+void append_one_way(std::string &text, const char *way, const distribution &delay)
+{
+    append(text, "  %s min %.1f, median %.1f, max %.1f\n", way, microseconds(delay.minimum),
+           microseconds(delay.percentiles[percentile_50]), microseconds(delay.maximum));
+}
+
+/** Before and after each setting of a clock. */
+void append_periods(std::string &text, const std::vector<period_figures> &periods)
+{
+    if (periods.size() < 2) {
+        return;
+    }
+    for (const period_figures &period : periods) {
+        append(text, "one-way delays in microseconds from packet %u on:", period.begin);
+        if (!period.clock_offset) {
+            text += " not measured\n";
+            continue;
+        }
+        text += '\n';
+        append_one_way(text, "forward", period.forward.delay);
+        append_one_way(text, "backward", period.backward.delay);
+        append(text, "  the reflector's clock is ahead by %.1f if both ways take equally long\n",
+               microseconds(*period.clock_offset));
+    }
 }
 
 void append_senders(std::string &text, const std::vector<sender_report> &senders)
@@ -113,17 +209,20 @@ void append_senders(std::string &text, const std::vector<sender_report> &senders
     text += '\n';
     for (const sender_report &sender : senders) {
         const packet_counts &counts = sender.figures.counts;
-        const distribution &round_trip = sender.figures.of(path::round_trip).delay;
-        append(text,
-               "sender %s:\n  sent %" PRIu64 ", valid %" PRIu64 ", invalid %" PRIu64 ", lost %" PRIu64
-               ", duplicates %" PRIu64 ", reordered %" PRIu64,
-               sender.address.c_str(), counts.sent, counts.valid, counts.invalid(), counts.lost(),
-               counts.duplicates, counts.reordered);
+        const distribution &round_trip = sender.figures.round_trip.delay;
+        append(text, "sender %s:\n  sent %" PRIu64 ", valid %" PRIu64, sender.address.c_str(), counts.sent,
+               counts.valid);
+        if (counts.odd != 0) {
+            append(text, ", odd %" PRIu64, counts.odd);
+        }
+        append(text, ", invalid %" PRIu64 ", lost %" PRIu64 ", duplicates %" PRIu64 ", reordered %" PRIu64,
+               counts.invalid(), counts.lost(), counts.duplicates, counts.reordered);
         if (round_trip.count != 0) {
             append(text, "\n  round trip min %.1f, median %.1f, max %.1f", microseconds(round_trip.minimum),
                    microseconds(round_trip.percentiles[percentile_50]), microseconds(round_trip.maximum));
         }
         text += '\n';
+        append_events(text, sender.figures.events);
     }
 }
 
@@ -151,13 +250,18 @@ std::string text_report(const run_report &report)
     const packet_counts &counts = report.total.counts;
     std::string text;
     append_counts(text, report);
-    append_round_trip(text, report.total.of(path::round_trip).delay);
+    append_round_trip(text, report.total.round_trip.delay);
     append(text, "reordered: %" PRIu64 " (%.2f %%)\n", counts.reordered,
            share(counts.reordered, counts.answered));
+    append_ways(text, report.total.reordered);
+    append_numbering(text, report.total);
+    append_scale(text, report.total);
+    append_events(text, report.total.events);
     append_hops(text, "forward", counts.request_ttl, report.options.ttl, "sent with");
     append_hops(text, "backward", counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum), "assumed");
-    if (counts.valid != 0) {
+    if (counts.measured != 0) {
         append_table(text, report.total);
+        append_periods(text, report.total.periods);
     }
     append_senders(text, report.senders);
     return text;

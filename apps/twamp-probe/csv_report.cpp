@@ -10,23 +10,32 @@ namespace {
 
 using olv_apps::append;
 
-const char *result_of(const packet_record &record)
+std::string result_of(const packet_record &record)
 {
     if (!record.answered) {
         return "lost";
     }
-    return record.is_valid() ? "valid" : text_of(record.fault);
+    return record.is_valid() ? "valid" : text_of(record.faults());
+}
+
+void append_delays(std::string &line, const packet_record &record)
+{
+    for (const path which : {path::round_trip, path::forward, path::backward}) {
+        line += ',';
+        if (record.has(which)) {
+            append(line, "%.3f", microseconds(record.delay(which)));
+        }
+    }
 }
 
 void append_packet(std::string &line, std::size_t sequence, const packet_record &record)
 {
-    append(line, ",%zu,%.3f,%s", sequence, microseconds(record.sent_at), result_of(record));
-    if (record.is_valid()) {
-        append(line, ",%.3f,%.3f,%.3f,%u,%u", microseconds(record.delay(path::round_trip)),
-               microseconds(record.delay(path::forward)), microseconds(record.delay(path::backward)),
-               unsigned{record.request_ttl}, unsigned{record.reply_ttl});
+    append(line, ",%zu,%.3f,%s", sequence, microseconds(record.sent_at), result_of(record).c_str());
+    append_delays(line, record);
+    if (record.measured) {
+        append(line, ",%u,%u", unsigned{record.request_ttl}, unsigned{record.reply_ttl});
     } else {
-        line += ",,,,,";
+        line += ",,";
     }
     append(line, ",%u,%u\n", record.late ? 1u : 0u, unsigned{record.duplicates});
 }

@@ -52,12 +52,12 @@ void print_csv(const probe &measuring)
 void print_text(const run_report &report, const probe &measuring, bool with_histogram)
 {
     (void)std::fputs(text_report(report).c_str(), stdout); // an error shows when the output is ended
-    if (!with_histogram || report.total.counts.valid == 0) {
+    if (!with_histogram || report.total.counts.measured == 0) {
         return;
     }
     std::vector<std::int64_t> samples;
     for (const measurement *result : results_of(measuring)) {
-        result->append_delays(path::round_trip, samples);
+        result->append_delays(path::round_trip, {}, samples);
     }
     constexpr std::size_t bars = 20;
     const std::string drawn = histogram_text(histogram_of(std::move(samples), bars));
@@ -140,7 +140,7 @@ int measure_and_report(probe_options &options)
     // Sending less than asked for is a failure, too: the system took no more packets.
     const bool all_sent = options.session.duration ||
                           counts.sent == std::uint64_t{options.session.count} * options.session.senders;
-    const bool good = end.complete && all_sent && counts.valid == counts.sent && counts.invalid() == 0;
+    const bool good = end.complete && all_sent && is_complete(report);
     return good && written && drawn ? olv_apps::exit_good : olv_apps::exit_failed;
 }
 

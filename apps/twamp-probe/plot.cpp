@@ -160,7 +160,7 @@ void append_points(std::string &script, const std::vector<const measurement *> &
     std::vector<slot> slots(moments);
     for (const measurement *session : sessions) {
         for (const packet_record &record : session->records()) {
-            if (record.is_valid()) {
+            if (record.measured) {
                 const double place = static_cast<double>(record.sent_at) / static_cast<double>(end);
                 slot &own = slots[std::min(moments - 1, static_cast<std::size_t>(place * moments))];
                 const bool first = own.shortest == nullptr;
@@ -194,7 +194,7 @@ std::string plot_script(const std::vector<const measurement *> &sessions, const 
 {
     std::vector<std::int64_t> samples;
     for (const measurement *session : sessions) {
-        session->append_delays(path::round_trip, samples);
+        session->append_delays(path::round_trip, {}, samples);
     }
     const histogram figures = histogram_of(std::move(samples), histogram_bars);
     std::string script = png ? "set terminal pngcairo noenhanced size 1000,800\n"

@@ -11,9 +11,9 @@ namespace {
 
 constexpr const char *description =
     "Sends test packets to a TWAMP Light or STAMP reflector, checks every reply and prints loss, delays and\n"
-    "their variation. Exit status: 0 when every packet came back and was valid, 1 when not, 2 when nothing "
+    "their variation. Exit status: 0 when every packet came back and was measured, 1 when not, 2 when nothing "
     "was\n"
-    "measured.";
+    "sent.";
 
 constexpr const char *examples =
     "Examples:\n"

@@ -70,7 +70,7 @@ TWAMPCTL = [
 
 TWAMP_PROBE = [
     ("twamp-probe --co", ["--count"], "twamp-probe --count |"),
-    ("twamp-probe 127.0.0.1:8620 --s", ["--senders", "--size", "--stamp"], "twamp-probe 127.0.0.1:8620 --s|"),
+    ("twamp-probe 127.0.0.1:8620 --s", ["--senders", "--size", "--stamp", "--strict"], "twamp-probe 127.0.0.1:8620 --s|"),
     ("twamp-probe '[::1]:8620' --his", ["--histogram"], "twamp-probe '[::1]:8620' --histogram |"),
     ("twamp-probe --format ", ["text", "json", "csv"], "twamp-probe --format |"),
     ("twamp-probe --format=j", ["json"], "twamp-probe --format=json |"),
@@ -80,8 +80,8 @@ TWAMP_PROBE = [
     ("twamp-probe --plot fol", ["folder"], "twamp-probe --plot folder/|"),
     ("twamp-probe --plot tou", [], "twamp-probe --plot tou|"),
     ("twamp-probe -", ["-4", "-6", "--count", "--dscp", "--duration", "--flood", "--format", "--help",
-                       "--histogram", "--interval", "--padding", "--plot", "--senders", "--size", "--stamp",
-                       "--timeout", "--ttl", "--window"], "twamp-probe -|"),
+                       "--histogram", "--interval", "--padding", "--plot", "--ptp", "--senders", "--size", "--stamp",
+                       "--strict", "--timeout", "--ttl", "--window"], "twamp-probe -|"),
 ]
 
 

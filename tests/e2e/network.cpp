@@ -84,14 +84,12 @@ std::string closed_address()
 octets reply_to(const octets &request)
 {
     octets reply(std::max<std::size_t>(request.size(), 41));
-    std::copy_n(request.begin(), 4, reply.begin());       // sequence number
-    reply[4] = 0xE0;                                      // sent back
-    reply[11] = 2;                                        //
-    reply[12] = 0x16;                                     // error estimate
-    reply[13] = 1;                                        //
-    reply[16] = 0xE0;                                     // received
-    reply[23] = 1;                                        //
-    std::copy_n(request.begin(), 14, reply.begin() + 24); // sender's header
+    std::copy_n(request.begin(), 4, reply.begin());          // sequence number
+    std::copy_n(request.begin() + 4, 8, reply.begin() + 4);  // sent back
+    reply[12] = 0x16;                                        // error estimate
+    reply[13] = 1;                                           //
+    std::copy_n(request.begin() + 4, 8, reply.begin() + 16); // received
+    std::copy_n(request.begin(), 14, reply.begin() + 24);    // sender's header
     reply[40] = 255;
     std::copy_n(request.begin() + 14, reply.size() - 41, reply.begin() + 41);
     return reply;

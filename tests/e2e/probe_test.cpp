@@ -153,50 +153,94 @@ child_program probe_of(const loopback_socket &reflector, const std::string &opti
     return {TWAMP_PROBE, words_of(reflector.address() + " --size 50 " + options)};
 }
 
-TEST(ProbeReply, ThatIsWrongIsFoundOut)
+TEST(ProbeReply, ThatIsOddIsMeasuredUnlessStrictlyJudged)
 {
-    const std::function<void(octets &)> mistakes[] = {
-        [](octets &reply) { reply[35] ^= 1; },      // sender's time stamp
-        [](octets &reply) { reply[36] ^= 1; },      // sender's error estimate
-        [](octets &reply) { reply[40] = 0; },       // sender's TTL
-        [](octets &reply) { reply[3] = 0; },        // sequence number
-        [](octets &reply) { reply[23] = 3; },       // received after it was sent back
-        [](octets &reply) { reply[13] = 0; },       // error estimate
-        [](octets &reply) { reply[49] ^= 0x80; },   // padding
-        [](octets &reply) { reply[24] = 1; },       // sender's sequence number
-        [](octets &reply) { reply[15] = 1; },       // zero
-        [](octets &reply) { reply[38] = 1; },       //
-        [](octets &reply) { reply.clear(); },       // length
-        [](octets &reply) { reply.pop_back(); },    //
-        [](octets &reply) { reply.push_back(0); }}; //
+    const std::function<void(octets &)> oddities[] = {
+        [](octets &reply) { reply[49] ^= 0x80; },                         // padding
+        [](octets &reply) { reply[40] = 0; },                             // sender's TTL
+        [](octets &reply) { reply.resize(38); },                          // length
+        [](octets &reply) { reply[15] = reply[13] = 0, reply[38] = 1; }}; // estimate and zeros
+    const std::string kinds = "  shorter than 41 octets: 1\n"
+                              "  a field that must be zero is not: 1\n"
+                              "  sender TTL 0: 1\n"
+                              "  error estimate with multiplier 0: 1\n"
+                              "  padding not as sent: 1\n";
+    const struct {
+        const char *options;
+        int status;
+        std::string counts;
+    } rows[] = {{"", 0, "valid: 1\nodd: 4\ninvalid: 0\n" + kinds + "lost: 0 (0.00 %)\n"},
+                {" --strict", 1, "valid: 1\ninvalid: 4\n" + kinds + "lost: 0 (0.00 %)\n"}};
+    for (const auto &row : rows) {
+        loopback_socket reflector;
+        child_program probe =
+            probe_of(reflector, std::string("--count 5 --interval 1 --timeout 60") + row.options);
+        reflector.answer(reply_to(reflector.receive()));
+        for (const auto &spoil : oddities) {
+            octets reply = reply_to(reflector.receive());
+            spoil(reply);
+            reflector.answer(reply);
+        }
+        const finished_program finished = probe.wait();
+        EXPECT_EQ(finished.status, row.status);
+        EXPECT_THAT(finished.output, HasSubstr("sent: 5\nreceived: 5\n" + row.counts));
+    }
+}
+
+TEST(ProbeReply, ThatIsForgedInAFloodSpoilsNothing)
+{
     loopback_socket reflector;
-    child_program probe = probe_of(reflector, "--count 14 --interval 1 --timeout 60");
-    reflector.answer(reply_to(reflector.receive()));
-    for (const auto &spoil : mistakes) {
+    child_program probe = probe_of(reflector, "--count 4 --interval 1 --timeout 60");
+    for (int packet = 0; packet < 4; ++packet) {
         const octets good = reply_to(reflector.receive());
-        octets reply = good;
-        spoil(reply);
-        reflector.answer(reply);
-        reflector.answer(good); // a duplicate where the wrong one tells which packet it answers
+        octets forged = good;
+        forged[31] ^= 0x55; // seconds of a T1 that was never seen
+        forged[40] = 3;
+        for (int copy = 0; copy < 50; ++copy) {
+            forged[27] = static_cast<std::uint8_t>(copy % 8); // sequence numbers sent, and not sent
+            reflector.answer(forged);
+        }
+        reflector.answer(good);
     }
     const finished_program finished = probe.wait();
-    EXPECT_EQ(finished.status, 1);
-    EXPECT_THAT(finished.output, HasSubstr("sent: 14\n"
-                                           "received: 27\n"
-                                           "valid: 7\n"
-                                           "invalid: 13\n"
-                                           "  wrong length: 3\n"
-                                           "  a field that must be zero is not: 2\n"
-                                           "  sender sequence number never sent: 1\n"
-                                           "  sender timestamp not as sent: 1\n"
-                                           "  sender error estimate not as sent: 1\n"
-                                           "  sender TTL 0: 1\n"
-                                           "  reflector sequence number not above the one before: 1\n"
-                                           "  received after it was sent back: 1\n"
-                                           "  error estimate with multiplier 0: 1\n"
-                                           "  padding not as sent: 1\n"
-                                           "lost: 0 (0.00 %)\n"
-                                           "duplicates: 7\n"));
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("sent: 4\nreceived: 204\nvalid: 4\ninvalid: 200\n"));
+    EXPECT_THAT(finished.output, HasSubstr("lost: 0 (0.00 %)\nduplicates: 0\nround trip"));
+}
+
+TEST(ProbeReply, OfAReflectorThatBeginsAnewIsValid)
+{
+    loopback_socket reflector;
+    child_program probe = probe_of(reflector, "--count 8 --interval 1 --timeout 60");
+    for (int packet = 0; packet < 8; ++packet) {
+        octets reply = reply_to(reflector.receive());
+        reply[3] = static_cast<std::uint8_t>(packet % 5);
+        reflector.answer(reply);
+    }
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("valid: 8\ninvalid: 0\n"));
+    EXPECT_THAT(finished.output,
+                ContainsRegex("\nat 0\\.[0-9]+ s, packet 5: the reflector's numbers began anew\n"));
+}
+
+TEST(ProbeReply, MayHavePtpTimeStamps)
+{
+    loopback_socket reflector;
+    child_program probe = probe_of(reflector, "--ptp --count 1 --timeout 60");
+    const octets request = reflector.receive();
+    const auto now = static_cast<std::uint32_t>(time(nullptr));
+    const std::uint32_t sent = std::uint32_t{request[4]} << 24 | std::uint32_t{request[5]} << 16 |
+                               std::uint32_t{request[6]} << 8 | request[7];
+    EXPECT_LT(sent - now + 60, 120u + 37u) << "seconds since 1970, perhaps of TAI";
+    EXPECT_EQ(request[12] & 0x40, 0x40);
+    octets reply = reply_to(request);
+    reply[12] |= 0x40;
+    reflector.answer(reply);
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("valid: 1\ninvalid: 0\n"));
+    EXPECT_THAT(finished.output, ContainsRegex("\nreflector's timestamps: PTP \\((UTC|TAI)\\)\n"));
 }
 
 TEST(ProbeReply, ThatComesTwiceOrWithAnotherTtlIsForgiven)

@@ -10,12 +10,12 @@ namespace olv_probe {
 namespace {
 
 using samples = std::vector<std::int64_t>;
-using append_samples = void (measurement::*)(path, samples &) const;
+using append_samples = void (measurement::*)(path, packet_range, samples &) const;
 
 samples of(const scripted_session &session, append_samples append, path which = path::round_trip)
 {
     samples taken;
-    (session.result.*append)(which, taken);
+    (session.result.*append)(which, {}, taken);
     return taken;
 }
 
@@ -94,7 +94,7 @@ TEST(Counts, AreOfWhatComesBack)
         const char *label;
         std::vector<std::pair<std::uint32_t, std::uint32_t>>
             replies;                         ///< Of four: sequence, reflector's number.
-        std::array<std::uint64_t, 5> counts; ///< Valid, invalid, duplicates, lost, late.
+        std::array<std::uint64_t, 5> counts; ///< Valid, odd, duplicates, lost, late.
     } rows[] = {{"in order", {{0, 0}, {1, 1}, {2, 2}, {3, 3}}, {4, 0, 0, 0, 0}},
                 {"loss", {{0, 0}, {3, 1}}, {2, 0, 0, 2, 0}},
                 {"late ones are valid", {{0, 0}, {3, 3}, {1, 1}, {2, 2}}, {4, 0, 0, 0, 2}},
@@ -109,10 +109,10 @@ TEST(Counts, AreOfWhatComesBack)
         const packet_counts &counts = session.result.counts();
         EXPECT_EQ(counts.sent, 4u);
         EXPECT_EQ(counts.received, row.replies.size()) << row.label;
-        const std::array<std::uint64_t, 5> found{counts.valid, counts.invalid(), counts.duplicates,
-                                                 counts.lost(), counts.reordered};
+        const std::array<std::uint64_t, 5> found{counts.valid, counts.odd, counts.duplicates, counts.lost(),
+                                                 counts.reordered};
         EXPECT_EQ(found, row.counts) << row.label;
-        EXPECT_EQ(counts.faults[static_cast<std::size_t>(reply_fault::reflector_sequence)], row.counts[1]);
+        EXPECT_EQ(counts.of(reply_fault::reflector_sequence), row.counts[1]);
     }
 }
 
@@ -140,9 +140,9 @@ TEST(Counts, DuplicatesOfOnePacketStopAt65535)
     EXPECT_EQ(session.result.records()[0].duplicates, 65535u);
 }
 
-TEST(Counts, TtlsAreThoseOfValidReplies)
+TEST(Counts, TtlsAreThoseOfReplies)
 {
-    scripted_session session{4, 64};
+    scripted_session session{4, {.ttl = 64, .judged = judging::strict}};
     EXPECT_TRUE(session.result.counts().request_ttl.is_empty());
     session.receive(0, {.number = 0, .request_ttl = 60, .reply_ttl = 250}, 1000);
     session.receive(1, {.number = 1, .request_ttl = 62, .reply_ttl = 0}, 1000);
@@ -186,7 +186,7 @@ TEST(Figures, OfSeveralSessionsAreTheirSum)
     EXPECT_EQ(figures.counts.other_ttl, 1u);
     EXPECT_EQ(figures.counts.request_ttl.minimum, 200);
     EXPECT_EQ(figures.counts.reply_ttl.minimum, 64);
-    const path_figures &round_trip = figures.of(path::round_trip);
+    const path_figures &round_trip = figures.round_trip;
     EXPECT_EQ(round_trip.delay.count, 6u);
     EXPECT_EQ(round_trip.delay.minimum, 100'000'000);
     EXPECT_EQ(round_trip.delay.maximum, 310'000'000);
@@ -199,11 +199,13 @@ TEST(Figures, OfSeveralSessionsAreTheirSum)
 TEST(Figures, EstimateTheClocksDifferenceFromTheQuickestPacket)
 {
     scripted_session session{3};
-    EXPECT_EQ(figures_of(std::array<const measurement *, 1>{&session.result}).clock_offset, std::nullopt);
+    EXPECT_EQ(figures_of(std::array<const measurement *, 1>{&session.result}).whole_run()->clock_offset,
+              std::nullopt);
     session.receive(0, {.number = 0, .received = 4 * quarter, .sent_back = 4 * quarter}, 500'000'000);
-    session.receive(1, {.number = 1, .received = 8 * quarter, .sent_back = 8 * quarter}, 700'000'000);
+    session.receive(1, {.number = 1, .received = 5 * quarter, .sent_back = 5 * quarter}, 700'000'000);
     // (1000 ms - (500 ms - 1000 ms)) / 2
-    EXPECT_EQ(figures_of(std::array<const measurement *, 1>{&session.result}).clock_offset, 750'000'000);
+    EXPECT_EQ(figures_of(std::array<const measurement *, 1>{&session.result}).whole_run()->clock_offset,
+              750'000'000);
 }
 
 TEST(Hops, AreFromTheInitialTtlDown)

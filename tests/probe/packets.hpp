@@ -25,13 +25,29 @@ struct answer {
 
 /** A quarter of a second has a whole number of the wire's units. */
 inline constexpr std::int64_t quarter = std::int64_t{1} << 30;
+inline constexpr std::int64_t second = 4 * quarter;
 inline constexpr std::int64_t quarter_nanoseconds = 250'000'000;
 
-/** Requests of 41 octets with zeros, a quarter of a second apart. */
+/** What a session is told to do. */
+struct script {
+    std::size_t size = 41;
+    std::uint8_t ttl = 255;
+    judging judged = judging::lenient;
+    stamp_format stamps = stamp_format::ntp;
+    bool zeros = true; ///< As padding.
+    std::int32_t tai_ahead = 0;
+    std::int64_t start = 0; ///< Units of 2^-32 seconds by which the first packet leaves later.
+};
+
+/** Requests a quarter of a second apart. The seconds of NTP wrap after the second packet, in 2036; no packet
+ * leaves at an instant that is 0. */
 class scripted_session {
   public:
     /** Sends so many packets. */
-    explicit scripted_session(int packets = 0, std::uint8_t ttl = 255) : result(format_, ttl)
+    explicit scripted_session(int packets = 0, const script &told = {})
+        : format_(told.size, told.zeros, 0, told.stamps, told.tai_ahead),
+          clock_(told.start),
+          result(format_, told.ttl, told.judged)
     {
         result.begin(start_);
         send(packets);
@@ -41,32 +57,48 @@ class scripted_session {
     {
         for (int packet = 0; packet < packets; ++packet) {
             const std::uint32_t number = result.sent();
+            departures_.push_back(0xFFFFFFFF'80000001u + number * std::uint64_t{quarter} +
+                                  static_cast<std::uint64_t>(clock_));
             result.request_sent(departure(number), instant(number));
         }
     }
 
+    /** @param units  Of 2^-32 seconds, by which the sender's clock goes forward. */
+    void set_clock(std::int64_t units) { clock_ += units; }
+
+    [[nodiscard]] std::vector<std::uint8_t> request(std::uint32_t sequence) const
+    {
+        std::vector<std::uint8_t> octets(format_.request_length());
+        format_.write_request(octets, sequence, departure(sequence));
+        return octets;
+    }
+
+    /** A reply that returns the header and the padding of its request. */
     [[nodiscard]] std::vector<std::uint8_t> reply(std::uint32_t sequence, const answer &given) const
     {
         using namespace olv_net;
-        std::vector<std::uint8_t> octets(41);
-        const std::uint64_t sent = departure(sequence).units();
+        const std::vector<std::uint8_t> sent = request(sequence);
+        std::vector<std::uint8_t> octets(std::max<std::size_t>(41, sent.size()));
         store_32(&octets[0], given.number);
-        store_ntp(&octets[4], ntp_time::from_units(sent + static_cast<std::uint64_t>(given.sent_back)));
+        store(&octets[4], departures_[sequence] + static_cast<std::uint64_t>(given.sent_back));
         store_16(&octets[12], 0x1601);
-        store_ntp(&octets[16], ntp_time::from_units(sent + static_cast<std::uint64_t>(given.received)));
-        store_32(&octets[24], sequence);
-        store_ntp(&octets[28], departure(sequence));
-        store_16(&octets[36], 0x1601);
+        store(&octets[16], departures_[sequence] + static_cast<std::uint64_t>(given.received));
+        std::copy_n(sent.begin(), 14, octets.begin() + 24);
         octets[40] = given.request_ttl;
+        std::copy_n(sent.begin() + 14, octets.size() - 41, octets.begin() + 41);
         return octets;
     }
 
     /** @param after  Nanoseconds from the request to its reply's arrival. */
+    std::optional<std::int64_t> receive_octets(std::uint32_t sequence, const std::vector<std::uint8_t> &octets,
+                                               std::int64_t after, std::uint8_t ttl = 255)
+    {
+        return result.reply_received({octets, instant(sequence) + std::chrono::nanoseconds(after), ttl});
+    }
+
     std::optional<std::int64_t> receive(std::uint32_t sequence, const answer &given, std::int64_t after)
     {
-        const std::vector<std::uint8_t> octets = reply(sequence, given);
-        return result.reply_received(
-            {octets, instant(sequence) + std::chrono::nanoseconds(after), given.reply_ttl});
+        return receive_octets(sequence, reply(sequence, given), after, given.reply_ttl);
     }
 
     [[nodiscard]] steady_clock::time_point instant(std::uint32_t number) const
@@ -74,14 +106,15 @@ class scripted_session {
         return start_ + std::chrono::nanoseconds(number * quarter_nanoseconds);
     }
 
-  private:
-    [[nodiscard]] static olv_net::ntp_time departure(std::uint32_t number)
+    [[nodiscard]] olv_net::ntp_time departure(std::uint32_t number) const
     {
-        // The seconds wrap after the second packet.
-        return olv_net::ntp_time::from_units(0xFFFFFFFF'80000000u + number * std::uint64_t{quarter});
+        return olv_net::ntp_time::from_units(departures_[number]);
     }
 
-    test_packet_format format_{41, true, 0};
+  private:
+    test_packet_format format_;
+    std::int64_t clock_;
+    std::vector<std::uint64_t> departures_;
     steady_clock::time_point start_{std::chrono::hours(1)};
 
   public:

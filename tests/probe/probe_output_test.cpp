@@ -139,13 +139,15 @@ std::string csv_of(const std::vector<sender_packets> &senders)
 TEST(Csv, HasALineForEachPacket)
 {
     const scripted_session session = example();
-    EXPECT_EQ(csv_of({{.address = "192.0.2.9:40000", .result = &session.result}}),
-              "sender,sequence,sent_us,result,round_trip_us,forward_us,backward_us,request_ttl,reply_ttl,"
-              "reordered,duplicates\n"
-              "192.0.2.9:40000,0,0.000,valid,300.000,0.000,300.000,255,255,1,0\n"
-              "192.0.2.9:40000,1,250000.000,reflector sequence number not above the one before,,,,,,1,0\n"
-              "192.0.2.9:40000,2,500000.000,lost,,,,,,0,0\n"
-              "192.0.2.9:40000,3,750000.000,valid,100.000,0.000,100.000,250,60,0,1\n");
+    EXPECT_EQ(
+        csv_of({{.address = "192.0.2.9:40000", .result = &session.result}}),
+        "sender,sequence,sent_us,result,round_trip_us,forward_us,backward_us,request_ttl,reply_ttl,"
+        "reordered,duplicates\n"
+        "192.0.2.9:40000,0,0.000,valid,300.000,0.000,300.000,255,255,1,0\n"
+        "192.0.2.9:40000,1,250000.000,reflector sequence number used before,300.000,0.000,300.000,255,255,"
+        "1,0\n"
+        "192.0.2.9:40000,2,500000.000,lost,,,,,,0,0\n"
+        "192.0.2.9:40000,3,750000.000,valid,100.000,0.000,100.000,250,60,0,1\n");
 }
 
 TEST(Csv, OfNothingIsTheHeader)

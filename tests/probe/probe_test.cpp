@@ -35,7 +35,7 @@ class silent_socket {
     }
 
     [[nodiscard]] const olv_net::socket_address &address() const { return local_; }
-    /** A STAMP reflector without a clock or a number: half of what it says is the request. */
+    /** A STAMP reflector without a clock or a number: all that it says is the request's. */
     void answer()
     {
         std::array<std::uint8_t, 44> packet{};

@@ -37,14 +37,13 @@ void add_request(olv_apps::command command, probe_request &request)
 /** What went wrong with a measurement; empty: nothing. */
 std::string failure_of(const olv_probe::run_report &report)
 {
-    const olv_probe::packet_counts &counts = report.total.counts;
     if (report.interrupted) {
         return "interrupted";
     }
     if (report.refused) {
         return "nobody answers there";
     }
-    return counts.valid == counts.sent ? "" : "not every packet came back as it should";
+    return olv_probe::is_complete(report) ? "" : "not every packet came back as it should";
 }
 
 void measure(command_context &context, const probe_request &request)

@@ -13,7 +13,7 @@
 #include "difference.hpp"
 #include "net/address_prefix.hpp"
 #include "net/socket_address.hpp"
-#include "probe/test_packet.hpp"
+#include "probe/probe_figures.hpp"
 #include "stream_capture.hpp"
 #include "target.hpp"
 
@@ -138,35 +138,52 @@ void address_prefix(std::string_view text)
     text_of(text, olv_net::parse_address_prefix, "prefix '");
 }
 
-/** The probe judges any reply, and takes one that echoes its request for good in form. */
+/** A session of some packets takes any replies: its counts add up, and what it measured is possible. */
 void probe_reply(std::string_view text)
 {
     const auto *bytes = reinterpret_cast<const std::uint8_t *>(text.data());
     olv_fuzz::byte_source input{{bytes, text.size()}};
     const bool stamp = input.flag();
     const std::size_t length = std::max<std::size_t>(input.byte(), stamp ? 44 : 14);
-    const std::uint32_t sequence = input.byte();
-    const olv_net::ntp_time departure{input.byte(), input.byte()};
-    const olv_probe::test_packet_format format{length, stamp, input.byte()};
+    const auto stamps = input.flag() ? olv_probe::stamp_format::ptp : olv_probe::stamp_format::ntp;
+    const auto judged = input.flag() ? olv_probe::judging::strict : olv_probe::judging::lenient;
+    const olv_probe::test_packet_format format{length, stamp, input.byte(), stamps};
+    olv_probe::measurement session{format, 255, judged};
+    constexpr std::uint32_t packets = 8;
+    const olv_probe::steady_clock::time_point start;
     std::vector<std::uint8_t> request(format.request_length());
-    format.write_request(request, sequence, departure);
-
-    std::vector<std::uint8_t> reply(format.reply_length());
-    const std::span<const std::uint8_t> given = input.bytes(reply.size());
-    std::copy(given.begin(), given.end(), reply.begin());
-    if (input.flag()) {
+    std::vector<olv_net::ntp_time> departures;
+    for (std::uint32_t sequence = 0; sequence < packets; ++sequence) {
+        departures.push_back({0xEC000000u + sequence + input.byte() / 250, std::uint32_t{input.byte()} << 24});
+        session.request_sent(departures.back(), start + std::chrono::seconds(sequence));
+    }
+    for (unsigned replies = input.byte(); replies > 0; --replies) {
+        const std::uint32_t sequence = input.byte() % packets;
+        format.write_request(request, sequence, departures[sequence]);
+        std::vector<std::uint8_t> reply(std::max<std::size_t>(input.byte(), format.reply_length()));
         std::copy_n(request.begin(), 14, reply.begin() + 24);
+        std::copy_n(request.begin() + 4, 8, reply.begin() + 16);
+        std::copy_n(request.begin() + 4, 8, reply.begin() + 4);
+        for (unsigned changes = input.byte() % 8; changes > 0; --changes) {
+            reply[input.byte() % reply.size()] = input.byte();
+        }
+        if (input.flag()) {
+            reply.resize(input.byte());
+        }
+        (void)session.reply_received(
+            {reply, start + std::chrono::seconds(packets) + std::chrono::milliseconds(input.byte()),
+             input.byte()});
     }
-    if (input.flag()) {
-        reply.resize(given.size());
-    }
-    const olv_probe::reply_fault form = format.check_form(reply);
-    require(olv_probe::text_of(form) != nullptr, "a fault has a text");
-    require(form != olv_probe::reply_fault::none || reply.size() == format.reply_length(), "length of a reply");
-    if (form == olv_probe::reply_fault::none) {
-        require(olv_probe::text_of(format.check_echo(reply, sequence, departure)) != nullptr,
-                "a fault has a text");
-    }
+    const olv_probe::measurement *result = &session;
+    const olv_probe::probe_figures figures = olv_probe::figures_of({&result, 1});
+    const olv_probe::packet_counts &counts = figures.counts;
+    require(counts.valid + counts.odd + counts.duplicates <= counts.received, "counts of replies");
+    require(counts.measured <= counts.valid + counts.odd && counts.valid + counts.odd <= counts.answered,
+            "counts of what was measured");
+    require(figures.lost.forward + figures.lost.backward + figures.lost.unknown == counts.lost(),
+            "losses by direction");
+    require(figures.round_trip.delay.count == counts.measured, "samples of what was measured");
+    require(counts.measured == 0 || figures.round_trip.delay.minimum >= -10'000'000, "a round trip below 0");
 }
 
 // More parsers come at the end: the first byte of an input picks one.
