@@ -27,7 +27,7 @@ probe::probe(const session_options &options)
     : options_(options), stop_event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     for (unsigned sender = 0; sender < options.senders; ++sender) {
-        sessions_.push_back(std::make_unique<test_session>(options));
+        sessions_.push_back(std::make_unique<test_session>(options, sender));
     }
 }
 
@@ -58,7 +58,9 @@ bool probe::run(int stop_descriptor)
 
 void probe::begin()
 {
-    start_ = steady_clock::now();
+    const olv_net::clock_reading now = read_clocks();
+    start_ = instant_of(now);
+    started_ = now.wall_nanoseconds;
     if (show_) {
         next_show_ = start_ + pause_;
     }
@@ -175,6 +177,16 @@ probe_figures probe::figures() const
 const measurement &probe::result(std::size_t session) const
 {
     return sessions_[session]->result();
+}
+
+stamp_counts probe::stamps() const
+{
+    stamp_counts all;
+    for (const auto &session : sessions_) {
+        all.requests += session->stamps().counts().requests;
+        all.replies += session->stamps().counts().replies;
+    }
+    return all;
 }
 
 int probe::refusal() const

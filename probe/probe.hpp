@@ -73,6 +73,11 @@ class probe {
     /** After run(): what a host on the way answered instead of the reflector, as errno; 0: nothing. */
     [[nodiscard]] int refusal() const;
     [[nodiscard]] std::chrono::nanoseconds elapsed() const { return elapsed_; }
+    /** When it began: nanoseconds since 1970. */
+    [[nodiscard]] std::uint64_t started() const { return started_; }
+    /** Who takes the times, and of how many packets of all sessions. */
+    [[nodiscard]] timestamp_source timestamps() const { return sessions_.front()->stamps().source(); }
+    [[nodiscard]] stamp_counts stamps() const;
 
   private:
     void begin();
@@ -92,6 +97,7 @@ class probe {
     std::chrono::nanoseconds pause_{0};
     steady_clock::time_point next_show_ = steady_clock::time_point::max();
     steady_clock::time_point start_;
+    std::uint64_t started_ = 0;
     std::chrono::nanoseconds elapsed_{0};
     std::int64_t latest_round_trip_ = no_round_trip;
     olv_net::descriptor stop_event_;

@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "net/traffic_class.hpp"
+
 namespace olv_probe {
 namespace {
 
@@ -75,6 +77,33 @@ json percent(std::uint64_t part, std::uint64_t whole)
     return whole == 0 ? json(nullptr) : json(100.0 * static_cast<double>(part) / static_cast<double>(whole));
 }
 
+/** What the IP headers of replies said. */
+json of_traffic_classes(const packet_counts &counts)
+{
+    json classes = json::array();
+    for (std::size_t octet = 0; octet < counts.traffic_classes.size(); ++octet) {
+        if (counts.traffic_classes[octet] != 0) {
+            const auto value = static_cast<std::uint8_t>(octet);
+            classes.push_back({{"dscp", value >> 2},
+                               {"dscp_name", olv_net::dscp_name(value)},
+                               {"ecn", olv_net::ecn_name(value)},
+                               {"replies", counts.traffic_classes[octet]}});
+        }
+    }
+    return classes;
+}
+
+json of_clock(const clock_quality &clock)
+{
+    if (clock.replies == 0) {
+        return nullptr;
+    }
+    return {{"replies", clock.replies},
+            {"synchronized", clock.synchronized},
+            {"error_us_min", microseconds(clock.least_error)},
+            {"error_us_max", microseconds(clock.greatest_error)}};
+}
+
 json of_figures(const probe_figures &figures, unsigned ttl)
 {
     const packet_counts &counts = figures.counts;
@@ -91,11 +120,13 @@ json of_figures(const probe_figures &figures, unsigned ttl)
                    {"sender_ttl_changed", counts.other_ttl},
                    {"hops_forward", of_ttl(counts.request_ttl, ttl)},
                    {"hops_backward", of_ttl(counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum))},
+                   {"reply_traffic_classes", of_traffic_classes(counts)},
                    {"round_trip_us", of_path(figures.of(path::round_trip))},
                    {"forward_us", of_path(figures.of(path::forward))},
                    {"backward_us", of_path(figures.of(path::backward))}};
     result["clock_offset_us"] =
         figures.clock_offset ? json(microseconds(*figures.clock_offset)) : json(nullptr);
+    result["reflector_clock"] = of_clock(counts.reflector_clock);
     return result;
 }
 
@@ -106,15 +137,23 @@ json of_options(const session_options &options)
                    {"size", options.size},
                    {"padding", options.stamp || options.zero_padding ? "zero" : "random"},
                    {"dscp", options.dscp},
+                   {"ecn", olv_net::ecn_name(options.ecn)},
                    {"ttl", options.ttl},
+                   {"dont_fragment", options.dont_fragment},
+                   {"source", options.source ? json(options.source->text()) : json(nullptr)},
+                   {"interface", options.interface.empty() ? json(nullptr) : json(options.interface)},
                    {"timeout_s", std::chrono::duration<double>(options.timeout).count()}};
     if (options.window) {
         result["window"] = *options.window;
     } else {
         result["interval_ms"] = std::chrono::duration<double, std::milli>(options.interval).count();
+        result["schedule"] = name_of(options.schedule);
     }
     if (options.duration) {
         result["duration_s"] = std::chrono::duration<double>(*options.duration).count();
+    } else if (options.forever) {
+        result["forever"] = true;
+        result["kept_packets"] = kept_packets;
     } else {
         result["count"] = options.count;
     }
@@ -132,9 +171,14 @@ std::string json_report(const run_report &report)
         senders.push_back(entry);
     }
     const json document = {{"options", of_options(report.options)},
+                           {"started", utc_text(report.started)},
                            {"elapsed_s", std::chrono::duration<double>(report.elapsed).count()},
                            {"interrupted", report.interrupted},
                            {"refused", report.refused},
+                           {"timestamps",
+                            {{"source", name_of(report.timestamps)},
+                             {"requests", report.stamps.requests},
+                             {"replies", report.stamps.replies}}},
                            {"total", of_figures(report.total, report.options.ttl)},
                            {"senders", senders}};
     // The name of a network interface, which an address may contain, can be any octets.

@@ -3,6 +3,7 @@
 #include <cinttypes>
 
 #include "apps/common/formatted.hpp"
+#include "net/traffic_class.hpp"
 
 namespace olv_probe {
 namespace {
@@ -54,6 +55,44 @@ void append_hops(std::string &text, const char *way, const ttl_range &ttl, unsig
            hops_from(initial, ttl.minimum), unsigned{ttl.minimum}, unsigned{ttl.maximum}, of, initial);
 }
 
+/** "time stamps: kernel". What has none is measured by the program's clock. */
+void append_stamps(std::string &text, const run_report &report)
+{
+    append(text, "time stamps: %s", name_of(report.timestamps));
+    const packet_counts &counts = report.total.counts;
+    if (report.timestamps != timestamp_source::user &&
+        (report.stamps.requests < counts.sent || report.stamps.replies < counts.received)) {
+        append(text, " (of %" PRIu64 " requests and %" PRIu64 " replies)", report.stamps.requests,
+               report.stamps.replies);
+    }
+    text += '\n';
+}
+
+/** "replies with DSCP EF and ECN ect0: 98". */
+void append_traffic_classes(std::string &text, const packet_counts &counts)
+{
+    for (std::size_t octet = 0; octet < counts.traffic_classes.size(); ++octet) {
+        if (counts.traffic_classes[octet] != 0) {
+            const auto value = static_cast<std::uint8_t>(octet);
+            append(text, "replies with DSCP %s and ECN %s: %" PRIu64 "\n", olv_net::dscp_name(value).c_str(),
+                   olv_net::ecn_name(value), counts.traffic_classes[octet]);
+        }
+    }
+}
+
+/** How far its one-way delays can be trusted, as the reflector says. */
+void append_clock(std::string &text, const clock_quality &clock)
+{
+    const char *state = "not synchronised";
+    if (clock.synchronized == clock.replies) {
+        state = "synchronised";
+    } else if (clock.synchronized != 0) {
+        state = "synchronised at times";
+    }
+    append(text, "the reflector calls its clock %s, wrong by at most %.1f microseconds\n", state,
+           microseconds(clock.greatest_error));
+}
+
 using figure = double (*)(const path_figures &);
 
 struct figure_row {
@@ -103,6 +142,7 @@ void append_table(std::string &text, const probe_figures &figures)
            "forward and backward contain the difference of the two clocks; if both ways\n"
            "take equally long, the reflector's is ahead by %.1f microseconds\n",
            microseconds(figures.clock_offset.value_or(0)));
+    append_clock(text, figures.counts.reflector_clock);
 }
 
 void append_senders(std::string &text, const std::vector<sender_report> &senders)
@@ -132,7 +172,7 @@ void append_senders(std::string &text, const std::vector<sender_report> &senders
 std::string announcement(const session_options &options)
 {
     std::string text;
-    if (!options.duration) {
+    if (!options.duration && !options.forever) {
         append(text, "%u ", options.count);
     }
     append(text, "packets of %zu octets to %s", options.size, options.reflector.text().c_str());
@@ -141,6 +181,9 @@ std::string announcement(const session_options &options)
     }
     if (options.duration) {
         append(text, " for %g s", std::chrono::duration<double>(*options.duration).count());
+    }
+    if (options.forever) {
+        text += " until stopped";
     }
     text += '\n';
     return text;
@@ -156,6 +199,11 @@ std::string text_report(const run_report &report)
            share(counts.reordered, counts.answered));
     append_hops(text, "forward", counts.request_ttl, report.options.ttl, "sent with");
     append_hops(text, "backward", counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum), "assumed");
+    append_traffic_classes(text, counts);
+    append_stamps(text, report);
+    if (report.options.forever && counts.sent > kept_packets) {
+        append(text, "delays: of the last %" PRIu32 " packets\n", kept_packets);
+    }
     if (counts.valid != 0) {
         append_table(text, report.total);
     }

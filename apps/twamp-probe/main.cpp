@@ -46,7 +46,7 @@ void print_csv(const probe &measuring)
     for (std::size_t session = 0; session < measuring.session_count(); ++session) {
         packets.push_back({.address = measuring.local_address(session), .result = &measuring.result(session)});
     }
-    write_csv(stdout, packets);
+    write_csv(stdout, packets, measuring.started());
 }
 
 void print_text(const run_report &report, const probe &measuring, bool with_histogram)

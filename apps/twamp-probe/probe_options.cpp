@@ -19,9 +19,9 @@ constexpr const char *examples =
     "Examples:\n"
     "  twamp-probe 127.0.0.1:8620\n"
     "  twamp-probe '[::1]:8620' --count 1000 --interval 0.5 --size 1400\n"
-    "  twamp-probe 192.0.2.1:862 --stamp --dscp 46\n"
-    "  twamp-probe reflector.example:862 -6 --duration 60 --senders 4 --plot delay.svg\n"
-    "  twamp-probe 192.0.2.1:862 --flood --window 128 --duration 5 --format json";
+    "  twamp-probe 192.0.2.1 --stamp --dscp EF\n"
+    "  twamp-probe reflector.example -6 --duration 60 --senders 4 --plot delay.svg\n"
+    "  twamp-probe 192.0.2.1 --flood --window 128 --duration 5 --format json";
 
 /** The command line as written. */
 struct raw_options {
@@ -48,8 +48,7 @@ std::optional<int> parse(const std::vector<std::string> &words, raw_options &raw
     olv_apps::command_line line{program_name, description};
     const olv_apps::command options = line.options();
     options
-        .add_option("ADDRESS:PORT", raw.address,
-                    "The reflector, an address or a name; IPv6 addresses in brackets")
+        .add_option("REFLECTOR", raw.address, "Its address or name, and its port, as in 192.0.2.1:8620 (862)")
         .required();
     const olv_apps::option ipv4 = options.add_flag("-4", raw.ipv4, "Take an IPv4 address of a name");
     options.add_flag("-6", raw.ipv6, "Take an IPv6 address of a name").excludes(ipv4);
@@ -79,7 +78,7 @@ int family_of(const raw_options &raw)
     if (raw.ipv4) {
         return AF_INET;
     }
-    return raw.ipv6 ? AF_INET6 : AF_UNSPEC;
+    return raw.ipv6 ? AF_INET6 : raw.session.family();
 }
 
 } // namespace
@@ -93,6 +92,7 @@ std::optional<int> read_options(const std::vector<std::string> &words, probe_opt
     try {
         options.reflector = parse_reflector_name(raw.address);
         options.session = raw.session.options();
+        options.family = family_of(raw);
         check_output(raw);
     } catch (const std::exception &error) {
         olv_apps::report_error(program_name, "%s", error.what());
@@ -100,7 +100,6 @@ std::optional<int> read_options(const std::vector<std::string> &words, probe_opt
     }
     static const std::map<std::string, output_format> formats{
         {"text", output_format::text}, {"json", output_format::json}, {"csv", output_format::csv}};
-    options.family = family_of(raw);
     options.format = formats.at(raw.format);
     options.histogram = raw.histogram;
     options.plot = raw.plot;

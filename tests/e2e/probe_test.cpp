@@ -266,8 +266,21 @@ TEST(ProbeEnd, BySignalShowsWhatThereIs)
 TEST(ProbeMistake, IsSaidInOneLine)
 {
     const std::pair<const char *, const char *> rows[] = {
-        {"", "ADDRESS:PORT is required; try twamp-probe --help"},
-        {"192.0.2.1", "address '192.0.2.1': no port; type 192.0.2.1:862"},
+        {"", "REFLECTOR is required; try twamp-probe --help"},
+        {"192.0.2.1:", "address '192.0.2.1:': there is no port after the ':'"},
+        {"127.0.0.1 --interval 0", "--interval: packets without an interval between them are a flood; use "
+                                   "--flood; try twamp-probe --help"},
+        {"127.0.0.1 --source 192.0.2.9", "192.0.2.9:0 is no address of this host"},
+        {"127.0.0.1 --source ::1",
+         "no IPv6 address for '127.0.0.1': Address family for hostname not supported"},
+        {"127.0.0.1 --source host", "address 'host': a source is an address, not a name"},
+        {"127.0.0.1 --source 127.0.0.1:65535 --senders 2",
+         "there are no 2 ports from 65535 on; use a lower one"},
+        {"127.0.0.1 --interface nowhere", "there is no interface 'nowhere'"},
+        {"127.0.0.1 --timestamps hardware",
+         "no hardware time stamps at lo: the interface has no clock that stamps packets; --timestamps kernel "
+         "takes the system's"},
+        {"127.0.0.1 --forever --count 5", "--count excludes --forever; try twamp-probe --help"},
         {"127.0.0.1:862 -6", "no IPv6 address for '127.0.0.1': Address family for hostname not supported"},
         {"127.0.0.1:862 -4 -6", "-4 excludes -6; try twamp-probe --help"},
         {"127.0.0.1:862 --nope", "The following argument was not expected: --nope; try twamp-probe --help"},
@@ -292,9 +305,11 @@ TEST(ProbeMistake, IsSaidInOneLine)
 TEST(ProbeMistake, OutsideOfARangeNamesTheOption)
 {
     for (const char *option :
-         {"--senders 0", "--senders 257", "--count 0", "--count 10000001", "--duration 0", "--duration nan",
-          "--interval -1", "--interval nan", "--window 0", "--window 65537", "--timeout nan", "--size 13",
-          "--size 65508", "--dscp 64", "--ttl 0", "--ttl 256", "--padding ones", "--format xml"}) {
+         {"--senders 0",    "--senders 257",  "--count 0",        "--count 10000001", "--duration 0",
+          "--duration nan", "--interval -1",  "--interval nan",   "--interval 0x",    "--window 0",
+          "--window 65537", "--timeout nan",  "--size 13",        "--size 65508",     "--dscp 64",
+          "--dscp AF14",    "--ecn 4",        "--schedule daily", "--timestamps gps", "--ttl 0",
+          "--ttl 256",      "--padding ones", "--format xml"}) {
         SCOPED_TRACE(option);
         const finished_program probe = twamp_probe(std::string("127.0.0.1:862 ") + option);
         EXPECT_EQ(probe.status, 2);

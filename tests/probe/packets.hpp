@@ -21,6 +21,7 @@ struct answer {
     std::int64_t sent_back = 0;
     std::uint8_t request_ttl = 255;
     std::uint8_t reply_ttl = 255;
+    std::uint8_t reply_traffic_class = 0;
 };
 
 /** A quarter of a second has a whole number of the wire's units. */
@@ -65,8 +66,8 @@ class scripted_session {
     std::optional<std::int64_t> receive(std::uint32_t sequence, const answer &given, std::int64_t after)
     {
         const std::vector<std::uint8_t> octets = reply(sequence, given);
-        return result.reply_received(
-            {octets, instant(sequence) + std::chrono::nanoseconds(after), given.reply_ttl});
+        return result.reply_received({octets, instant(sequence) + std::chrono::nanoseconds(after),
+                                      given.reply_ttl, given.reply_traffic_class});
     }
 
     [[nodiscard]] steady_clock::time_point instant(std::uint32_t number) const
@@ -92,7 +93,8 @@ class scripted_session {
 inline scripted_session example()
 {
     scripted_session session{4};
-    session.receive(3, {.number = 0, .request_ttl = 250, .reply_ttl = 60}, 100'000);
+    session.receive(3, {.number = 0, .request_ttl = 250, .reply_ttl = 60, .reply_traffic_class = 0xBA},
+                    100'000);
     session.receive(3, {.number = 0}, 200'000);
     session.receive(0, {.number = 2}, 300'000);
     session.receive(1, {.number = 2}, 300'000);
