@@ -113,6 +113,8 @@ class measurement {
     [[nodiscard]] steady_clock::time_point oldest_departure() const;
     /** How many requests, from the first one on, were answered or expired or are kept no longer. */
     [[nodiscard]] std::uint64_t settled() const { return oldest_; }
+    /** Whether oldest_departure() has something to tell. */
+    [[nodiscard]] bool has_unsettled() const { return oldest_ < counts_.sent; }
     /** Requests that were neither answered nor expired. */
     [[nodiscard]] std::uint64_t on_their_way() const { return counts_.lost() - expired_; }
 

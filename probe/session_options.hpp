@@ -5,6 +5,7 @@
 #ifndef OLV_PROBE_SESSION_OPTIONS_HPP
 #define OLV_PROBE_SESSION_OPTIONS_HPP
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -65,7 +66,7 @@ struct session_options {
     /** Packets of each sender that are kept for the figures. */
     [[nodiscard]] std::size_t packets_to_keep() const
     {
-        return forever ? kept_packets / senders : maximum_packets;
+        return forever ? std::max(kept_packets / senders, window.value_or(0)) : maximum_packets;
     }
 };
 

@@ -75,7 +75,7 @@ void test_session::begin(steady_clock::time_point start, std::chrono::nanosecond
 
 bool test_session::is_sending_over(steady_clock::time_point now) const
 {
-    return given_up_ || measurement_.counts().sent >= options_.packet_limit() ||
+    return given_up_ || sending_ended_ || measurement_.counts().sent >= options_.packet_limit() ||
            (options_.duration && now >= start_ + *options_.duration);
 }
 
@@ -85,7 +85,7 @@ bool test_session::is_finished(steady_clock::time_point now) const
         return false;
     }
     // With nobody at the port there is nothing to wait for.
-    return measurement_.counts().lost() == 0 || (refusal_ != 0 && measurement_.counts().received == 0) ||
+    return measurement_.on_their_way() == 0 || (refusal_ != 0 && measurement_.counts().received == 0) ||
            now >= last_departure_ + options_.timeout;
 }
 
@@ -97,6 +97,12 @@ bool test_session::is_window_full() const
 bool test_session::is_due(steady_clock::time_point now) const
 {
     return !is_sending_over(now) && now >= next_departure_ && !is_window_full();
+}
+
+steady_clock::time_point test_session::next_settling() const
+{
+    return measurement_.has_unsettled() ? measurement_.oldest_departure() + options_.timeout
+                                        : steady_clock::time_point::max();
 }
 
 void test_session::send_due(steady_clock::time_point now)

@@ -43,6 +43,10 @@ class test_session {
     [[nodiscard]] steady_clock::time_point next_action(steady_clock::time_point now) const;
     /** Give up on the requests that were sent so long ago that none is waited for. */
     void settle(steady_clock::time_point now) { measurement_.expire(now - options_.timeout); }
+    /** When the next request is given up, unless it is answered; call settle() before. */
+    [[nodiscard]] steady_clock::time_point next_settling() const;
+    /** Send no more, and wait for the replies. */
+    void end_sending() { sending_ended_ = true; }
     [[nodiscard]] bool is_sending_over(steady_clock::time_point now) const;
 
     [[nodiscard]] const measurement &result() const { return measurement_; }
@@ -74,6 +78,7 @@ class test_session {
     packet_times times_;
     int refusal_ = 0;
     bool socket_full_ = false;
+    bool sending_ended_ = false;
     bool given_up_ = false; ///< The system took no packets for the whole time-out.
 };
 

@@ -115,6 +115,7 @@ json of_figures(const probe_figures &figures, unsigned ttl)
                    {"lost", counts.lost()},
                    {"lost_percent", percent(counts.lost(), counts.sent)},
                    {"duplicates", counts.duplicates},
+                   {"forgotten", counts.forgotten},
                    {"reordered", counts.reordered},
                    {"reordered_percent", percent(counts.reordered, counts.answered)},
                    {"sender_ttl_changed", counts.other_ttl},
@@ -162,7 +163,26 @@ json of_options(const session_options &options)
 
 } // namespace
 
-std::string json_report(const run_report &report)
+std::string interval_json(const interval_figures &figures, std::uint64_t started)
+{
+    using seconds = std::chrono::duration<double>;
+    const json line = {{"interval",
+                        {{"started", utc_text(started + static_cast<std::uint64_t>(figures.from.count()))},
+                         {"from_s", seconds(figures.from).count()},
+                         {"to_s", seconds(figures.to).count()}}},
+                       {"sent", figures.sent},
+                       {"valid", figures.valid},
+                       {"invalid", figures.answered - figures.valid},
+                       {"lost", figures.lost()},
+                       {"duplicates", figures.duplicates},
+                       {"reordered", figures.reordered},
+                       {"round_trip_us", of_distribution(figures.of(path::round_trip))},
+                       {"forward_us", of_distribution(figures.of(path::forward))},
+                       {"backward_us", of_distribution(figures.of(path::backward))}};
+    return line.dump() + '\n';
+}
+
+std::string json_report(const run_report &report, bool on_a_line)
 {
     json senders = json::array();
     for (const sender_report &sender : report.senders) {
@@ -182,7 +202,7 @@ std::string json_report(const run_report &report)
                            {"total", of_figures(report.total, report.options.ttl)},
                            {"senders", senders}};
     // The name of a network interface, which an address may contain, can be any octets.
-    return document.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
+    return document.dump(on_a_line ? -1 : 2, ' ', false, json::error_handler_t::replace) + '\n';
 }
 
 } // namespace olv_probe

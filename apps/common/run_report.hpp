@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "probe/interval_figures.hpp"
 #include "probe/packet_stamps.hpp"
 #include "probe/probe_figures.hpp"
 #include "probe/session_options.hpp"

@@ -29,8 +29,8 @@ std::string reason_against_interval(const std::string &value)
     if (milliseconds == 0 && end != value.c_str()) {
         return "packets without an interval between them are a flood; use --flood";
     }
-    const bool is_good = *end == 0 && milliseconds >= 0.000001 && milliseconds <= longest;
-    return is_good ? "" : "Value " + value + " not in range 0.000001 to 3600000";
+    const bool is_good = *end == 0 && milliseconds >= 0.001 && milliseconds <= longest;
+    return is_good ? "" : "Value " + value + " not in range 0.001 to 3600000";
 }
 
 void check_source_ports(const olv_net::socket_address &source, unsigned senders)

@@ -29,6 +29,9 @@ void append_counts(std::string &text, const run_report &report)
     }
     append(text, "lost: %" PRIu64 " (%.2f %%)\n", counts.lost(), share(counts.lost(), counts.sent));
     append(text, "duplicates: %" PRIu64 "\n", counts.duplicates);
+    if (counts.forgotten != 0) {
+        append(text, "replies to packets that are kept no longer: %" PRIu64 "\n", counts.forgotten);
+    }
     if (counts.other_ttl != 0) {
         append(text, "sender TTL not %u: %" PRIu64 "\n", unsigned{report.options.ttl}, counts.other_ttl);
     }
@@ -187,6 +190,23 @@ std::string announcement(const session_options &options)
     }
     text += '\n';
     return text;
+}
+
+std::string interval_text(const interval_figures &figures)
+{
+    using seconds = std::chrono::duration<double>;
+    std::string text;
+    append(text, "%.2f to %.2f s: sent %" PRIu64 " lost %" PRIu64, seconds(figures.from).count(),
+           seconds(figures.to).count(), figures.sent, figures.lost());
+    if (figures.answered != figures.valid) {
+        append(text, " invalid %" PRIu64, figures.answered - figures.valid);
+    }
+    if (const distribution &round_trip = figures.of(path::round_trip); round_trip.count != 0) {
+        append(text, ", min %.1f median %.1f p99 %.1f max %.1f us", microseconds(round_trip.minimum),
+               microseconds(round_trip.percentiles[percentile_50]),
+               microseconds(round_trip.percentiles[percentile_99]), microseconds(round_trip.maximum));
+    }
+    return text + '\n';
 }
 
 std::string text_report(const run_report &report)

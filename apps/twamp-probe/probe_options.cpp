@@ -1,5 +1,6 @@
 #include "apps/twamp-probe/probe_options.hpp"
 
+#include <cstdio>
 #include <map>
 #include <stdexcept>
 
@@ -30,8 +31,10 @@ struct raw_options {
     bool ipv6 = false;
     session_input session;
     std::string format = "text";
+    std::optional<double> report_interval_seconds;
     bool histogram = false;
     std::string plot;
+    bool version = false;
 };
 
 void add_output_options(olv_apps::command to, raw_options &raw)
@@ -39,6 +42,9 @@ void add_output_options(olv_apps::command to, raw_options &raw)
     to.add_option("--format", raw.format,
                   "What to print: text, json, or csv with a line for each packet (text)")
         .one_of({"text", "json", "csv"});
+    to.add_option("--report-interval", raw.report_interval_seconds,
+                  "Print a line of figures for each interval of so many seconds, too")
+        .number_between(0.01, 86'400);
     to.add_flag("--histogram", raw.histogram, "Print a histogram of the round trips, too; with text only");
     to.add_option("--plot", raw.plot, "Draw the round trips over time and their histogram: FILE.svg, FILE.png");
 }
@@ -54,6 +60,7 @@ std::optional<int> parse(const std::vector<std::string> &words, raw_options &raw
     options.add_flag("-6", raw.ipv6, "Take an IPv6 address of a name").excludes(ipv4);
     add_session_options(options, raw.session);
     add_output_options(options, raw);
+    options.add_flag("--version", raw.version, "Print the version");
     options.end_help_with(examples);
     return line.read_or_report(program_name, words);
 }
@@ -67,6 +74,9 @@ void check_output(const raw_options &raw)
 {
     if (raw.histogram && raw.format != "text") {
         throw std::runtime_error("--histogram goes with --format text alone, not with " + raw.format);
+    }
+    if (raw.report_interval_seconds && raw.format == "csv") {
+        throw std::runtime_error("--report-interval goes with --format text or json, not with csv");
     }
     if (!raw.plot.empty() && !ends_with_name(raw.plot, ".svg") && !ends_with_name(raw.plot, ".png")) {
         throw std::runtime_error("cannot draw '" + raw.plot + "': the name has to end in .svg or .png");
@@ -85,6 +95,10 @@ int family_of(const raw_options &raw)
 
 std::optional<int> read_options(const std::vector<std::string> &words, probe_options &options)
 {
+    if (!words.empty() && words.front() == "--version") {
+        std::printf("%s %s\n", program_name, OLV_TWAMP_VERSION);
+        return olv_apps::exit_good;
+    }
     raw_options raw;
     if (const std::optional<int> status = parse(words, raw)) {
         return status;
@@ -101,6 +115,10 @@ std::optional<int> read_options(const std::vector<std::string> &words, probe_opt
     static const std::map<std::string, output_format> formats{
         {"text", output_format::text}, {"json", output_format::json}, {"csv", output_format::csv}};
     options.format = formats.at(raw.format);
+    if (raw.report_interval_seconds) {
+        options.report_interval =
+            std::chrono::nanoseconds(static_cast<std::int64_t>(*raw.report_interval_seconds * 1e9));
+    }
     options.histogram = raw.histogram;
     options.plot = raw.plot;
     return std::nullopt;

@@ -81,8 +81,10 @@ TWAMP_PROBE = [
     ("twamp-probe --plot fol", ["folder"], "twamp-probe --plot folder/|"),
     ("twamp-probe --plot tou", [], "twamp-probe --plot tou|"),
     ("twamp-probe -", ["-4", "-6", "--count", "--dont-fragment", "--dscp", "--duration", "--ecn", "--flood", "--forever", "--format",
-                       "--help", "--histogram", "--interface", "--interval", "--padding", "--plot", "--schedule",
-                       "--senders", "--size", "--source", "--stamp", "--timeout", "--timestamps", "--ttl", "--window"], "twamp-probe -|"),
+                       "--help", "--histogram", "--interface", "--interval", "--padding", "--plot",
+                       "--report-interval", "--schedule",
+                       "--senders", "--size", "--source", "--stamp", "--timeout", "--timestamps", "--ttl", "--version",
+                       "--window"], "twamp-probe -|"),
 ]
 
 

@@ -249,7 +249,7 @@ TEST(ProbeEnd, AtAClosedPort)
 
 TEST(ProbeEnd, BySignalShowsWhatThereIs)
 {
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         loopback_socket reflector;
         child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --interval 100000 --format json")};
         reflector.answer(reply_to(reflector.receive()));
@@ -259,6 +259,82 @@ TEST(ProbeEnd, BySignalShowsWhatThereIs)
         EXPECT_THAT(finished.output, HasSubstr("\n  \"interrupted\": true,\n"));
         EXPECT_THAT(finished.output, HasSubstr("\n    \"sent\": 1,\n"));
     }
+}
+
+TEST(ProbeEnd, OfARunWithoutAnEndIsASignal)
+{
+    loopback_socket reflector;
+    child_program probe{
+        TWAMP_PROBE, words_of(reflector.address() + " --forever --interval 100000 --timeout 60 --format json")};
+    const octets request = reflector.receive();
+    probe.send_signal(SIGTERM);
+    EXPECT_TRUE(probe.wait_until_asleep()); // for the reply
+    reflector.answer(reply_to(request));
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.errors, "");
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("\n    \"forever\": true,\n    \"kept_packets\": 1000000\n"));
+    EXPECT_THAT(finished.output, HasSubstr("\n  \"interrupted\": false,\n"));
+    EXPECT_THAT(finished.output, HasSubstr("\n    \"valid\": 1,\n"));
+}
+
+TEST(ProbeEnd, OfARunWithoutAnEndIsAtOnceAfterTwoSignals)
+{
+    loopback_socket reflector;
+    child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --forever --timeout 3600")};
+    (void)reflector.receive();
+    probe.send_signal(SIGINT);
+    const auto is_silent = [&] { return !reflector.receive_within(milliseconds(100)); };
+    EXPECT_TRUE(holds_in_time(is_silent)); // it waits for replies
+    const finished_program finished = probe.stop(SIGINT);
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.errors, HasSubstr("interrupted\n"));
+}
+
+TEST(ProbeSignal, HangupIsIgnoredWhereNohupSaysSo)
+{
+    loopback_socket reflector;
+    child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --count 2 --interval 200 --timeout 60"),
+                        [] { return std::signal(SIGHUP, SIG_IGN) != SIG_ERR; }};
+    reflector.answer(reply_to(reflector.receive()));
+    probe.send_signal(SIGHUP);
+    reflector.answer(reply_to(reflector.receive()));
+    EXPECT_EQ(probe.wait().status, 0);
+}
+
+TEST(ProbeSignal, ShowsTheFiguresSoFar)
+{
+    loopback_socket reflector;
+    child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --count 2 --interval 200 --timeout 60")};
+    reflector.answer(reply_to(reflector.receive()));
+    probe.send_signal(SIGUSR1);
+    (void)probe.wait_for_line("sent: 1", stream::errors);
+    reflector.answer(reply_to(reflector.receive()));
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("sent: 2\nreceived: 2\nvalid: 2\n"));
+}
+
+TEST(ProbeIntervals, HaveALineEach)
+{
+    control_program control{"--listen 127.0.0.1:0"};
+    const std::string line = control.address() + " --duration 0.75 --report-interval 0.3 --timeout 60";
+    const finished_program text = twamp_probe(line);
+    EXPECT_EQ(text.status, 0);
+    EXPECT_THAT(text.output, ContainsRegex("\n0.00 to 0.30 s: sent [0-9]+ lost 0, min [0-9.]+ median [0-9.]+ "
+                                           "p99 [0-9.]+ max [0-9.]+ us\n0.30 to 0.60 s: (.*\n)+sent: "));
+    const finished_program json = twamp_probe(line + " --format json");
+    EXPECT_EQ(json.status, 0);
+    EXPECT_GE(count_lines(json.output, "{\"interval\":{\"started\":\"20"), 3);
+    EXPECT_EQ(count_lines(json.output, "{\"options\":{\"reflector\":"), 1);
+    EXPECT_EQ(count_lines(json.output, ""), count_lines(json.output, "{\"interval\"") + 1);
+}
+
+TEST(ProbeVersion, IsThatOfTheOtherProgram)
+{
+    const finished_program probe = twamp_probe("--version");
+    EXPECT_THAT(probe.output, StartsWith("twamp-probe "));
+    EXPECT_EQ(probe, prints("twamp-probe " + twampctl("--version").output.substr(9)));
 }
 
 // Mistakes
@@ -293,6 +369,8 @@ TEST(ProbeMistake, IsSaidInOneLine)
         {"127.0.0.1:862 --stamp --padding random",
          "a STAMP packet is filled with zeros; leave --padding or --stamp out"},
         {"127.0.0.1:862 --histogram --format json", "--histogram goes with --format text alone, not with json"},
+        {"127.0.0.1 --report-interval 1 --format csv",
+         "--report-interval goes with --format text or json, not with csv"},
         {"127.0.0.1:862 --plot delay.jpg", "cannot draw 'delay.jpg': the name has to end in .svg or .png"},
         {"127.0.0.1:862 --plot .svg", "cannot draw '.svg': the name has to end in .svg or .png"},
         {"127.255.255.255:862", "cannot reach 127.255.255.255:862: Permission denied"},

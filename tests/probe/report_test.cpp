@@ -165,7 +165,7 @@ TEST(Json, HasTheFigures)
 TEST(Json, HasItsNamesInTheirOrderAndNullForWhatWasNotMeasured)
 {
     const std::string figures = R"("sent": 0, "received": 0, "valid": 0, "invalid": 0, "faults": {}, "lost": 0,
-        "lost_percent": null, "duplicates": 0, "reordered": 0, "reordered_percent": null, "sender_ttl_changed": 0,
+        "lost_percent": null, "duplicates": 0, "forgotten": 0, "reordered": 0, "reordered_percent": null, "sender_ttl_changed": 0,
         "hops_forward": null, "hops_backward": null, "reply_traffic_classes": [],
         "round_trip_us": {"delay": null, "ipdv": null, "pdv": null},
         "forward_us": {"delay": null, "ipdv": null, "pdv": null},
