@@ -139,20 +139,20 @@ void packet_stamps::take_departures(int socket, measurement &sent)
 
 void packet_stamps::correct(std::uint32_t key, steady_clock::time_point left, measurement &sent)
 {
-    // Some systems number packets, too, that they then refuse: a number that was not sent yet, or long after it
-    // seems to have left, is that of a packet before.
     for (;; ++skipped_keys_) {
         const std::uint32_t number = key - skipped_keys_;
-        if (static_cast<std::int32_t>(number - sent.sent()) >= 0) {
-            continue;
-        }
+        const bool is_sent = static_cast<std::int32_t>(number - sent.sent()) < 0;
         const std::optional<steady_clock::time_point> departure = sent.departure_of(number);
-        if (!departure) {
-            return;
+        if (is_sent && !departure) {
+            return; // kept no longer
         }
-        if (left - *departure >= -inaccuracy) {
+        if (departure && left - *departure >= -inaccuracy) {
             sent.correct_departure(number, left - *departure);
             ++counts_.requests;
+            return;
+        }
+        // Some systems number packets, too, that they then refuse: then it is a packet before.
+        if (skipped_keys_ == refused_) {
             return;
         }
     }

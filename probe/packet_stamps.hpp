@@ -35,6 +35,8 @@ class packet_stamps {
 
     /** The first packet leaves from now on. */
     void begin() { clock_.read(read_clocks()); }
+    /** The system did not take a packet. */
+    void note_refused() { ++refused_; }
     /** When a datagram that has just been read came. */
     [[nodiscard]] steady_clock::time_point arrival_of(msghdr &message);
     /** Correct the departures of what has left since the last call. */
@@ -49,7 +51,8 @@ class packet_stamps {
     stamp_clock clock_;
     std::unique_ptr<hardware_clock> hardware_;
     stamp_counts counts_;
-    std::uint32_t skipped_keys_ = 0; ///< That the system used up for packets which it then refused.
+    std::uint32_t refused_ = 0;      ///< Packets that were not sent.
+    std::uint32_t skipped_keys_ = 0; ///< Numbers that the system used up for them.
 };
 
 } // namespace olv_probe

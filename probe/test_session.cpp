@@ -136,6 +136,7 @@ bool test_session::try_to_send()
             next_departure_ += options_.window ? std::chrono::nanoseconds(0) : times_.next();
             return true;
         }
+        stamps_.note_refused();
         if (errno == EAGAIN || errno == ENOBUFS || errno == EINTR) {
             socket_full_ = errno == EAGAIN;
             return false;

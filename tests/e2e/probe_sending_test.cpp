@@ -184,10 +184,14 @@ void store_now(octets &reply, std::size_t place)
                                                                    static_cast<std::uint32_t>(now.tv_nsec)));
 }
 
-/** The backward delay of a packet whose reply comes while the program does not run, in microseconds.
- *  @param answered  Microseconds that the reply took to leave. @param stood  That the program stood after it.
- */
-double backward_of_a_stopped_probe(const std::string &timestamps, double &answered, double &stood)
+/** A packet whose reply came while the program did not run; in microseconds. */
+struct stopped_run {
+    double backward = 0;
+    double answered = 0; ///< How long the reply took to leave.
+    double stood = 0;    ///< How long the program stood after that.
+};
+
+stopped_run with_a_stopped_probe(const std::string &timestamps)
 {
     using clock = std::chrono::steady_clock;
     using microseconds = std::chrono::duration<double, std::micro>;
@@ -209,8 +213,6 @@ double backward_of_a_stopped_probe(const std::string &timestamps, double &answer
     std::this_thread::sleep_until(sent + std::chrono::milliseconds(100)); // so long it stands
     const clock::time_point before_it_goes_on = clock::now();
     probe.send_signal(SIGCONT);
-    answered = microseconds(sent - begun).count();
-    stood = microseconds(before_it_goes_on - sent).count();
     const finished_program finished = probe.wait();
     EXPECT_EQ(finished.status, 0) << finished.errors;
     const std::string line = finished.output.substr(finished.output.find(",1,"));
@@ -218,16 +220,18 @@ double backward_of_a_stopped_probe(const std::string &timestamps, double &answer
     for (int column = 0; column < 6; ++column) { // sequence, sent, result, round trip, forward, backward
         place = line.find(',', place) + 1;
     }
-    return std::stod(line.substr(place));
+    return {.backward = std::stod(line.substr(place)),
+            .answered = microseconds(sent - begun).count(),
+            .stood = microseconds(before_it_goes_on - sent).count()};
 }
 
 TEST(ProbeTimestamps, OfTheKernelDoNotDependOnWhenTheProgramRuns)
 {
     constexpr double inaccuracy = 50; // microseconds
-    double answered = 0;
-    double stood = 0;
-    EXPECT_LE(backward_of_a_stopped_probe("kernel", answered, stood), answered + inaccuracy);
-    EXPECT_GE(backward_of_a_stopped_probe("user", answered, stood), stood - inaccuracy);
+    const stopped_run kernel = with_a_stopped_probe("kernel");
+    EXPECT_LE(kernel.backward, kernel.answered + inaccuracy);
+    const stopped_run user = with_a_stopped_probe("user");
+    EXPECT_GE(user.backward, user.stood - inaccuracy);
 }
 
 TEST(ProbeTimestamps, AreTheKernelsUnlessOthersAreChosen)
