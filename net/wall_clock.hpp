@@ -31,6 +31,13 @@ namespace olv_net {
                                static_cast<std::uint32_t>(time.tv_nsec));
 }
 
+/** @param nanoseconds  Since 1970. */
+[[nodiscard]] inline ntp_time ntp_time_of(std::uint64_t nanoseconds)
+{
+    return ntp_time::from_unix(nanoseconds / 1000000000u,
+                               static_cast<std::uint32_t>(nanoseconds % 1000000000u));
+}
+
 } // namespace olv_net
 
 #endif

@@ -32,12 +32,38 @@ nanoseconds resolution_of(std::span<const std::uint8_t> reply)
 
 void measurement::request_sent(wire::ntp_time departure, steady_clock::time_point instant)
 {
+    if (records_.size() >= to_keep_) {
+        forget_oldest();
+    }
     packet_record &record = records_.emplace_back();
     record.departure = departure.units();
     record.sent_at = nanoseconds(instant - start_).count();
     first_departure_ = first_departure_.value_or(departure);
     watch_sender_clock(departure, nanoseconds(record.sent_at));
     ++counts_.sent;
+}
+
+void measurement::forget_oldest()
+{
+    const packet_record &oldest = records_.front();
+    expired_ += oldest.answered || oldest.expired ? 0 : 1;
+    records_.pop_front();
+    ++forgotten_;
+    oldest_ = std::max(oldest_, forgotten_);
+}
+
+std::optional<steady_clock::time_point> measurement::departure_of(std::uint32_t sequence) const
+{
+    const packet_record *const record = find(sequence);
+    return record == nullptr ? std::nullopt : std::optional(start_ + nanoseconds(record->sent_at));
+}
+
+void measurement::correct_departure(std::uint32_t sequence, nanoseconds later)
+{
+    packet_record &record = *find(sequence);
+    record.sent_at += later.count();
+    record.forward += -later.count();
+    record.round_trip += record.measured ? -later.count() : 0;
 }
 
 /** Compares the wall clock with the monotonic one. */
@@ -55,8 +81,8 @@ void measurement::watch_sender_clock(wire::ntp_time departure, nanoseconds sent_
 void measurement::expire(steady_clock::time_point instant)
 {
     const std::int64_t limit = nanoseconds(instant - start_).count();
-    for (; oldest_ < sent(); ++oldest_) {
-        packet_record &record = records_[oldest_];
+    for (; oldest_ < counts_.sent; ++oldest_) {
+        packet_record &record = records_[oldest_ - forgotten_];
         if (record.answered) {
             continue;
         }
@@ -70,7 +96,7 @@ void measurement::expire(steady_clock::time_point instant)
 
 steady_clock::time_point measurement::oldest_departure() const
 {
-    return start_ + nanoseconds(records_[oldest_].sent_at);
+    return start_ + nanoseconds(records_[oldest_ - forgotten_].sent_at);
 }
 
 // ---------------------------------------------------------------------------------------------------------
@@ -123,9 +149,10 @@ packet_record *measurement::match(std::span<const std::uint8_t> reply)
         counts_.count(reply_fault::too_short);
         return nullptr;
     }
-    packet_record *const record = find(wire::load_32(&reply[reply_field::sender_sequence_number]));
+    const std::uint32_t sequence = wire::load_32(&reply[reply_field::sender_sequence_number]);
+    packet_record *const record = find(sequence);
     if (record == nullptr) {
-        counts_.count(reply_fault::sender_sequence);
+        count_unknown(sequence);
         return nullptr;
     }
     // Sequence numbers can be guessed, time stamps cannot. A reflector that returned the stamp of one request
@@ -149,6 +176,16 @@ packet_record *measurement::match(std::span<const std::uint8_t> reply)
     }
 }
 
+/** What is far behind the next number was sent, and what is ahead of it never was. */
+void measurement::count_unknown(std::uint32_t sequence)
+{
+    if (sequence - sent() >= half_circle && counts_.sent >= sent() - sequence) {
+        ++counts_.forgotten;
+    } else {
+        counts_.count(reply_fault::sender_sequence);
+    }
+}
+
 void measurement::count_duplicate(std::uint32_t number, packet_record &record)
 {
     ++counts_.duplicates;
@@ -159,13 +196,14 @@ void measurement::count_duplicate(std::uint32_t number, packet_record &record)
 void measurement::forget_replies()
 {
     expired_ = 0;
-    std::uint32_t place = 0;
+    std::uint64_t number = forgotten_;
     for (packet_record &record : records_) {
         packet_record kept;
         kept.departure = record.departure;
         kept.sent_at = record.sent_at;
+        kept.forward = record.measured ? short_delay{} : record.forward; // of its departure
         // The window went on without it.
-        kept.expired = record.expired || place++ < oldest_;
+        kept.expired = record.expired || number++ < oldest_;
         expired_ += kept.expired;
         record = kept;
     }
@@ -231,6 +269,8 @@ void measurement::accept(const received_reply &reply, packet_record &record)
         record.request_ttl = reply.octets[reply_field::sender_ttl];
     }
     record.reply_ttl = reply.ttl;
+    record.reply_traffic_class = reply.traffic_class;
+    ++counts_.traffic_classes[reply.traffic_class];
     if (record.request_ttl != 0) {
         counts_.other_ttl += record.request_ttl != ttl_ ? 1 : 0;
         counts_.request_ttl.add(record.request_ttl);
@@ -248,6 +288,9 @@ void measurement::measure(const received_reply &reply, const reflector_times &ti
     record.measured = true;
     record.one_way_measured = true;
     ++counts_.measured;
+    if (!record.faults().has(reply_fault::error_estimate)) {
+        counts_.reflector_clock.add(wire::load_16(&reply.octets[reply_field::error_estimate]));
+    }
     scale_ = times.scale;
     watch_reflector_clock(reply, times, record);
 }
@@ -296,10 +339,11 @@ void measurement::note(session_event::kind what, std::uint32_t sequence, nanosec
 
 std::vector<packet_range> measurement::periods() const
 {
-    std::vector<std::uint32_t> begins{0};
+    std::vector<std::size_t> begins{0};
     for (const session_event &event : events_) {
-        if (event.what != session_event::kind::reflector_restart) {
-            begins.push_back(event.sequence);
+        const std::size_t place = place_of(event.sequence);
+        if (event.what != session_event::kind::reflector_restart && place < records_.size()) {
+            begins.push_back(place);
         }
     }
     std::sort(begins.begin(), begins.end());
@@ -307,7 +351,7 @@ std::vector<packet_range> measurement::periods() const
     std::vector<packet_range> ranges;
     for (std::size_t index = 0; index < begins.size(); ++index) {
         ranges.push_back(
-            {.begin = begins[index], .end = index + 1 < begins.size() ? begins[index + 1] : sent()});
+            {.begin = begins[index], .end = index + 1 < begins.size() ? begins[index + 1] : records_.size()});
     }
     return ranges;
 }
@@ -315,22 +359,22 @@ std::vector<packet_range> measurement::periods() const
 /** One that has a higher number than the reply to any later request. */
 std::uint64_t measurement::overtaken_forward() const
 {
-    std::vector<std::uint32_t> beginnings;
+    std::vector<std::size_t> beginnings;
     for (const session_event &event : events_) {
         if (event.what == session_event::kind::reflector_restart) {
-            beginnings.push_back(event.sequence);
+            beginnings.push_back(place_of(event.sequence));
         }
     }
     std::uint64_t overtaken = 0;
     std::optional<std::uint32_t> lowest;
-    for (std::uint32_t sequence = sent(); sequence-- > 0;) {
-        const packet_record &record = records_[sequence];
+    for (std::size_t place = records_.size(); place-- > 0;) {
+        const packet_record &record = records_[place];
         if (record.answered && !record.faults().has(reply_fault::reflector_sequence)) {
             const bool above = lowest && record.reflector_number - *lowest - 1 < half_circle;
             overtaken += above ? 1 : 0;
             lowest = above ? lowest : record.reflector_number;
         }
-        if (std::find(beginnings.begin(), beginnings.end(), sequence) != beginnings.end()) {
+        if (std::find(beginnings.begin(), beginnings.end(), place) != beginnings.end()) {
             lowest.reset();
         }
     }
@@ -343,8 +387,8 @@ std::uint64_t measurement::overtaken_forward() const
 
 void measurement::append_delays(path which, packet_range of, std::vector<std::int64_t> &samples) const
 {
-    for (std::uint32_t sequence = of.begin; sequence < std::min(of.end, sent()); ++sequence) {
-        if (const packet_record &record = records_[sequence]; record.has(which)) {
+    for (std::size_t place = of.begin; place < std::min(of.end, records_.size()); ++place) {
+        if (const packet_record &record = records_[place]; record.has(which)) {
             samples.push_back(record.delay(which));
         }
     }
@@ -353,8 +397,8 @@ void measurement::append_delays(path which, packet_range of, std::vector<std::in
 void measurement::append_delay_variation(path which, packet_range of, std::vector<std::int64_t> &samples) const
 {
     const packet_record *before = nullptr;
-    for (std::uint32_t sequence = of.begin; sequence < std::min(of.end, sent()); ++sequence) {
-        const packet_record &record = records_[sequence];
+    for (std::size_t place = of.begin; place < std::min(of.end, records_.size()); ++place) {
+        const packet_record &record = records_[place];
         if (before != nullptr && before->has(which) && record.has(which)) {
             samples.push_back(record.delay(which) - before->delay(which));
         }

@@ -26,10 +26,10 @@ namespace olv_probe {
 
 using steady_clock = std::chrono::steady_clock;
 
-/** Packets of a session, by sequence number. */
+/** Packets of a session, by their places among those that are kept. */
 struct packet_range {
-    std::uint32_t begin = 0;
-    std::uint32_t end = UINT32_MAX; ///< Not among them.
+    std::size_t begin = 0;
+    std::size_t end = SIZE_MAX; ///< Not among them.
 };
 
 /** A datagram and what the system says about it. */
@@ -37,6 +37,7 @@ struct received_reply {
     std::span<const std::uint8_t> octets;
     steady_clock::time_point instant;
     std::uint8_t ttl = 0; ///< 0: not known.
+    std::uint8_t traffic_class = 0;
 };
 
 /** How replies are judged. */
@@ -56,8 +57,14 @@ class measurement {
 
     /** Times of records count from here. */
     void begin(steady_clock::time_point start) { start_ = start; }
+    /** Keep so many requests, the last ones. */
+    void keep(std::size_t requests) { to_keep_ = requests; }
     /** The next request, numbered by sent(), left at @p departure on the wall clock and @p instant. */
     void request_sent(olv_net::ntp_time departure, steady_clock::time_point instant);
+    /** @return Nothing: the request is kept no longer. */
+    [[nodiscard]] std::optional<steady_clock::time_point> departure_of(std::uint32_t sequence) const;
+    /** A request that departure_of() knows left so much later than was said when it was sent. */
+    void correct_departure(std::uint32_t sequence, std::chrono::nanoseconds later);
     /** @return The round trip, in nanoseconds, of a first reply that has one. */
     std::optional<std::int64_t> reply_received(const received_reply &reply);
 
@@ -65,16 +72,24 @@ class measurement {
     void expire(steady_clock::time_point instant);
     /** When the oldest request on its way was sent; call expire() before. Only with some on their way. */
     [[nodiscard]] steady_clock::time_point oldest_departure() const;
+    /** How many requests, from the first one on, were answered or expired or are kept no longer. */
+    [[nodiscard]] std::uint64_t settled() const { return oldest_; }
+    /** Whether oldest_departure() has something to tell. */
+    [[nodiscard]] bool has_unsettled() const { return oldest_ < counts_.sent; }
     /** Requests that were neither answered nor expired. */
     [[nodiscard]] std::uint64_t on_their_way() const { return counts_.lost() - expired_; }
 
-    [[nodiscard]] std::uint32_t sent() const { return static_cast<std::uint32_t>(records_.size()); }
+    /** The next request's number, which begins anew after 2^32. */
+    [[nodiscard]] std::uint32_t sent() const { return static_cast<std::uint32_t>(counts_.sent); }
+    /** Of how many requests there is no record any more. */
+    [[nodiscard]] std::uint64_t forgotten() const { return forgotten_; }
     [[nodiscard]] const packet_counts &counts() const { return counts_; }
     [[nodiscard]] const std::deque<packet_record> &records() const { return records_; }
-    /** Nothing, if the request was not sent. */
+    /** Nothing, if the request was not sent, or is kept no longer. */
     [[nodiscard]] const packet_record *find(std::uint32_t sequence) const
     {
-        return sequence < records_.size() ? &records_[sequence] : nullptr;
+        const std::size_t place = place_of(sequence);
+        return place < records_.size() ? &records_[place] : nullptr;
     }
     /** In the order in which they were noticed. */
     [[nodiscard]] const std::vector<session_event> &events() const { return events_; }
@@ -99,6 +114,12 @@ class measurement {
     {
         return const_cast<packet_record *>(std::as_const(*this).find(sequence));
     }
+    [[nodiscard]] std::size_t place_of(std::uint32_t sequence) const
+    {
+        return static_cast<std::uint32_t>(sequence - static_cast<std::uint32_t>(forgotten_));
+    }
+    void forget_oldest();
+    void count_unknown(std::uint32_t sequence);
     [[nodiscard]] packet_record *match(std::span<const std::uint8_t> reply);
     void forget_replies();
     void count_duplicate(std::uint32_t number, packet_record &record);
@@ -115,7 +136,10 @@ class measurement {
     std::uint8_t ttl_;
     judging judged_;
     steady_clock::time_point start_;
-    std::deque<packet_record> records_; ///< By sequence number. Never moved: it may be hundreds of megabytes.
+    /** By sequence number, after the forgotten ones. Never moved: it may be hundreds of megabytes. */
+    std::deque<packet_record> records_;
+    std::uint64_t forgotten_ = 0;
+    std::size_t to_keep_ = SIZE_MAX;
     packet_counts counts_;
     std::optional<olv_net::ntp_time> first_departure_;
     arrival_order order_;
@@ -128,8 +152,8 @@ class measurement {
     std::vector<session_event> events_;
     bool stamps_return_ = false;     ///< A reply had the very stamp of its request.
     bool matched_by_number_ = false; ///< A reply with a wrong stamp was taken for an answer.
-    std::uint32_t oldest_ = 0;       ///< All records before are answered or expired.
-    std::uint64_t expired_ = 0;      ///< Records that are expired and not answered.
+    std::uint64_t oldest_ = 0;       ///< All requests before are answered or expired.
+    std::uint64_t expired_ = 0;      ///< Requests that are expired and not answered.
 };
 
 } // namespace olv_probe

@@ -37,6 +37,11 @@ void packet_counts::add(const packet_counts &other)
     restarts += other.restarts;
     request_ttl.add(other.request_ttl);
     reply_ttl.add(other.reply_ttl);
+    forgotten += other.forgotten;
+    reflector_clock.add(other.reflector_clock);
+    for (std::size_t octet = 0; octet < traffic_classes.size(); ++octet) {
+        traffic_classes[octet] += other.traffic_classes[octet];
+    }
     for (std::size_t fault = 0; fault < faults.size(); ++fault) {
         faults[fault] += other.faults[fault];
     }
@@ -47,6 +52,7 @@ void packet_counts::forget_replies()
     packet_counts left;
     left.sent = sent;
     left.received = received;
+    left.forgotten = forgotten;
     left.faults = faults;
     *this = left;
 }

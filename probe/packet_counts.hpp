@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 
+#include "probe/clock_quality.hpp"
 #include "probe/reply_fault.hpp"
 
 namespace olv_probe {
@@ -35,10 +36,14 @@ struct packet_counts {
     std::uint64_t restarts = 0;  ///< Of the reflector's numbers.
     ttl_range request_ttl;       ///< Of valid and odd replies: as the reflector saw the request.
     ttl_range reply_ttl;         ///< Of valid and odd replies: as they came here.
+    std::uint64_t forgotten = 0; ///< Replies to requests that are kept no longer.
+    /** Valid and odd replies by the DSCP and ECN that they came with: the octet of the IP header. */
+    std::array<std::uint64_t, 256> traffic_classes{};
+    clock_quality reflector_clock; ///< Of replies that were measured.
     std::array<std::uint64_t, reply_fault_count> faults{};
 
     [[nodiscard]] std::uint64_t of(reply_fault fault) const { return faults[static_cast<std::size_t>(fault)]; }
-    [[nodiscard]] std::uint64_t invalid() const { return received - valid - odd - duplicates; }
+    [[nodiscard]] std::uint64_t invalid() const { return received - valid - odd - duplicates - forgotten; }
     [[nodiscard]] std::uint64_t lost() const { return sent - answered; }
     void count(reply_fault fault) { ++faults[static_cast<std::size_t>(fault)]; }
     void count(fault_set some);

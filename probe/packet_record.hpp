@@ -51,7 +51,8 @@ struct packet_record {
     std::uint8_t request_ttl = 0;       ///< 0: not known.
     std::uint8_t reply_ttl = 0;         ///< 0: not known.
     std::uint32_t reflector_number = 0; ///< The reply's own sequence number.
-    std::uint32_t fault_bits : 24 = 0;
+    std::uint32_t fault_bits : 18 = 0;
+    std::uint32_t reply_traffic_class : 8 = 0;
     std::uint32_t answered : 1 = 0;
     std::uint32_t late : 1 = 0;
     std::uint32_t expired : 1 = 0;          ///< Left the window unanswered.
@@ -59,7 +60,7 @@ struct packet_record {
     std::uint32_t one_way_measured : 1 = 0; ///< There are one-way delays.
 
     [[nodiscard]] fault_set faults() const { return fault_set{fault_bits}; }
-    void set_faults(fault_set faults) { fault_bits = faults.bits() & 0xFFFFFFu; }
+    void set_faults(fault_set faults) { fault_bits = faults.bits() & 0x3FFFFu; }
     [[nodiscard]] bool is_valid() const { return answered && faults().is_empty(); }
     [[nodiscard]] bool has(path which) const { return which == path::round_trip ? measured : one_way_measured; }
     /** Only of what it has. */
@@ -76,7 +77,7 @@ struct packet_record {
     }
 };
 
-static_assert(sizeof(packet_record) == 40 && reply_fault_count <= 24);
+static_assert(sizeof(packet_record) == 40 && static_cast<unsigned>(reply_fault::too_short) <= 18);
 
 } // namespace olv_probe
 

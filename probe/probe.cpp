@@ -27,7 +27,8 @@ probe::probe(const session_options &options)
     : options_(options), stop_event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     for (unsigned sender = 0; sender < options.senders; ++sender) {
-        sessions_.push_back(std::make_unique<test_session>(options));
+        sessions_.push_back(std::make_unique<test_session>(options, sender));
+        results_.push_back(&sessions_.back()->result());
     }
 }
 
@@ -37,6 +38,26 @@ void probe::on_progress(std::chrono::nanoseconds pause, std::function<void(const
     show_ = std::move(show);
 }
 
+void probe::on_interval(std::chrono::nanoseconds length, std::function<void(const interval_figures &)> show)
+{
+    intervals_.emplace(length, sessions_.size());
+    show_interval_ = std::move(show);
+}
+
+void probe::on_readable(int descriptor, std::function<void()> act)
+{
+    readers_.emplace_back(descriptor, std::move(act));
+}
+
+void probe::end_sending()
+{
+    const steady_clock::time_point now = steady_clock::now();
+    for (const auto &session : sessions_) {
+        session->settle(now);
+        session->end_sending();
+    }
+}
+
 bool probe::run(int stop_descriptor)
 {
     begin();
@@ -44,6 +65,7 @@ bool probe::run(int stop_descriptor)
         receive_all();
         const steady_clock::time_point now = steady_clock::now();
         publish(now);
+        show_intervals(now, is_finished(now));
         if (is_finished(now)) {
             return true;
         }
@@ -51,6 +73,7 @@ bool probe::run(int stop_descriptor)
         if (wait(stop_descriptor)) {
             receive_all();
             publish(steady_clock::now());
+            show_intervals(steady_clock::now(), true);
             return false;
         }
     }
@@ -58,7 +81,9 @@ bool probe::run(int stop_descriptor)
 
 void probe::begin()
 {
-    start_ = steady_clock::now();
+    const olv_net::clock_reading now = read_clocks();
+    start_ = instant_of(now);
+    started_ = now.wall_nanoseconds;
     if (show_) {
         next_show_ = start_ + pause_;
     }
@@ -101,7 +126,10 @@ bool probe::wait(int stop_descriptor)
     watched_.clear();
     watched_.push_back({.fd = stop_descriptor, .events = POLLIN, .revents = 0});
     watched_.push_back({.fd = stop_event_.number(), .events = POLLIN, .revents = 0});
-    steady_clock::time_point until = next_show_;
+    for (const auto &[descriptor, act] : readers_) {
+        watched_.push_back({.fd = descriptor, .events = POLLIN, .revents = 0});
+    }
+    steady_clock::time_point until = next_look(now);
     for (const auto &session : sessions_) {
         watched_.push_back({.fd = session->descriptor(), .events = session->awaited_events(now), .revents = 0});
         until = std::min(until, session->next_action(now));
@@ -110,7 +138,42 @@ bool probe::wait(int stop_descriptor)
     if (ppoll(watched_.data(), watched_.size(), &limit, nullptr) < 0 && errno != EINTR) {
         throw std::runtime_error(std::string("cannot wait for replies: ") + std::strerror(errno));
     }
+    for (std::size_t index = 0; index < readers_.size(); ++index) {
+        if (watched_[2 + index].revents != 0) {
+            readers_[index].second();
+        }
+    }
     return watched_[0].revents != 0 || watched_[1].revents != 0;
+}
+
+steady_clock::time_point probe::next_look(steady_clock::time_point now) const
+{
+    if (!intervals_) {
+        return next_show_;
+    }
+    steady_clock::time_point next = start_ + intervals_->end();
+    if (next <= now) { // it waits for the last replies
+        next = steady_clock::time_point::max();
+        for (const auto &session : sessions_) {
+            next = std::min(next, session->next_settling());
+        }
+    }
+    return std::min(next, next_show_);
+}
+
+void probe::show_intervals(steady_clock::time_point now, bool ended)
+{
+    if (!intervals_) {
+        return;
+    }
+    bool sending_over = true;
+    for (const auto &session : sessions_) {
+        session->settle(now);
+        sending_over = sending_over && session->is_sending_over(now);
+    }
+    while (const auto figures = intervals_->next(results_, now - start_, sending_over, ended)) {
+        show_interval_(*figures);
+    }
 }
 
 void probe::publish(steady_clock::time_point now)
@@ -165,16 +228,22 @@ std::optional<std::chrono::nanoseconds> probe::latest_round_trip() const
 
 probe_figures probe::figures() const
 {
-    std::vector<const measurement *> results;
-    for (const auto &session : sessions_) {
-        results.push_back(&session->result());
-    }
-    return figures_of(results);
+    return figures_of(results_);
 }
 
 const measurement &probe::result(std::size_t session) const
 {
     return sessions_[session]->result();
+}
+
+stamp_counts probe::stamps() const
+{
+    stamp_counts all;
+    for (const auto &session : sessions_) {
+        all.requests += session->stamps().counts().requests;
+        all.replies += session->stamps().counts().replies;
+    }
+    return all;
 }
 
 int probe::refusal() const

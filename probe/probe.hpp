@@ -18,11 +18,13 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <poll.h>
 
 #include "net/descriptor.hpp"
+#include "probe/interval_figures.hpp"
 #include "probe/probe_figures.hpp"
 #include "probe/session_options.hpp"
 #include "probe/test_session.hpp"
@@ -47,6 +49,11 @@ class probe {
     /** Have run() call this, in its thread, about as often as @p pause says. */
     void on_progress(std::chrono::nanoseconds pause, std::function<void(const probe_progress &)> show);
 
+    /** Have run() call this, in its thread, for each interval of this length: see interval_sequence. */
+    void on_interval(std::chrono::nanoseconds length, std::function<void(const interval_figures &)> show);
+    /** Have run() call this, in its thread, each time that there is something to read. */
+    void on_readable(int descriptor, std::function<void()> act);
+
     /**
      * Send everything and wait for the replies, until the time-out after the last packet at the latest.
      * @param stop_descriptor  Something to poll: ends the run once it is readable; -1: nothing.
@@ -57,6 +64,8 @@ class probe {
     bool run(int stop_descriptor = -1);
     /** End run(), from any thread or signal handler, also before it begins. */
     void stop() const;
+    /** From what run() calls: send no more, but wait for the replies as if all had been sent. */
+    void end_sending();
 
     /** Sessions, with their sockets' addresses as "127.0.0.1:40000" or "[::1]:40000"; from any thread. */
     [[nodiscard]] std::size_t session_count() const { return sessions_.size(); }
@@ -73,6 +82,11 @@ class probe {
     /** After run(): what a host on the way answered instead of the reflector, as errno; 0: nothing. */
     [[nodiscard]] int refusal() const;
     [[nodiscard]] std::chrono::nanoseconds elapsed() const { return elapsed_; }
+    /** When it began: nanoseconds since 1970. */
+    [[nodiscard]] std::uint64_t started() const { return started_; }
+    /** Who takes the times, and of how many packets of all sessions. */
+    [[nodiscard]] timestamp_source timestamps() const { return sessions_.front()->stamps().source(); }
+    [[nodiscard]] stamp_counts stamps() const;
 
   private:
     void begin();
@@ -81,6 +95,8 @@ class probe {
     void send_all_due(steady_clock::time_point now);
     /** @return Whether to stop. */
     [[nodiscard]] bool wait(int stop_descriptor);
+    [[nodiscard]] steady_clock::time_point next_look(steady_clock::time_point now) const;
+    void show_intervals(steady_clock::time_point now, bool ended);
     void publish(steady_clock::time_point now);
 
     static constexpr std::int64_t no_round_trip = INT64_MIN;
@@ -88,10 +104,15 @@ class probe {
     const session_options options_;
     std::vector<std::unique_ptr<test_session>> sessions_;
     std::vector<pollfd> watched_;
+    std::vector<const measurement *> results_; ///< Of the sessions.
+    std::optional<interval_sequence> intervals_;
+    std::function<void(const interval_figures &)> show_interval_;
+    std::vector<std::pair<int, std::function<void()>>> readers_;
     std::function<void(const probe_progress &)> show_;
     std::chrono::nanoseconds pause_{0};
     steady_clock::time_point next_show_ = steady_clock::time_point::max();
     steady_clock::time_point start_;
+    std::uint64_t started_ = 0;
     std::chrono::nanoseconds elapsed_{0};
     std::int64_t latest_round_trip_ = no_round_trip;
     olv_net::descriptor stop_event_;

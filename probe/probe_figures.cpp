@@ -39,8 +39,8 @@ std::optional<std::int64_t> estimate_clock_offset(const std::vector<part> &parts
 {
     const packet_record *quickest = nullptr;
     for (const part &each : parts) {
-        for (std::uint32_t sequence = each.range.begin; sequence < each.range.end; ++sequence) {
-            const packet_record &record = each.session->records()[sequence];
+        for (std::size_t place = each.range.begin; place < each.range.end; ++place) {
+            const packet_record &record = each.session->records()[place];
             if (record.has(path::forward) &&
                 (quickest == nullptr || record.round_trip < quickest->round_trip)) {
                 quickest = &record;
@@ -74,7 +74,7 @@ std::vector<period_figures> figures_of_periods(std::span<const measurement *cons
         const part &first = parts.front();
         const std::int64_t at =
             first.range.begin < first.range.end ? first.session->records()[first.range.begin].sent_at : 0;
-        figures.push_back({.begin = first.range.begin,
+        figures.push_back({.begin = first.session->forgotten() + first.range.begin,
                            .at = std::chrono::nanoseconds(at),
                            .forward = figures_of_path(parts, path::forward),
                            .backward = figures_of_path(parts, path::backward),
@@ -120,7 +120,7 @@ probe_figures figures_of(std::span<const measurement *const> sessions)
     for (const measurement *session : sessions) {
         result.counts.add(session->counts());
         add_ways(*session, result);
-        whole.push_back({.session = session, .range = {.begin = 0, .end = session->sent()}});
+        whole.push_back({.session = session, .range = {.begin = 0, .end = session->records().size()}});
     }
     result.round_trip = figures_of_path(whole, path::round_trip);
     result.periods = figures_of_periods(sessions);

@@ -24,7 +24,7 @@ struct path_figures {
 
 /** Between two settings of a clock, or before the first, or after the last. */
 struct period_figures {
-    std::uint32_t begin = 0;        ///< The first session's first request in it.
+    std::uint64_t begin = 0;        ///< The first session's first request in it.
     std::chrono::nanoseconds at{0}; ///< When that was sent.
     path_figures forward;
     path_figures backward;

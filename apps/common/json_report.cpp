@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "net/traffic_class.hpp"
+
 namespace olv_probe {
 namespace {
 
@@ -103,6 +105,22 @@ json of_periods(const std::vector<period_figures> &periods)
     return list;
 }
 
+/** What the IP headers of replies said. */
+json of_traffic_classes(const packet_counts &counts)
+{
+    json classes = json::array();
+    for (std::size_t octet = 0; octet < counts.traffic_classes.size(); ++octet) {
+        if (counts.traffic_classes[octet] != 0) {
+            const auto value = static_cast<std::uint8_t>(octet);
+            classes.push_back({{"dscp", value >> 2},
+                               {"dscp_name", olv_net::dscp_name(value)},
+                               {"ecn", olv_net::ecn_name(value)},
+                               {"replies", counts.traffic_classes[octet]}});
+        }
+    }
+    return classes;
+}
+
 json of_counts(const packet_counts &counts, unsigned ttl)
 {
     return {{"sent", counts.sent},
@@ -115,11 +133,24 @@ json of_counts(const packet_counts &counts, unsigned ttl)
             {"lost", counts.lost()},
             {"lost_percent", percent(counts.lost(), counts.sent)},
             {"duplicates", counts.duplicates},
+            {"forgotten", counts.forgotten},
             {"reordered", counts.reordered},
             {"reordered_percent", percent(counts.reordered, counts.answered)},
             {"sender_ttl_changed", counts.other_ttl},
             {"hops_forward", of_ttl(counts.request_ttl, ttl)},
-            {"hops_backward", of_ttl(counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum))}};
+            {"hops_backward", of_ttl(counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum))},
+            {"reply_traffic_classes", of_traffic_classes(counts)}};
+}
+
+json of_clock(const clock_quality &clock)
+{
+    if (clock.replies == 0) {
+        return nullptr;
+    }
+    return {{"replies", clock.replies},
+            {"synchronized", clock.synchronized},
+            {"error_us_min", microseconds(clock.least_error)},
+            {"error_us_max", microseconds(clock.greatest_error)}};
 }
 
 json of_figures(const probe_figures &figures, unsigned ttl)
@@ -142,6 +173,7 @@ json of_figures(const probe_figures &figures, unsigned ttl)
     result["time_scale"] = scale == time_scale::none ? json(nullptr) : json(name_of(scale));
     result["events"] = of_events(figures.events);
     result["periods"] = of_periods(figures.periods);
+    result["reflector_clock"] = of_clock(figures.counts.reflector_clock);
     return result;
 }
 
@@ -154,15 +186,23 @@ json of_options(const session_options &options)
                    {"ptp", options.ptp},
                    {"strict", options.strict},
                    {"dscp", options.dscp},
+                   {"ecn", olv_net::ecn_name(options.ecn)},
                    {"ttl", options.ttl},
+                   {"dont_fragment", options.dont_fragment},
+                   {"source", options.source ? json(options.source->text()) : json(nullptr)},
+                   {"interface", options.interface.empty() ? json(nullptr) : json(options.interface)},
                    {"timeout_s", std::chrono::duration<double>(options.timeout).count()}};
     if (options.window) {
         result["window"] = *options.window;
     } else {
         result["interval_ms"] = std::chrono::duration<double, std::milli>(options.interval).count();
+        result["schedule"] = name_of(options.schedule);
     }
     if (options.duration) {
         result["duration_s"] = std::chrono::duration<double>(*options.duration).count();
+    } else if (options.forever) {
+        result["forever"] = true;
+        result["kept_packets"] = kept_packets;
     } else {
         result["count"] = options.count;
     }
@@ -171,7 +211,26 @@ json of_options(const session_options &options)
 
 } // namespace
 
-std::string json_report(const run_report &report)
+std::string interval_json(const interval_figures &figures, std::uint64_t started)
+{
+    using seconds = std::chrono::duration<double>;
+    const json line = {{"interval",
+                        {{"started", utc_text(started + static_cast<std::uint64_t>(figures.from.count()))},
+                         {"from_s", seconds(figures.from).count()},
+                         {"to_s", seconds(figures.to).count()}}},
+                       {"sent", figures.sent},
+                       {"valid", figures.valid},
+                       {"invalid", figures.answered - figures.valid},
+                       {"lost", figures.lost()},
+                       {"duplicates", figures.duplicates},
+                       {"reordered", figures.reordered},
+                       {"round_trip_us", of_distribution(figures.of(path::round_trip))},
+                       {"forward_us", of_distribution(figures.of(path::forward))},
+                       {"backward_us", of_distribution(figures.of(path::backward))}};
+    return line.dump() + '\n';
+}
+
+std::string json_report(const run_report &report, bool on_a_line)
 {
     json senders = json::array();
     for (const sender_report &sender : report.senders) {
@@ -180,13 +239,18 @@ std::string json_report(const run_report &report)
         senders.push_back(entry);
     }
     const json document = {{"options", of_options(report.options)},
+                           {"started", utc_text(report.started)},
                            {"elapsed_s", std::chrono::duration<double>(report.elapsed).count()},
                            {"interrupted", report.interrupted},
                            {"refused", report.refused},
+                           {"timestamps",
+                            {{"source", name_of(report.timestamps)},
+                             {"requests", report.stamps.requests},
+                             {"replies", report.stamps.replies}}},
                            {"total", of_figures(report.total, report.options.ttl)},
                            {"senders", senders}};
     // The name of a network interface, which an address may contain, can be any octets.
-    return document.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
+    return document.dump(on_a_line ? -1 : 2, ' ', false, json::error_handler_t::replace) + '\n';
 }
 
 } // namespace olv_probe

@@ -21,33 +21,50 @@ struct text_parts {
     std::string_view port;
 };
 
+/** @return With an empty port where none is written. */
 text_parts split(std::string_view text)
 {
-    const std::string default_port = ":" + std::to_string(olv_net::default_port);
     if (text.starts_with('[')) {
         const std::size_t end = text.find(']');
         if (end == std::string_view::npos) {
-            reject("address", text, "the ']' after the IPv6 address is missing, as in [::1]" + default_port);
+            reject("address", text, "the ']' after the IPv6 address is missing, as in [::1]");
         }
-        if (end + 1 == text.size() || text[end + 1] != ':') {
-            reject("address", text, "no port; type " + std::string(text.substr(0, end + 1)) + default_port);
+        const std::string_view rest = text.substr(end + 1);
+        if (!rest.empty() && (rest.front() != ':' || rest.size() == 1)) {
+            reject("address", text, "only ':' and a port can follow the ']'");
         }
-        return {text.substr(1, end - 1), text.substr(end + 2)};
+        return {text.substr(1, end - 1), rest.empty() ? rest : rest.substr(1)};
     }
     const std::size_t colon = text.find(':');
     if (colon == std::string_view::npos) {
-        reject("address", text, "no port; type " + std::string(text) + default_port);
+        return {text, {}};
     }
     if (text.find(':', colon + 1) != std::string_view::npos) {
-        reject("address", text, "an IPv6 address is written in brackets, as in [::1]" + default_port);
+        return {text, {}}; // an IPv6 address without a port
+    }
+    if (colon + 1 == text.size()) {
+        reject("address", text, "there is no port after the ':'");
     }
     return {text.substr(0, colon), text.substr(colon + 1)};
+}
+
+/** Of the text where it has one. */
+std::uint16_t port_of(std::string_view text, std::string_view port, std::uint16_t otherwise)
+{
+    if (port.empty()) {
+        return otherwise;
+    }
+    const std::optional<std::uint16_t> written = olv_net::parse_port(port);
+    if (!written) {
+        reject("address", text, "the port has to be a number from 1 to 65535");
+    }
+    return *written;
 }
 
 void check_host(std::string_view text, const std::string &host)
 {
     if (host.empty()) {
-        reject("address", text, "there is no address before the port");
+        reject("address", text, text.empty() ? "it is empty" : "there is no address before the port");
     }
     in_addr ipv4{};
     const bool looks_like_ipv4 = host.find_first_not_of("0123456789.") == std::string::npos;
@@ -56,6 +73,12 @@ void check_host(std::string_view text, const std::string &host)
     }
     if (text.starts_with('[') && host.find(':') == std::string::npos) {
         reject("address", text, "'" + host + "' is not an IPv6 address; only those stand in brackets");
+    }
+    in6_addr ipv6{};
+    const std::string without_zone = host.substr(0, host.find('%'));
+    if (host.find(':') != std::string::npos && inet_pton(AF_INET6, without_zone.c_str(), &ipv6) != 1) {
+        reject("address", text,
+               "'" + host + "' is not an IPv6 address; before a port it stands in brackets, as in [::1]:862");
     }
 }
 
@@ -77,16 +100,27 @@ reflector_name parse_reflector_name(std::string_view text)
 {
     olv_net::reject_zero_bytes("address", text);
     const text_parts parts = split(text);
-    const std::optional<std::uint16_t> port = olv_net::parse_port(parts.port);
-    if (!port) {
-        reject("address", text, "the port has to be a number from 1 to 65535");
-    }
-    reflector_name name{.host = std::string(parts.host), .port = *port};
+    reflector_name name{.host = std::string(parts.host),
+                        .port = port_of(text, parts.port, olv_net::default_port)};
     check_host(text, name.host);
     if (name.port == 0) {
         throw std::runtime_error(std::string(text) + ": port 0 cannot be sent to");
     }
     return name;
+}
+
+olv_net::socket_address parse_source(std::string_view text)
+{
+    olv_net::reject_zero_bytes("address", text);
+    const text_parts parts = split(text);
+    const std::string host{parts.host};
+    const std::string port = std::to_string(port_of(text, parts.port, 0));
+    check_host(text, host);
+    const bool ipv6 = host.find(':') != std::string::npos;
+    if (!ipv6 && host.find_first_not_of("0123456789.") != std::string::npos) {
+        reject("address", text, "a source is an address, not a name");
+    }
+    return olv_net::parse_socket_address((ipv6 ? "[" + host + "]" : host) + ":" + port);
 }
 
 olv_net::socket_address resolve(const reflector_name &name, int family)

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 
 #include <poll.h>
 #include <pthread.h>
@@ -13,22 +12,26 @@
 namespace olv_apps {
 namespace {
 
-sigset_t watched_signals()
+/** nohup has programs go on after a hangup. */
+bool is_ignored_hangup(int signal)
 {
-    sigset_t signals;
-    (void)sigemptyset(&signals); // these calls fail for unknown signals only
-    (void)sigaddset(&signals, SIGINT);
-    (void)sigaddset(&signals, SIGTERM);
-    return signals;
+    struct sigaction action {};
+    return signal == SIGHUP && sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
 } // namespace
 
-signal_watch::signal_watch()
+signal_watch::signal_watch(std::initializer_list<int> signals)
 {
-    const sigset_t signals = watched_signals();
-    if (pthread_sigmask(SIG_BLOCK, &signals, nullptr) == 0) {
-        descriptor_ = olv_net::descriptor{signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK)};
+    sigset_t watched{};
+    (void)sigemptyset(&watched); // these calls fail for unknown signals only
+    for (const int each : signals) {
+        if (!is_ignored_hangup(each)) {
+            (void)sigaddset(&watched, each);
+        }
+    }
+    if (pthread_sigmask(SIG_BLOCK, &watched, nullptr) == 0) {
+        descriptor_ = olv_net::descriptor{signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK)};
     }
 }
 

@@ -1,22 +1,24 @@
 /**
  * @file signal_watch.hpp
- * SIGINT and SIGTERM as something to poll for.
+ * Signals as something to poll for.
  */
 #ifndef OLV_APPS_SIGNAL_WATCH_HPP
 #define OLV_APPS_SIGNAL_WATCH_HPP
 
 #include <chrono>
+#include <csignal>
+#include <initializer_list>
 #include <optional>
 
 #include "net/descriptor.hpp"
 
 namespace olv_apps {
 
-/** Blocks both signals while it lives, so that none is lost between two waits. Make it before any thread is
+/** Blocks the signals while it lives, so that none is lost between two waits. Make it before any thread is
  *  started: threads inherit the mask. */
 class signal_watch {
   public:
-    signal_watch();
+    explicit signal_watch(std::initializer_list<int> signals = {SIGINT, SIGTERM});
 
     /** Readable once a signal came; -1 when there is none because of an error. */
     [[nodiscard]] int descriptor() const { return descriptor_.number(); }

@@ -3,6 +3,7 @@
 #include <cinttypes>
 
 #include "apps/common/formatted.hpp"
+#include "net/traffic_class.hpp"
 
 namespace olv_probe {
 namespace {
@@ -54,6 +55,9 @@ void append_counts(std::string &text, const run_report &report)
     append_ways(text, report.total.lost);
     append(text, "duplicates: %" PRIu64 "\n", counts.duplicates);
     append_ways(text, report.total.duplicates);
+    if (counts.forgotten != 0) {
+        append(text, "replies to packets that are kept no longer: %" PRIu64 "\n", counts.forgotten);
+    }
     if (counts.other_ttl != 0) {
         append(text, "sender TTL not %u: %" PRIu64 "\n", unsigned{report.options.ttl}, counts.other_ttl);
     }
@@ -114,6 +118,44 @@ void append_hops(std::string &text, const char *way, const ttl_range &ttl, unsig
            hops_from(initial, ttl.minimum), unsigned{ttl.minimum}, unsigned{ttl.maximum}, of, initial);
 }
 
+/** "time stamps: kernel". What has none is measured by the program's clock. */
+void append_stamps(std::string &text, const run_report &report)
+{
+    append(text, "time stamps: %s", name_of(report.timestamps));
+    const packet_counts &counts = report.total.counts;
+    if (report.timestamps != timestamp_source::user &&
+        (report.stamps.requests < counts.sent || report.stamps.replies < counts.received)) {
+        append(text, " (of %" PRIu64 " requests and %" PRIu64 " replies)", report.stamps.requests,
+               report.stamps.replies);
+    }
+    text += '\n';
+}
+
+/** "replies with DSCP EF and ECN ect0: 98". */
+void append_traffic_classes(std::string &text, const packet_counts &counts)
+{
+    for (std::size_t octet = 0; octet < counts.traffic_classes.size(); ++octet) {
+        if (counts.traffic_classes[octet] != 0) {
+            const auto value = static_cast<std::uint8_t>(octet);
+            append(text, "replies with DSCP %s and ECN %s: %" PRIu64 "\n", olv_net::dscp_name(value).c_str(),
+                   olv_net::ecn_name(value), counts.traffic_classes[octet]);
+        }
+    }
+}
+
+/** How far its one-way delays can be trusted, as the reflector says. */
+void append_clock(std::string &text, const clock_quality &clock)
+{
+    const char *state = "not synchronised";
+    if (clock.synchronized == clock.replies) {
+        state = "synchronised";
+    } else if (clock.synchronized != 0) {
+        state = "synchronised at times";
+    }
+    append(text, "the reflector calls its clock %s, wrong by at most %.1f microseconds\n", state,
+           microseconds(clock.greatest_error));
+}
+
 using figure = double (*)(const path_figures &);
 
 struct figure_row {
@@ -172,6 +214,7 @@ void append_table(std::string &text, const probe_figures &figures)
                "forward and backward contain the difference of the two clocks; if both ways\n"
                "take equally long, the reflector's is ahead by %.1f microseconds\n",
                microseconds(whole->clock_offset.value_or(0)));
+        append_clock(text, figures.counts.reflector_clock);
     }
 }
 
@@ -188,7 +231,7 @@ void append_periods(std::string &text, const std::vector<period_figures> &period
         return;
     }
     for (const period_figures &period : periods) {
-        append(text, "one-way delays in microseconds from packet %u on:", period.begin);
+        append(text, "one-way delays in microseconds from packet %" PRIu64 " on:", period.begin);
         if (!period.clock_offset) {
             text += " not measured\n";
             continue;
@@ -231,7 +274,7 @@ void append_senders(std::string &text, const std::vector<sender_report> &senders
 std::string announcement(const session_options &options)
 {
     std::string text;
-    if (!options.duration) {
+    if (!options.duration && !options.forever) {
         append(text, "%u ", options.count);
     }
     append(text, "packets of %zu octets to %s", options.size, options.reflector.text().c_str());
@@ -241,8 +284,28 @@ std::string announcement(const session_options &options)
     if (options.duration) {
         append(text, " for %g s", std::chrono::duration<double>(*options.duration).count());
     }
+    if (options.forever) {
+        text += " until stopped";
+    }
     text += '\n';
     return text;
+}
+
+std::string interval_text(const interval_figures &figures)
+{
+    using seconds = std::chrono::duration<double>;
+    std::string text;
+    append(text, "%.2f to %.2f s: sent %" PRIu64 " lost %" PRIu64, seconds(figures.from).count(),
+           seconds(figures.to).count(), figures.sent, figures.lost());
+    if (figures.answered != figures.valid) {
+        append(text, " invalid %" PRIu64, figures.answered - figures.valid);
+    }
+    if (const distribution &round_trip = figures.of(path::round_trip); round_trip.count != 0) {
+        append(text, ", min %.1f median %.1f p99 %.1f max %.1f us", microseconds(round_trip.minimum),
+               microseconds(round_trip.percentiles[percentile_50]),
+               microseconds(round_trip.percentiles[percentile_99]), microseconds(round_trip.maximum));
+    }
+    return text + '\n';
 }
 
 std::string text_report(const run_report &report)
@@ -259,6 +322,11 @@ std::string text_report(const run_report &report)
     append_events(text, report.total.events);
     append_hops(text, "forward", counts.request_ttl, report.options.ttl, "sent with");
     append_hops(text, "backward", counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum), "assumed");
+    append_traffic_classes(text, counts);
+    append_stamps(text, report);
+    if (report.options.forever && counts.sent > kept_packets) {
+        append(text, "delays: of the last %" PRIu32 " packets\n", kept_packets);
+    }
     if (counts.measured != 0) {
         append_table(text, report.total);
         append_periods(text, report.total.periods);

@@ -13,6 +13,8 @@ namespace olv_probe {
 
 /** "100 packets of 41 octets to 127.0.0.1:8620", with its newline: said before measuring. */
 [[nodiscard]] std::string announcement(const session_options &options);
+/** A line: what happened to the packets of an interval. */
+[[nodiscard]] std::string interval_text(const interval_figures &figures);
 [[nodiscard]] std::string text_report(const run_report &report);
 
 } // namespace olv_probe

@@ -20,7 +20,7 @@ struct sender_packets {
 };
 
 /** A line of names, and one for each packet sent. */
-void write_csv(std::FILE *output, const std::vector<sender_packets> &senders);
+void write_csv(std::FILE *output, const std::vector<sender_packets> &senders, std::uint64_t started);
 
 } // namespace olv_probe
 

@@ -2,7 +2,9 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "apps/common/errors.hpp"
 #include "apps/common/json_report.hpp"
@@ -26,12 +28,60 @@ struct ending {
     std::string error; ///< Why the system ended it, if it did.
 };
 
-/** @throw std::exception  The system refuses before anything was sent. */
-ending measure(probe &measuring, const session_options &options, const olv_apps::signal_watch &signals)
+/** A line for each interval, at once. */
+void show_intervals(const probe_options &options, probe &measuring)
 {
-    const progress_line line{options, measuring};
+    if (options.report_interval) {
+        measuring.on_interval(*options.report_interval, [&](const interval_figures &figures) {
+            const std::string line = options.format == output_format::json
+                                         ? interval_json(figures, measuring.started())
+                                         : interval_text(figures);
+            (void)std::fputs(line.c_str(), stdout); // an error shows when the output is ended
+            (void)std::fflush(stdout);              // as above
+        });
+    }
+}
+
+/** SIGUSR1 shows the figures so far where they disturb no other output. */
+void show_when_asked(const probe_options &options, probe &measuring, const olv_apps::signal_watch &asked)
+{
+    measuring.on_readable(asked.descriptor(), [&] {
+        (void)asked.take(); // once is enough
+        const std::string text = text_report(report_of(measuring, options.session, true));
+        (void)std::fprintf(stderr, "\n%s", text.c_str()); // whoever asked asks again
+    });
+}
+
+/** A signal ends what has no end of its own: the replies to the last packets are waited for, unless another
+ *  signal comes. */
+void end_when_told(probe &measuring, const olv_apps::signal_watch &signals)
+{
+    measuring.on_readable(signals.descriptor(), [&, ending = false]() mutable {
+        (void)signals.take(); // which one does not matter
+        if (std::exchange(ending, true)) {
+            measuring.stop();
+        } else {
+            measuring.end_sending();
+        }
+    });
+}
+
+/** @throw std::exception  The system refuses before anything was sent. */
+ending measure(const probe_options &options, probe &measuring, const olv_apps::signal_watch &signals,
+               const olv_apps::signal_watch &asked)
+{
+    std::optional<progress_line> line;
+    if (options.report_interval) {
+        show_intervals(options, measuring);
+    } else {
+        line.emplace(options.session, measuring);
+    }
+    show_when_asked(options, measuring, asked);
+    if (options.session.forever) {
+        end_when_told(measuring, signals);
+    }
     try {
-        return {.complete = measuring.run(signals.descriptor()), .error = ""};
+        return {.complete = measuring.run(options.session.forever ? -1 : signals.descriptor()), .error = ""};
     } catch (const std::exception &error) {
         if (measuring.progress().sent == 0) {
             throw;
@@ -46,7 +96,7 @@ void print_csv(const probe &measuring)
     for (std::size_t session = 0; session < measuring.session_count(); ++session) {
         packets.push_back({.address = measuring.local_address(session), .result = &measuring.result(session)});
     }
-    write_csv(stdout, packets);
+    write_csv(stdout, packets, measuring.started());
 }
 
 void print_text(const run_report &report, const probe &measuring, bool with_histogram)
@@ -68,7 +118,7 @@ void print(const probe_options &options, const run_report &report, const probe &
 {
     switch (options.format) {
     case output_format::json:
-        (void)std::fputs(json_report(report).c_str(), stdout); // as above
+        (void)std::fputs(json_report(report, options.report_interval.has_value()).c_str(), stdout); // as above
         break;
     case output_format::csv:
         print_csv(measuring);
@@ -121,13 +171,14 @@ void report_ending(const probe &measuring, const session_options &options, const
 
 int measure_and_report(probe_options &options)
 {
-    const olv_apps::signal_watch signals;
+    const olv_apps::signal_watch signals{SIGINT, SIGTERM, SIGHUP};
+    const olv_apps::signal_watch asked{SIGUSR1};
     options.session.reflector = resolve(options.reflector, options.family);
     probe measuring{options.session};
     if (options.format == output_format::text) {
         (void)std::fputs(announcement(options.session).c_str(), stdout); // as above
     }
-    const ending end = measure(measuring, options.session, signals);
+    const ending end = measure(options, measuring, signals, asked);
     const run_report report = report_of(measuring, options.session, end.complete);
     print(options, report, measuring);
     const bool written = end_output();
@@ -138,7 +189,7 @@ int measure_and_report(probe_options &options)
         return olv_apps::exit_usage;
     }
     // Sending less than asked for is a failure, too: the system took no more packets.
-    const bool all_sent = options.session.duration ||
+    const bool all_sent = options.session.duration || options.session.forever ||
                           counts.sent == std::uint64_t{options.session.count} * options.session.senders;
     const bool good = end.complete && all_sent && is_complete(report);
     return good && written && drawn ? olv_apps::exit_good : olv_apps::exit_failed;

@@ -5,6 +5,7 @@
 #ifndef OLV_PROBE_OPTIONS_HPP
 #define OLV_PROBE_OPTIONS_HPP
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,6 +26,7 @@ struct probe_options {
     reflector_name reflector;
     int family = AF_UNSPEC;
     output_format format = output_format::text;
+    std::optional<std::chrono::nanoseconds> report_interval;
     bool histogram = false;
     std::string plot; ///< File name with an extension that can be drawn; empty: none.
 };

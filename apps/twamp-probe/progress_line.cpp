@@ -29,6 +29,8 @@ std::string progress_text(const session_options &options, const probe_progress &
     if (options.duration) {
         append(text, "%.1f of %g s, sent %" PRIu64, seconds(progress.elapsed), seconds(*options.duration),
                progress.sent);
+    } else if (options.forever) {
+        append(text, "%.1f s, sent %" PRIu64, seconds(progress.elapsed), progress.sent);
     } else {
         append(text, "%.1f s, sent %" PRIu64 " of %" PRIu64, seconds(progress.elapsed), progress.sent,
                std::uint64_t{options.count} * options.senders);

@@ -70,7 +70,8 @@ TWAMPCTL = [
 
 TWAMP_PROBE = [
     ("twamp-probe --co", ["--count"], "twamp-probe --count |"),
-    ("twamp-probe 127.0.0.1:8620 --s", ["--senders", "--size", "--stamp", "--strict"], "twamp-probe 127.0.0.1:8620 --s|"),
+    ("twamp-probe 127.0.0.1:8620 --s", ["--schedule", "--senders", "--size", "--source", "--stamp", "--strict"],
+     "twamp-probe 127.0.0.1:8620 --s|"),
     ("twamp-probe '[::1]:8620' --his", ["--histogram"], "twamp-probe '[::1]:8620' --histogram |"),
     ("twamp-probe --format ", ["text", "json", "csv"], "twamp-probe --format |"),
     ("twamp-probe --format=j", ["json"], "twamp-probe --format=json |"),
@@ -79,9 +80,10 @@ TWAMP_PROBE = [
     ("twamp-probe --plot del", ["delay.png", "delay.svg"], "twamp-probe --plot delay.|"),
     ("twamp-probe --plot fol", ["folder"], "twamp-probe --plot folder/|"),
     ("twamp-probe --plot tou", [], "twamp-probe --plot tou|"),
-    ("twamp-probe -", ["-4", "-6", "--count", "--dscp", "--duration", "--flood", "--format", "--help",
-                       "--histogram", "--interval", "--padding", "--plot", "--ptp", "--senders", "--size", "--stamp",
-                       "--strict", "--timeout", "--ttl", "--window"], "twamp-probe -|"),
+    ("twamp-probe -", ["-4", "-6", "--count", "--dont-fragment", "--dscp", "--duration", "--ecn", "--flood", "--forever", "--format",
+                       "--help", "--histogram", "--interface", "--interval", "--padding", "--plot", "--ptp",
+                       "--report-interval", "--schedule", "--senders", "--size", "--source", "--stamp", "--strict",
+                       "--timeout", "--timestamps", "--ttl", "--version", "--window"], "twamp-probe -|"),
 ]
 
 
@@ -163,7 +165,10 @@ class Completion(unittest.TestCase):
 
     def test_the_values_offered_for_twamp_probe_are_those_that_it_takes(self) -> None:
         program = os.path.join(os.environ["OLV_PROGRAMS"], "twamp-probe")
-        for option, values in (("--format", "text json csv"), ("--padding", "random zero")):
+        for option, values in (
+                ("--format", "text json csv"), ("--padding", "random zero"), ("--ecn", "not-ect ect0 ect1 ce"),
+                ("--schedule", "periodic poisson"), ("--timestamps", "user kernel hardware"),
+                ("--dscp", "CS0 CS7 AF11 AF43 EF VOICE-ADMIT LE DF")):
             refusal = subprocess.run([program, "127.0.0.1:1", option, "none"], check=False, capture_output=True,
                                      text=True)
             self.assertEqual(refusal.returncode, 2)

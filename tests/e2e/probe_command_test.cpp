@@ -92,7 +92,7 @@ TEST_F(ProbeCommand, SaysWhatIsWrong)
         {"probe stop 127.0.0.1:1", "no probe sends from 127.0.0.1:1; 'probe list' lists them"},
         {"probe stop", "probe stop: give the sender's address, or --all"},
         {"probe run " + closed + " --count 2", "probe to " + closed + ": nobody answers there"},
-        {"probe run 127.0.0.1", "address '127.0.0.1': no port; type 127.0.0.1:862"},
+        {"probe run 127.0.0.1:x", "address '127.0.0.1:x': the port has to be a number from 1 to 65535"},
         {"probe run 127.0.0.1:5 --stamp --size 20", "a STAMP packet has at least 44 octets, not 20"},
         {"probe start 127.0.0.1:5 --senders 2", "probe start: one sender each; start several instead"},
         {"probe run " + address_ + " --count 1 --timeout 0.05",

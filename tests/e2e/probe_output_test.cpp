@@ -60,7 +60,7 @@ TEST_F(ProbeOutput, CsvHasALineForEachPacket)
     EXPECT_EQ(finished.errors, "");
     EXPECT_THAT(finished.output,
                 StartsWith("sender,sequence,sent_us,result,round_trip_us,forward_us,backward_us,request_ttl,"
-                           "reply_ttl,reordered,duplicates\n127.0.0.1:"));
+                           "reply_ttl,reordered,duplicates,reply_dscp,reply_ecn,sent\n127.0.0.1:"));
     EXPECT_EQ(count_lines(finished.output, ""), 11);
     EXPECT_EQ(count_lines(finished.output, ",valid,"), 10);
 }

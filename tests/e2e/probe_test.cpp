@@ -293,7 +293,7 @@ TEST(ProbeEnd, AtAClosedPort)
 
 TEST(ProbeEnd, BySignalShowsWhatThereIs)
 {
-    for (const int signal : {SIGINT, SIGTERM}) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         loopback_socket reflector;
         child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --interval 100000 --format json")};
         reflector.answer(reply_to(reflector.receive()));
@@ -305,13 +305,102 @@ TEST(ProbeEnd, BySignalShowsWhatThereIs)
     }
 }
 
+TEST(ProbeEnd, OfARunWithoutAnEndIsASignal)
+{
+    loopback_socket reflector;
+    child_program probe{
+        TWAMP_PROBE, words_of(reflector.address() + " --forever --interval 100000 --timeout 60 --format json")};
+    const octets request = reflector.receive();
+    probe.send_signal(SIGTERM);
+    EXPECT_TRUE(probe.wait_until_asleep()); // for the reply
+    reflector.answer(reply_to(request));
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.errors, "");
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("\n    \"forever\": true,\n    \"kept_packets\": 1000000\n"));
+    EXPECT_THAT(finished.output, HasSubstr("\n  \"interrupted\": false,\n"));
+    EXPECT_THAT(finished.output, HasSubstr("\n    \"valid\": 1,\n"));
+}
+
+TEST(ProbeEnd, OfARunWithoutAnEndIsAtOnceAfterTwoSignals)
+{
+    loopback_socket reflector;
+    child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --forever --timeout 3600")};
+    (void)reflector.receive();
+    probe.send_signal(SIGINT);
+    const auto is_silent = [&] { return !reflector.receive_within(milliseconds(100)); };
+    EXPECT_TRUE(holds_in_time(is_silent)); // it waits for replies
+    const finished_program finished = probe.stop(SIGINT);
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.errors, HasSubstr("interrupted\n"));
+}
+
+TEST(ProbeSignal, HangupIsIgnoredWhereNohupSaysSo)
+{
+    loopback_socket reflector;
+    child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --count 2 --interval 200 --timeout 60"),
+                        [] { return std::signal(SIGHUP, SIG_IGN) != SIG_ERR; }};
+    reflector.answer(reply_to(reflector.receive()));
+    probe.send_signal(SIGHUP);
+    reflector.answer(reply_to(reflector.receive()));
+    EXPECT_EQ(probe.wait().status, 0);
+}
+
+TEST(ProbeSignal, ShowsTheFiguresSoFar)
+{
+    loopback_socket reflector;
+    child_program probe{TWAMP_PROBE, words_of(reflector.address() + " --count 2 --interval 200 --timeout 60")};
+    reflector.answer(reply_to(reflector.receive()));
+    probe.send_signal(SIGUSR1);
+    (void)probe.wait_for_line("sent: 1", stream::errors);
+    reflector.answer(reply_to(reflector.receive()));
+    const finished_program finished = probe.wait();
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("sent: 2\nreceived: 2\nvalid: 2\n"));
+}
+
+TEST(ProbeIntervals, HaveALineEach)
+{
+    control_program control{"--listen 127.0.0.1:0"};
+    const std::string line = control.address() + " --duration 0.75 --report-interval 0.3 --timeout 60";
+    const finished_program text = twamp_probe(line);
+    EXPECT_EQ(text.status, 0);
+    EXPECT_THAT(text.output, ContainsRegex("\n0.00 to 0.30 s: sent [0-9]+ lost 0, min [0-9.]+ median [0-9.]+ "
+                                           "p99 [0-9.]+ max [0-9.]+ us\n0.30 to 0.60 s: (.*\n)+sent: "));
+    const finished_program json = twamp_probe(line + " --format json");
+    EXPECT_EQ(json.status, 0);
+    EXPECT_GE(count_lines(json.output, "{\"interval\":{\"started\":\"20"), 3);
+    EXPECT_EQ(count_lines(json.output, "{\"options\":{\"reflector\":"), 1);
+    EXPECT_EQ(count_lines(json.output, ""), count_lines(json.output, "{\"interval\"") + 1);
+}
+
+TEST(ProbeVersion, IsThatOfTheOtherProgram)
+{
+    const finished_program probe = twamp_probe("--version");
+    EXPECT_THAT(probe.output, StartsWith("twamp-probe "));
+    EXPECT_EQ(probe, prints("twamp-probe " + twampctl("--version").output.substr(9)));
+}
+
 // Mistakes
 
 TEST(ProbeMistake, IsSaidInOneLine)
 {
     const std::pair<const char *, const char *> rows[] = {
-        {"", "ADDRESS:PORT is required; try twamp-probe --help"},
-        {"192.0.2.1", "address '192.0.2.1': no port; type 192.0.2.1:862"},
+        {"", "REFLECTOR is required; try twamp-probe --help"},
+        {"192.0.2.1:", "address '192.0.2.1:': there is no port after the ':'"},
+        {"127.0.0.1 --interval 0", "--interval: packets without an interval between them are a flood; use "
+                                   "--flood; try twamp-probe --help"},
+        {"127.0.0.1 --source 192.0.2.9", "192.0.2.9:0 is no address of this host"},
+        {"127.0.0.1 --source ::1",
+         "no IPv6 address for '127.0.0.1': Address family for hostname not supported"},
+        {"127.0.0.1 --source host", "address 'host': a source is an address, not a name"},
+        {"127.0.0.1 --source 127.0.0.1:65535 --senders 2",
+         "there are no 2 ports from 65535 on; use a lower one"},
+        {"127.0.0.1 --interface nowhere", "there is no interface 'nowhere'"},
+        {"127.0.0.1 --timestamps hardware",
+         "no hardware time stamps at lo: the interface has no clock that stamps packets; --timestamps kernel "
+         "takes the system's"},
+        {"127.0.0.1 --forever --count 5", "--count excludes --forever; try twamp-probe --help"},
         {"127.0.0.1:862 -6", "no IPv6 address for '127.0.0.1': Address family for hostname not supported"},
         {"127.0.0.1:862 -4 -6", "-4 excludes -6; try twamp-probe --help"},
         {"127.0.0.1:862 --nope", "The following argument was not expected: --nope; try twamp-probe --help"},
@@ -324,6 +413,8 @@ TEST(ProbeMistake, IsSaidInOneLine)
         {"127.0.0.1:862 --stamp --padding random",
          "a STAMP packet is filled with zeros; leave --padding or --stamp out"},
         {"127.0.0.1:862 --histogram --format json", "--histogram goes with --format text alone, not with json"},
+        {"127.0.0.1 --report-interval 1 --format csv",
+         "--report-interval goes with --format text or json, not with csv"},
         {"127.0.0.1:862 --plot delay.jpg", "cannot draw 'delay.jpg': the name has to end in .svg or .png"},
         {"127.0.0.1:862 --plot .svg", "cannot draw '.svg': the name has to end in .svg or .png"},
         {"127.255.255.255:862", "cannot reach 127.255.255.255:862: Permission denied"},
@@ -336,9 +427,11 @@ TEST(ProbeMistake, IsSaidInOneLine)
 TEST(ProbeMistake, OutsideOfARangeNamesTheOption)
 {
     for (const char *option :
-         {"--senders 0", "--senders 257", "--count 0", "--count 10000001", "--duration 0", "--duration nan",
-          "--interval -1", "--interval nan", "--window 0", "--window 65537", "--timeout nan", "--size 13",
-          "--size 65508", "--dscp 64", "--ttl 0", "--ttl 256", "--padding ones", "--format xml"}) {
+         {"--senders 0",    "--senders 257",  "--count 0",        "--count 10000001", "--duration 0",
+          "--duration nan", "--interval -1",  "--interval nan",   "--interval 0x",    "--window 0",
+          "--window 65537", "--timeout nan",  "--size 13",        "--size 65508",     "--dscp 64",
+          "--dscp AF14",    "--ecn 4",        "--schedule daily", "--timestamps gps", "--ttl 0",
+          "--ttl 256",      "--padding ones", "--format xml"}) {
         SCOPED_TRACE(option);
         const finished_program probe = twamp_probe(std::string("127.0.0.1:862 ") + option);
         EXPECT_EQ(probe.status, 2);

@@ -21,6 +21,7 @@ struct answer {
     std::int64_t sent_back = 0;
     std::uint8_t request_ttl = 255;
     std::uint8_t reply_ttl = 255;
+    std::uint8_t reply_traffic_class = 0;
 };
 
 /** A quarter of a second has a whole number of the wire's units. */
@@ -91,14 +92,17 @@ class scripted_session {
 
     /** @param after  Nanoseconds from the request to its reply's arrival. */
     std::optional<std::int64_t> receive_octets(std::uint32_t sequence, const std::vector<std::uint8_t> &octets,
-                                               std::int64_t after, std::uint8_t ttl = 255)
+                                               std::int64_t after, std::uint8_t ttl = 255,
+                                               std::uint8_t traffic_class = 0)
     {
-        return result.reply_received({octets, instant(sequence) + std::chrono::nanoseconds(after), ttl});
+        return result.reply_received(
+            {octets, instant(sequence) + std::chrono::nanoseconds(after), ttl, traffic_class});
     }
 
     std::optional<std::int64_t> receive(std::uint32_t sequence, const answer &given, std::int64_t after)
     {
-        return receive_octets(sequence, reply(sequence, given), after, given.reply_ttl);
+        return receive_octets(sequence, reply(sequence, given), after, given.reply_ttl,
+                              given.reply_traffic_class);
     }
 
     [[nodiscard]] steady_clock::time_point instant(std::uint32_t number) const
@@ -125,7 +129,8 @@ class scripted_session {
 inline scripted_session example()
 {
     scripted_session session{4};
-    session.receive(3, {.number = 0, .request_ttl = 250, .reply_ttl = 60}, 100'000);
+    session.receive(3, {.number = 0, .request_ttl = 250, .reply_ttl = 60, .reply_traffic_class = 0xBA},
+                    100'000);
     session.receive(3, {.number = 0}, 200'000);
     session.receive(0, {.number = 2}, 300'000);
     session.receive(1, {.number = 2}, 300'000);

@@ -129,7 +129,7 @@ std::string csv_of(const std::vector<sender_packets> &senders)
     char *buffer = nullptr;
     std::size_t length = 0;
     std::FILE *output = open_memstream(&buffer, &length);
-    write_csv(output, senders);
+    write_csv(output, senders, 1'795'387'251'446'565'999);
     (void)std::fclose(output); // memory does not fail
     std::string text{buffer, length};
     std::free(buffer);
@@ -142,17 +142,20 @@ TEST(Csv, HasALineForEachPacket)
     EXPECT_EQ(
         csv_of({{.address = "192.0.2.9:40000", .result = &session.result}}),
         "sender,sequence,sent_us,result,round_trip_us,forward_us,backward_us,request_ttl,reply_ttl,"
-        "reordered,duplicates\n"
-        "192.0.2.9:40000,0,0.000,valid,300.000,0.000,300.000,255,255,1,0\n"
+        "reordered,duplicates,reply_dscp,reply_ecn,sent\n"
+        "192.0.2.9:40000,0,0.000,valid,300.000,0.000,300.000,255,255,1,0,0,not-ect,"
+        "2026-11-22T22:40:51.446565Z\n"
         "192.0.2.9:40000,1,250000.000,reflector sequence number used before,300.000,0.000,300.000,255,255,"
-        "1,0\n"
-        "192.0.2.9:40000,2,500000.000,lost,,,,,,0,0\n"
-        "192.0.2.9:40000,3,750000.000,valid,100.000,0.000,100.000,250,60,0,1\n");
+        "1,0,0,not-ect,"
+        "2026-11-22T22:40:51.696565Z\n"
+        "192.0.2.9:40000,2,500000.000,lost,,,,,,0,0,,,2026-11-22T22:40:51.946565Z\n"
+        "192.0.2.9:40000,3,750000.000,valid,100.000,0.000,100.000,250,60,0,1,46,ect0,"
+        "2026-11-22T22:40:52.196565Z\n");
 }
 
 TEST(Csv, OfNothingIsTheHeader)
 {
-    EXPECT_THAT(csv_of({}), HasSubstr("duplicates\n"));
+    EXPECT_THAT(csv_of({}), HasSubstr(",sent\n"));
 }
 
 TEST(Progress, SaysHowFarOfHowFar)

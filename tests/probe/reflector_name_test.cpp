@@ -18,6 +18,11 @@ TEST(ReflectorName, IsTakenApart)
     } rows[] = {{"192.0.2.1:862", "192.0.2.1", 862},
                 {"[2001:db8::1]:65535", "2001:db8::1", 65535},
                 {"[fe80::1%eth0]:1", "fe80::1%eth0", 1},
+                {"192.0.2.1", "192.0.2.1", 862},
+                {"reflector", "reflector", 862},
+                {"[::1]", "::1", 862},
+                {"2001:db8::1", "2001:db8::1", 862},
+                {"fe80::1%eth0", "fe80::1%eth0", 862},
                 {"reflector.example:862", "reflector.example", 862},
                 {"1and1.example:862", "1and1.example", 862}};
     for (const auto &row : rows) {
@@ -32,14 +37,14 @@ TEST(ReflectorName, IsRefusedWithWhatToType)
     const struct {
         std::string text;
         std::string message;
-    } rows[] = {{"192.0.2.1", "address '192.0.2.1': no port; type 192.0.2.1:862"},
-                {"reflector", "address 'reflector': no port; type reflector:862"},
-                {"[::1]", "address '[::1]': no port; type [::1]:862"},
-                {"[::1]862", "address '[::1]862': no port; type [::1]:862"},
-                {"[::1:862", "address '[::1:862': the ']' after the IPv6 address is missing, as in [::1]:862"},
-                {"::1:862", "address '::1:862': an IPv6 address is written in brackets, as in [::1]:862"},
+    } rows[] = {{"[::1]862", "address '[::1]862': only ':' and a port can follow the ']'"},
+                {"[::1]:", "address '[::1]:': only ':' and a port can follow the ']'"},
+                {"[::1:862", "address '[::1:862': the ']' after the IPv6 address is missing, as in [::1]"},
+                {"a:b:1", "address 'a:b:1': 'a:b:1' is not an IPv6 address; before a port it stands in "
+                          "brackets, as in [::1]:862"},
+                {"", "address '': it is empty"},
                 {":862", "address ':862': there is no address before the port"},
-                {"host:", "address 'host:': the port has to be a number from 1 to 65535"},
+                {"host:", "address 'host:': there is no port after the ':'"},
                 {"host:x", "address 'host:x': the port has to be a number from 1 to 65535"},
                 {"host:862x", "address 'host:862x': the port has to be a number from 1 to 65535"},
                 {"host:65536", "address 'host:65536': the port has to be a number from 1 to 65535"},
@@ -55,6 +60,18 @@ TEST(ReflectorName, IsRefusedWithWhatToType)
             EXPECT_EQ(error.what(), row.message);
         }
     }
+}
+
+TEST(Source, IsAnAddressPerhapsWithAPort)
+{
+    const std::pair<const char *, const char *> rows[] = {{"192.0.2.9", "192.0.2.9:0"},
+                                                          {"192.0.2.9:40000", "192.0.2.9:40000"},
+                                                          {"2001:db8::9", "[2001:db8::9]:0"},
+                                                          {"[2001:db8::9]:40000", "[2001:db8::9]:40000"}};
+    for (const auto &[text, address] : rows) {
+        EXPECT_EQ(parse_source(text).text(), address);
+    }
+    EXPECT_THROW((void)parse_source("sender.example"), std::runtime_error);
 }
 
 /** The address, or why there is none. */

@@ -20,9 +20,12 @@ run_report report_of(const scripted_session &session)
     run_report report;
     report.options.reflector = olv_net::parse_socket_address("192.0.2.1:862");
     report.options.count = 4;
+    report.started = 1'795'387'251'446'565'999;
+    report.timestamps = timestamp_source::kernel;
     report.elapsed = std::chrono::milliseconds(1500);
     const measurement *result = &session.result;
     report.total = figures_of({&result, 1});
+    report.stamps = {.requests = report.total.counts.sent, .replies = 3};
     report.senders.push_back({.address = "192.0.2.9:40000", .figures = report.total});
     return report;
 }
@@ -58,6 +61,9 @@ TEST(Text, HasAllFigures)
               "  forward: 1, backward: 1\n"
               "hops forward: min 0, max 5 (TTL 250 to 255, sent with 255)\n"
               "hops backward: min 0, max 195 (TTL 60 to 255, assumed 255)\n"
+              "replies with DSCP CS0 and ECN not-ect: 2\n"
+              "replies with DSCP EF and ECN ect0: 1\n"
+              "time stamps: kernel (of 4 requests and 3 replies)\n"
               "\n"
               "microseconds                 round trip            forward           backward\n"
               "min                               100.0                0.0              100.0\n"
@@ -76,7 +82,8 @@ TEST(Text, HasAllFigures)
               "PDV p99                           200.0                0.0              200.0\n"
               "PDV p99.9                         200.0                0.0              200.0\n"
               "forward and backward contain the difference of the two clocks; if both ways\n"
-              "take equally long, the reflector's is ahead by -50.0 microseconds\n");
+              "take equally long, the reflector's is ahead by -50.0 microseconds\n"
+              "the reflector calls its clock not synchronised, wrong by at most 976.6 microseconds\n");
 }
 
 /** Seven packets: one is lost forward, then the reflector's clock goes a second forward, then its numbers begin
@@ -222,7 +229,8 @@ TEST(Text, OfNothingSaysSo)
                                                           "lost: 0 (0.00 %)\n"
                                                           "duplicates: 0\n"
                                                           "round trip: not measured\n"
-                                                          "reordered: 0 (0.00 %)\n");
+                                                          "reordered: 0 (0.00 %)\n"
+                                                          "time stamps: kernel\n");
 }
 
 /** "sent received valid". */
@@ -266,10 +274,19 @@ TEST(Json, HasTheFigures)
                              {"/total/reordered_by_way", {{"forward", 1}, {"backward", 1}, {"unknown", 0}}},
                              {"/total/time_scale", "ntp"},
                              {"/total/clock_offset_us", -50.0},
+                             {"/total/reflector_clock/synchronized", 0},
+                             {"/total/reflector_clock/error_us_max", 976.5625},
+                             {"/total/reply_traffic_classes/1/dscp", 46},
+                             {"/total/reply_traffic_classes/1/dscp_name", "EF"},
+                             {"/total/reply_traffic_classes/1/ecn", "ect0"},
+                             {"/total/reply_traffic_classes/1/replies", 1},
+                             {"/started", "2026-11-22T22:40:51.446565Z"},
+                             {"/timestamps/replies", 3},
                              {"/senders/0/address", "192.0.2.9:40000"},
                              {"/senders/0/sent", 4}});
-    EXPECT_EQ(names_of(document["options"]),
-              "reflector packets size padding ptp strict dscp ttl timeout_s interval_ms count");
+    EXPECT_EQ(names_of(document["options"]), "reflector packets size padding ptp strict dscp ecn ttl "
+                                             "dont_fragment source interface timeout_s interval_ms "
+                                             "schedule count");
     EXPECT_EQ(names_of(document["total"]["hops_forward"]), "ttl_min ttl_max ttl_initial min max");
     EXPECT_EQ(names_of(document["total"]["round_trip_us"]["delay"]),
               "count min mean mean_magnitude stddev p50 p90 p95 p99 p99_9 max");
@@ -279,23 +296,26 @@ TEST(Json, HasItsNamesInTheirOrderAndNullForWhatWasNotMeasured)
 {
     const std::string figures = R"("sent": 0, "received": 0, "valid": 0, "odd": 0, "invalid": 0, "faults": {},
         "measured": 0, "lost": 0,
-        "lost_percent": null, "duplicates": 0, "reordered": 0, "reordered_percent": null, "sender_ttl_changed": 0,
-        "hops_forward": null, "hops_backward": null,
+        "lost_percent": null, "duplicates": 0, "forgotten": 0, "reordered": 0, "reordered_percent": null, "sender_ttl_changed": 0,
+        "hops_forward": null, "hops_backward": null, "reply_traffic_classes": [],
         "round_trip_us": {"delay": null, "ipdv": null, "pdv": null},
         "forward_us": {"delay": null, "ipdv": null, "pdv": null},
         "backward_us": {"delay": null, "ipdv": null, "pdv": null}, "clock_offset_us": null,
         "reflector_numbers": null, "lost_by_way": {"forward": 0, "backward": 0, "unknown": 0},
         "duplicates_by_way": {"forward": 0, "backward": 0, "unknown": 0},
         "reordered_by_way": {"forward": 0, "backward": 0, "unknown": 0}, "reflector_restarts": 0,
-        "time_scale": null, "events": [], "periods": []})";
+        "time_scale": null, "events": [], "periods": [], "reflector_clock": null})";
     run_report report = report_of(scripted_session{});
     report.options.window = 8;
     report.options.duration = std::chrono::seconds(2);
     report.options.stamp = true;
     EXPECT_EQ(json_report(report), ordered_json::parse(R"({"options": {
-        "reflector": "192.0.2.1:862", "packets": "stamp", "size": 41, "padding": "zero", "ptp": false, "strict": false, "dscp": 0, "ttl": 255,
+        "reflector": "192.0.2.1:862", "packets": "stamp", "size": 41, "padding": "zero", "ptp": false, "strict": false,
+        "dscp": 0, "ecn": "not-ect",
+        "ttl": 255, "dont_fragment": false, "source": null, "interface": null,
         "timeout_s": 2.0, "window": 8, "duration_s": 2.0
-    }, "elapsed_s": 1.5, "interrupted": false, "refused": false,
+    }, "started": "2026-11-22T22:40:51.446565Z", "elapsed_s": 1.5, "interrupted": false, "refused": false,
+    "timestamps": {"source": "kernel", "requests": 0, "replies": 3},
     "total": {)" + figures + R"(, "senders": [{"address": "192.0.2.9:40000", )" +
                                                        figures + "]}")
                                            .dump(2) +

@@ -21,7 +21,7 @@ struct probe_request {
     [[nodiscard]] olv_probe::session_options options() const
     {
         olv_probe::session_options wanted = input.options();
-        wanted.reflector = olv_probe::resolve(olv_probe::parse_reflector_name(address), AF_UNSPEC);
+        wanted.reflector = olv_probe::resolve(olv_probe::parse_reflector_name(address), input.family());
         return wanted;
     }
 };
