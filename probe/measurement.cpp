@@ -9,8 +9,6 @@ namespace wire = olv_net;
 namespace reply_field = olv_net::reflector_packet;
 using std::chrono::nanoseconds;
 
-constexpr std::uint32_t half_circle = std::uint32_t{1} << 31;
-
 /** What the reflector says about its clock, up to the resolution of coarse ones. */
 nanoseconds resolution_of(std::span<const std::uint8_t> reply)
 {
@@ -326,7 +324,7 @@ std::uint64_t measurement::overtaken_forward() const
     for (std::uint32_t sequence = sent(); sequence-- > 0;) {
         const packet_record &record = records_[sequence];
         if (record.answered && !record.faults().has(reply_fault::reflector_sequence)) {
-            const bool above = lowest && record.reflector_number - *lowest - 1 < half_circle;
+            const bool above = lowest && is_above(record.reflector_number, *lowest);
             overtaken += above ? 1 : 0;
             lowest = above ? lowest : record.reflector_number;
         }
