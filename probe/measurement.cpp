@@ -339,10 +339,16 @@ std::uint64_t measurement::overtaken_forward() const
 // Samples
 // ---------------------------------------------------------------------------------------------------------
 
+packet_records measurement::records(packet_range of) const
+{
+    const auto end = static_cast<std::ptrdiff_t>(std::min(of.end, sent()));
+    return {records_.begin() + std::min(static_cast<std::ptrdiff_t>(of.begin), end), records_.begin() + end};
+}
+
 void measurement::append_delays(path which, packet_range of, std::vector<std::int64_t> &samples) const
 {
-    for (std::uint32_t sequence = of.begin; sequence < std::min(of.end, sent()); ++sequence) {
-        if (const packet_record &record = records_[sequence]; record.has(which)) {
+    for (const packet_record &record : records(of)) {
+        if (record.has(which)) {
             samples.push_back(record.delay(which));
         }
     }
@@ -351,8 +357,7 @@ void measurement::append_delays(path which, packet_range of, std::vector<std::in
 void measurement::append_delay_variation(path which, packet_range of, std::vector<std::int64_t> &samples) const
 {
     const packet_record *before = nullptr;
-    for (std::uint32_t sequence = of.begin; sequence < std::min(of.end, sent()); ++sequence) {
-        const packet_record &record = records_[sequence];
+    for (const packet_record &record : records(of)) {
         if (before != nullptr && before->has(which) && record.has(which)) {
             samples.push_back(record.delay(which) - before->delay(which));
         }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <ranges>
 #include <span>
 #include <utility>
 #include <vector>
@@ -31,6 +32,9 @@ struct packet_range {
     std::uint32_t begin = 0;
     std::uint32_t end = UINT32_MAX; ///< Not among them.
 };
+
+/** Records that follow each other. */
+using packet_records = std::ranges::subrange<std::deque<packet_record>::const_iterator>;
 
 /** A datagram and what the system says about it. */
 struct received_reply {
@@ -71,6 +75,7 @@ class measurement {
     [[nodiscard]] std::uint32_t sent() const { return static_cast<std::uint32_t>(records_.size()); }
     [[nodiscard]] const packet_counts &counts() const { return counts_; }
     [[nodiscard]] const std::deque<packet_record> &records() const { return records_; }
+    [[nodiscard]] packet_records records(packet_range of) const;
     /** Nothing, if the request was not sent. */
     [[nodiscard]] const packet_record *find(std::uint32_t sequence) const
     {
