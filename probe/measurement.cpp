@@ -9,8 +9,6 @@ namespace wire = olv_net;
 namespace reply_field = olv_net::reflector_packet;
 using std::chrono::nanoseconds;
 
-constexpr std::uint32_t half_circle = std::uint32_t{1} << 31;
-
 /** What the reflector says about its clock, up to the resolution of coarse ones. */
 nanoseconds resolution_of(std::span<const std::uint8_t> reply)
 {
@@ -179,7 +177,7 @@ packet_record *measurement::match(std::span<const std::uint8_t> reply)
 /** What is far behind the next number was sent, and what is ahead of it never was. */
 void measurement::count_unknown(std::uint32_t sequence)
 {
-    if (sequence - sent() >= half_circle && counts_.sent >= sent() - sequence) {
+    if (is_above(sent(), sequence) && counts_.sent >= sent() - sequence) {
         ++counts_.forgotten;
     } else {
         counts_.count(reply_fault::sender_sequence);
@@ -370,7 +368,7 @@ std::uint64_t measurement::overtaken_forward() const
     for (std::size_t place = records_.size(); place-- > 0;) {
         const packet_record &record = records_[place];
         if (record.answered && !record.faults().has(reply_fault::reflector_sequence)) {
-            const bool above = lowest && record.reflector_number - *lowest - 1 < half_circle;
+            const bool above = lowest && is_above(record.reflector_number, *lowest);
             overtaken += above ? 1 : 0;
             lowest = above ? lowest : record.reflector_number;
         }
@@ -385,10 +383,16 @@ std::uint64_t measurement::overtaken_forward() const
 // Samples
 // ---------------------------------------------------------------------------------------------------------
 
+packet_records measurement::records(packet_range of) const
+{
+    const auto end = static_cast<std::ptrdiff_t>(std::min(of.end, records_.size()));
+    return {records_.begin() + std::min(static_cast<std::ptrdiff_t>(of.begin), end), records_.begin() + end};
+}
+
 void measurement::append_delays(path which, packet_range of, std::vector<std::int64_t> &samples) const
 {
-    for (std::size_t place = of.begin; place < std::min(of.end, records_.size()); ++place) {
-        if (const packet_record &record = records_[place]; record.has(which)) {
+    for (const packet_record &record : records(of)) {
+        if (record.has(which)) {
             samples.push_back(record.delay(which));
         }
     }
@@ -397,8 +401,7 @@ void measurement::append_delays(path which, packet_range of, std::vector<std::in
 void measurement::append_delay_variation(path which, packet_range of, std::vector<std::int64_t> &samples) const
 {
     const packet_record *before = nullptr;
-    for (std::size_t place = of.begin; place < std::min(of.end, records_.size()); ++place) {
-        const packet_record &record = records_[place];
+    for (const packet_record &record : records(of)) {
         if (before != nullptr && before->has(which) && record.has(which)) {
             samples.push_back(record.delay(which) - before->delay(which));
         }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <ranges>
 #include <span>
 #include <utility>
 #include <vector>
@@ -31,6 +32,9 @@ struct packet_range {
     std::size_t begin = 0;
     std::size_t end = SIZE_MAX; ///< Not among them.
 };
+
+/** Records that follow each other. */
+using packet_records = std::ranges::subrange<std::deque<packet_record>::const_iterator>;
 
 /** A datagram and what the system says about it. */
 struct received_reply {
@@ -85,6 +89,7 @@ class measurement {
     [[nodiscard]] std::uint64_t forgotten() const { return forgotten_; }
     [[nodiscard]] const packet_counts &counts() const { return counts_; }
     [[nodiscard]] const std::deque<packet_record> &records() const { return records_; }
+    [[nodiscard]] packet_records records(packet_range of) const;
     /** Nothing, if the request was not sent, or is kept no longer. */
     [[nodiscard]] const packet_record *find(std::uint32_t sequence) const
     {

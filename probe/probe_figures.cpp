@@ -39,8 +39,7 @@ std::optional<std::int64_t> estimate_clock_offset(const std::vector<part> &parts
 {
     const packet_record *quickest = nullptr;
     for (const part &each : parts) {
-        for (std::size_t place = each.range.begin; place < each.range.end; ++place) {
-            const packet_record &record = each.session->records()[place];
+        for (const packet_record &record : each.session->records(each.range)) {
             if (record.has(path::forward) &&
                 (quickest == nullptr || record.round_trip < quickest->round_trip)) {
                 quickest = &record;
@@ -72,10 +71,9 @@ std::vector<period_figures> figures_of_periods(std::span<const measurement *cons
     std::vector<period_figures> figures;
     for (const std::vector<part> &parts : periods) {
         const part &first = parts.front();
-        const std::int64_t at =
-            first.range.begin < first.range.end ? first.session->records()[first.range.begin].sent_at : 0;
+        const packet_records records = first.session->records(first.range);
         figures.push_back({.begin = first.session->forgotten() + first.range.begin,
-                           .at = std::chrono::nanoseconds(at),
+                           .at = std::chrono::nanoseconds(records.empty() ? 0 : records.front().sent_at),
                            .forward = figures_of_path(parts, path::forward),
                            .backward = figures_of_path(parts, path::backward),
                            .clock_offset = estimate_clock_offset(parts)});

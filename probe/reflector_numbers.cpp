@@ -3,33 +3,29 @@
 #include <algorithm>
 #include <array>
 
+#include "probe/name_and_text.hpp"
+
 namespace olv_probe {
 namespace {
 
-constexpr std::uint32_t half_circle = std::uint32_t{1} << 31;
-
-struct words {
-    const char *name;
-    const char *text;
-};
-
-constexpr std::array<words, 6> all = {{{"unknown", "nothing came back"},
-                                       {"session", "the reflector numbers the replies of this session"},
-                                       {"request", "the reflector's numbers are the requests'"},
-                                       {"reflector", "the reflector numbers other replies, too"},
-                                       {"constant", "the reflector does not number its replies"},
-                                       {"irregular", "the reflector's numbers are in no order"}}};
+constexpr std::array<name_and_text, 6> numberings = {
+    {{"unknown", "nothing came back"},
+     {"session", "the reflector numbers the replies of this session"},
+     {"request", "the reflector's numbers are the requests'"},
+     {"reflector", "the reflector numbers other replies, too"},
+     {"constant", "the reflector does not number its replies"},
+     {"irregular", "the reflector's numbers are in no order"}}};
 
 } // namespace
 
 const char *text_of(numbering how)
 {
-    return all[static_cast<std::size_t>(how)].text;
+    return numberings[static_cast<std::size_t>(how)].text;
 }
 
 const char *name_of(numbering how)
 {
-    return all[static_cast<std::size_t>(how)].name;
+    return numberings[static_cast<std::size_t>(how)].name;
 }
 
 void way_counts::add(const way_counts &other)
@@ -39,14 +35,9 @@ void way_counts::add(const way_counts &other)
     unknown += other.unknown;
 }
 
-bool numbering_epoch::is_ahead(std::uint32_t number) const
-{
-    return number - highest_number - 1 < half_circle;
-}
-
 void numbering_epoch::take_number(std::uint32_t number)
 {
-    if (is_ahead(number)) {
+    if (is_above(number, highest_number)) {
         highest_number = number;
     } else if (first_number - number - 1 < number_memory::depth && first_number != 0) {
         first_number = number; // the first ones did not come first
@@ -103,7 +94,7 @@ void reflector_numbers::begin(pair given)
  * to; or so far below that no reordering explains it. */
 bool reflector_numbers::may_begin_anew(pair given, std::uint32_t sent) const
 {
-    if (given.sequence <= epoch_->highest_sequence || epoch_->is_ahead(given.number) ||
+    if (given.sequence <= epoch_->highest_sequence || is_above(given.number, epoch_->highest_number) ||
         refuted_ == given.number) {
         return false;
     }
@@ -114,10 +105,10 @@ bool reflector_numbers::may_begin_anew(pair given, std::uint32_t sent) const
 /** Whether the reply after the candidate counts on from it instead of from the highest number. */
 bool reflector_numbers::goes_on_from(pair candidate, pair given) const
 {
-    if (given.number - candidate.number - 1 >= half_circle) {
+    if (!is_above(given.number, candidate.number)) {
         return false;
     }
-    if (!epoch_->is_ahead(given.number)) {
+    if (!is_above(given.number, epoch_->highest_number)) {
         return true;
     }
     return epoch_->memory.knows(candidate.number) && given.number < given.sequence - epoch_->highest_sequence;

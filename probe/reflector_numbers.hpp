@@ -52,7 +52,6 @@ struct numbering_epoch {
     {
         return std::uint64_t{highest_sequence} - first_sequence + 1;
     }
-    [[nodiscard]] bool is_ahead(std::uint32_t number) const;
     void take_number(std::uint32_t number);
 };
 

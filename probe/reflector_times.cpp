@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "probe/name_and_text.hpp"
+
 namespace olv_probe {
 namespace {
 
@@ -15,6 +17,9 @@ constexpr std::int32_t tai_seconds = 37;
 /** A reflector's clock may be a thousandth faster than the sender's, and each reading may be rounded. */
 constexpr std::int64_t rate_share = 1000;
 constexpr std::int64_t rounding = 1000;
+
+constexpr std::array<name_and_text, 4> scales = {
+    {{"none", "none"}, {"ntp", "NTP"}, {"ptp_utc", "PTP (UTC)"}, {"ptp_tai", "PTP (TAI)"}}};
 
 bool is_far(wire::ntp_time time, const way_there_and_back &way)
 {
@@ -59,14 +64,12 @@ double seconds_ahead(wire::ntp_time received, wire::ntp_time sent_back, const wa
 
 const char *text_of(time_scale scale)
 {
-    static constexpr std::array<const char *, 4> texts = {"none", "NTP", "PTP (UTC)", "PTP (TAI)"};
-    return texts[static_cast<std::size_t>(scale)];
+    return scales[static_cast<std::size_t>(scale)].text;
 }
 
 const char *name_of(time_scale scale)
 {
-    static constexpr std::array<const char *, 4> names = {"none", "ntp", "ptp_utc", "ptp_tai"};
-    return names[static_cast<std::size_t>(scale)];
+    return scales[static_cast<std::size_t>(scale)].name;
 }
 
 std::optional<reflector_times> reflector_clock_reader::read_ptp(std::span<const std::uint8_t> reply,

@@ -2,15 +2,12 @@
 
 #include <array>
 
+#include "probe/name_and_text.hpp"
+
 namespace olv_probe {
 namespace {
 
-struct words {
-    const char *name;
-    const char *text;
-};
-
-constexpr std::array<words, reply_fault_count> all = {{
+constexpr std::array<name_and_text, reply_fault_count> kinds = {{
     {"length", "length not the request's"},
     {"header", "shorter than 41 octets"},
     {"must_be_zero", "a field that must be zero is not"},
@@ -36,12 +33,12 @@ constexpr std::array<words, reply_fault_count> all = {{
 
 const char *text_of(reply_fault fault)
 {
-    return all[static_cast<std::size_t>(fault)].text;
+    return kinds[static_cast<std::size_t>(fault)].text;
 }
 
 const char *name_of(reply_fault fault)
 {
-    return all[static_cast<std::size_t>(fault)].name;
+    return kinds[static_cast<std::size_t>(fault)].name;
 }
 
 std::string text_of(fault_set faults)

@@ -6,8 +6,6 @@
 namespace olv_probe {
 namespace {
 
-constexpr std::uint32_t half_circle = std::uint32_t{1} << 31;
-
 /** Largest, smallest and the sums' figures need one pass; the squares are taken around the mean, which is known
  *  then, so that long delays with small differences keep their digits. */
 void fill_moments(const std::vector<std::int64_t> &samples, distribution &result)
@@ -61,7 +59,7 @@ distribution distribution_of(std::vector<std::int64_t> samples)
 
 bool arrival_order::is_late(std::uint32_t number)
 {
-    if (expected_ && number - *expected_ >= half_circle) {
+    if (expected_ && number != *expected_ && !is_above(number, *expected_)) {
         return true;
     }
     expected_ = number + 1;
@@ -70,7 +68,7 @@ bool arrival_order::is_late(std::uint32_t number)
 
 bool number_memory::knows(std::uint32_t number) const
 {
-    if (!highest_ || number - *highest_ - 1 < half_circle) {
+    if (!highest_ || is_above(number, *highest_)) {
         return false;
     }
     return *highest_ - number >= depth || seen_[number % depth];
@@ -81,7 +79,7 @@ bool number_memory::is_repeated(std::uint32_t number)
     if (knows(number)) {
         return true;
     }
-    if (!highest_ || number - *highest_ - 1 < half_circle) {
+    if (!highest_ || is_above(number, *highest_)) {
         advance_to(number);
     } else {
         seen_[number % depth] = true;

@@ -31,8 +31,13 @@ struct distribution {
 
 [[nodiscard]] distribution distribution_of(std::vector<std::int64_t> samples);
 
-/** Lateness as in RFC 4737: below the number that is expected next. Numbers wrap at 2^32; below means less than
- *  half the circle behind. */
+/** Sequence numbers wrap at 2^32: above is less than half the circle ahead. */
+[[nodiscard]] constexpr bool is_above(std::uint32_t number, std::uint32_t other)
+{
+    return number - other - 1 < std::uint32_t{1} << 31;
+}
+
+/** Lateness as in RFC 4737: below the number that is expected next. */
 class arrival_order {
   public:
     [[nodiscard]] bool is_late(std::uint32_t number);
@@ -41,7 +46,7 @@ class arrival_order {
     std::optional<std::uint32_t> expected_;
 };
 
-/** Tells numbers that come again from numbers that come late, as far as it remembers. Numbers wrap at 2^32. */
+/** Tells numbers that come again from numbers that come late, as far as it remembers. */
 class number_memory {
   public:
     /** How far below the highest number a late one may be. */
