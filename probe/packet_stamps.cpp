@@ -15,7 +15,7 @@ namespace {
 
 /** Departures taken from the system at once. */
 constexpr std::size_t departures_at_once = 32;
-constexpr std::size_t control_room = 256;
+constexpr std::size_t departure_control_room = 256;
 /** By which the stamps of two clocks may contradict each other. */
 constexpr std::chrono::microseconds inaccuracy{20};
 
@@ -114,12 +114,12 @@ void packet_stamps::take_departures(int socket, measurement &sent)
         return;
     }
     std::array<mmsghdr, departures_at_once> messages{};
-    alignas(cmsghdr) std::array<std::array<char, control_room>, departures_at_once> controls{};
+    alignas(cmsghdr) std::array<std::array<char, departure_control_room>, departures_at_once> controls{};
     int taken = departures_at_once;
     while (taken == departures_at_once) {
         for (std::size_t index = 0; index < departures_at_once; ++index) {
             messages[index].msg_hdr.msg_control = controls[index].data();
-            messages[index].msg_hdr.msg_controllen = control_room;
+            messages[index].msg_hdr.msg_controllen = departure_control_room;
         }
         taken = recvmmsg(socket, messages.data(), departures_at_once, MSG_ERRQUEUE | MSG_DONTWAIT, nullptr);
         if (taken <= 0) {

@@ -19,7 +19,7 @@ namespace {
 /** Room for whatever comes, so that a reply that is too long shows. */
 constexpr std::size_t reply_room = 65536;
 /** For the time stamp of a datagram, its TTL and its DSCP. */
-constexpr std::size_t control_room = 256;
+constexpr std::size_t reply_control_room = 256;
 /** Replies taken between two looks at the clock. */
 constexpr int replies_at_once = 64;
 /** Packets of a flood sent between two looks for replies. */
@@ -179,7 +179,7 @@ std::optional<std::int64_t> test_session::receive()
     // First: the departures of those that are answered.
     stamps_.take_departures(descriptor(), measurement_);
     std::optional<std::int64_t> latest;
-    alignas(cmsghdr) std::array<char, control_room> control{};
+    alignas(cmsghdr) std::array<char, reply_control_room> control{};
     for (int turn = 0; turn < replies_at_once; ++turn) {
         iovec part{.iov_base = reply_.data(), .iov_len = reply_.size()};
         msghdr message{};
