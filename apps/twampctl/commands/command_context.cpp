@@ -79,7 +79,8 @@ std::string command_context::serve_metrics(const olv_net::socket_address &addres
 {
     site &on = current();
     metrics_.reset(); // the address may be the same
-    metrics_.emplace(address, [&on] { return on.collect(); });
+    metrics_.emplace(
+        address, [&on] { return on.collect(); }, [&on] { return on.reason_against_answering(); });
     measured_ = &on;
     return metrics_->url();
 }

@@ -58,6 +58,7 @@ class course {
     void announce() const { say("%s", ready_.c_str()); }
     void stop_listening() { site_.stop(); }
     [[nodiscard]] figures collect() { return site_.collect(); }
+    [[nodiscard]] std::string reason_against_answering() const { return site_.reason_against_answering(); }
     void report();
     /** @return Whether all of it worked. */
     bool take_down() { return site_.tear_down(); }
@@ -158,7 +159,8 @@ void course::print_imc()
 void serve_metrics(std::optional<metrics_server> &metrics, course &on, const run_options &options)
 {
     if (options.metrics) {
-        metrics.emplace(*options.metrics, [&on] { return on.collect(); });
+        metrics.emplace(
+            *options.metrics, [&on] { return on.collect(); }, [&on] { return on.reason_against_answering(); });
         say("metrics %s", metrics->url().c_str());
     }
 }

@@ -303,15 +303,29 @@ olv_fastpath::listener_statistics site::counters_of(const std::string &address) 
 
 void site::start()
 {
+    const std::lock_guard lock{mutex_};
     fast_path_.start();
 }
 
 void site::stop()
 {
+    const std::lock_guard lock{mutex_};
     if (fast_path_.running()) {
         fast_path_.stop();
         say("packets no longer answered");
     }
+}
+
+std::string site::reason_against_answering() const
+{
+    const std::lock_guard lock{mutex_};
+    if (!is_up()) {
+        return "the module is not up";
+    }
+    if (listeners_.empty()) {
+        return "nothing listens";
+    }
+    return fast_path_.running() ? "" : "the listeners are stopped";
 }
 
 // --------------------------------------------------------------------------------------------------------
