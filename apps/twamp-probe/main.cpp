@@ -155,7 +155,7 @@ int main(int argc, char **argv)
         }
         return measure_and_report(options);
     } catch (const std::exception &error) {
-        report_error(program_name, "%s", error.what());
+        report_error(program_name, "%s", olv_apps::text_of(error).c_str());
         return olv_apps::exit_usage;
     }
 }

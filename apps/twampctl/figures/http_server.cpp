@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -14,6 +13,9 @@
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+
+#include "net/binding.hpp"
+#include "net/start_thread.hpp"
 
 namespace twampctl {
 namespace {
@@ -118,12 +120,12 @@ http_server::http_server(olv_net::descriptor listener, handler handle)
                              this, MHD_OPTION_NOTIFY_COMPLETED, notice_completion, this, MHD_OPTION_END);
     }
     if (daemon_ == nullptr) {
-        throw std::runtime_error(std::strerror(errno));
+        throw std::runtime_error(olv_net::reason_against_descriptor(errno));
     }
     (void)listener.release(); // the daemon closes it
     events_ = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD)->epoll_fd;
     try {
-        thread_ = std::thread([this] { serve(); });
+        thread_ = olv_net::start_thread([this] { serve(); });
     } catch (...) {
         MHD_stop_daemon(daemon_);
         throw;

@@ -6,10 +6,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include "apps/twampctl/figures/figures_output.hpp"
+#include "net/binding.hpp"
 
 namespace twampctl {
 namespace {
@@ -30,14 +30,9 @@ const std::string places = "the metrics are at /metrics, the health at /healthz\
 
 olv_net::descriptor listen_at(const olv_net::socket_address &address)
 {
-    olv_net::descriptor listener{socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
-    const int on = 1;
-    const int number = listener.number();
-    if (!listener.is_open() || setsockopt(number, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        (address.family() == AF_INET6 && setsockopt(number, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on) != 0) ||
-        bind(number, address.generic(), address.length) != 0 ||
-        listen(number, http_server::most_connections) != 0) {
-        refuse(address, std::strerror(errno));
+    olv_net::descriptor listener = olv_net::bound_socket(address, SOCK_STREAM);
+    if (!listener.is_open() || listen(listener.number(), http_server::most_connections) != 0) {
+        refuse(address, olv_net::reason_against_socket(address, errno));
     }
     return listener;
 }
