@@ -121,6 +121,9 @@ void report_ending(const probe &measuring, const session_options &options, const
 
 int measure_and_report(probe_options &options)
 {
+    if (!options.plot.empty()) {
+        require_plot(options.plot); // before, and not after hours
+    }
     const olv_apps::signal_watch signals;
     options.session.reflector = resolve(options.reflector, options.family);
     probe measuring{options.session};
