@@ -20,8 +20,6 @@
 namespace twampctl {
 namespace {
 
-constexpr const char *plain_type = "text/plain; charset=utf-8";
-
 MHD_Result queue(MHD_Connection *connection, const http_answer &answer)
 {
     // The library copies the text before it writes anything.

@@ -20,6 +20,8 @@ struct MHD_Daemon;
 
 namespace twampctl {
 
+inline constexpr const char *plain_type = "text/plain; charset=utf-8";
+
 struct http_answer {
     unsigned status;
     const char *type; ///< Of its content.

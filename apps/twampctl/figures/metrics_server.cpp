@@ -15,7 +15,6 @@ namespace twampctl {
 namespace {
 
 constexpr const char *exposition_type = "text/plain; version=0.0.4; charset=utf-8";
-constexpr const char *plain_type = "text/plain; charset=utf-8";
 constexpr unsigned ok = 200;
 constexpr unsigned not_found = 404;
 constexpr unsigned server_error = 500;
