@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <tuple>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -82,7 +84,9 @@ struct sort_key {
     {
         return family == other.family && port == other.port;
     }
-    friend auto operator<=>(const sort_key &, const sort_key &) = default;
+    [[nodiscard]] auto all() const { return std::tie(family, port, host, scope); }
+    friend bool operator==(const sort_key &left, const sort_key &right) { return left.all() == right.all(); }
+    friend bool operator<(const sort_key &left, const sort_key &right) { return left.all() < right.all(); }
 
     int family;
     std::uint16_t port;
@@ -130,6 +134,7 @@ std::optional<std::pair<socket_address, socket_address>>
 overlapping(const std::vector<socket_address> &addresses)
 {
     std::vector<std::pair<sort_key, const socket_address *>> sorted;
+    sorted.reserve(addresses.size());
     for (const socket_address &each : addresses) {
         sorted.emplace_back(sort_key{each}, &each);
     }

@@ -12,7 +12,6 @@ namespace olv_probe {
 namespace {
 
 using olv_apps::append;
-using olv_apps::formatted;
 using results = std::vector<const measurement *>;
 
 constexpr std::size_t moments = 5000;
