@@ -99,19 +99,30 @@ void listen(command_context &context, const listen_options &options)
     }
 }
 
-/** Those at which packets are answered, of addresses as listed or as given to "listen". */
+/** What a text stands for: an address as it is listed, or what was given to "listen". */
+std::vector<std::string> listeners_at(const std::vector<std::string> &all, const std::string &text)
+{
+    if (std::find(all.begin(), all.end(), text) != all.end()) {
+        return {text};
+    }
+    try {
+        std::vector<std::string> meant;
+        for (const olv_net::socket_address &each : olv_net::listen_addresses(text)) {
+            meant.push_back(each.text());
+        }
+        return meant;
+    } catch (const std::runtime_error &) {
+        return {text}; // nothing listens there; who looks for it lists what there is
+    }
+}
+
 std::vector<std::string> listeners_at(const site &on, const std::vector<std::string> &texts)
 {
     const std::vector<std::string> all = on.listeners();
     std::vector<std::string> chosen;
     for (const std::string &text : texts) {
-        if (std::find(all.begin(), all.end(), text) != all.end()) {
-            chosen.push_back(text);
-            continue;
-        }
-        for (const olv_net::socket_address &each : olv_net::listen_addresses(text)) {
-            chosen.push_back(each.text());
-        }
+        const std::vector<std::string> meant = listeners_at(all, text);
+        chosen.insert(chosen.end(), meant.begin(), meant.end());
     }
     return chosen;
 }
