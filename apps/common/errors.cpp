@@ -2,8 +2,14 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <new>
 
 namespace olv_apps {
+
+std::string text_of(const std::exception &error)
+{
+    return dynamic_cast<const std::bad_alloc *>(&error) != nullptr ? "no memory is to be had" : error.what();
+}
 
 void report_error(const char *program, const char *format, ...)
 {

@@ -171,6 +171,9 @@ void report_ending(const probe &measuring, const session_options &options, const
 
 int measure_and_report(probe_options &options)
 {
+    if (!options.plot.empty()) {
+        require_plot(options.plot); // before, and not after hours
+    }
     const olv_apps::signal_watch signals{SIGINT, SIGTERM, SIGHUP};
     const olv_apps::signal_watch asked{SIGUSR1};
     options.session.reflector = resolve(options.reflector, options.family);
@@ -206,7 +209,7 @@ int main(int argc, char **argv)
         }
         return measure_and_report(options);
     } catch (const std::exception &error) {
-        report_error(program_name, "%s", error.what());
+        report_error(program_name, "%s", olv_apps::text_of(error).c_str());
         return olv_apps::exit_usage;
     }
 }

@@ -6,7 +6,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
+#include <string_view>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -15,17 +17,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "apps/common/formatted.hpp"
-#include "apps/twamp-probe/histogram.hpp"
+#include "apps/twamp-probe/plot_script.hpp"
 #include "net/descriptor.hpp"
 
 namespace olv_probe {
 namespace {
 
-using olv_apps::append;
-
-constexpr std::size_t moments = 5000;
-constexpr std::size_t histogram_bars = 100;
+constexpr const char *not_installed = "the program gnuplot is not installed";
 
 [[noreturn]] void fail(const std::string &file, const std::string &reason)
 {
@@ -130,89 +128,37 @@ int run_gnuplot(int input, int output, int errors, int &status)
     return error;
 }
 
-/** Letters, digits and what addresses and sizes are written with: nothing that ends a text of gnuplot's. */
-std::string harmless(std::string text)
+/** Where the shell would find it, too. */
+bool is_installed(const std::string &program)
 {
-    std::erase_if(text, [](char letter) {
-        return std::strchr(" .:,%[]-_", letter) == nullptr && !(letter >= '0' && letter <= '9') &&
-               !(letter >= 'a' && letter <= 'z') && !(letter >= 'A' && letter <= 'Z');
-    });
-    return text;
-}
-
-void append_point(std::string &script, std::int64_t sent_at, std::int64_t round_trip)
-{
-    append(script, "%.6f %.3f\n", static_cast<double>(sent_at) / 1e9, static_cast<double>(round_trip) / 1e3);
-}
-
-struct slot {
-    const packet_record *shortest = nullptr;
-    const packet_record *longest = nullptr;
-};
-
-/** Of each slice of time, the shortest and the longest round trip. */
-void append_points(std::string &script, const std::vector<const measurement *> &sessions)
-{
-    std::int64_t end = 1;
-    for (const measurement *session : sessions) {
-        end = session->records().empty() ? end : std::max(end, session->records().back().sent_at + 1);
-    }
-    std::vector<slot> slots(moments);
-    for (const measurement *session : sessions) {
-        for (const packet_record &record : session->records()) {
-            if (record.measured) {
-                const double place = static_cast<double>(record.sent_at) / static_cast<double>(end);
-                slot &own = slots[std::min(moments - 1, static_cast<std::size_t>(place * moments))];
-                const bool first = own.shortest == nullptr;
-                own.shortest = first || record.round_trip < own.shortest->round_trip ? &record : own.shortest;
-                own.longest = first || record.round_trip > own.longest->round_trip ? &record : own.longest;
-            }
+    const char *folders = std::getenv("PATH");
+    std::string_view rest = folders == nullptr ? "/bin:/usr/bin" : folders;
+    while (!rest.empty()) {
+        const std::size_t end = std::min(rest.find(':'), rest.size());
+        const std::string file = std::string(rest.substr(0, end)) + "/" + program;
+        if (access(file.c_str(), X_OK) == 0) {
+            return true;
         }
+        rest.remove_prefix(std::min(end + 1, rest.size()));
     }
-    for (const slot &own : slots) {
-        if (own.shortest != nullptr) {
-            append_point(script, own.shortest->sent_at, own.shortest->round_trip);
-        }
-        if (own.longest != own.shortest) {
-            append_point(script, own.longest->sent_at, own.longest->round_trip);
-        }
-    }
-}
-
-void append_bars(std::string &script, const histogram &figures)
-{
-    for (std::size_t index = 0; index < figures.bars.size(); ++index) {
-        const auto width = static_cast<double>(figures.width);
-        const double middle = static_cast<double>(figures.start) + width * (static_cast<double>(index) + 0.5);
-        append(script, "%.3f %llu\n", middle / 1e3, static_cast<unsigned long long>(figures.bars[index]));
-    }
+    return false;
 }
 
 } // namespace
 
-std::string plot_script(const std::vector<const measurement *> &sessions, const std::string &title, bool png)
+void require_plot(const std::string &file)
 {
-    std::vector<std::int64_t> samples;
-    for (const measurement *session : sessions) {
-        session->append_delays(path::round_trip, {}, samples);
+    const std::filesystem::path path = file;
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    if (access(folder.c_str(), W_OK | X_OK) != 0) {
+        fail(file, std::strerror(errno));
     }
-    const histogram figures = histogram_of(std::move(samples), histogram_bars);
-    std::string script = png ? "set terminal pngcairo noenhanced size 1000,800\n"
-                             : "set terminal svg noenhanced size 1000,800 background rgb 'white'\n";
-    script += "$points << END\n";
-    append_points(script, sessions);
-    script += "END\n$bars << END\n";
-    append_bars(script, figures);
-    script += "END\nset multiplot layout 2,1 title '" + harmless(title) + "'\nset grid\nunset key\n";
-    script += "set xlabel 'sent after (s)'\nset ylabel 'round trip (us)'\n"
-              "plot $points using 1:2 with points pointtype 7 pointsize 0.3\n";
-    script += figures.has_above ? "set xlabel 'round trip (us), the last bar and above'\n"
-                                : "set xlabel 'round trip (us)'\n";
-    append(script,
-           "set ylabel 'packets'\nset yrange [0:*]\nset boxwidth %.3f\nset style fill solid 0.6\n"
-           "plot $bars using 1:2 with boxes\nunset multiplot\n",
-           static_cast<double>(figures.width) / 1e3);
-    return script;
+    if (std::filesystem::is_directory(path)) {
+        fail(file, std::strerror(EISDIR));
+    }
+    if (!is_installed("gnuplot")) {
+        fail(file, not_installed);
+    }
 }
 
 void draw_plot(const std::string &file, const std::vector<const measurement *> &sessions,
@@ -232,7 +178,7 @@ void draw_plot(const std::string &file, const std::vector<const measurement *> &
     int status = 0;
     const int error = run_gnuplot(script.descriptor(), picture.descriptor(), errors.descriptor(), status);
     if (error == ENOENT) {
-        fail(file, "the program gnuplot is not installed");
+        fail(file, not_installed);
     }
     if (error != 0) {
         fail(file, std::string("gnuplot cannot be started: ") + std::strerror(error));

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "apps/common/formatted.hpp"
+#include "apps/common/terminal.hpp"
 
 namespace olv_probe {
 namespace {
@@ -44,7 +45,7 @@ std::string progress_text(const session_options &options, const probe_progress &
 
 progress_line::progress_line(const session_options &options, probe &sender)
 {
-    if (isatty(STDERR_FILENO) == 0) {
+    if (!olv_apps::moves_cursor(STDERR_FILENO)) {
         return;
     }
     sender.on_progress(redraw_pause, [this, options](const probe_progress &progress) {

@@ -14,7 +14,8 @@ namespace olv_probe {
 /** Fits 79 columns. */
 [[nodiscard]] std::string progress_text(const session_options &options, const probe_progress &progress);
 
-/** On standard error if that is a terminal; otherwise nowhere. Wiped away when it ends. */
+/** On standard error if that is a terminal that moves its cursor; otherwise nowhere. Wiped away when it ends.
+ */
 class progress_line {
   public:
     progress_line(const session_options &options, probe &sender);

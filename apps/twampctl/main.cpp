@@ -84,7 +84,8 @@ int run_words(command_context &context, const std::vector<std::string> &words)
         olv_apps::report_error(program_name, "%s", error.what());
         return olv_apps::exit_usage;
     } catch (const std::exception &error) {
-        olv_apps::report_error(program_name, "%s%s", error.what(), advice(context, words, error));
+        olv_apps::report_error(program_name, "%s%s", olv_apps::text_of(error).c_str(),
+                               advice(context, words, error));
         return olv_apps::exit_failed;
     }
 }
@@ -141,7 +142,7 @@ int main(int argc, char **argv)
     try {
         status = twampctl::dispatch(argc, argv);
     } catch (const std::exception &error) {
-        olv_apps::report_error(twampctl::program_name, "%s", error.what());
+        olv_apps::report_error(twampctl::program_name, "%s", olv_apps::text_of(error).c_str());
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         olv_apps::report_error(twampctl::program_name, "standard output is not complete");

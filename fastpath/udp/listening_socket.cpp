@@ -4,7 +4,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <system_error>
+
+#include "net/binding.hpp"
 
 namespace olv_fastpath {
 
@@ -13,7 +14,7 @@ namespace {
 [[noreturn]] void fail(const olv_net::socket_address &address, int error)
 {
     throw std::runtime_error("cannot listen on " + address.text() + ": " +
-                             std::generic_category().message(error));
+                             olv_net::reason_against_socket(address, error));
 }
 
 } // namespace

@@ -3,11 +3,12 @@
 #include <cerrno>
 #include <cstdint>
 #include <stdexcept>
-#include <system_error>
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+
+#include "net/binding.hpp"
 
 namespace olv_fastpath {
 
@@ -23,7 +24,7 @@ socket_watch::socket_watch()
 {
     if (!epoll_.is_open() || !wake_.is_open() || !watch(wake_.number(), woken)) {
         const int error = errno;
-        throw std::runtime_error("cannot serve sockets: " + std::generic_category().message(error));
+        throw std::runtime_error("cannot serve sockets: " + olv_net::reason_against_descriptor(error));
     }
 }
 

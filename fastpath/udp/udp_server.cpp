@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "fastpath/udp/socket_options.hpp"
+#include "net/start_thread.hpp"
 
 namespace olv_fastpath {
 
@@ -119,7 +120,7 @@ void udp_server::start()
         return;
     }
     stopping_ = false;
-    worker_ = std::thread{[this] { run(); }};
+    worker_ = olv_net::start_thread([this] { run(); });
 }
 
 void udp_server::stop()

@@ -104,6 +104,17 @@ TEST_F(Site, NobodyCountsWhileTheMaximumIsWritten)
     EXPECT_EQ(threads(), threads_before_ + 1);
 }
 
+TEST_F(Site, SaysWhyPacketsAreNotAnswered)
+{
+    EXPECT_EQ(place_.reason_against_answering(), "nothing listens");
+    listen_for(1);
+    EXPECT_EQ(place_.reason_against_answering(), "");
+    place_.stop();
+    EXPECT_EQ(place_.reason_against_answering(), "the listeners are stopped");
+    place_.shut_down();
+    EXPECT_EQ(place_.reason_against_answering(), "the module is not up");
+}
+
 TEST_F(Site, PacketsOfOthersAreAnsweredMeanwhile)
 {
     listen_for(2);

@@ -1,5 +1,7 @@
 // "twampctl run --config": the file, the command line above it, --check.
 
+#include <csignal>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -75,6 +77,36 @@ TEST(Config, IsCheckedTogetherWithTheCommandLine)
               ends(2, "",
                    "twampctl: 2 responders have no room for 16777216 sessions each, but "
                    "for 16777216 together\n"));
+}
+
+TEST(Config, IsBadWhereARunWouldNotBegin)
+{
+    const config_file file{R"({"responders": 1})"};
+    const std::pair<std::string, std::string> rows[] = {
+        {"--listen 127.0.0.1:0 --responders 2 --capacity 1",
+         "2 responders do not fit a capacity of 1 responder IDs"},
+        {"--listen [::1]:8620 --listen *:8620", "[::]:8620 is all addresses, [::1]:8620 is one of them"},
+        {"--listen 192.0.2.1:8620", "cannot listen on 192.0.2.1:8620: Cannot assign requested address"},
+        {"--listen 127.0.0.1:0 --metrics 192.0.2.1:9862",
+         "cannot serve metrics at 192.0.2.1:9862: Cannot assign requested address"},
+        {"--listen 127.0.0.1:0 --trace /nonexistent/trace",
+         "cannot write the trace to /nonexistent/trace: No such file or directory"},
+        {"--listen 127.0.0.1:0 --trace .", "cannot write the trace to .: Is a directory"}};
+    for (const auto &[options, reason] : rows) {
+        EXPECT_EQ(file.run("--check " + options), ends(2, "", "twampctl: " + reason + "\n"));
+        const finished_program run = file.run("--duration 0 " + options);
+        EXPECT_NE(run.status, 0) << options;
+        EXPECT_EQ(run.errors, "twampctl: " + reason + "\n");
+    }
+}
+
+TEST(Config, IsGoodWhileARunThatItReplacesGoesOn)
+{
+    const config_file file{"{}"};
+    control_program control{"--listen 127.0.0.1:0 --trace " + file.folder.path("trace")};
+    EXPECT_EQ(file.run("--check --trace trace --listen " + control.address()), prints("config.json: good\n"));
+    EXPECT_EQ(control.stop(SIGINT).status, 0);
+    EXPECT_THAT(file.folder.read("trace"), HasSubstr("olv_twamp_responder_create"));
 }
 
 TEST(Config, ThatCannotBeReadIsAnError)

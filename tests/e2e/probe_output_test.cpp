@@ -97,29 +97,28 @@ TEST_F(ProbeOutput, DrawsAPngOverAnOldOne)
     EXPECT_THAT(folder.read(name), EndsWith("IEND\xAE\x42\x60\x82"));
 }
 
-/** What could not be drawn is said after the figures. */
-void expect_not_drawn(const finished_program &finished, const std::string &name, const std::string &reason)
-{
-    EXPECT_EQ(finished.status, 1);
-    EXPECT_THAT(finished.output, HasSubstr("\nvalid: 2\n"));
-    EXPECT_EQ(finished.errors, "twamp-probe: cannot draw '" + name + "': " + reason + "\n");
-}
-
-TEST_F(ProbeOutput, PictureWithoutAPlaceIsAFailure)
+TEST_F(ProbeOutput, PictureThatCannotBeDrawnIsSaidBeforeTheMeasurement)
 {
     const test_folder folder;
+    std::filesystem::create_directory(folder.path("delay.svg"));
+    const std::string measuring = "--count 2 --plot ";
+    const auto refused = [](const std::string &name, const std::string &reason) {
+        return ends(2, "", "twamp-probe: cannot draw '" + name + "': " + reason + "\n");
+    };
     const std::string taken = folder.path("delay.svg");
-    std::filesystem::create_directory(taken);
-    expect_not_drawn(probe("--count 2 --plot " + taken), taken, "Is a directory");
+    EXPECT_EQ(probe(measuring + taken), refused(taken, "Is a directory"));
+    const std::string nowhere = "/nonexistent/delay.svg";
+    EXPECT_EQ(probe(measuring + nowhere), refused(nowhere, "No such file or directory"));
+    const std::string good = folder.path("good.svg");
+    EXPECT_EQ(in_shell("PATH=$1; shift; exec \"$@\"",
+                       {folder.path(""), TWAMP_PROBE, address(), "--count", "2", "--plot", good}),
+              refused(good, "the program gnuplot is not installed"));
     EXPECT_THAT(folder.names(), ElementsAre("delay.svg"));
-    expect_not_drawn(probe("--count 2 --plot /nonexistent/delay.svg"), "/nonexistent/delay.svg",
-                     "No such file or directory");
 }
 
 TEST_F(ProbeOutput, PictureWithoutAGnuplotThatWorksIsAFailure)
 {
     const std::pair<const char *, const char *> rows[] = {
-        {"", "the program gnuplot is not installed"},
         {"#!/bin/sh\necho '<svg half a picture'\necho 'out of ink' >&2\nexit 1\n",
          "gnuplot failed: out of ink"},
         {"#!/bin/sh\nexit 0\n", "gnuplot failed"}};
@@ -127,14 +126,15 @@ TEST_F(ProbeOutput, PictureWithoutAGnuplotThatWorksIsAFailure)
         SCOPED_TRACE(reason);
         const test_folder folder;
         std::filesystem::create_directory(folder.path("bin"));
-        if (*gnuplot != 0) {
-            folder.write("bin/gnuplot", gnuplot);
-            std::filesystem::permissions(folder.path("bin/gnuplot"), std::filesystem::perms::owner_all);
-        }
-        expect_not_drawn(
+        folder.write("bin/gnuplot", gnuplot);
+        std::filesystem::permissions(folder.path("bin/gnuplot"), std::filesystem::perms::owner_all);
+        const finished_program finished =
             in_shell("PATH=$1; shift; exec \"$@\"", {folder.path("bin"), TWAMP_PROBE, address(), "--count", "2",
-                                                     "--interval", "1", "--plot", folder.path("delay.svg")}),
-            folder.path("delay.svg"), reason);
+                                                     "--interval", "1", "--plot", folder.path("delay.svg")});
+        EXPECT_EQ(finished.status, 1);
+        EXPECT_THAT(finished.output, HasSubstr("\nvalid: 2\n")) << "what was measured is shown";
+        EXPECT_EQ(finished.errors,
+                  "twamp-probe: cannot draw '" + folder.path("delay.svg") + "': " + reason + "\n");
         EXPECT_THAT(folder.names(), ElementsAre("bin"));
     }
 }

@@ -217,7 +217,9 @@ TEST_F(workers_test, leave_nothing_open_when_one_gets_no_socket)
     few.rlim_cur =
         static_cast<rlim_t>(client{AF_INET}.number()) + 2; // the lowest that is free, and the next one
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    EXPECT_EQ(message_of_add(wanted), "cannot listen on " + wanted + ": Too many open files");
+    EXPECT_EQ(message_of_add(wanted), "cannot listen on " + wanted +
+                                          ": Too many open files; this process may have " +
+                                          std::to_string(few.rlim_cur) + " descriptors (ulimit -n)");
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_TRUE(client{AF_INET}.can_bind_to(parse_socket_address(wanted)));
     expect_answer(client{AF_INET}, at(add(wanted)));

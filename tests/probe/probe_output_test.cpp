@@ -8,6 +8,7 @@
 #include "apps/twamp-probe/csv_report.hpp"
 #include "apps/twamp-probe/histogram.hpp"
 #include "apps/twamp-probe/plot.hpp"
+#include "apps/twamp-probe/plot_script.hpp"
 #include "apps/twamp-probe/progress_line.hpp"
 #include "packets.hpp"
 
@@ -75,10 +76,32 @@ TEST(PlotScript, HasPointsAndBars)
     session.receive(2, {.number = 1}, 300'000);
     const std::string script = plot_script({&session.result}, "to 127.0.0.1:862", false);
     EXPECT_THAT(script, StartsWith("set terminal svg "));
-    EXPECT_THAT(script, HasSubstr("$points << END\n0.000000 100.000\n0.500000 300.000\nEND\n"));
+    EXPECT_THAT(script, HasSubstr("$round_trip << END\n0.000000 100.000\n0.500000 300.000\nEND\n"));
     EXPECT_THAT(script, HasSubstr("$bars << END\n102.500 1\n"));
     EXPECT_THAT(script, HasSubstr("title 'to 127.0.0.1:862'\n"));
     EXPECT_THAT(plot_script({&session.result}, "", true), StartsWith("set terminal pngcairo "));
+}
+
+TEST(PlotScript, MarksLossesWithTheirNumberAndShowsBothWays)
+{
+    scripted_session session{400};            // a hundred seconds, so that a mark stands for 2.5
+    constexpr std::int64_t forward = 1 << 23; // of 2^-32 seconds: 1953.125 us
+    for (std::uint32_t sequence = 0; sequence < 400; ++sequence) {
+        const bool lost = sequence == 2 || sequence == 4 || sequence == 399;
+        const std::int64_t way = sequence == 1 ? 2 * forward : forward;
+        if (!lost) {
+            session.receive(sequence, {.number = sequence, .received = way, .sent_back = way},
+                            sequence == 1 ? 10'000'000 : 5'000'000);
+        }
+    }
+    const std::string script = plot_script({&session.result}, "", false);
+    EXPECT_THAT(script, HasSubstr("$lost << END\n0.750000 2\n99.750000 1\nEND\n")); // 0.5 and 1 s, together
+    EXPECT_THAT(script, HasSubstr(" with points pointtype 2 linecolor 'red' title 'lost 3', $lost using "
+                                  "1:(0.03):2 axes x1y2 with labels "));
+    EXPECT_THAT(script, HasSubstr("$forward << END\n0.000000 0.000\n0.250000 1953.125\n0.750000 0.000\n"));
+    EXPECT_THAT(script, HasSubstr("$backward << END\n0.000000 0.000\n0.250000 3046.875\n0.750000 0.000\n"));
+    EXPECT_THAT(script, HasSubstr(" title 'forward, shortest 1953.125 us', "));
+    EXPECT_THAT(script, HasSubstr(" title 'backward, shortest 3046.875 us'\n"));
 }
 
 TEST(PlotScript, LetsNoTitleEndItsText)
@@ -97,7 +120,7 @@ TEST(PlotScript, KeepsTheShortestAndTheLongestOfAMoment)
         session.receive(sequence, {.number = sequence}, 1'000 * (1 + sequence % 4));
     }
     const std::string script = plot_script({&session.result}, "", false);
-    const std::string points = script.substr(0, script.find("$bars"));
+    const std::string points = script.substr(0, script.find("$forward"));
     EXPECT_EQ(std::count(points.begin(), points.end(), '\n'), 2 + 10'000 + 1);
     EXPECT_THAT(points, HasSubstr(" 1.000\n"));
     EXPECT_THAT(points, HasSubstr(" 4.000\n"));

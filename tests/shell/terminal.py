@@ -17,8 +17,8 @@ ROWS = 24
 class Terminal:
     """A program on a pseudo-terminal, with a screen that shows what it writes."""
 
-    def __init__(self, program: str, *words: str, history: str | None = None) -> None:
-        environment = {**os.environ, "TERM": "xterm", "LC_ALL": "C.UTF-8"}
+    def __init__(self, program: str, *words: str, history: str | None = None, kind: str = "xterm") -> None:
+        environment = {**os.environ, "TERM": kind, "LC_ALL": "C.UTF-8"}
         self._folder = tempfile.TemporaryDirectory()  # pylint: disable=consider-using-with
         self.folder = self._folder.name
         environment["TWAMPCTL_HISTORY"] = history or os.path.join(self.folder, "history")

@@ -36,7 +36,7 @@ def environment(programs: str) -> dict[str, str]:
     return {
         **os.environ,
         "PATH": f"{programs}:{os.environ['PATH']}",
-        "TERM": "dumb",
+        "TERM": "xterm",  # screens are drawn in place
         "LC_ALL": "C.UTF-8",
         "TWAMPCTL_HISTORY": "",
     }

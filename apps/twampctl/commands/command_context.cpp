@@ -5,6 +5,7 @@
 #include "apps/common/errors.hpp"
 #include "apps/twampctl/console/progress.hpp"
 #include "apps/twampctl/program_name.hpp"
+#include "net/listen_addresses.hpp"
 #include "olv_sim/faults.hpp"
 #include "olv_sim/processor.hpp"
 
@@ -75,13 +76,21 @@ void command_context::trace_to(const std::string &where)
     }
 }
 
-std::string command_context::serve_metrics(const olv_net::socket_address &address)
+std::vector<std::string> command_context::serve_metrics(const std::string &where)
 {
     site &on = current();
-    metrics_.reset(); // the address may be the same
-    metrics_.emplace(address, [&on] { return on.collect(); });
+    const std::vector<olv_net::socket_address> addresses = olv_net::listen_addresses(where);
+    end_metrics(); // the address may be the same
     measured_ = &on;
-    return metrics_->url();
+    std::list<metrics_server> servers;
+    std::vector<std::string> urls;
+    for (const olv_net::socket_address &each : addresses) {
+        servers.emplace_back(
+            each, [&on] { return on.collect(); }, [&on] { return on.reason_against_answering(); });
+        urls.push_back(servers.back().url());
+    }
+    metrics_ = std::move(servers);
+    return urls;
 }
 
 void command_context::silence()

@@ -48,9 +48,10 @@ class command_context {
     void trace_to(const std::string &where);
     [[nodiscard]] const std::string &trace() const { return trace_name_; }
 
-    /** Serve the figures of the processor in use over HTTP, as long as it is there. @return Where: a URL. */
-    [[nodiscard]] std::string serve_metrics(const olv_net::socket_address &address);
-    void end_metrics() { metrics_.reset(); }
+    /** Serve the figures of the processor in use over HTTP, as long as it is there. @return Where: a URL for
+     * each address. */
+    [[nodiscard]] std::vector<std::string> serve_metrics(const std::string &where);
+    void end_metrics() { metrics_.clear(); }
 
     /** Probes in the background; their round trips are in the figures. */
     [[nodiscard]] background_probes &background() { return probes_; }
@@ -76,8 +77,8 @@ class command_context {
     site *current_ = nullptr;
     std::string trace_name_;
     std::optional<trace_output> trace_;
-    std::optional<metrics_server> metrics_; ///< Ends before the sites that it reads.
-    const site *measured_ = nullptr;        ///< Whose figures are served.
+    std::list<metrics_server> metrics_; ///< End before the sites that they read.
+    const site *measured_ = nullptr;    ///< Whose figures are served.
     bool over_ = false;
 };
 

@@ -141,7 +141,9 @@ void add_metrics(command_tree &tree)
     const auto where = std::make_shared<std::string>();
     tree.add(group, {"at", "Serve them for Prometheus to fetch", {"metrics at 127.0.0.1:9862"}},
              [where](command_context &context) {
-                 say("metrics %s", context.serve_metrics(olv_net::parse_socket_address(*where)).c_str());
+                 for (const std::string &url : context.serve_metrics(*where)) {
+                     say("metrics %s", url.c_str());
+                 }
              })
         .add_option("ADDRESS:PORT", *where, "Where; port 0: any")
         .required();

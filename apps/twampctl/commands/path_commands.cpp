@@ -1,10 +1,12 @@
 // Ways in and out: binds, and the addresses at which packets are answered.
+#include <algorithm>
 #include <cstdio>
 
 #include "apps/twampctl/commands/checks.hpp"
 #include "apps/twampctl/commands/command_tree.hpp"
 #include "apps/twampctl/commands/commands.hpp"
 #include "apps/twampctl/console/progress.hpp"
+#include "net/listen_addresses.hpp"
 
 namespace twampctl {
 namespace {
@@ -88,7 +90,8 @@ void listen(command_context &context, const listen_options &options)
     site &on = context.current();
     std::vector<olv_net::socket_address> addresses;
     for (const std::string &text : options.addresses) {
-        addresses.push_back(olv_net::parse_socket_address(text));
+        const std::vector<olv_net::socket_address> meant = olv_net::listen_addresses(text);
+        addresses.insert(addresses.end(), meant.begin(), meant.end());
     }
     for (const olv_net::socket_address &each : addresses) {
         say("listening at %s", on.listen(each, path_for(on, each.family(), options)).c_str());
@@ -96,11 +99,39 @@ void listen(command_context &context, const listen_options &options)
     }
 }
 
+/** What a text stands for: an address as it is listed, or what was given to "listen". */
+std::vector<std::string> listeners_at(const std::vector<std::string> &all, const std::string &text)
+{
+    if (std::find(all.begin(), all.end(), text) != all.end()) {
+        return {text};
+    }
+    try {
+        std::vector<std::string> meant;
+        for (const olv_net::socket_address &each : olv_net::listen_addresses(text)) {
+            meant.push_back(each.text());
+        }
+        return meant;
+    } catch (const std::runtime_error &) {
+        return {text}; // nothing listens there; who looks for it lists what there is
+    }
+}
+
+std::vector<std::string> listeners_at(const site &on, const std::vector<std::string> &texts)
+{
+    const std::vector<std::string> all = on.listeners();
+    std::vector<std::string> chosen;
+    for (const std::string &text : texts) {
+        const std::vector<std::string> meant = listeners_at(all, text);
+        chosen.insert(chosen.end(), meant.begin(), meant.end());
+    }
+    return chosen;
+}
+
 void unlisten(command_context &context, const std::vector<std::string> &addresses, bool all)
 {
     site &on = context.current();
     require_some_or_all("unlisten", "the addresses", !addresses.empty(), all);
-    for (const std::string &each : all ? on.listeners() : addresses) {
+    for (const std::string &each : all ? on.listeners() : listeners_at(on, addresses)) {
         on.unlisten(each);
         say("no longer listening at %s", each.c_str());
     }
@@ -109,7 +140,7 @@ void unlisten(command_context &context, const std::vector<std::string> &addresse
 void redirect(command_context &context, const listen_options &options)
 {
     site &on = context.current();
-    for (const std::string &each : options.addresses) {
+    for (const std::string &each : listeners_at(on, options.addresses)) {
         const int family = each.starts_with('[') ? AF_INET6 : AF_INET;
         const olv_fastpath::packet_path path = path_for(on, family, options);
         on.redirect(each, path);

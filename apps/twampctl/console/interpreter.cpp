@@ -169,7 +169,7 @@ void run_script(command_context &context, const script_options &options)
             if (!options.keep_going) {
                 throw std::runtime_error(place + error.what());
             }
-            olv_apps::report_error(program_name, "%s%s", place.c_str(), error.what());
+            olv_apps::report_error(program_name, "%s%s", place.c_str(), olv_apps::text_of(error).c_str());
             ++failures;
         }
     }

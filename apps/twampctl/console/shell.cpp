@@ -69,7 +69,7 @@ void run_shell(command_context &context)
             if (context.signals().arrived()) {
                 std::printf("\n"); // the terminal has shown ^C
             }
-            olv_apps::report_error("error", "%s", error.what());
+            olv_apps::report_error("error", "%s", olv_apps::text_of(error).c_str());
         }
         if (was_terminated(context.signals())) {
             throw std::runtime_error("ended by a signal");

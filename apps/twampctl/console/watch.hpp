@@ -1,6 +1,6 @@
 /**
  * @file watch.hpp
- * Figures as they change.
+ * Figures as they change, on the terminal.
  */
 #ifndef OLV_TWAMPCTL_WATCH_HPP
 #define OLV_TWAMPCTL_WATCH_HPP
@@ -9,20 +9,12 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <string>
 
 #include "apps/common/signal_watch.hpp"
 #include "apps/twampctl/figures/figures.hpp"
 #include "apps/twampctl/figures/output_format.hpp"
 
 namespace twampctl {
-
-/** "received 1000.0/s  sent 999.0/s  ...": how fast counters grew between two instants. */
-[[nodiscard]] std::string watch_line(const figures &before, const figures &now);
-
-/** The same for a screen: rates, counters by drop reason, responders, sessions.
- *  @param rows  Lines that there are at most; sessions and responders that do not fit are counted. */
-[[nodiscard]] std::string watch_screen(const figures &before, const figures &now, std::size_t rows);
 
 struct watch_options {
     std::chrono::nanoseconds interval{1'000'000'000};
@@ -31,7 +23,7 @@ struct watch_options {
     output_format format = output_format::text; ///< Other than text: all figures each time.
 };
 
-/** Show the figures after each interval: redrawn in place on a terminal, a line each elsewhere.
+/** Show the figures after each interval: redrawn in place on a terminal that can, a line each elsewhere.
  *  @return Whether a signal ended it. */
 bool watch(const std::function<figures()> &collect, const olv_apps::signal_watch &signals,
            const watch_options &options);

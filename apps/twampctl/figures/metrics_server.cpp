@@ -4,119 +4,76 @@
 #include <cstring>
 #include <exception>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 
-#include <microhttpd.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include "apps/twampctl/figures/figures_output.hpp"
-#include "net/descriptor.hpp"
+#include "net/binding.hpp"
 
 namespace twampctl {
 namespace {
 
-constexpr unsigned connection_limit = 32;
-constexpr unsigned connection_seconds = 10; ///< Without a byte; whoever wants to stay connects again.
 constexpr const char *exposition_type = "text/plain; version=0.0.4; charset=utf-8";
-constexpr const char *plain_type = "text/plain; charset=utf-8";
+constexpr unsigned ok = 200;
+constexpr unsigned not_found = 404;
+constexpr unsigned server_error = 500;
+constexpr unsigned unavailable = 503;
 
-[[noreturn]] void refuse(const olv_net::socket_address &address, int error)
+const std::string places = "the metrics are at /metrics, the health at /healthz\n";
+
+[[noreturn]] void refuse(const olv_net::socket_address &address, const std::string &reason)
 {
-    throw std::runtime_error("cannot serve metrics at " + address.text() + ": " + std::strerror(error));
+    throw std::runtime_error("cannot serve metrics at " + address.text() + ": " + reason);
 }
 
-bool bind_and_listen(int descriptor, const olv_net::socket_address &address)
+olv_net::descriptor listen_at(const olv_net::socket_address &address)
 {
-    const int on = 1;
-    return setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
-           (address.family() != AF_INET6 ||
-            setsockopt(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on) == 0) &&
-           bind(descriptor, address.generic(), address.length) == 0 &&
-           listen(descriptor, connection_limit) == 0;
-}
-
-MHD_Result answer(MHD_Connection *connection, unsigned status, const char *type, std::string_view text)
-{
-    // The library copies the text before it writes anything.
-    MHD_Response *response =
-        MHD_create_response_from_buffer(text.size(), const_cast<char *>(text.data()), MHD_RESPMEM_MUST_COPY);
-    if (response == nullptr) {
-        return MHD_NO; // no memory: the connection ends
+    olv_net::descriptor listener = olv_net::bound_socket(address, SOCK_STREAM);
+    if (!listener.is_open() || listen(listener.number(), http_server::most_connections) != 0) {
+        refuse(address, olv_net::reason_against_socket(address, errno));
     }
-    (void)MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, type); // scrapers do without it
-    if (status == MHD_HTTP_METHOD_NOT_ALLOWED) {
-        (void)MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD"); // it is advice only
-    }
-    const MHD_Result queued = MHD_queue_response(connection, status, response);
-    MHD_destroy_response(response);
-    return queued;
-}
-
-MHD_Result handle(void *context, MHD_Connection *connection, const char *path, const char *method,
-                  const char * /*version*/, const char * /*upload*/, std::size_t *upload_size, void **state)
-{
-    const auto &server = *static_cast<const metrics_server *>(context);
-    const std::string_view asked = method;
-    if (asked != MHD_HTTP_METHOD_GET && asked != MHD_HTTP_METHOD_HEAD) {
-        *upload_size = 0; // not read
-        return answer(connection, MHD_HTTP_METHOD_NOT_ALLOWED, plain_type, "only GET and HEAD\n");
-    }
-    if (*state == nullptr || *upload_size != 0) { // an answer before the request's end would end the connection
-        *state = context;
-        *upload_size = 0;
-        return MHD_YES;
-    }
-    if (std::string_view(path) == "/") {
-        return answer(connection, MHD_HTTP_OK, plain_type, "the metrics are at /metrics\n");
-    }
-    if (std::string_view(path) != "/metrics") {
-        return answer(connection, MHD_HTTP_NOT_FOUND, plain_type,
-                      "nothing here; the metrics are at /metrics\n");
-    }
-    std::string text;
-    return server.page(text) ? answer(connection, MHD_HTTP_OK, exposition_type, text)
-                             : answer(connection, MHD_HTTP_INTERNAL_SERVER_ERROR, plain_type, text);
+    return listener;
 }
 
 } // namespace
 
-metrics_server::metrics_server(const olv_net::socket_address &address, collector collect)
-    : collect_(std::move(collect))
+metrics_server::metrics_server(const olv_net::socket_address &address, collector collect, health_check check)
+    : collect_(std::move(collect)), reason_against_health_(std::move(check))
 {
-    olv_net::descriptor listener{socket(address.family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
-    std::optional<olv_net::socket_address> local;
-    if (listener.is_open() && bind_and_listen(listener.number(), address)) {
-        local = olv_net::local_address_of(listener.number());
-    }
+    olv_net::descriptor listener = listen_at(address);
+    const std::optional<olv_net::socket_address> local = olv_net::local_address_of(listener.number());
     if (!local) {
-        refuse(address, errno);
+        refuse(address, std::strerror(errno));
     }
     url_ = "http://" + local->text() + "/metrics";
-    daemon_ =
-        MHD_start_daemon(MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD, 0, nullptr, nullptr, handle, this,
-                         MHD_OPTION_LISTEN_SOCKET, listener.number(), MHD_OPTION_CONNECTION_LIMIT,
-                         connection_limit, MHD_OPTION_CONNECTION_TIMEOUT, connection_seconds, MHD_OPTION_END);
-    if (daemon_ == nullptr) {
-        refuse(*local, errno);
+    try {
+        server_.emplace(std::move(listener), [this](std::string_view path) { return page(path); });
+    } catch (const std::exception &error) {
+        refuse(*local, error.what());
     }
-    (void)listener.release(); // the daemon closes it
 }
 
-metrics_server::~metrics_server()
+http_answer metrics_server::page(std::string_view path) const
 {
-    MHD_stop_daemon(daemon_);
+    if (path == "/metrics") {
+        return metrics();
+    }
+    if (path == "/healthz") {
+        const std::string reason = reason_against_health_();
+        return reason.empty() ? http_answer{ok, plain_type, "packets are answered\n"}
+                              : http_answer{unavailable, plain_type, reason + "\n"};
+    }
+    return path == "/" ? http_answer{ok, plain_type, places}
+                       : http_answer{not_found, plain_type, "nothing here; " + places};
 }
 
-bool metrics_server::page(std::string &text) const
+http_answer metrics_server::metrics() const
 {
     try {
-        text = format(collect_(), output_format::prometheus);
-        return true;
+        return {ok, exposition_type, format(collect_(), output_format::prometheus)};
     } catch (const std::exception &error) {
-        text = std::string("no figures: ") + error.what() + "\n";
-        return false;
+        return {server_error, plain_type, std::string("no figures: ") + error.what() + "\n"};
     }
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <list>
 
 #include "apps/common/errors.hpp"
 #include "apps/common/formatted.hpp"
@@ -58,6 +59,7 @@ class course {
     void announce() const { say("%s", ready_.c_str()); }
     void stop_listening() { site_.stop(); }
     [[nodiscard]] figures collect() { return site_.collect(); }
+    [[nodiscard]] std::string reason_against_answering() const { return site_.reason_against_answering(); }
     void report();
     /** @return Whether all of it worked. */
     bool take_down() { return site_.tear_down(); }
@@ -92,8 +94,8 @@ void course::bring_up()
 void course::bind()
 {
     for (const output to : {output::ipv4, output::ipv6}) {
-        const auto needs = [to](const auto &address) { return output_for(address.family()) == to; };
-        if (std::any_of(options_.addresses.begin(), options_.addresses.end(), needs)) {
+        const auto needs = [to](const auto &place) { return output_for(place.address.family()) == to; };
+        if (std::any_of(options_.places.begin(), options_.places.end(), needs)) {
             bind_request request;
             request.to = to;
             site_.bind(request);
@@ -105,11 +107,11 @@ void course::listen()
 {
     ready_ = "ready";
     const std::vector<named_responder> &responders = site_.responders();
-    for (std::size_t index = 0; index < options_.addresses.size(); ++index) {
-        const olv_net::socket_address &address = options_.addresses[index];
-        ready_ += " " + site_.listen(address, {.responder_id =
-                                                   responders[index % responders.size()].handle->responder_id,
-                                               .bind_key = usual_bind_key(output_for(address.family()))});
+    for (const listen_place &each : options_.places) {
+        const named_responder &answers = responders[each.listener % responders.size()];
+        ready_ +=
+            " " + site_.listen(each.address, {.responder_id = answers.handle->responder_id,
+                                              .bind_key = usual_bind_key(output_for(each.address.family()))});
     }
     site_.start();
 }
@@ -155,11 +157,12 @@ void course::print_imc()
 }
 
 /** Serve the figures, if they are wanted, as long as @p metrics lives. */
-void serve_metrics(std::optional<metrics_server> &metrics, course &on, const run_options &options)
+void serve_metrics(std::list<metrics_server> &metrics, course &on, const run_options &options)
 {
-    if (options.metrics) {
-        metrics.emplace(*options.metrics, [&on] { return on.collect(); });
-        say("metrics %s", metrics->url().c_str());
+    for (const olv_net::socket_address &each : options.metrics) {
+        metrics.emplace_back(
+            each, [&on] { return on.collect(); }, [&on] { return on.reason_against_answering(); });
+        say("metrics %s", metrics.back().url().c_str());
     }
 }
 
@@ -180,7 +183,7 @@ bool wait_for_end(course &on, const run_options &options, const olv_apps::signal
 bool serve(course &on, const run_options &options, const olv_apps::signal_watch &signals)
 {
     try {
-        std::optional<metrics_server> metrics; // ends before anything that it reads is taken down
+        std::list<metrics_server> metrics; // ends before anything that it reads is taken down
         on.bring_up();
         on.listen();
         serve_metrics(metrics, on, options);
@@ -190,7 +193,7 @@ bool serve(course &on, const run_options &options, const olv_apps::signal_watch 
         on.report();
         return true;
     } catch (const std::exception &error) {
-        olv_apps::report_error(program_name, "%s", error.what());
+        olv_apps::report_error(program_name, "%s", olv_apps::text_of(error).c_str());
         return false;
     }
 }

@@ -6,9 +6,11 @@
 
 #include "apps/common/command_line.hpp"
 #include "apps/common/errors.hpp"
+#include "apps/twampctl/run/check_run.hpp"
 #include "apps/twampctl/run/config_options.hpp"
 #include "apps/twampctl/site/log_words.hpp"
 #include "apps/twampctl/site/traffic_options.hpp"
+#include "net/listen_addresses.hpp"
 
 namespace twampctl {
 namespace {
@@ -46,7 +48,10 @@ struct run_input {
 void add_options(olv_apps::command to, run_input &input)
 {
     run_options &rest = input.rest;
-    to.add_option("--listen", input.addresses, "ADDRESS:PORT to answer packets at; port 0: any (repeatable)")
+    to.add_option("--listen", input.addresses,
+                  "ADDRESS:PORT to answer packets at; a name for ADDRESS: all that it has here; * or nothing: "
+                  "all; port 0: "
+                  "any (repeatable)")
         .repeatable();
     to.add_option("--responders", rest.responders, "Responders to create (one for each --listen)")
         .whole_number_between(1, 1'000'000);
@@ -84,11 +89,16 @@ struct run_line {
     olv_apps::command_line line{std::string(program_name) + " run", description};
 };
 
+std::uint32_t listeners_in(const run_options &options)
+{
+    return options.places.empty() ? 0 : options.places.back().listener + 1;
+}
+
 /** Give the session table room for every responder's sessions, so that none of them takes another's.
  *  @throw std::runtime_error  There cannot be as much. */
 void make_room_for_sessions(run_options &options)
 {
-    const std::uint64_t reached = std::min<std::uint64_t>(options.responders, options.addresses.size());
+    const std::uint64_t reached = std::min<std::uint64_t>(options.responders, listeners_in(options));
     const std::uint32_t each = options.sessions.value_or(usual_sessions);
     const std::uint32_t most = olv_fastpath::fast_path_options::most_sessions;
     if (reached * each > most) {
@@ -101,15 +111,30 @@ void make_room_for_sessions(run_options &options)
     capacity = std::max(capacity, static_cast<std::uint32_t>(reached * each) * options.fast_path.workers);
 }
 
-/** @throw std::runtime_error  One line: a text that is no address, or no prefix. */
+void take_places(const std::vector<std::string> &texts, run_options &options)
+{
+    std::vector<olv_net::socket_address> all;
+    for (std::uint32_t listener = 0; listener < texts.size(); ++listener) {
+        for (const olv_net::socket_address &each : olv_net::listen_addresses(texts[listener])) {
+            options.places.push_back({each, listener});
+            all.push_back(each);
+        }
+    }
+    if (const auto pair = olv_net::overlapping(all)) {
+        throw std::runtime_error(pair->first.text() == pair->second.text()
+                                     ? pair->first.text() + " is listened on twice"
+                                     : pair->first.text() + " is all addresses, " + pair->second.text() +
+                                           " is one of them");
+    }
+}
+
+/** @throw std::runtime_error  One line: a text that is no address, one that is there twice, or no prefix. */
 void take_addresses(const run_input &input, run_options &options)
 {
-    for (const std::string &text : input.addresses) {
-        options.addresses.push_back(olv_net::parse_socket_address(text));
-    }
+    take_places(input.addresses, options);
     input.traffic.apply(options.fast_path);
     if (input.metrics) {
-        options.metrics = olv_net::parse_socket_address(*input.metrics);
+        options.metrics = olv_net::listen_addresses(*input.metrics);
     }
 }
 
@@ -122,7 +147,11 @@ run_options options_of(const run_input &input)
     run_options options = input.rest;
     take_addresses(input, options);
     if (options.responders == 0) {
-        options.responders = static_cast<std::uint32_t>(options.addresses.size());
+        options.responders = listeners_in(options);
+    }
+    if (options.responders > options.capacity) {
+        throw std::runtime_error(std::to_string(options.responders) + " responders do not fit a capacity of " +
+                                 std::to_string(options.capacity) + " responder IDs");
     }
     make_room_for_sessions(options);
     if (input.duration_seconds) {
@@ -200,6 +229,7 @@ std::optional<int> read_options(const std::vector<std::string> &words, run_optio
         }
         options = options_of(whole.input);
         if (whole.input.check) {
+            check_run(options);
             std::printf("%s: good\n", whole.input.config->c_str());
             return olv_apps::exit_good;
         }

@@ -26,8 +26,14 @@ namespace twampctl {
 
 struct config_options;
 
+/** Where packets are answered. */
+struct listen_place {
+    olv_net::socket_address address;
+    std::uint32_t listener = 0; ///< Of which --listen, from 0: a name has several addresses.
+};
+
 struct run_options {
-    std::vector<olv_net::socket_address> addresses;
+    std::vector<listen_place> places;
     std::uint32_t responders = 0;
     std::uint32_t capacity = usual_capacity; ///< Responder IDs that the processor has.
     std::optional<std::chrono::nanoseconds> duration;
@@ -35,10 +41,10 @@ struct run_options {
     bool imc = false;
     bool watch = false; ///< Show the figures as they change, until the end.
     std::optional<std::uint32_t> log_level;
-    std::optional<olv_net::socket_address> metrics; ///< Where they are served; nothing: nowhere.
-    output_format format = output_format::text;     ///< Of the figures at the end.
-    std::string trace_file;                         ///< Empty: no trace; "-": standard error.
-    std::optional<std::uint32_t> sessions;          ///< Of each responder; nothing: what the module writes.
+    std::vector<olv_net::socket_address> metrics; ///< Where they are served; empty: nowhere.
+    output_format format = output_format::text;   ///< Of the figures at the end.
+    std::string trace_file;                       ///< Empty: no trace; "-": standard error.
+    std::optional<std::uint32_t> sessions;        ///< Of each responder; nothing: what the module writes.
     olv_fastpath::fast_path_options fast_path;
 };
 

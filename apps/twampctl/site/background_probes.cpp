@@ -5,6 +5,7 @@
 
 #include "apps/common/errors.hpp"
 #include "apps/twampctl/program_name.hpp"
+#include "net/start_thread.hpp"
 
 namespace twampctl {
 namespace {
@@ -25,14 +26,19 @@ std::string background_probes::start(const olv_probe::session_options &options)
 {
     const std::lock_guard lock{mutex_};
     probe &started = running_.emplace_back(options);
-    started.thread = std::thread([&started] {
-        try {
-            (void)started.sender.run(); // ended or complete: its figures tell
-        } catch (const std::exception &error) {
-            olv_apps::report_error(program_name, "probe: %s", error.what());
-        }
-        started.running = false;
-    });
+    try {
+        started.thread = olv_net::start_thread([&started] {
+            try {
+                (void)started.sender.run(); // ended or complete: its figures tell
+            } catch (const std::exception &error) {
+                olv_apps::report_error(program_name, "probe: %s", olv_apps::text_of(error).c_str());
+            }
+            started.running = false;
+        });
+    } catch (...) {
+        running_.pop_back();
+        throw;
+    }
     return started.sender.local_address();
 }
 

@@ -1,6 +1,7 @@
 #include "apps/twampctl/site/site.hpp"
 
 #include <algorithm>
+#include <new>
 
 #include "apps/common/errors.hpp"
 #include "apps/twampctl/console/progress.hpp"
@@ -24,19 +25,29 @@ template <typename Items, typename NameOf> std::string list_of(const Items &item
     return items.size() <= listed ? list : list + " and " + std::to_string(items.size() - listed) + " more";
 }
 
+std::uint32_t responder_ids_of(const olv_sim::classifier_program &program)
+{
+    const auto found = std::find_if(program.namespaces.begin(), program.namespaces.end(),
+                                    [](const auto &each) { return each.name == TWAMP_RESPONDER_NAMESPACE; });
+    return found == program.namespaces.end() ? 0 : found->capacity;
+}
+
 } // namespace
 
 site::site(const site_options &options)
-    : name_(options.name),
-      processor_(options.program),
-      module_(framework_.create_module({.module_id = olv_sim::module_id_twamp,
-                                        .processor = &processor_,
-                                        .log_name = "twamp",
-                                        .locked = options.locked,
-                                        .system = options.system,
-                                        .default_entry_point = options.default_entry_point})),
-      fast_path_(processor_, options.fast_path)
-{}
+try : name_(options.name), processor_(options.program),
+    module_(framework_.create_module({.module_id = olv_sim::module_id_twamp,
+                                      .processor = &processor_,
+                                      .log_name = "twamp",
+                                      .locked = options.locked,
+                                      .system = options.system,
+                                      .default_entry_point = options.default_entry_point})),
+    fast_path_(processor_, options.fast_path) {
+} catch (const std::bad_alloc &) {
+    throw std::runtime_error("no memory is to be had for " + std::to_string(responder_ids_of(options.program)) +
+                             " responder IDs and " + std::to_string(options.fast_path.session_capacity) +
+                             " sessions");
+}
 
 site::~site()
 {
@@ -303,15 +314,29 @@ olv_fastpath::listener_statistics site::counters_of(const std::string &address) 
 
 void site::start()
 {
+    const std::lock_guard lock{mutex_};
     fast_path_.start();
 }
 
 void site::stop()
 {
+    const std::lock_guard lock{mutex_};
     if (fast_path_.running()) {
         fast_path_.stop();
         say("packets no longer answered");
     }
+}
+
+std::string site::reason_against_answering() const
+{
+    const std::lock_guard lock{mutex_};
+    if (!is_up()) {
+        return "the module is not up";
+    }
+    if (listeners_.empty()) {
+        return "nothing listens";
+    }
+    return fast_path_.running() ? "" : "the listeners are stopped";
 }
 
 // --------------------------------------------------------------------------------------------------------

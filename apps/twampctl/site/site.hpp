@@ -73,7 +73,8 @@ struct responder_request {
 
 /**
  * Each step prints a line of progress, throws step_failure or std::runtime_error when it fails, and is undone
- * by tear_down(). One thread controls a site; collect() may be called from another one.
+ * by tear_down(). One thread controls a site; collect() and
+ * reason_against_answering() may be called from another one.
  */
 class site {
   public:
@@ -115,6 +116,8 @@ class site {
     [[nodiscard]] olv_fastpath::listener_statistics counters_of(const std::string &address) const;
     void start();
     void stop();
+    /** Why packets are not answered; empty: they are. */
+    [[nodiscard]] std::string reason_against_answering() const;
 
     /** Who knows the last round trip of a sender, by its address, in seconds. */
     using round_trip_source = std::function<std::optional<double>(const std::string &)>;

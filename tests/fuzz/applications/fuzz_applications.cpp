@@ -7,6 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include <dlfcn.h>
+#include <netdb.h>
+
 #include "apps/twamp-probe/probe_options.hpp"
 #include "apps/twampctl/run/run_options.hpp"
 #include "byte_source.hpp"
@@ -16,6 +19,15 @@
 #include "probe/probe_figures.hpp"
 #include "stream_capture.hpp"
 #include "target.hpp"
+
+/** In the place of the system's: names are not looked up, or each input would ask the network. */
+extern "C" int getaddrinfo(const char *host, const char *port, const addrinfo *hints, addrinfo **found)
+{
+    static const auto of_the_system = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    addrinfo numeric = hints == nullptr ? addrinfo{} : *hints;
+    numeric.ai_flags |= AI_NUMERICHOST;
+    return of_the_system(host, port, &numeric, found);
+}
 
 namespace {
 
@@ -79,7 +91,7 @@ void twampctl_command_line(std::string_view text)
     if (!reads(text, twampctl::program_name, twampctl::read_options, options)) {
         return;
     }
-    require(!options.addresses.empty(), "something to listen on");
+    require(!options.places.empty(), "something to listen on");
     require(options.responders >= 1 && options.responders <= 1000000, "responders in their range");
     require(options.capacity >= 1 && options.capacity <= 0xFFFFFE, "capacity in its range");
     require(!options.duration || options.duration->count() >= 0, "a duration is not negative");
