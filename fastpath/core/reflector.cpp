@@ -47,16 +47,17 @@ verdict reflector::batch::reflect(const received_packet &packet, const packet_pa
                                   std::span<std::uint8_t> room)
 {
     reflector &own = reflector_;
-    ++total_rx_;
-    if (total_rx_ == 1) {
+    if (total_rx_ == 0) {
         own.sessions_.end_some_idle(packet.arrival_ticks);
     }
 
     const responder_view responder = own.responders_.find(path.responder_id);
     if (!responder.exists()) {
+        ++total_rx_;
         return drop<drop_reason::no_responder>();
     }
     if (!own.is_bound(path.bind_key)) {
+        ++total_rx_;
         return drop<drop_reason::no_bind>();
     }
 
@@ -118,6 +119,7 @@ inline void reflector::batch::count_received(const responder_view &responder)
         responder_ = responder;
         clock_ = responder.clock();
     }
+    ++total_rx_;
     ++received_;
 }
 

@@ -121,6 +121,23 @@ TEST_F(endless_exchange_test, ends_however_many_datagrams_were_forged)
         EXPECT_EQ(reflect(each).dropped, drop_reason::answer_to_reply);
 }
 
+/** Though the counters are written as the batch comes to another responder. */
+TEST_F(endless_exchange_test, answer_in_a_batch_is_in_no_counter_at_any_time)
+{
+    define_responder(8);
+    const bytes echo = reflect(request_of(41)).payload;
+    const bytes request = request_of(41);
+    bytes room(41);
+    {
+        reflector::batch together{subject()};
+        EXPECT_FALSE(together.reflect(packet_of(request), usual_path, room).dropped);
+        EXPECT_EQ(together.reflect(packet_of(echo), {8, bind_key}, room).dropped, drop_reason::answer_to_reply);
+        EXPECT_EQ(global(), (global_counters{.rx = 2, .tx = 2}));
+    }
+    EXPECT_EQ(global(), (global_counters{.rx = 2, .tx = 2}));
+    EXPECT_EQ(counters(8), responder_counters{});
+}
+
 TEST_F(endless_exchange_test, ends_in_stateless_mode_too)
 {
     use_options({.mode = stamp_mode::stateless});
