@@ -195,7 +195,11 @@ int udp_server::longest_wait() const
     if (!busy_.empty()) {
         return 0;
     }
-    return options_.workers > 1 && reflector_.sessions() > 0 ? idle_check_milliseconds : -1;
+    if (options_.workers <= 1) {
+        return -1;
+    }
+    const std::lock_guard lock{mutex_}; // the control side may end sessions
+    return reflector_.sessions() > 0 ? idle_check_milliseconds : -1;
 }
 
 void udp_server::end_idle_sessions()
