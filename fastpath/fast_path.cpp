@@ -65,4 +65,14 @@ std::vector<session_summary> fast_path::sessions() const
     return udp_->sessions();
 }
 
+std::uint32_t fast_path::clear_sessions(std::optional<std::uint32_t> responder_id)
+{
+    return udp_->clear_sessions(responder_id);
+}
+
+std::uint64_t fast_path::sessions_that_gave_way() const
+{
+    return udp_->sessions_that_gave_way();
+}
+
 } // namespace olv_fastpath

@@ -11,7 +11,9 @@
 #define OLV_FASTPATH_FAST_PATH_HPP
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "fastpath/core/drop_reasons.hpp"
@@ -68,6 +70,10 @@ class fast_path {
     [[nodiscard]] listener_statistics statistics(std::size_t listener) const;
     /** The sessions at this instant, the longest idle one first. */
     [[nodiscard]] std::vector<session_summary> sessions() const;
+    /** End the sessions of a responder, or all. @return How many. */
+    std::uint32_t clear_sessions(std::optional<std::uint32_t> responder_id = {});
+    /** Sessions that ended so that others could begin, since the fast path was made. */
+    [[nodiscard]] std::uint64_t sessions_that_gave_way() const;
 
   private:
     std::unique_ptr<udp_workers> udp_; ///< By way of sockets.

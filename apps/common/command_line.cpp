@@ -219,6 +219,8 @@ template option command::add_option(const std::string &, std::uint64_t &, const 
 template option command::add_option(const std::string &, double &, const std::string &) const;
 template option command::add_option(const std::string &, std::optional<std::string> &,
                                     const std::string &) const;
+template option command::add_option(const std::string &, std::optional<std::uint16_t> &,
+                                    const std::string &) const;
 template option command::add_option(const std::string &, std::optional<std::uint32_t> &,
                                     const std::string &) const;
 template option command::add_option(const std::string &, std::optional<double> &, const std::string &) const;

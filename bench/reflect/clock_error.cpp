@@ -43,7 +43,8 @@ std::int64_t instant_of(const std::uint8_t *stamp)
 /** Send a request and wait for the reply. */
 stamped_reply exchange(const udp_socket &socket, const olv_net::socket_address &server)
 {
-    const std::uint8_t request[olv_net::stamp_length] = {};
+    std::uint8_t request[olv_net::stamp_length] = {};
+    olv_net::store_ntp(&request[olv_net::sender_packet::timestamp], olv_net::ntp_time_of(olv_net::wall_time()));
     std::uint8_t reply[olv_net::stamp_length];
     stamped_reply result;
     result.before_send = wall_clock();

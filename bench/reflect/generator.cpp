@@ -7,6 +7,8 @@
 
 #include <poll.h>
 
+#include "net/wall_clock.hpp"
+
 namespace olv_bench {
 namespace {
 
@@ -31,7 +33,9 @@ generator::generator(const traffic_options &options)
 
 void generator::prepare_messages()
 {
+    const olv_net::ntp_time now = olv_net::ntp_time_of(olv_net::wall_time()); // a stamp that stays plausible
     for (std::size_t place = 0; place < batch_length; ++place) {
+        olv_net::store_ntp(&request_bytes_[place][olv_net::sender_packet::timestamp], now);
         request_parts_[place] = {request_bytes_[place].data(), options_.length};
         reply_parts_[place] = {reply_bytes_[place].data(), longest};
         request_messages_[place].msg_hdr.msg_iov = &request_parts_[place];

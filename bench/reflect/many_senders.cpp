@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include "net/twamp_wire.hpp"
+#include "net/wall_clock.hpp"
 
 namespace olv_bench {
 
@@ -18,7 +19,8 @@ many_senders::many_senders(std::size_t senders)
 std::uint64_t many_senders::send(std::span<const olv_net::socket_address> servers,
                                  std::uint32_t requests_each) const
 {
-    const std::array<unsigned char, olv_net::stamp_length> request{};
+    std::array<unsigned char, olv_net::stamp_length> request{};
+    olv_net::store_ntp(&request[olv_net::sender_packet::timestamp], olv_net::ntp_time_of(olv_net::wall_time()));
     std::uint64_t sent = 0;
     for (std::uint32_t round = 0; round < requests_each; ++round) {
         for (std::size_t number = 0; number < senders_.size(); ++number) {

@@ -1,24 +1,21 @@
 #include "fastpath/core/admission.hpp"
 
-#include <algorithm>
-
-#include "fastpath/core/reply.hpp"
+#include "net/twamp_wire.hpp"
 
 namespace olv_fastpath {
 
 namespace {
 
-/** Seconds within which an answer to a reply is known for one. */
-constexpr std::uint64_t longest_round_trip = 8;
+/** Below it are the ports of well-known services. */
+constexpr std::uint16_t first_unprivileged_port = 1024;
 
 } // namespace
 
 admission::admission(const olv_sim::processor &processor, const fast_path_options &options,
                      std::shared_ptr<responder_limits> limits)
     : clock_(processor),
-      responders_(processor),
       allowed_sources_(options.allowed_sources),
-      minimum_source_port_(std::max<std::uint16_t>(options.minimum_source_port, 1)), // 0 cannot be sent to
+      minimum_source_port_(options.minimum_source_port),
       limits_(limits != nullptr
                   ? std::move(limits)
                   : std::make_shared<responder_limits>(options.packets_per_second, clock_.ticks_per_second()))
@@ -34,7 +31,7 @@ std::optional<drop_reason> admission::reason_against(const olv_net::ip_endpoint 
     if (!allowed_sources_.empty() && !allowed_sources_.contains(sender.address)) {
         return drop_reason::source_not_allowed;
     }
-    if (sender.port < minimum_source_port_) {
+    if (is_low(sender.port)) {
         return drop_reason::source_port;
     }
     if (own_.contains(sender, now / clock_.ticks_per_second())) {
@@ -43,35 +40,13 @@ std::optional<drop_reason> admission::reason_against(const olv_net::ip_endpoint 
     return std::nullopt;
 }
 
-std::optional<drop_reason> admission::reason_against(std::span<const std::uint8_t> payload,
-                                                     const limited_path &path, std::uint64_t now)
+/** Port 0 cannot be sent to. */
+bool admission::is_low(std::uint16_t source_port) const
 {
-    if (answers_a_reply(payload, path.path, now)) {
-        return drop_reason::answer_to_reply;
+    if (minimum_source_port_) {
+        return source_port < *minimum_source_port_ || source_port == 0;
     }
-    if (path.limit != nullptr && !path.limit->take(now)) {
-        return drop_reason::packet_rate;
-    }
-    return std::nullopt;
-}
-
-/** It carries a time stamp that the path's responder wrote within the last seconds, where a reply carries the
- *  request's. Two reflectors would go on answering each other for ever after one forged packet. */
-bool admission::answers_a_reply(std::span<const std::uint8_t> payload, const packet_path &path,
-                                std::uint64_t now)
-{
-    using namespace olv_net;
-    // The error estimate tells apart nearly all other packets without looking anything up.
-    if (payload.size() < reflector_packet::header_length ||
-        load_16(&payload[reflector_packet::sender_error_estimate]) != own_error_estimate) {
-        return false;
-    }
-    const responder_view responder = responders_.find(path.responder_id);
-    if (!responder.exists()) {
-        return false;
-    }
-    const auto replied = load<std::uint64_t>(&payload[reflector_packet::sender_timestamp]);
-    return responder.clock().instant_of(now, clock_.scale()) - replied <= longest_round_trip << 32;
+    return source_port < first_unprivileged_port && source_port != olv_net::default_port;
 }
 
 } // namespace olv_fastpath

@@ -16,7 +16,6 @@
 #include "fastpath/core/own_endpoints.hpp"
 #include "fastpath/core/packet.hpp"
 #include "fastpath/core/responder_limits.hpp"
-#include "fastpath/core/responders.hpp"
 
 namespace olv_fastpath {
 
@@ -30,10 +29,8 @@ struct limited_path {
  * Packets that are not to be answered are dropped before the reflector sees and counts them, for the first
  * reason of the list that there is.
  *
- * Two kinds of packets are always dropped, as reflectors would answer each other for ever: those that seem to
- * come from the fast path's own addresses, and answers to its replies that have their form. Reflectors that
- * answer in another form, and services that answer whatever comes, are kept off by the lowest source port, the
- * allowed sources and the limit of packets.
+ * Packets that seem to come from the fast path's own addresses are always dropped, as it would answer itself
+ * for ever.
  *
  * Belongs to one thread at a time; the processor has to outlive it.
  */
@@ -53,17 +50,18 @@ class admission {
                                                             std::uint64_t now);
     /** The same of a packet from a sender that is answered. One that there is no reason against counts for the
      *  responder's limit. */
-    [[nodiscard]] std::optional<drop_reason> reason_against(std::span<const std::uint8_t> payload,
-                                                            const limited_path &path, std::uint64_t now);
+    [[nodiscard]] static std::optional<drop_reason> reason_against(const limited_path &path, std::uint64_t now)
+    {
+        return path.limit != nullptr && !path.limit->take(now) ? std::optional{drop_reason::packet_rate}
+                                                               : std::nullopt;
+    }
 
   private:
-    [[nodiscard]] bool answers_a_reply(std::span<const std::uint8_t> payload, const packet_path &path,
-                                       std::uint64_t now);
+    [[nodiscard]] bool is_low(std::uint16_t source_port) const;
 
     processor_clock clock_;
-    responder_lookup responders_;
     olv_net::prefix_list allowed_sources_;
-    std::uint16_t minimum_source_port_;
+    std::optional<std::uint16_t> minimum_source_port_;
     own_endpoints own_;
     std::shared_ptr<responder_limits> limits_;
 };

@@ -26,6 +26,7 @@ namespace olv_fastpath {
     REASON(own_source, "own address as source", listener)                                                      \
     REASON(too_long, "length above the longest", listener)                                                     \
     REASON(answer_to_reply, "answer to a reply", listener)                                                     \
+    REASON(unstamped_rate, "unstamped packet rate", listener)                                                  \
     REASON(packet_rate, "packet rate", listener)                                                               \
     REASON(no_responder, "no responder", module)                                                               \
     REASON(length_check, "length check failed", module_and_responder)                                          \
@@ -59,6 +60,11 @@ inline constexpr std::array drop_reasons{
     OLV_DROP_REASONS(OLV_ENTRY)
 #undef OLV_ENTRY
 };
+
+[[nodiscard]] constexpr const drop_reason_entry &entry_of(drop_reason reason)
+{
+    return drop_reasons[static_cast<std::size_t>(reason)];
+}
 
 /** Something for each reason. */
 template <typename Value> class by_drop_reason {

@@ -7,16 +7,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "net/address_prefix.hpp"
 #include "net/twamp_wire.hpp"
 
 namespace olv_fastpath {
 
-/** The sequence number of a reply to a STAMP request. */
+/** The sequence number of a reply. */
 enum class stamp_mode : std::uint8_t {
     stateful, ///< The session's own.
-    stateless ///< The request's.
+    stateless ///< The request's. There are no sessions, and nothing is kept of a sender.
 };
 
 struct fast_path_options {
@@ -25,16 +26,22 @@ struct fast_path_options {
 
     // Replies and sessions.
     stamp_mode mode = stamp_mode::stateful;
-    std::uint32_t refwait_seconds = 900;    ///< A session without a packet for so long ends.
-    std::uint32_t session_capacity = 65536; ///< Of all responders together; at most most_sessions.
+    std::uint32_t refwait_seconds = 900;     ///< A session without a packet for so long ends.
+    std::uint32_t session_grace_seconds = 5; ///< One without a packet for so long gives way to a new one.
+    std::uint32_t session_capacity = 65536;  ///< Of all responders together; at most most_sessions.
     /** Octets; shorter requests are dropped, below 14 is taken as 14. From 41 on no reply is longer than its
      *  request, so that forged requests gain nothing. */
     std::size_t minimum_request = olv_net::sender_packet::header_length;
 
     // Who is answered.
     olv_net::prefix_list allowed_sources{}; ///< Senders; empty: all.
-    std::uint16_t minimum_source_port = 1;  ///< Well-known services, reflectors among them, answer at low ones.
-    std::uint32_t packets_per_second = 0;   ///< Of each responder, wherever they come in; 0: no limit.
+    /** Well-known services answer at low ports. Nothing: those below 1024 are not answered, but for 862, where
+     *  reflectors are. */
+    std::optional<std::uint16_t> minimum_source_port{};
+    std::uint32_t packets_per_second = 0; ///< Of each responder, wherever they come in; 0: no limit.
+    /** Of a session that had no request with a plausible time stamp: within a day of now, or rising. Whatever
+     *  answers without being a reflector is slowed by it. 0: no limit. */
+    std::uint32_t unstamped_packets_per_second = 100;
 
     // Sockets.
     std::size_t longest_datagram = 65535; ///< Octets, 44 at least; no UDP payload is longer.

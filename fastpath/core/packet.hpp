@@ -15,6 +15,8 @@
 
 namespace olv_fastpath {
 
+class sent_stamps;
+
 /** How a packet reaches the fast path. The low 24 bits of each are significant. */
 struct packet_path {
     std::uint32_t responder_id = 0;
@@ -34,6 +36,7 @@ struct unstamped_reply {
     std::span<std::uint8_t> bytes;  ///< A view of the room that was given for it.
     responder_clock clock;          ///< That its times follow from.
     std::uint8_t traffic_class = 0; ///< The request's DSCP, ECN bits 0.
+    sent_stamps *sent = nullptr;    ///< Where its time of departure is noted; NULL: nowhere.
 };
 
 /** What became of a packet. */

@@ -1,6 +1,7 @@
 #include "fastpath/core/reflector.hpp"
 
 #include <algorithm>
+#include <utility>
 
 #include "fastpath/core/reply.hpp"
 #include "twamp_program.h"
@@ -13,7 +14,8 @@ constexpr std::uint8_t dscp_mask = 0xFC;
 
 } // namespace
 
-reflector::reflector(olv_sim::processor &processor, const fast_path_options &options)
+reflector::reflector(olv_sim::processor &processor, const fast_path_options &options,
+                     std::shared_ptr<reflector_peers> peers)
     : processor_(processor),
       clock_(processor),
       responders_(processor),
@@ -21,7 +23,7 @@ reflector::reflector(olv_sim::processor &processor, const fast_path_options &opt
       global_(processor.state(GLOBAL_STATS_NS_ID)),
       mode_(options.mode),
       minimum_request_(std::max(options.minimum_request, olv_net::sender_packet::header_length)),
-      sessions_(processor, options)
+      sessions_(processor, options, std::move(peers))
 {
     if (global_.size() < global_words) {
         global_ = uncounted_;
@@ -45,14 +47,17 @@ verdict reflector::batch::reflect(const received_packet &packet, const packet_pa
                                   std::span<std::uint8_t> room)
 {
     reflector &own = reflector_;
-    ++total_rx_;
-    own.sessions_.end_some_idle(packet.arrival_ticks);
+    if (total_rx_ == 0) {
+        own.sessions_.end_some_idle(packet.arrival_ticks);
+    }
 
     const responder_view responder = own.responders_.find(path.responder_id);
     if (!responder.exists()) {
+        ++total_rx_;
         return drop<drop_reason::no_responder>();
     }
     if (!own.is_bound(path.bind_key)) {
+        ++total_rx_;
         return drop<drop_reason::no_bind>();
     }
 
@@ -63,25 +68,46 @@ verdict reflector::batch::reflect(const received_packet &packet, const packet_pa
         return drop<drop_reason::length_check>();
     }
 
-    const entered_session session = own.sessions_.enter(packet, responder);
-    if (session.entry == nullptr) {
-        // Either record has one word for both reasons.
-        count_drop<twamp_responder_state, drop_reason::max_sessions>(responder.words);
-        count_drop<olv_twamp_global_stats, drop_reason::hash_error>(own.global_);
-        return {.dropped = session.refused, .reply = {}};
+    const std::uint64_t arrival = clock_.instant_of(packet.arrival_ticks, own.clock_.scale());
+    const numbered number = own.number_for(packet, responder, arrival);
+    if (number.refused) {
+        return refuse(*number.refused, responder);
     }
-
     const std::span<std::uint8_t> reply = room.first(length);
-    write_reply(packet,
-                {.sequence_number = session.entry->next_sequence_number++,
-                 .mode = own.mode_,
-                 .arrival = clock_.instant_of(packet.arrival_ticks, own.clock_.scale())},
-                reply);
+    write_reply(packet, {.sequence_number = number.sequence_number, .arrival = arrival}, reply);
     ++transmitted_;
     return {.dropped = std::nullopt,
             .reply = {.bytes = reply,
                       .clock = clock_,
-                      .traffic_class = static_cast<std::uint8_t>(packet.traffic_class & dscp_mask)}};
+                      .traffic_class = static_cast<std::uint8_t>(packet.traffic_class & dscp_mask),
+                      .sent = &own.sessions_.peers()->stamps}};
+}
+
+inline reflector::numbered reflector::number_for(const received_packet &packet, const responder_view &responder,
+                                                 std::uint64_t arrival)
+{
+    if (mode_ == stamp_mode::stateless) {
+        return {.refused = sessions_.reason_against(packet, arrival),
+                .sequence_number = olv_net::load_32(&packet.payload[olv_net::sender_packet::sequence_number])};
+    }
+    const entered_session session = sessions_.enter(packet, responder, arrival);
+    if (session.entry == nullptr) {
+        return {.refused = session.refused};
+    }
+    return {.refused = std::nullopt, .sequence_number = session.entry->next_sequence_number++};
+}
+
+verdict reflector::batch::refuse(drop_reason reason, const responder_view &responder)
+{
+    if (entry_of(reason).is_counted_by(drop_counter::listener)) {
+        --total_rx_; // as if it had not come to the module
+        --received_;
+    } else {
+        // Either record has one word for both reasons.
+        count_drop<twamp_responder_state, drop_reason::max_sessions>(responder.words);
+        count_drop<olv_twamp_global_stats, drop_reason::hash_error>(reflector_.global_);
+    }
+    return {.dropped = reason, .reply = {}};
 }
 
 inline void reflector::batch::count_received(const responder_view &responder)
@@ -93,6 +119,7 @@ inline void reflector::batch::count_received(const responder_view &responder)
         responder_ = responder;
         clock_ = responder.clock();
     }
+    ++total_rx_;
     ++received_;
 }
 

@@ -12,6 +12,8 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -37,24 +39,30 @@ namespace olv_fastpath {
  *  4. It counts as received by the responder.
  *  5. Fewer bytes than the options require, 14 at least, or a reply that there is too little room for: "length
  *     check", of both.
- *  6. Its session is looked up, or begun. The responder has as many as the word at bytes 52-55 allows (in
- *     host order), or the table has no room: "max sessions" of the responder and "hash error" globally, as
- *     there is no other word for either.
- *  7. The reply is written; it counts as transmitted by both.
+ *  6. A request that is the answer to a reply, or one too many without a plausible time stamp, is dropped for
+ *     a reason that its listener counts: it counts as received by neither then.
+ *  7. Its session is looked up, or begun. The responder has as many as the word at bytes 52-55 allows (in
+ *     host order) and none that may give way, or the table has no room: "max sessions" of the responder and
+ *     "hash error" globally, as there is no other word for either.
+ *  8. The reply is written; it counts as transmitted by both.
  *
- * Sequence numbers are the session's own, from 0. Times follow from the instant of the responder's creation,
+ * Sequence numbers are the session's own, from 0; in stateless mode, in which there are no sessions, the
+ * requests'. Times follow from the instant of the responder's creation,
  * plus the timer's ticks since then, both from the state entry.
  *
  * One thread at a time may use it. It allocates nothing for a packet and takes no lock; the control side may
  * read and write trees and state meanwhile. The processor has to outlive the reflector.
  *
  * Several reflectors can work for one processor, a thread each, as long as all packets of a sender come to the
- * same one: counters and the maximum of sessions are exact for all of them together, and nothing else is
- * shared. Idle sessions of another reflector are for it to end, if need be by end_idle_sessions().
+ * same one: counters and the maximum of sessions are exact for all of them together. They share the stamps of
+ * their replies, and ask each other for places of sessions; nothing else. Idle sessions of another reflector
+ * are for it to end, if need be by end_idle_sessions().
  */
 class reflector {
   public:
-    explicit reflector(olv_sim::processor &processor, const fast_path_options &options = {});
+    /** @param peers  What it shares with others; NULL: it is alone. */
+    explicit reflector(olv_sim::processor &processor, const fast_path_options &options = {},
+                       std::shared_ptr<reflector_peers> peers = nullptr);
 
     /**
      * Packets that are taken together. Those that were received and transmitted are added to the counters at
@@ -83,6 +91,8 @@ class reflector {
       private:
         void count_received(const responder_view &responder);
         template <drop_reason Reason> verdict drop() const;
+        /** Drop a packet that its responder has received. */
+        [[gnu::cold, gnu::noinline]] verdict refuse(drop_reason reason, const responder_view &responder);
 
         reflector &reflector_;
         // Packets that no counter has yet:
@@ -108,9 +118,19 @@ class reflector {
 
     /** End the sessions that are idle at this instant, though no packet has come. */
     void end_idle_sessions(std::uint64_t now) { sessions_.end_all_idle(now); }
+    /** End all sessions, of one responder or of all. @return How many. */
+    std::uint32_t clear_sessions(std::optional<std::uint32_t> responder_id)
+    {
+        return sessions_.end_all(responder_id);
+    }
+    /** Whether another reflector has had to refuse a sender, and has not been looked after here. */
+    [[nodiscard]] bool is_asked_for_place() const { return sessions_.is_asked_for_place(); }
+    void give_place(std::uint64_t now) { sessions_.give_place(now); }
 
     /** Sessions in the table, those that are over and not yet found to be included. */
     [[nodiscard]] std::uint32_t sessions() const { return sessions_.size(); }
+    /** Sessions that ended so that others could begin. */
+    [[nodiscard]] std::uint64_t sessions_that_gave_way() const { return sessions_.gave_way(); }
     /** The sessions that are not over at this instant, the longest idle one first. */
     [[nodiscard]] std::vector<session_summary> sessions_at(std::uint64_t now) const
     {
@@ -120,7 +140,15 @@ class reflector {
     [[nodiscard]] const processor_clock &clock() const { return clock_; }
 
   private:
+    /** The sequence number of a reply, or why there is none. */
+    struct numbered {
+        std::optional<drop_reason> refused;
+        std::uint32_t sequence_number = 0;
+    };
+
     [[nodiscard]] bool is_bound(std::uint32_t bind_key) const;
+    [[nodiscard]] numbered number_for(const received_packet &packet, const responder_view &responder,
+                                      std::uint64_t arrival);
 
     const olv_sim::processor &processor_;
     processor_clock clock_;

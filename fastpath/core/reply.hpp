@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "fastpath/core/clocks.hpp"
-#include "fastpath/core/options.hpp"
 #include "fastpath/core/packet.hpp"
+#include "fastpath/core/sent_stamps.hpp"
 #include "net/twamp_wire.hpp"
 
 namespace olv_fastpath {
@@ -32,8 +32,7 @@ inline constexpr std::uint16_t own_error_estimate = olv_net::error_estimate::mak
 
 /** What stands in a reply besides the request's own fields. */
 struct reply_fields {
-    std::uint32_t sequence_number = 0; ///< The session's.
-    stamp_mode mode = stamp_mode::stateful;
+    std::uint32_t sequence_number = 0;
     std::uint64_t arrival = 0; ///< In units of ntp_time.
 };
 
@@ -72,10 +71,7 @@ inline void write_reply(const received_packet &packet, const reply_fields &field
 {
     using namespace olv_net;
     copy_request(packet, reply);
-    const bool copies_number = fields.mode == stamp_mode::stateless && packet.payload.size() == stamp_length;
-    store_32(&reply[reflector_packet::sequence_number],
-             copies_number ? load_32(&reply[reflector_packet::sender_sequence_number])
-                           : fields.sequence_number);
+    store_32(&reply[reflector_packet::sequence_number], fields.sequence_number);
     store_16(&reply[reflector_packet::error_estimate], own_error_estimate);
     store(&reply[reflector_packet::receive_timestamp], fields.arrival);
 }
@@ -96,6 +92,7 @@ class departing_replies {
         if (reply.clock != clock_) {
             begin_group(reply.clock);
         }
+        sent_ = reply.sent;
         replies_[count_++] = reply.bytes.data();
     }
 
@@ -113,7 +110,8 @@ class departing_replies {
 
     std::array<std::uint8_t *, most> replies_{};
     std::size_t count_ = 0;
-    responder_clock clock_; ///< Of the last ones.
+    responder_clock clock_;       ///< Of the last ones.
+    sent_stamps *sent_ = nullptr; ///< The same for all: they are one reflector's.
     std::vector<earlier_group> earlier_;
 };
 

@@ -18,7 +18,7 @@ namespace olv_fastpath {
  * socket_full the system dropped before.
  */
 struct listener_statistics {
-    std::uint64_t received_packets = 0; ///< Handed to the reflector, which counts them from there.
+    std::uint64_t received_packets = 0; ///< Taken by the reflector, which counts them from there.
     drop_counts dropped_packets;
     std::uint64_t sent_replies = 0;   ///< That the system took.
     std::uint64_t failed_replies = 0; ///< That it did not take; the reflector has counted them as transmitted.

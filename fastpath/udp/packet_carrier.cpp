@@ -97,19 +97,27 @@ void packet_carrier::take(udp_listener &from, const received_message &message, c
 void packet_carrier::take_datagram(udp_listener &from, const received_message &message, std::size_t datagram,
                                    const arrival_clock &clock, reflector::batch &batch)
 {
-    received_packet packet = message.packet(datagram);
-    if (const auto reason = admission_.reason_against(packet.payload, from.to, clock.timer())) {
+    if (const auto reason = admission::reason_against(from.to, clock.timer())) {
         ++from.counters.dropped_packets[*reason];
         return;
     }
-    ++from.counters.received_packets;
+    received_packet packet = message.packet(datagram);
     if (replies_.is_full()) {
         send(from, batch);
     }
     packet.arrival_ticks = clock.arrival(message.stamp());
     const bool many = std::max(requests_.senders().size(), message.datagrams()) >= fewest_in_segments;
-    replies_.answer(message, datagram, many && from.segments,
-                    [&](std::span<std::uint8_t> room) { return batch.reflect(packet, from.to.path, room); });
+    replies_.answer(message, datagram, many && from.segments, [&](std::span<std::uint8_t> room) {
+        const verdict made = batch.reflect(packet, from.to.path, room);
+        count(from, made.dropped);
+        return made;
+    });
+}
+
+void packet_carrier::count(udp_listener &from, const std::optional<drop_reason> &dropped)
+{
+    const bool is_ours = dropped && entry_of(*dropped).is_counted_by(drop_counter::listener);
+    ++(is_ours ? from.counters.dropped_packets[*dropped] : from.counters.received_packets);
 }
 
 void packet_carrier::send(udp_listener &from, reflector::batch &batch)

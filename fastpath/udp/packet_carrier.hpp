@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 
 #include "fastpath/core/admission.hpp"
 #include "fastpath/core/options.hpp"
@@ -71,6 +72,8 @@ class packet_carrier {
               reflector::batch &batch);
     void take_datagram(udp_listener &from, const received_message &message, std::size_t datagram,
                        const arrival_clock &clock, reflector::batch &batch);
+    /** Count what the reflector has been given, and may not have taken. */
+    static void count(udp_listener &from, const std::optional<drop_reason> &dropped);
     /** Send what is queued, once it is counted. */
     void send(udp_listener &from, reflector::batch &batch);
 

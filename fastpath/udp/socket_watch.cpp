@@ -48,7 +48,9 @@ std::span<const std::size_t> socket_watch::wait(int milliseconds)
     std::size_t sockets = 0;
     for (int number = 0; number < count; ++number) {
         const auto index = static_cast<std::size_t>(events[static_cast<std::size_t>(number)].data.u64);
-        if (index != woken) {
+        if (index == woken) {
+            clear_wakes();
+        } else {
             ready_[sockets++] = index;
         }
     }

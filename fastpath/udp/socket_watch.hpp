@@ -29,10 +29,10 @@ class socket_watch {
     /** Wait until packets wait at sockets. @param milliseconds  At most; -1: for ever.
      *  @return Some of these sockets. A view: good until the next wait. */
     [[nodiscard]] std::span<const std::size_t> wait(int milliseconds);
-    /** Forget wake() calls that ended no wait(). */
-    void clear_wakes() const;
 
   private:
+    void clear_wakes() const;
+
     static constexpr std::size_t most_ready = 16;
 
     olv_net::descriptor epoll_;

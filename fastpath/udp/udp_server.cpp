@@ -131,7 +131,6 @@ void udp_server::stop()
     stopping_ = true;
     watch_.wake();
     worker_.join();
-    watch_.clear_wakes(); // so that the next thread is not woken
 }
 
 listener_statistics udp_server::statistics() const
@@ -156,10 +155,25 @@ std::vector<session_summary> udp_server::sessions_at(std::uint64_t now) const
     return reflector_.sessions_at(now);
 }
 
+std::uint32_t udp_server::clear_sessions(std::optional<std::uint32_t> responder_id)
+{
+    const std::lock_guard lock{mutex_};
+    return reflector_.clear_sessions(responder_id);
+}
+
+std::uint64_t udp_server::sessions_that_gave_way() const
+{
+    const std::lock_guard lock{mutex_};
+    return reflector_.sessions_that_gave_way();
+}
+
 void udp_server::run()
 {
     while (!stopping_) {
         const std::span<const std::size_t> ready = watch_.wait(longest_wait());
+        if (reflector_.is_asked_for_place()) {
+            give_place();
+        }
         if (ready.empty() && busy_.empty() && !stopping_) {
             end_idle_sessions();
         }
@@ -182,13 +196,23 @@ int udp_server::longest_wait() const
     if (!busy_.empty()) {
         return 0;
     }
-    return options_.workers > 1 && reflector_.sessions() > 0 ? idle_check_milliseconds : -1;
+    if (options_.workers <= 1) {
+        return -1;
+    }
+    const std::lock_guard lock{mutex_}; // the control side may end sessions
+    return reflector_.sessions() > 0 ? idle_check_milliseconds : -1;
 }
 
 void udp_server::end_idle_sessions()
 {
     const std::lock_guard lock{mutex_};
     reflector_.end_idle_sessions(reflector_.clock().now());
+}
+
+void udp_server::give_place()
+{
+    const std::lock_guard lock{mutex_};
+    reflector_.give_place(reflector_.clock().now());
 }
 
 void udp_server::serve_woken(std::size_t index)

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -80,6 +81,11 @@ class udp_server {
     [[nodiscard]] listener_statistics statistics(std::size_t index) const;
     /** The reflector's sessions at an instant, the longest idle one first; while the thread runs, too. */
     [[nodiscard]] std::vector<session_summary> sessions_at(std::uint64_t now) const;
+    /** End the reflector's sessions, of one responder or of all. @return How many. */
+    std::uint32_t clear_sessions(std::optional<std::uint32_t> responder_id);
+    [[nodiscard]] std::uint64_t sessions_that_gave_way() const;
+    /** Have the thread look soon whether another reflector asks for a place. */
+    void ring() const { watch_.wake(); }
 
   private:
     /** A mutex that whoever waits for it gets next, however soon its holder wants it again. */
@@ -104,6 +110,7 @@ class udp_server {
     /** How long to wait for packets, in milliseconds; -1: for ever. */
     [[nodiscard]] int longest_wait() const;
     void end_idle_sessions();
+    void give_place();
     /** Serve a listener whose packets the watch has told of. */
     void serve_woken(std::size_t index);
     /** Serve the busy listeners, and watch those that are busy no more. @return Messages received. */

@@ -33,8 +33,9 @@ udp_workers::udp_workers(olv_sim::processor &processor, const fast_path_options 
 {
     const fast_path_options each = options_of_each(options);
     const auto limits = std::make_shared<responder_limits>(each.packets_per_second, clock_.ticks_per_second());
+    const auto peers = std::make_shared<reflector_peers>(each.workers, [this] { ring(); });
     while (workers_.size() < each.workers) {
-        workers_.emplace_back(processor, each, limits);
+        workers_.emplace_back(processor, each, limits, peers);
     }
 }
 
@@ -127,6 +128,13 @@ void udp_workers::stop()
     }
 }
 
+void udp_workers::ring() const
+{
+    for (const worker &each : workers_) {
+        each.server.ring();
+    }
+}
+
 listener_statistics udp_workers::statistics() const
 {
     listener_statistics all;
@@ -164,6 +172,24 @@ std::vector<session_summary> udp_workers::sessions() const
         merge(all, each.server.sessions_at(now));
     }
     return all;
+}
+
+std::uint32_t udp_workers::clear_sessions(std::optional<std::uint32_t> responder_id)
+{
+    std::uint32_t ended = 0;
+    for (worker &each : workers_) {
+        ended += each.server.clear_sessions(responder_id);
+    }
+    return ended;
+}
+
+std::uint64_t udp_workers::sessions_that_gave_way() const
+{
+    std::uint64_t sum = 0;
+    for (const worker &each : workers_) {
+        sum += each.server.sessions_that_gave_way();
+    }
+    return sum;
 }
 
 } // namespace olv_fastpath

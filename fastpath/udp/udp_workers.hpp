@@ -14,6 +14,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "fastpath/udp/udp_server.hpp"
@@ -33,7 +34,10 @@ namespace olv_fastpath {
  *
  * A session never moves to another worker: while an address is added, the system drops its packets until all
  * sockets are open; while it is removed, it drops those that come and those that wait. An idle session ends
- * within a second although no packet comes, as another worker may want its place.
+ * within a second although no packet comes, as another worker may want its place. Where a new session finds all
+ * places taken and none of its own worker's sessions may give way, the others are asked: the first that has one
+ * that may ends it. The new sender has lost a packet by then, or a few where several begin at once; which
+ * session gives way is the oldest of that worker, not of all.
  */
 class udp_workers {
   public:
@@ -71,12 +75,16 @@ class udp_workers {
     [[nodiscard]] std::vector<listener_statistics> statistics_by_worker() const;
     /** The sessions of all workers at this instant, the longest idle one first; while the threads run, too. */
     [[nodiscard]] std::vector<session_summary> sessions() const;
+    /** End the sessions of a responder, or all. @return How many. */
+    std::uint32_t clear_sessions(std::optional<std::uint32_t> responder_id);
+    /** Sessions that ended so that others could begin. */
+    [[nodiscard]] std::uint64_t sessions_that_gave_way() const;
 
   private:
     struct worker {
         worker(olv_sim::processor &processor, const fast_path_options &options,
-               const std::shared_ptr<responder_limits> &limits)
-            : reflecting(processor, options), server(reflecting, options, limits)
+               const std::shared_ptr<responder_limits> &limits, const std::shared_ptr<reflector_peers> &peers)
+            : reflecting(processor, options, peers), server(reflecting, options, limits)
         {}
 
         reflector reflecting;
@@ -90,6 +98,8 @@ class udp_workers {
     /** Close the sockets of the first workers, so many as there are indices. */
     void close(const socket_indices &sockets);
     [[nodiscard]] const socket_indices &sockets_of(std::size_t index) const;
+    /** Wake all threads, one of which asks the others for a place. */
+    void ring() const;
 
     processor_clock clock_;
     std::deque<worker> workers_;

@@ -12,7 +12,10 @@ namespace apps_tests {
 /** Received, transmitted, dropped for its length, sessions, dropped for want of one. */
 inline twampctl::responder_figures example_responder()
 {
-    return {.name = "edge", .id = 0x1A, .counters = olv_twamp_responder_stats{20, 15, 3, 4, 2}};
+    return {.name = "edge",
+            .id = 0x1A,
+            .counters = olv_twamp_responder_stats{20, 15, 3, 4, 2},
+            .session_limit = 61};
 }
 
 inline olv_fastpath::listener_statistics example_listener_statistics()
@@ -26,6 +29,7 @@ inline olv_fastpath::listener_statistics example_listener_statistics()
     counters.dropped_packets[drop_reason::own_source] = 34;
     counters.dropped_packets[drop_reason::too_long] = 35;
     counters.dropped_packets[drop_reason::answer_to_reply] = 36;
+    counters.dropped_packets[drop_reason::unstamped_rate] = 62;
     counters.dropped_packets[drop_reason::packet_rate] = 37;
     counters.sent_replies = 38;
     counters.failed_replies = 39;
@@ -63,6 +67,7 @@ inline twampctl::figures example_figures()
             .responders = {example_responder()},
             .listeners = {example_listener()},
             .sessions = {example_session()},
+            .gave_way_sessions = 63,
             .usage = example_usage()};
 }
 

@@ -37,14 +37,16 @@ const ordered_json &everything()
                 "received_packets": 20, "transmitted_packets": 15,
                 "dropped_packets": {"length_check": 3, "max_sessions": 2},
                 "active_sessions": 4
-            }
+            },
+            "session_limit": 61
         }],
         "listeners": [{
             "address": "[::1]:8620", "responder": "edge", "bind_key": 6,
             "received_packets": 31,
             "dropped_packets": {
                 "socket_full": 30, "source_not_allowed": 32, "source_port": 33, "own_source": 34,
-                "too_long": 35, "answer_to_reply": 36, "packet_rate": 37
+                "too_long": 35, "answer_to_reply": 36, "unstamped_rate": 62,
+                "packet_rate": 37
             },
             "sent_replies": 38, "failed_replies": 39
         }],
@@ -52,6 +54,7 @@ const ordered_json &everything()
             "responder": "edge", "sender": "192.0.2.7:40000",
             "replies": 41, "idle_seconds": 1.5, "round_trip_seconds": 0.00025
         }],
+        "gave_way_sessions": 63,
         "platform": {
             "memory_blocks": 51, "responder_ids": 52, "responder_entries": 53, "bind_entries": 54,
             "patterns": 55, "violations": 56
@@ -79,7 +82,7 @@ TEST(FiguresJson, OfNothingHasNullsAndEmptyLists)
 {
     EXPECT_EQ(json_of(twampctl::figures{}), indented(ordered_json::parse(R"({
         "taken_at": 0.0, "processor": "", "module_up": false, "module": null,
-        "responders": [], "listeners": [], "sessions": [],
+        "responders": [], "listeners": [], "sessions": [], "gave_way_sessions": 0,
         "platform": {"memory_blocks": 0, "responder_ids": 0, "responder_entries": 0, "bind_entries": 0,
                      "patterns": 0, "violations": 0}
     })")));
@@ -96,7 +99,7 @@ TEST(FiguresJson, EscapesNames)
 {
     EXPECT_EQ(json_of(responder_figures{.name = hostile_name, .id = 2, .counters = {}}),
               "{\n  \"name\": \"a\\\"b\\\\c\\nd\\u001b[2J\xc3\xa9\xef\xbf\xbd\",\n"
-              "  \"id\": 2,\n  \"counters\": null\n}\n");
+              "  \"id\": 2,\n  \"counters\": null,\n  \"session_limit\": null\n}\n");
 }
 
 } // namespace

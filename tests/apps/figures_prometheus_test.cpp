@@ -46,6 +46,9 @@ olv_twamp_responder_dropped_packets_total{responder="edge",id="26",reason="max_s
 # HELP olv_twamp_responder_active_sessions Sessions that the responder has.
 # TYPE olv_twamp_responder_active_sessions gauge
 olv_twamp_responder_active_sessions{responder="edge",id="26"} 4
+# HELP olv_twamp_responder_session_limit Sessions that the responder may have.
+# TYPE olv_twamp_responder_session_limit gauge
+olv_twamp_responder_session_limit{responder="edge",id="26"} 61
 )";
 
 constexpr const char *listener_metrics =
@@ -63,6 +66,7 @@ olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="source_po
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="own_source"} 34
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="too_long"} 35
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="answer_to_reply"} 36
+olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="unstamped_rate"} 62
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="packet_rate"} 37
 # HELP olv_twamp_listener_sent_replies_total Replies that the system took.
 # TYPE olv_twamp_listener_sent_replies_total counter
@@ -70,6 +74,12 @@ olv_twamp_listener_sent_replies_total{listener="[::1]:8620"} 38
 # HELP olv_twamp_listener_failed_replies_total Replies that the system did not take, counted as reflected all the same.
 # TYPE olv_twamp_listener_failed_replies_total counter
 olv_twamp_listener_failed_replies_total{listener="[::1]:8620"} 39
+)";
+
+constexpr const char *session_metrics =
+    R"(# HELP olv_twamp_gave_way_sessions_total Sessions that ended so that new senders could have theirs.
+# TYPE olv_twamp_gave_way_sessions_total counter
+olv_twamp_gave_way_sessions_total 63
 )";
 
 constexpr const char *platform_metrics =
@@ -106,7 +116,7 @@ olv_twamp_module_up 1
 # TYPE olv_twamp_collection_timestamp_seconds gauge
 olv_twamp_collection_timestamp_seconds 1738324800.25
 )") + module_metrics +
-                  responder_metrics + listener_metrics + platform_metrics);
+                  responder_metrics + listener_metrics + session_metrics + platform_metrics);
 }
 
 TEST(FiguresPrometheus, OfOnePieceHasItsMetrics)

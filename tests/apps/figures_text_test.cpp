@@ -57,6 +57,7 @@ Listener [::1]:8620
   dropped: own address as source                     34
   dropped: length above the longest                  35
   dropped: answer to a reply                         36
+  dropped: unstamped packet rate                     62
   dropped: packet rate                               37
   sent replies                                       38
   replies that could not be sent                     39
@@ -64,6 +65,7 @@ Listener [::1]:8620
 Sessions of edge
    replies   idle s    trip ms  SENDER
         41      1.5      0.250  192.0.2.7:40000
+  sessions that gave way                             63
 
 Platform
   memory blocks                                      51
@@ -85,6 +87,7 @@ TEST(FiguresText, ShowsOneResponder)
   dropped: length check failed                        3
   dropped: too many sessions                          2
   active sessions                                     4
+  session limit                                      61
 )");
 }
 
@@ -100,6 +103,7 @@ No responders
 No listeners
 
 No sessions
+  sessions that gave way                              0
 
 Platform
   memory blocks                                       0

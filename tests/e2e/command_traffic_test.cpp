@@ -55,6 +55,19 @@ TEST(Sessions, EndWhenTheyAreIdle)
     EXPECT_THAT(talk.wait().output, EndsWith("\nNo sessions\n"));
 }
 
+TEST(Sessions, EndByHand)
+{
+    conversation talk;
+    talk.tell({"up", "bind ipv4", "responder create west", "responder create east"});
+    loopback_socket sender;
+    sender.send_to(talk.ask("listen 127.0.0.1:0 --responder west", "listening at "), octets(41));
+    EXPECT_EQ(sender.receive().size(), 41u);
+    talk.tell({"sessions clear east", "sessions clear west", "sessions clear", "sessions clear north"});
+    const finished_program finished = talk.wait();
+    EXPECT_THAT(finished.output, EndsWith("\nsessions cleared: 0\nsessions cleared: 1\nsessions cleared: 0\n"));
+    EXPECT_THAT(finished.errors, HasSubstr("north"));
+}
+
 TEST(Show, HasEachFormatAndNothingElseWhenQuiet)
 {
     const std::pair<const char *, const char *> rows[] = {

@@ -95,5 +95,55 @@ TEST(Hostile, PacketsAboveTheRateAreDroppedAndCounted)
     EXPECT_EQ(figure(finished.output, "Total transmitted packets"), replies);
 }
 
+/** More senders than there are sessions, none of which gives a second packet. */
+TEST(Hostile, SendersOfOnePacketAreAllAnswered)
+{
+    control_program control{"--listen 127.0.0.1:0"};
+    for (int number = 0; number < 40; ++number) {
+        loopback_socket sender;
+        sender.send_to(control.address(), octets(41));
+        EXPECT_EQ(sender.receive().size(), 41u);
+    }
+    const finished_program finished = control.stop(SIGINT);
+    EXPECT_THAT(finished.output, HasSubstr("\nSessions that gave way: 8\n"));
+    EXPECT_THAT(finished.output, HasSubstr("Number of active sessions: 32\n"));
+    EXPECT_THAT(finished.output, Not(HasSubstr("sessions refused")));
+}
+
+TEST(Hostile, RefusedSessionsAreToldOnce)
+{
+    control_program control{"--listen 127.0.0.1:0 --sessions 1 --session-grace 1000"};
+    loopback_socket established;
+    for (int number = 0; number < 2; ++number) {
+        established.send_to(control.address(), octets(41));
+        EXPECT_EQ(established.receive().size(), 41u);
+    }
+    loopback_socket refused;
+    for (int number = 0; number < 3; ++number) {
+        refused.send_to(control.address(), octets(41));
+    }
+    EXPECT_TRUE(wait_until_taken(control.address()));
+    const std::string output = control.stop(SIGINT).output;
+    const std::size_t told = output.find("sessions refused: ");
+    ASSERT_NE(told, std::string::npos) << output;
+    EXPECT_EQ(output.find("sessions refused: ", told + 1), std::string::npos);
+    EXPECT_FALSE(refused.receive_within(at_once));
+}
+
+/** An echo of 20 octets would go on for ever: it is sent the first reply, cut, once. */
+TEST(Hostile, EchoOfAReplyIsDroppedAndCounted)
+{
+    control_program control{"--listen 127.0.0.1:0"};
+    loopback_socket echo;
+    echo.send_to(control.address(), octets(41));
+    auto reply = echo.receive();
+    reply.resize(20);
+    echo.send_to(control.address(), reply);
+    EXPECT_TRUE(wait_until_taken(control.address()));
+    EXPECT_THAT(control.stop(SIGINT).output,
+                HasSubstr(listener_section(control.address(), "Packets dropped due to answer to a reply: 1")));
+    EXPECT_FALSE(echo.receive_within(at_once));
+}
+
 } // namespace
 } // namespace e2e

@@ -163,7 +163,7 @@ TEST_F(arrival_test, timer_that_stands_is_the_time_of_all_packets)
     fast_path_->start();
     const reply_times times = times_of(sender_.receive());
     EXPECT_EQ(times.arrival, (ntp_time{0x103, 0xC0000000}));
-    EXPECT_EQ(times.departure, (ntp_time{0x103, 0xC0000000}));
+    EXPECT_EQ(times.departure, (ntp_time{0x103, 0xC0000002}));
 }
 
 } // namespace

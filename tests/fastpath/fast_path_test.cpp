@@ -105,13 +105,52 @@ TEST_P(fast_path_test, each_sender_belongs_to_one_worker_and_all_are_counted)
 TEST_P(fast_path_test, maximum_of_sessions_is_for_all_together)
 {
     write_state(responder_id, {.maximum_sessions = 10});
-    const std::deque<client> senders = send_from(50, serve({.workers = GetParam()}));
-    EXPECT_TRUE(have_taken(50));
+    const socket_address to = serve({.workers = GetParam()});
+    const std::deque<client> first = send_from(10, to);
+    for (const client &each : first) {
+        (void)each.receive();
+        expect_answer(each, to); // established
+    }
+    const std::deque<client> more = send_from(40, to);
+    EXPECT_TRUE(have_taken(60));
     fast_path_->stop();
     EXPECT_EQ(counters(),
-              (responder_counters{.received = 50, .transmitted = 10, .active = 10, .max_sessions = 40}));
-    EXPECT_EQ(global(), (global_counters{.rx = 50, .tx = 10, .hash_error = 40}));
+              (responder_counters{.received = 60, .transmitted = 20, .active = 10, .max_sessions = 40}));
+    EXPECT_EQ(global(), (global_counters{.rx = 60, .tx = 20, .hash_error = 40}));
     EXPECT_EQ(fast_path_->sessions().size(), 10u);
+    EXPECT_EQ(fast_path_->sessions_that_gave_way(), 0u);
+}
+
+/** Whichever worker has the sessions that may end, and though the others' threads sleep. */
+TEST_P(fast_path_test, new_sender_finds_a_place_at_any_worker)
+{
+    processor_.run_timer();
+    write_state(responder_id, {.maximum_sessions = 10});
+    const socket_address to = serve({.workers = GetParam()});
+    const std::deque<client> flood = send_from(100, to);
+    EXPECT_TRUE(have_taken(100));
+    for (int number = 0; number < 20; ++number) {
+        const client newcomer{AF_INET};
+        const std::uint64_t before = sent();
+        EXPECT_TRUE(eventually([&] {
+            newcomer.send(to, request_of(41));
+            return sent() > before;
+        }));
+    }
+    fast_path_->stop();
+    EXPECT_EQ(counters().active, fast_path_->sessions().size());
+    EXPECT_LE(counters().active, 10u);
+}
+
+TEST_P(fast_path_test, sessions_are_cleared_by_hand)
+{
+    const socket_address to = serve({.workers = GetParam()});
+    const std::deque<client> senders = send_from(20, to);
+    EXPECT_TRUE(have_taken(20));
+    EXPECT_EQ(fast_path_->clear_sessions(8), 0u);
+    EXPECT_EQ(fast_path_->clear_sessions(responder_id), 20u);
+    EXPECT_EQ(counters().active, 0u);
+    EXPECT_TRUE(fast_path_->sessions().empty());
 }
 
 TEST_P(fast_path_test, limit_of_packets_is_the_responders)
@@ -195,7 +234,9 @@ TEST_F(workers_test, have_equal_parts_of_the_room_for_sessions)
 {
     const std::deque<client> senders = send_from(200, serve({.session_capacity = 5, .workers = 4})); // two each
     EXPECT_TRUE(have_taken(200));
-    EXPECT_EQ(global(), (global_counters{.rx = 200, .tx = 8, .hash_error = 192}));
+    EXPECT_EQ(global(), (global_counters{.rx = 200, .tx = 200}));
+    EXPECT_EQ(fast_path_->sessions().size(), 8u);
+    EXPECT_EQ(fast_path_->sessions_that_gave_way(), 192u);
 }
 
 TEST_F(workers_test, idle_session_makes_room_at_others)

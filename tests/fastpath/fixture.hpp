@@ -177,7 +177,12 @@ class reflector_test : public fastpath_test {
         bytes payload; ///< Empty when the packet was dropped.
     };
 
-    void use_options(const fast_path_options &options) { options_ = options; }
+    /** The stamps of request_of() are of no clock: they are not limited, unless the rate says so. */
+    void use_options(const fast_path_options &options, std::uint32_t unstamped_rate = 0)
+    {
+        options_ = options;
+        options_.unstamped_packets_per_second = unstamped_rate;
+    }
 
     reflector &subject()
     {
@@ -220,7 +225,7 @@ class reflector_test : public fastpath_test {
     departing_replies departing_;
 
   private:
-    fast_path_options options_;
+    fast_path_options options_{.unstamped_packets_per_second = 0};
     std::optional<reflector> reflector_;
 };
 

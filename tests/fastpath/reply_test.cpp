@@ -25,7 +25,7 @@ bytes reply_with(std::initializer_list<std::uint8_t> sequence_number,
                  std::initializer_list<std::uint8_t> padding)
 {
     bytes expected{sequence_number};
-    const bytes fields{0x00, 0x00, 0x01, 0x03, 0x00, 0x00, 0x00, 0x00, // departure: the fraction carried
+    const bytes fields{0x00, 0x00, 0x01, 0x03, 0x00, 0x00, 0x00, 0x02, // departure: the fraction carried; marked
                        0x16, 0x01, 0x00, 0x00,                         // error estimate, zero
                        0x00, 0x00, 0x01, 0x02, 0xC0, 0x00, 0x00, 0x00, // arrival
                        0x0A, 0x0B, 0x0C, 0x0D,                         // sender's sequence number
@@ -53,9 +53,10 @@ TEST_F(reply_test, has_these_octets)
         {"STAMP, the session's number", stamp_mode::stateful, 44, reply_with({0, 0, 0, 0}, {0, 0, 0})},
         {"STAMP, the request's number", stamp_mode::stateless, 44,
          reply_with({0x0A, 0x0B, 0x0C, 0x0D}, {0, 0, 0})},
-        {"a byte less than STAMP", stamp_mode::stateless, 43, reply_with({0, 0, 0, 0}, {0x01, 0x02})},
+        {"TWAMP, the request's number", stamp_mode::stateless, 14, reply_with({0x0A, 0x0B, 0x0C, 0x0D}, {})},
+        {"a byte less than STAMP", stamp_mode::stateful, 43, reply_with({0, 0, 0, 0}, {0x01, 0x02})},
         {"a byte more than STAMP", stamp_mode::stateless, 45,
-         reply_with({0, 0, 0, 0}, {0x01, 0x02, 0x03, 0x04})},
+         reply_with({0x0A, 0x0B, 0x0C, 0x0D}, {0x01, 0x02, 0x03, 0x04})},
     };
     define_usual_path();
     for (const row &each : rows) {
@@ -138,14 +139,14 @@ TEST_F(reply_test, times_follow_from_creation_and_ticks)
     constexpr std::uint64_t now = start_ticks;
     constexpr std::uint32_t last = 0xFFFFFFFF; // second before the wrap
     const row rows[] = {
-        {"at creation", {5, 6}, now, 0, 0, {5, 6}, {5, 6}},
-        {"quarters", {5, 0}, now, 1, 3, {5, 0x40000000}, {5, 0xC0000000}},
-        {"carry between", {5, 0x80000000}, now, 1, 2, {5, 0xC0000000}, {6, 0}},
-        {"wrap between", {last, 0x80000000}, now, 1, 3, {last, 0xC0000000}, {0, 0x40000000}},
-        {"more than 32 bits", {5, 0}, 0x1FFFFFFFFu, 4, 8, {6, 0}, {7, 0}},
-        {"two days", {5, 0}, now, 691200, 691201, {172805, 0}, {172805, 0x40000000}},
-        {"timer behind the arrival", {5, 0}, now, 3, 1, {5, 0xC0000000}, {5, 0xC0000000}},
-        {"and a wrap", {last, 0x80000000}, now, 3, 1, {0, 0x40000000}, {0, 0x40000000}},
+        {"at creation", {5, 6}, now, 0, 0, {5, 6}, {5, 6}}, // 6 units are marked
+        {"quarters", {5, 0}, now, 1, 3, {5, 0x40000000}, {5, 0xC0000002}},
+        {"carry between", {5, 0x80000000}, now, 1, 2, {5, 0xC0000000}, {6, 2}},
+        {"wrap between", {last, 0x80000000}, now, 1, 3, {last, 0xC0000000}, {0, 0x40000002}},
+        {"more than 32 bits", {5, 0}, 0x1FFFFFFFFu, 4, 8, {6, 0}, {7, 2}},
+        {"two days", {5, 0}, now, 691200, 691201, {172805, 0}, {172805, 0x40000002}},
+        {"timer behind the arrival", {5, 0}, now, 3, 1, {5, 0xC0000000}, {5, 0xC0000002}},
+        {"and a wrap", {last, 0x80000000}, now, 3, 1, {0, 0x40000000}, {0, 0x40000002}},
     };
     learn(responder_tree, responder_id, 0);
     learn(bind_tree, bind_key, 0x401);
@@ -247,10 +248,10 @@ TEST_F(departing_test, time_is_read_once_for_all_when_they_leave)
     const std::uint8_t *later = reflect_at(0);
     leave_at(7);
     leave_at(8);
-    EXPECT_EQ(departure_of(first), (ntp_time{6, 0x80000000}));
-    EXPECT_EQ(departure_of(second), (ntp_time{6, 0x80000000}));
-    EXPECT_EQ(departure_of(ahead), (ntp_time{7, 0x40000000}));
-    EXPECT_EQ(departure_of(later), (ntp_time{6, 0xC0000000}));
+    EXPECT_EQ(departure_of(first), (ntp_time{6, 0x80000002}));
+    EXPECT_EQ(departure_of(second), (ntp_time{6, 0x80000002}));
+    EXPECT_EQ(departure_of(ahead), (ntp_time{7, 0x40000002}));
+    EXPECT_EQ(departure_of(later), (ntp_time{6, 0xC0000002}));
 }
 
 TEST_F(departing_test, each_follows_from_its_own_responders_creation)
@@ -261,9 +262,9 @@ TEST_F(departing_test, each_follows_from_its_own_responders_creation)
     const std::uint8_t *other = reflect_at(0, {8, bind_key});
     const std::uint8_t *third = reflect_at(0);
     leave_at(3);
-    EXPECT_EQ(departure_of(first), (ntp_time{5, 0xC0000000}));
-    EXPECT_EQ(departure_of(other), (ntp_time{100, 0xC0000000}));
-    EXPECT_EQ(departure_of(third), (ntp_time{5, 0xC0000000}));
+    EXPECT_EQ(departure_of(first), (ntp_time{5, 0xC0000002}));
+    EXPECT_EQ(departure_of(other), (ntp_time{100, 0xC0000002}));
+    EXPECT_EQ(departure_of(third), (ntp_time{5, 0xC0000002}));
 }
 
 TEST_F(departing_test, there_is_room_for_those_of_many_segmented_messages)
@@ -274,7 +275,7 @@ TEST_F(departing_test, there_is_room_for_those_of_many_segmented_messages)
     leave_at(1);
     EXPECT_FALSE(departing_.is_full());
     for (const std::array<std::uint8_t, 41> &each : rooms_)
-        ASSERT_EQ(departure_of(each.data()), (ntp_time{5, 0x40000000}));
+        ASSERT_EQ(departure_of(each.data()), (ntp_time{5, 0x40000002}));
 }
 
 } // namespace

@@ -191,7 +191,12 @@ class traffic_test : public fastpath_test {
   protected:
     traffic_test() { define_usual_path({.maximum_sessions = 1000}); }
 
-    void make(const fast_path_options &options = {}) { fast_path_.emplace(processor_, options); }
+    /** Requests without the stamp of a clock are not limited. */
+    void make(fast_path_options options = {})
+    {
+        options.unstamped_packets_per_second = 0;
+        fast_path_.emplace(processor_, options);
+    }
 
     std::size_t add(const std::string &address = "127.0.0.1:0", const packet_path &path = usual_path)
     {

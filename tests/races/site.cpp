@@ -58,7 +58,8 @@ site::~site()
 
 void site::reflect(std::uint32_t packets)
 {
-    olv_fastpath::reflector reflector{processor_, {.refwait_seconds = 1, .session_capacity = 64}};
+    olv_fastpath::reflector reflector{
+        processor_, {.refwait_seconds = 1, .session_capacity = 64, .unstamped_packets_per_second = 0}};
     std::mt19937 random{packets};
     const auto below = [&random](std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); };
     std::array<std::uint8_t, 128> request{};

@@ -139,8 +139,9 @@ class station {
 
     olv_sim::processor processor_;
     control control_;
-    olv_fastpath::reflector reflector_{processor_,
-                                       {.refwait_seconds = 1, .session_capacity = session_capacity}};
+    olv_fastpath::reflector reflector_{
+        processor_,
+        {.refwait_seconds = 1, .session_capacity = session_capacity, .unstamped_packets_per_second = 0}};
     olv_fastpath::udp_server server_{reflector_};
     std::size_t wandering_ = 0; ///< Socket whose packets change their responder.
     std::deque<sender> senders_;

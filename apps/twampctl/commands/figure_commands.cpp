@@ -64,13 +64,14 @@ void print_responder_statistics(command_context &context, const std::string &nam
 {
     site &on = context.current();
     const named_responder &responder = on.responder(name);
+    const std::uint32_t id = responder.handle->responder_id;
     olv_twamp_responder_stats counters{};
     on.require(olv_twamp_responder_stats_get(on.module(), responder.handle, &counters),
                "read the statistics of responder " + name);
     if (chosen.is_text()) {
         (void)olv_twamp_responder_stats_print(on.module(), responder.handle); // always 0
     } else {
-        print(format(responder_figures{name, responder.handle->responder_id, counters}, chosen.value()));
+        print(format(responder_figures{name, id, counters, on.session_limit_of(id)}, chosen.value()));
     }
 }
 
@@ -80,6 +81,36 @@ void add_statistics(command_tree &tree)
     add_format(tree.add({"stats", "Show the module's counters", {"stats", "stats --format json"}},
                         [chosen](command_context &context) { print_statistics(context, *chosen); }),
                *chosen);
+}
+
+struct sessions_request {
+    std::string action;
+    std::string responder;
+    format_option format;
+};
+
+void list_or_clear_sessions(command_context &context, const sessions_request &request)
+{
+    if (request.action.empty()) {
+        print(format(context.current().collect().sessions, request.format.value()));
+    } else {
+        context.current().clear_sessions(request.responder);
+    }
+}
+
+void add_sessions(command_tree &tree)
+{
+    const auto request = std::make_shared<sessions_request>();
+    const olv_apps::command command =
+        tree.add({"sessions",
+                  "List the sessions of the fast path, or end them",
+                  {"sessions --format json", "sessions clear", "sessions clear west"}},
+                 [request](command_context &context) { list_or_clear_sessions(context, *request); });
+    command.add_option("ACTION", request->action, "clear: end the sessions; their senders begin new ones")
+        .one_of({"clear"});
+    command.add_option("RESPONDER", request->responder, "Whose sessions to end; default: all")
+        .called(value_kind::responder);
+    add_format(command, request->format);
 }
 
 void add_everything(command_tree &tree)
@@ -175,8 +206,7 @@ void add_figure_commands(command_tree &tree)
     add_statistics(tree);
     add_part(tree, tree.root(), {"listeners", "List where packets are answered", {"listeners"}},
              &figures::listeners);
-    add_part(tree, tree.root(), {"sessions", "List the sessions of the fast path", {"sessions --format json"}},
-             &figures::sessions);
+    add_sessions(tree);
     add_part(tree, tree.root(), {"usage", "Show what is in use on the platform", {"usage"}}, &figures::usage);
     add_everything(tree);
     add_watch(tree);

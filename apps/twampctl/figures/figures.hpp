@@ -37,6 +37,7 @@ struct responder_figures {
     std::string name;
     std::uint32_t id = 0;
     std::optional<olv_twamp_responder_stats> counters; ///< Nothing when they cannot be read.
+    std::optional<std::uint32_t> session_limit{};      ///< Sessions that it may have.
 };
 
 struct listener_figures {
@@ -62,6 +63,7 @@ struct figures {
     std::vector<responder_figures> responders;
     std::vector<listener_figures> listeners;
     std::vector<session_figures> sessions;
+    std::uint64_t gave_way_sessions = 0; ///< That ended so that others could begin.
     platform_usage usage;
 };
 

@@ -46,7 +46,10 @@ json tree_of(const std::optional<olv_twamp_responder_stats> &counters)
 
 json tree_of(const responder_figures &responder)
 {
-    return {{"name", responder.name}, {"id", responder.id}, {"counters", tree_of(responder.counters)}};
+    return {{"name", responder.name},
+            {"id", responder.id},
+            {"counters", tree_of(responder.counters)},
+            {"session_limit", value_or_null(responder.session_limit)}};
 }
 
 json tree_of(const listener_figures &listener)
@@ -97,6 +100,7 @@ json tree_of(const figures &all)
             {"responders", tree_of(all.responders)},
             {"listeners", tree_of(all.listeners)},
             {"sessions", tree_of(all.sessions)},
+            {"gave_way_sessions", all.gave_way_sessions},
             {"platform", tree_of(all.usage)}};
 }
 

@@ -89,17 +89,21 @@ void append(std::vector<MetricFamily> &to, const std::vector<responder_figures> 
     family dropped =
         counter("responder_dropped_packets_total", "Test packets that the responder dropped, by reason.");
     family sessions = gauge("responder_active_sessions", "Sessions that the responder has.");
+    family limit = gauge("responder_session_limit", "Sessions that the responder may have.");
     for (const responder_figures &responder : responders) {
+        const labels which = {{"responder", responder.name}, {"id", std::to_string(responder.id)}};
+        if (responder.session_limit) {
+            limit.add(*responder.session_limit, which);
+        }
         if (!responder.counters) {
             continue;
         }
-        const labels which = {{"responder", responder.name}, {"id", std::to_string(responder.id)}};
         received.add(responder.counters->received, which);
         transmitted.add(responder.counters->transmitted, which);
         dropped.add(drops_of(*responder.counters), which);
         sessions.add(responder.counters->active_sessions, which);
     }
-    for (family *each : {&received, &transmitted, &dropped, &sessions}) {
+    for (family *each : {&received, &transmitted, &dropped, &sessions, &limit}) {
         each->append_to(to);
     }
 }
@@ -181,6 +185,10 @@ void append(std::vector<MetricFamily> &to, const figures &all)
     append(to, all.module);
     append(to, all.responders);
     append(to, all.listeners);
+    family gave_way =
+        counter("gave_way_sessions_total", "Sessions that ended so that new senders could have theirs.");
+    gave_way.add(static_cast<double>(all.gave_way_sessions));
+    gave_way.append_to(to);
     append(to, all.usage);
 }
 

@@ -114,6 +114,9 @@ std::string section_of(const responder_figures &responder)
     add_count(text, "transmitted packets", responder.counters->transmitted);
     add_drops(text, drops_of(*responder.counters));
     add_count(text, "active sessions", responder.counters->active_sessions);
+    if (responder.session_limit) {
+        add_count(text, "session limit", *responder.session_limit);
+    }
     return text;
 }
 
@@ -177,7 +180,9 @@ std::string section_of(const figures &all)
     text += section_of(all.module) + "\n";
     text += section_of(all.responders) + "\n";
     text += section_of(all.listeners) + "\n";
-    text += section_of(all.sessions) + "\n";
+    text += section_of(all.sessions);
+    add_count(text, "sessions that gave way", all.gave_way_sessions);
+    text += "\n";
     return text + section_of(all.usage);
 }
 

@@ -1,6 +1,7 @@
 #include "apps/twampctl/run/run.hpp"
 
 #include <algorithm>
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <list>
@@ -46,6 +47,30 @@ void print_listener(const std::string &address, const olv_fastpath::listener_sta
     }
 }
 
+/** Says that new senders are refused, at most once a minute. */
+class refusal_notice {
+  public:
+    /** @param refused  Packets so far; their number goes round. */
+    void look(std::uint32_t refused)
+    {
+        const clock::time_point now = clock::now();
+        if (refused == told_ || (last_ && now - *last_ < std::chrono::minutes(1))) {
+            return;
+        }
+        say("sessions refused: %" PRIu32 " packets of new senders, as all sessions of the responder are busy "
+            "(see --sessions)",
+            refused - told_);
+        told_ = refused;
+        last_ = now;
+    }
+
+  private:
+    using clock = std::chrono::steady_clock;
+
+    std::uint32_t told_ = 0;
+    std::optional<clock::time_point> last_;
+};
+
 /** A run, step by step; each step throws what went wrong. */
 class course {
   public:
@@ -60,6 +85,7 @@ class course {
     void stop_listening() { site_.stop(); }
     [[nodiscard]] figures collect() { return site_.collect(); }
     [[nodiscard]] std::string reason_against_answering() const { return site_.reason_against_answering(); }
+    void tell_refusals() { refusals_.look(site_.refused_packets()); }
     void report();
     /** @return Whether all of it worked. */
     bool take_down() { return site_.tear_down(); }
@@ -74,6 +100,7 @@ class course {
     const document_output &document_;
     site site_;
     std::string ready_;
+    refusal_notice refusals_;
 };
 
 void course::bring_up()
@@ -144,6 +171,9 @@ void course::print_statistics()
     for (const std::string &address : site_.listeners()) {
         print_listener(address, site_.counters_of(address));
     }
+    if (site_.sessions_that_gave_way() != 0) {
+        std::printf("\nSessions that gave way: %" PRIu64 "\n", site_.sessions_that_gave_way());
+    }
     std::printf("\n");
 }
 
@@ -167,10 +197,29 @@ void serve_metrics(std::list<metrics_server> &metrics, course &on, const run_opt
 }
 
 /** @return Whether it was a signal that ended it. */
+bool wait_telling_refusals(course &on, const run_options &options, const olv_apps::signal_watch &signals)
+{
+    using clock = std::chrono::steady_clock;
+    const clock::time_point start = clock::now();
+    for (;;) {
+        std::chrono::nanoseconds pause = std::chrono::seconds(1);
+        if (options.duration) {
+            pause = std::clamp<std::chrono::nanoseconds>(*options.duration - (clock::now() - start),
+                                                         std::chrono::nanoseconds::zero(), pause);
+        }
+        const bool is_over = signals.wait(pause);
+        on.tell_refusals();
+        if (is_over || (options.duration && clock::now() - start >= *options.duration)) {
+            return is_over;
+        }
+    }
+}
+
+/** @return Whether it was a signal that ended it. */
 bool wait_for_end(course &on, const run_options &options, const olv_apps::signal_watch &signals)
 {
     if (!options.watch) {
-        return signals.wait(options.duration);
+        return wait_telling_refusals(on, options, signals);
     }
     return watch([&on] { return on.collect(); }, signals,
                  {.interval = std::chrono::seconds(1),

@@ -118,6 +118,16 @@ const named_responder &site::create_responder(const responder_request &request)
     return responders_.back();
 }
 
+void site::clear_sessions(const std::string &responder_name)
+{
+    const std::lock_guard lock{mutex_};
+    std::optional<std::uint32_t> id;
+    if (!responder_name.empty()) {
+        id = responder(responder_name).handle->responder_id;
+    }
+    say("sessions cleared: %u", fast_path_.clear_sessions(id));
+}
+
 std::uint32_t site::write_maximum_of_sessions(std::uint32_t id, std::uint32_t maximum)
 {
     const bool counts =

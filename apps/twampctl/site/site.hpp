@@ -119,6 +119,14 @@ class site {
     /** Why packets are not answered; empty: they are. */
     [[nodiscard]] std::string reason_against_answering() const;
 
+    /** End the sessions of a responder; without a name, all. */
+    void clear_sessions(const std::string &responder_name);
+    /** How many sessions a responder may have; nothing: it has no state. */
+    [[nodiscard]] std::optional<std::uint32_t> session_limit_of(std::uint32_t responder_id) const;
+    /** Packets that were dropped for want of a session; their number goes round. */
+    [[nodiscard]] std::uint32_t refused_packets() const;
+    [[nodiscard]] std::uint64_t sessions_that_gave_way() const { return fast_path_.sessions_that_gave_way(); }
+
     /** Who knows the last round trip of a sender, by its address, in seconds. */
     using round_trip_source = std::function<std::optional<double>(const std::string &)>;
     void take_round_trips_from(round_trip_source source) { round_trips_ = std::move(source); }

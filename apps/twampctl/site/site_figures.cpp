@@ -1,8 +1,10 @@
 // What a site counts and knows.
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 
 #include "apps/twampctl/site/site.hpp"
+#include "hyx.h"
 #include "olv_sim/resources.hpp"
 #include "olv_sim/violations.hpp"
 #include "twamp_program.h"
@@ -35,6 +37,7 @@ figures site::collect()
     collect_responders(now);
     collect_listeners(now);
     collect_sessions(now);
+    now.gave_way_sessions = sessions_that_gave_way();
     now.usage = usage();
     return now;
 }
@@ -42,7 +45,9 @@ figures site::collect()
 void site::collect_responders(figures &into)
 {
     for (const named_responder &each : responders_) {
-        responder_figures one{.name = each.name, .id = each.handle->responder_id, .counters = {}};
+        const std::uint32_t id = each.handle->responder_id;
+        responder_figures one{
+            .name = each.name, .id = id, .counters = {}, .session_limit = session_limit_of(id)};
         olv_twamp_responder_stats counters{};
         if (into.module_up && olv_twamp_responder_stats_get(module_, each.handle, &counters) == OLV_STATUS_OK) {
             one.counters = counters;
@@ -72,6 +77,22 @@ void site::collect_sessions(figures &into) const
                                  .idle_seconds = each.idle_seconds,
                                  .round_trip_seconds = round_trips_ ? round_trips_(sender) : std::nullopt});
     }
+}
+
+std::optional<std::uint32_t> site::session_limit_of(std::uint32_t responder_id) const
+{
+    const olv_sim::state_words words = processor_.state(responder_id);
+    return words.size() * 4 < sizeof(twamp_responder_state)
+               ? std::nullopt
+               : std::optional{words[offsetof(twamp_responder_state, max_sessions) / 4].load()}; // host order
+}
+
+std::uint32_t site::refused_packets() const
+{
+    const olv_sim::state_words words = processor_.state(GLOBAL_STATS_NS_ID);
+    // What responders count as too many sessions, the module counts here as well.
+    constexpr std::size_t word = offsetof(olv_twamp_global_stats, drop_hash_error) / 4;
+    return words.size() <= word ? 0 : hyx_ntohl(words[word].load());
 }
 
 std::string site::responder_with(std::uint32_t id) const

@@ -5,15 +5,20 @@ namespace twampctl {
 void add_traffic_options(olv_apps::command to, traffic_options &options)
 {
     using olv_net::sender_packet::header_length;
-    to.add_option("--stamp-mode", options.stamp_mode, "Sequence numbers of STAMP replies (stateful)")
+    to.add_option(
+          "--stamp-mode", options.stamp_mode,
+          "Sequence numbers of replies; stateless: the requests', nothing is kept of senders (stateful)")
         .one_of({"stateful", "stateless"});
     to.add_option("--refwait", options.fast_path.refwait_seconds, "Seconds until an idle session ends (900)")
+        .whole_number_between(1, 1'000'000);
+    to.add_option("--session-grace", options.fast_path.session_grace_seconds,
+                  "Seconds until an idle session gives way to a new one (5)")
         .whole_number_between(1, 1'000'000);
     to.add_option("--allow", options.allowed,
                   "Answer no other senders than those in PREFIX, 192.0.2.0/24 or an address (repeatable)")
         .repeatable();
     to.add_option("--min-source-port", options.fast_path.minimum_source_port,
-                  "Answer no lower source ports; 1024: no well-known service, nor a reflector at 862 (1)")
+                  "Answer no lower source ports; default: none below 1024 but 862")
         .whole_number_between(1, 65535);
     to.add_option("--min-request", options.fast_path.minimum_request,
                   "Octets that a request has at least; 41: no reply is longer than its request (14)")
@@ -21,6 +26,9 @@ void add_traffic_options(olv_apps::command to, traffic_options &options)
     to.add_option("--rate", options.fast_path.packets_per_second,
                   "Packets that each responder takes in a second; default: no limit")
         .whole_number_between(1, 1'000'000'000);
+    to.add_option("--unstamped-rate", options.fast_path.unstamped_packets_per_second,
+                  "Packets a second of a session without a plausible time stamp; 0: no limit (100)")
+        .whole_number_between(0, 1'000'000'000);
     to.add_option("--workers", options.fast_path.workers,
                   "Threads that answer packets, each sender's by the same one (1)")
         .whole_number_between(1, olv_fastpath::fast_path_options::most_workers);

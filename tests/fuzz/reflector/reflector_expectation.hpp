@@ -59,15 +59,15 @@ class reflector_expectation {
     void set_default_bind(bool on) { has_default_bind_ = on; }
     [[nodiscard]] const std::map<std::uint32_t, responder> &responders() const { return responders_; }
 
-    /** What becomes of a packet; where only the session table decides, what becomes of it when there is room.
-     */
+    /** What becomes of a packet. */
     struct decision {
         std::optional<drop_reason> dropped; ///< Nothing: it is reflected.
         std::uint32_t sequence_number = 0;
-        bool needs_new_session = false;
     };
-    [[nodiscard]] decision decide(const received_packet &packet, const packet_path &path,
-                                  std::size_t room) const
+    /** @param found  What became of it; two things depend on hashes that nobody knows, whether an older stamp
+     * is still remembered and which senders without a session are limited together. */
+    [[nodiscard]] decision decide(const received_packet &packet, const packet_path &path, std::size_t room,
+                                  const std::optional<drop_reason> &found)
     {
         const std::uint32_t id = path.responder_id & id_mask;
         if (!responders_.contains(id)) {
@@ -80,26 +80,44 @@ class reflector_expectation {
         if (packet.payload.size() < shortest || room < reply_length(packet.payload.size())) {
             return {.dropped = drop_reason::length_check};
         }
-        const auto known = sessions_.find(key_of(packet, path));
-        const bool goes_on = known != sessions_.end() && is_alive(known->second, packet.arrival_ticks);
-        if (!goes_on && alive_sessions(id, packet.arrival_ticks) >= constants_.maximum_sessions) {
-            return {.dropped = drop_reason::max_sessions};
+        current_id_ = id;
+        const auto number = static_cast<std::uint32_t>(load(packet.payload, 0, 4));
+        if (options_.mode == olv_fastpath::stamp_mode::stateless) {
+            return {.dropped = reason_against_first(packet, found), .sequence_number = number};
         }
-        return {.dropped = std::nullopt,
-                .sequence_number = goes_on ? known->second.next : constants_.first_sequence_number,
-                .needs_new_session = !goes_on};
+        const auto known = sessions_.find(key_of(packet, path));
+        if (known == sessions_.end() || !is_alive(known->second, packet.arrival_ticks)) {
+            return begin(packet, path, found);
+        }
+        session &entry = known->second;
+        if (const auto reason = reason_against(packet, entry.next % 64 == 63, found)) {
+            return {.dropped = reason};
+        }
+        if (!may_pass(entry, packet)) {
+            return {.dropped = drop_reason::unstamped_rate};
+        }
+        const std::uint64_t idle = packet.arrival_ticks - entry.last_arrival;
+        if (number == 0 && entry.number != 0 && entry.number < 0xFFFF0000 && idle >= frequency_) {
+            entry.next = constants_.first_sequence_number;
+        }
+        entry.is_established = true;
+        note_packet(entry, packet);
+        return {.dropped = std::nullopt, .sequence_number = entry.next++};
     }
 
-    /** The packet was reflected. */
-    void note_reflected(const received_packet &packet, const packet_path &path)
+    void note_departure(std::uint64_t stamp)
     {
-        session &entry = sessions_[key_of(packet, path)];
-        if (entry.next == 0 || !is_alive(entry, packet.arrival_ticks)) {
-            entry.next = constants_.first_sequence_number;
-            ++sessions_ever_;
+        departed_.insert(stamp);
+        last_departure_ = stamp;
+    }
+
+    /** Put the stamp of the last reply somewhere in a request. */
+    void write_stamp(std::vector<std::uint8_t> &request, std::uint32_t choice) const
+    {
+        const std::size_t position = choice % 3 == 0 ? 4 : choice % 3 == 1 ? 28 : choice / 3;
+        if (last_departure_ != 0 && position + 8 <= request.size()) {
+            store(request, position, last_departure_, 8);
         }
-        ++entry.next;
-        entry.last_arrival = packet.arrival_ticks;
     }
 
     /** The reply but for its departure time and error estimate, which are taken from @p found. */
@@ -111,9 +129,6 @@ class reflector_expectation {
         std::vector<std::uint8_t> bytes(reply_length(request.size()));
         const bool is_stamp = request.size() == stamp_length;
         store(bytes, 0, sequence_number, 4);
-        if (is_stamp && options_.mode == olv_fastpath::stamp_mode::stateless) {
-            std::copy_n(request.begin(), 4, bytes.begin());
-        }
         std::copy_n(found.begin() + 4, 10, bytes.begin() + 4);
         store(bytes, 16, instant(path.responder_id, packet.arrival_ticks), 8);
         std::copy_n(request.begin(), 14, bytes.begin() + 24);
@@ -140,8 +155,14 @@ class reflector_expectation {
         return std::max(request_length, constants_.shortest_reply);
     }
 
-    /** Sessions that may be in the table, forgotten ones included. */
-    [[nodiscard]] std::size_t sessions_ever() const { return sessions_ever_; }
+    /** Sessions that a responder has at an instant; more may not have been found to be over yet. */
+    [[nodiscard]] std::uint32_t sessions_of(std::uint32_t id, std::uint64_t now) const
+    {
+        return static_cast<std::uint32_t>(
+            std::count_if(sessions_.begin(), sessions_.end(), [&](const auto &entry) {
+                return entry.first.first == id && is_alive(entry.second, now);
+            }));
+    }
 
   private:
     static constexpr std::uint32_t id_mask = 0xFFFFFF;
@@ -151,6 +172,12 @@ class reflector_expectation {
     struct session {
         std::uint32_t next = 0;
         std::uint64_t last_arrival = 0;
+        std::uint64_t order = 0; ///< Of its last packet.
+        std::uint32_t number = 0;
+        bool is_established = false;
+        bool is_stamped = false;
+        std::uint64_t stamp = 0;
+        std::uint64_t paid = 0; ///< Ticks up to when its packets without a plausible stamp are paid for.
     };
 
     [[nodiscard]] bool is_alive(const session &one, std::uint64_t now) const
@@ -158,17 +185,133 @@ class reflector_expectation {
         return now - one.last_arrival < options_.refwait_seconds * frequency_;
     }
 
-    [[nodiscard]] std::size_t alive_sessions(std::uint32_t id, std::uint64_t now) const
+    [[nodiscard]] decision begin(const received_packet &packet, const packet_path &path,
+                                 const std::optional<drop_reason> &found)
     {
-        return static_cast<std::size_t>(
-            std::count_if(sessions_.begin(), sessions_.end(), [&](const auto &entry) {
-                return entry.first.first == id && is_alive(entry.second, now);
-            }));
+        if (const auto reason = reason_against_first(packet, found)) {
+            return {.dropped = reason};
+        }
+        const std::uint32_t id = path.responder_id & id_mask;
+        std::erase_if(sessions_,
+                      [&](const auto &entry) { return !is_alive(entry.second, packet.arrival_ticks); });
+        if (sessions_of(id, packet.arrival_ticks) >= constants_.maximum_sessions && !give_way(id, packet)) {
+            return {.dropped = drop_reason::max_sessions};
+        }
+        session begun;
+        begun.next = constants_.first_sequence_number + 1;
+        begun.is_stamped = is_near(packet);
+        begun.stamp = load(packet.payload, 4, 8);
+        begun.paid = packet.arrival_ticks + ticks_each();
+        note_packet(begun, packet);
+        sessions_[key_of(packet, path)] = begun;
+        return {.dropped = std::nullopt, .sequence_number = constants_.first_sequence_number};
+    }
+
+    /** End the oldest session that gave one packet, or the oldest idle one. */
+    bool give_way(std::uint32_t id, const received_packet &packet)
+    {
+        auto leaving = sessions_.end();
+        for (auto each = sessions_.begin(); each != sessions_.end(); ++each) {
+            const session &one = each->second;
+            const bool may = each->first.first == id &&
+                             (!one.is_established || packet.arrival_ticks - one.last_arrival >=
+                                                         options_.session_grace_seconds * frequency_);
+            if (may && (leaving == sessions_.end() ||
+                        std::pair{one.is_established, one.order} <
+                            std::pair{leaving->second.is_established, leaving->second.order})) {
+                leaving = each;
+            }
+        }
+        if (leaving == sessions_.end()) {
+            return false;
+        }
+        sessions_.erase(leaving);
+        return true;
+    }
+
+    void note_packet(session &entry, const received_packet &packet)
+    {
+        entry.last_arrival = packet.arrival_ticks;
+        entry.order = ++packets_;
+        entry.number = static_cast<std::uint32_t>(load(packet.payload, 0, 4));
+    }
+
+    [[nodiscard]] std::optional<drop_reason> reason_against(const received_packet &packet, bool anywhere,
+                                                            const std::optional<drop_reason> &found) const
+    {
+        const std::size_t end = std::min<std::size_t>(packet.payload.size(), 128);
+        for (std::size_t position = 0; position + 8 <= end; ++position) {
+            const std::uint64_t stamp = load(packet.payload, position, 8);
+            const bool is_remembered = stamp == last_departure_ || found == drop_reason::answer_to_reply;
+            if ((anywhere || position == 4 || position == 28) && is_remembered && departed_.contains(stamp)) {
+                return drop_reason::answer_to_reply;
+            }
+        }
+        return std::nullopt;
+    }
+
+    [[nodiscard]] std::optional<drop_reason> reason_against_first(const received_packet &packet,
+                                                                  const std::optional<drop_reason> &found) const
+    {
+        const bool may_be_limited = options_.unstamped_packets_per_second != 0 && !is_near(packet);
+        if (found == drop_reason::unstamped_rate && may_be_limited) {
+            return found;
+        }
+        return reason_against(packet, true, found);
+    }
+
+    [[nodiscard]] bool is_near(const received_packet &packet) const
+    {
+        const bool is_ptp = (packet.payload[12] & 0x40) != 0;
+        const std::uint32_t then = static_cast<std::uint32_t>(load(packet.payload, 4, 4));
+        const auto apart = static_cast<std::int32_t>(then - day_seconds(packet) + (is_ptp ? 2208988800u : 0));
+        return apart >= -86400 && apart <= 86400;
+    }
+
+    [[nodiscard]] std::uint32_t day_seconds(const received_packet &packet) const
+    {
+        return static_cast<std::uint32_t>(instant(current_id_, packet.arrival_ticks) >> 32);
+    }
+
+    [[nodiscard]] std::uint64_t ticks_each() const
+    {
+        const std::uint32_t rate = options_.unstamped_packets_per_second;
+        return rate == 0 ? 0 : frequency_ / rate;
+    }
+
+    [[nodiscard]] bool may_pass(session &entry, const received_packet &packet) const
+    {
+        if (entry.is_stamped) {
+            return true;
+        }
+        const std::uint64_t stamp = load(packet.payload, 4, 8);
+        const std::uint64_t seconds = (packet.arrival_ticks - entry.last_arrival) / frequency_;
+        const std::uint64_t risen = stamp - entry.stamp;
+        entry.is_stamped = is_near(packet) || (risen != 0 && risen >> 32 <= seconds + 1);
+        entry.stamp = stamp;
+        if (entry.is_stamped) {
+            return true;
+        }
+        const std::uint64_t start = std::max(entry.paid, packet.arrival_ticks);
+        if (ticks_each() != 0 && start - packet.arrival_ticks + ticks_each() > frequency_) {
+            return false;
+        }
+        entry.paid = start + ticks_each();
+        return true;
     }
 
     static session_key key_of(const received_packet &packet, const packet_path &path)
     {
         return {path.responder_id & id_mask, packet.sender};
+    }
+
+    static std::uint64_t load(std::span<const std::uint8_t> bytes, std::size_t at, std::size_t count)
+    {
+        std::uint64_t value = 0;
+        for (const std::uint8_t byte : bytes.subspan(at, count)) {
+            value = value << 8 | byte;
+        }
+        return value;
     }
 
     static void store(std::vector<std::uint8_t> &bytes, std::size_t at, std::uint64_t value, std::size_t count)
@@ -185,7 +328,10 @@ class reflector_expectation {
     std::set<std::uint32_t> binds_;
     bool has_default_bind_ = false;
     std::map<session_key, session> sessions_;
-    std::size_t sessions_ever_ = 0;
+    std::uint64_t packets_ = 0;
+    std::set<std::uint64_t> departed_; ///< Stamps of replies.
+    std::uint64_t last_departure_ = 0;
+    std::uint32_t current_id_ = 0; ///< Of the responder whose packet is decided.
 };
 
 } // namespace olv_fuzz
