@@ -157,6 +157,65 @@ constexpr void store_ntp(std::uint8_t *bytes, ntp_time time)
     store(bytes, time.units());
 }
 
+/** An instant in PTP's truncated format (RFC 8186): seconds since 1970, modulo 2^32, and nanoseconds. Where the
+ * clock knows by how much TAI is ahead of UTC, the seconds are those of TAI, otherwise those of UTC. */
+struct ptp_time {
+    static constexpr std::uint32_t nanoseconds_per_second = 1000000000;
+
+    std::uint32_t seconds = 0;
+    std::uint32_t nanoseconds = 0;
+
+    friend constexpr bool operator==(const ptp_time &, const ptp_time &) = default;
+
+    /** Whether it is an instant at all: the second word stops at 999,999,999. */
+    [[nodiscard]] constexpr bool is_valid() const { return nanoseconds < nanoseconds_per_second; }
+
+    /** Both words as they stand in a packet. */
+    [[nodiscard]] constexpr std::uint64_t words() const { return std::uint64_t{seconds} << 32 | nanoseconds; }
+
+    /** Nanoseconds since 1970, in the same seconds. */
+    [[nodiscard]] constexpr std::uint64_t since_1970() const
+    {
+        return std::uint64_t{seconds} * nanoseconds_per_second + nanoseconds;
+    }
+
+    [[nodiscard]] static constexpr ptp_time from_1970(std::uint64_t nanoseconds)
+    {
+        return {static_cast<std::uint32_t>(nanoseconds / nanoseconds_per_second),
+                static_cast<std::uint32_t>(nanoseconds % nanoseconds_per_second)};
+    }
+
+    /** The nearest one. @param tai_ahead  Seconds that TAI is ahead of UTC, 37 since 2017; 0: the seconds are
+     *  those of UTC. */
+    [[nodiscard]] static constexpr ptp_time from_ntp(ntp_time time, std::int32_t tai_ahead)
+    {
+        const std::uint64_t nanoseconds =
+            (std::uint64_t{time.fraction} * nanoseconds_per_second + 0x80000000u) >> 32;
+        const std::uint32_t seconds = time.seconds - ntp_unix_offset + static_cast<std::uint32_t>(tai_ahead);
+        return nanoseconds < nanoseconds_per_second ? ptp_time{seconds, static_cast<std::uint32_t>(nanoseconds)}
+                                                    : ptp_time{seconds + 1, 0};
+    }
+
+    /** The nearest one of a valid time, from which from_ntp() makes the same again. */
+    [[nodiscard]] constexpr ntp_time to_ntp(std::int32_t tai_ahead) const
+    {
+        const std::uint64_t fraction =
+            ((std::uint64_t{nanoseconds} << 32) + nanoseconds_per_second / 2) / nanoseconds_per_second;
+        return {seconds + ntp_unix_offset - static_cast<std::uint32_t>(tai_ahead),
+                static_cast<std::uint32_t>(fraction)};
+    }
+};
+
+[[nodiscard]] constexpr ptp_time load_ptp(const std::uint8_t *bytes)
+{
+    return {load_32(bytes), load_32(bytes + sizeof(std::uint32_t))};
+}
+
+constexpr void store_ptp(std::uint8_t *bytes, ptp_time time)
+{
+    store(bytes, time.words());
+}
+
 } // namespace olv_net
 
 #endif
