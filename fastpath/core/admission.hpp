@@ -43,8 +43,8 @@ class admission {
     admission(const olv_sim::processor &processor, const fast_path_options &options,
               std::shared_ptr<responder_limits> limits = nullptr);
 
-    /** Where the fast path listens from now on. */
-    void set_own_endpoints(std::span<const olv_net::ip_endpoint> listening) { own_.set(listening); }
+    /** Where the fast path itself listens. */
+    [[nodiscard]] own_endpoints &own() { return own_; }
     [[nodiscard]] limited_path limited(const packet_path &path) const;
 
     /** Why nothing that comes from a sender is answered; nothing: there is no reason.

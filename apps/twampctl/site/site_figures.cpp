@@ -1,5 +1,4 @@
 // What a site counts and knows.
-#include <algorithm>
 #include <chrono>
 
 #include "apps/twampctl/site/site.hpp"
@@ -14,6 +13,13 @@ std::size_t entries_in(const olv_sim::processor &processor, const char *tree)
 {
     const olv_sim::classifier_tree *found = processor.tree(tree); // a program may leave it out
     return found == nullptr ? 0 : found->size();
+}
+
+/** Empty where no responder has the ID. */
+template <typename Names> std::string name_in(const Names &names, std::uint32_t id)
+{
+    const auto found = names.find(id);
+    return found == names.end() ? "" : found->second;
 }
 
 } // namespace
@@ -33,8 +39,12 @@ figures site::collect()
         }
     }
     collect_responders(now);
-    collect_listeners(now);
-    collect_sessions(now);
+    responder_names names;
+    for (const named_responder &each : responders_) {
+        names.emplace(each.handle->responder_id, each.name);
+    }
+    collect_listeners(now, names);
+    collect_sessions(now, names);
     now.usage = usage();
     return now;
 }
@@ -51,35 +61,27 @@ void site::collect_responders(figures &into)
     }
 }
 
-void site::collect_listeners(figures &into) const
+void site::collect_listeners(figures &into, const responder_names &names) const
 {
-    for (const listener &each : listeners_) {
-        const olv_fastpath::packet_path path = fast_path_.path(each.index);
-        into.listeners.push_back({.address = each.address,
-                                  .responder = responder_with(path.responder_id),
+    for (const auto &[index, address] : listeners_) {
+        const olv_fastpath::packet_path path = fast_path_.path(index);
+        into.listeners.push_back({.address = address,
+                                  .responder = name_in(names, path.responder_id),
                                   .bind_key = path.bind_key,
-                                  .counters = fast_path_.statistics(each.index)});
+                                  .counters = fast_path_.statistics(index)});
     }
 }
 
-void site::collect_sessions(figures &into) const
+void site::collect_sessions(figures &into, const responder_names &names) const
 {
     for (const olv_fastpath::session_summary &each : fast_path_.sessions()) {
         const std::string sender = olv_net::text_of(each.sender);
-        into.sessions.push_back({.responder = responder_with(each.responder_id),
+        into.sessions.push_back({.responder = name_in(names, each.responder_id),
                                  .sender = sender,
                                  .replies = each.replies,
                                  .idle_seconds = each.idle_seconds,
                                  .round_trip_seconds = round_trips_ ? round_trips_(sender) : std::nullopt});
     }
-}
-
-std::string site::responder_with(std::uint32_t id) const
-{
-    const auto found = std::find_if(responders_.begin(), responders_.end(), [id](const named_responder &each) {
-        return each.handle->responder_id == id;
-    });
-    return found == responders_.end() ? "" : found->name;
 }
 
 platform_usage site::usage() const
