@@ -62,16 +62,23 @@ bool admission::answers_a_reply(std::span<const std::uint8_t> payload, const pac
 {
     using namespace olv_net;
     // The error estimate tells apart nearly all other packets without looking anything up.
-    if (payload.size() < reflector_packet::header_length ||
-        load_16(&payload[reflector_packet::sender_error_estimate]) != own_error_estimate) {
+    if (payload.size() < reflector_packet::header_length) {
+        return false;
+    }
+    const std::uint16_t estimate = load_16(&payload[reflector_packet::sender_error_estimate]);
+    const std::uint16_t in_ptp = estimate & error_estimate::ptp_format;
+    if ((estimate ^ in_ptp) != time_.error_estimate) {
         return false;
     }
     const responder_view responder = responders_.find(path.responder_id);
     if (!responder.exists()) {
         return false;
     }
-    const auto replied = load<std::uint64_t>(&payload[reflector_packet::sender_timestamp]);
-    return responder.clock().instant_of(now, clock_.scale()) - replied <= longest_round_trip << 32;
+    const reply_clock clock = time_.system ? *time_.system : responder.clock();
+    const std::uint8_t *stamp = &payload[reflector_packet::sender_timestamp];
+    const ntp_time replied = in_ptp != 0 ? load_ptp(stamp).to_ntp(time_.tai_ahead) : load_ntp(stamp);
+    const std::uint64_t rounded = in_ptp != 0 ? 4 : 0; // a nanosecond, by which PTP's may be later
+    return clock.instant_of(now, clock_.scale()) + rounded - replied.units() <= longest_round_trip << 32;
 }
 
 } // namespace olv_fastpath

@@ -47,6 +47,9 @@ class admission {
     [[nodiscard]] own_endpoints &own() { return own_; }
     [[nodiscard]] limited_path limited(const packet_path &path) const;
 
+    /** The time of the replies from now on. */
+    void note(const reply_time &time) { time_ = time; }
+
     /** Why nothing that comes from a sender is answered; nothing: there is no reason.
      *  @param now  Ticks of the processor's timer, here and below. */
     [[nodiscard]] std::optional<drop_reason> reason_against(const olv_net::ip_endpoint &sender,
@@ -65,6 +68,7 @@ class admission {
     olv_net::prefix_list allowed_sources_;
     std::uint16_t minimum_source_port_;
     own_endpoints own_;
+    reply_time time_;
     std::shared_ptr<responder_limits> limits_;
 };
 

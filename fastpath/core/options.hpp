@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "fastpath/core/system_clock.hpp"
 #include "net/address_prefix.hpp"
 #include "net/twamp_wire.hpp"
 
@@ -17,6 +18,12 @@ namespace olv_fastpath {
 enum class stamp_mode : std::uint8_t {
     stateful, ///< The session's own.
     stateless ///< The request's.
+};
+
+/** What the times of replies follow. */
+enum class time_source : std::uint8_t {
+    system, ///< The system's clock, as far as the processor's timer runs beside it.
+    state   ///< Each responder's state entry and the timer alone.
 };
 
 struct fast_path_options {
@@ -30,6 +37,8 @@ struct fast_path_options {
     /** Octets; shorter requests are dropped, below 14 is taken as 14. From 41 on no reply is longer than its
      *  request, so that forged requests gain nothing. */
     std::size_t minimum_request = olv_net::sender_packet::header_length;
+    time_source clock = time_source::system;
+    system_clock_calls clock_calls{}; ///< Tests have clocks of their own.
 
     // Who is answered.
     olv_net::prefix_list allowed_sources{}; ///< Senders; empty: all.

@@ -75,7 +75,9 @@ verdict reflector::batch::reflect(const received_packet &packet, const packet_pa
     write_reply(packet,
                 {.sequence_number = session.entry->next_sequence_number++,
                  .mode = own.mode_,
-                 .arrival = clock_.instant_of(packet.arrival_ticks, own.clock_.scale())},
+                 .error_estimate = time_.error_estimate,
+                 .arrival = clock_.instant_of(packet.arrival_ticks, own.clock_.scale()),
+                 .tai_ahead = time_.tai_ahead},
                 reply);
     ++transmitted_;
     return {.dropped = std::nullopt,
@@ -91,7 +93,7 @@ inline void reflector::batch::count_received(const responder_view &responder)
             count();
         }
         responder_ = responder;
-        clock_ = responder.clock();
+        clock_ = time_.system ? *time_.system : responder.clock();
     }
     ++received_;
 }

@@ -4,6 +4,7 @@ namespace olv_fastpath {
 
 namespace {
 
+/** @param departure  As it stands in a packet. */
 void write_departure(std::uint8_t *reply, std::uint64_t departure)
 {
     // The packet may have arrived ahead of the timer.
@@ -14,7 +15,7 @@ void write_departure(std::uint8_t *reply, std::uint64_t departure)
 
 } // namespace
 
-void departing_replies::begin_group(const responder_clock &clock)
+void departing_replies::begin_group(const reply_clock &clock)
 {
     if (count_ > 0) {
         earlier_.push_back({.clock = clock_, .end = count_});
@@ -22,17 +23,22 @@ void departing_replies::begin_group(const responder_clock &clock)
     clock_ = clock;
 }
 
-void departing_replies::stamp(const processor_clock &clock)
+void departing_replies::stamp(const processor_clock &clock, std::int32_t tai_ahead)
 {
     if (count_ == 0) {
         return;
     }
     const std::uint64_t now = clock.now();
     std::size_t next = 0;
-    const auto stamp_up_to = [&](std::size_t end, const responder_clock &from) {
+    const auto stamp_up_to = [&](std::size_t end, const reply_clock &from) {
         const std::uint64_t departure = from.instant_of(now, clock.scale());
         for (; next < end; ++next) {
-            write_departure(replies_[next], departure);
+            std::uint8_t *reply = replies_[next];
+            if (has_ptp_format(reply + olv_net::reflector_packet::error_estimate)) [[unlikely]] {
+                write_departure(reply, ptp_words(departure, tai_ahead));
+            } else {
+                write_departure(reply, departure);
+            }
         }
     };
     for (const earlier_group &each : earlier_) {

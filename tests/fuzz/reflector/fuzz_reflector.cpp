@@ -351,9 +351,12 @@ void reflector_run::check_reply(std::uint32_t sequence_number, std::span<const s
         departure = departure << 8 | reply[index];
     }
     const std::uint64_t timer = std::max(processor_.timer_now(), received_.arrival_ticks);
-    require(departure == expected_.instant(path_.responder_id, timer), "departure time of a reply");
+    require(departure == expected_.stamp(received_, expected_.instant(path_.responder_id, timer)),
+            "departure time of a reply");
     check_answer_to(reply);
-    require((reply[12] & 0xC0) == 0 && reply[13] != 0, "error estimate of a reply: NTP format, a multiplier");
+    const int format = expected_.is_ptp(received_) ? 0x40 : 0;
+    require((reply[12] & 0xC0) == format && reply[13] != 0,
+            "error estimate of a reply: the request's format, a multiplier");
 }
 
 /** What another reflector would make of a reply is recognised, so that the two do not go on for ever. */
