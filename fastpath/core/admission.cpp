@@ -19,6 +19,7 @@ admission::admission(const olv_sim::processor &processor, const fast_path_option
       responders_(processor),
       allowed_sources_(options.allowed_sources),
       minimum_source_port_(std::max<std::uint16_t>(options.minimum_source_port, 1)), // 0 cannot be sent to
+      answers_groups_(options.answer_groups),
       limits_(limits != nullptr
                   ? std::move(limits)
                   : std::make_shared<responder_limits>(options.packets_per_second, clock_.ticks_per_second()))

@@ -54,6 +54,12 @@ class admission {
      *  @param now  Ticks of the processor's timer, here and below. */
     [[nodiscard]] std::optional<drop_reason> reason_against(const olv_net::ip_endpoint &sender,
                                                             std::uint64_t now);
+    /** The same of what was sent to an address.
+     *  @param to_this_host  It is this host's, not that of a group or of all hosts. */
+    [[nodiscard]] std::optional<drop_reason> reason_against_address(bool to_this_host) const
+    {
+        return to_this_host || answers_groups_ ? std::nullopt : std::optional{drop_reason::not_to_this_host};
+    }
     /** The same of a packet from a sender that is answered. One that there is no reason against counts for the
      *  responder's limit. */
     [[nodiscard]] std::optional<drop_reason> reason_against(std::span<const std::uint8_t> payload,
@@ -67,6 +73,7 @@ class admission {
     responder_lookup responders_;
     olv_net::prefix_list allowed_sources_;
     std::uint16_t minimum_source_port_;
+    bool answers_groups_;
     own_endpoints own_;
     reply_time time_;
     std::shared_ptr<responder_limits> limits_;

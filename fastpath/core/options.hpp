@@ -43,6 +43,7 @@ struct fast_path_options {
     // Who is answered.
     olv_net::prefix_list allowed_sources{}; ///< Senders; empty: all.
     std::uint16_t minimum_source_port = 1;  ///< Well-known services, reflectors among them, answer at low ones.
+    bool answer_groups = false;             ///< What was sent to a group, or to all hosts, as well.
     std::uint32_t packets_per_second = 0;   ///< Of each responder, wherever they come in; 0: no limit.
 
     // Sockets.

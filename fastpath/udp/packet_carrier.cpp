@@ -66,8 +66,15 @@ std::size_t packet_carrier::serve_batches(udp_listener &from)
 void packet_carrier::take(udp_listener &from, const received_message &message, const arrival_clock &clock,
                           reflector::batch &batch)
 {
+    if (!message.is_to_this_host() && !from.socket.takes_groups()) {
+        return; // another socket has it as well
+    }
     const std::size_t datagrams = message.datagrams();
-    if (const auto reason = admission_.reason_against(message.sender(), clock.timer())) {
+    auto reason = admission_.reason_against(message.sender(), clock.timer());
+    if (!reason) {
+        reason = admission_.reason_against_address(message.is_to_this_host());
+    }
+    if (reason) {
         from.counters.dropped_packets[*reason] += datagrams;
         return;
     }

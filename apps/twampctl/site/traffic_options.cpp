@@ -18,11 +18,14 @@ void add_traffic_options(olv_apps::command to, traffic_options &options)
     to.add_option("--min-request", options.fast_path.minimum_request,
                   "Octets that a request has at least; 41: no reply is longer than its request (14)")
         .whole_number_between(header_length, olv_net::maximum_payload_ipv4);
+    to.add_flag("--answer-groups", options.fast_path.answer_groups,
+                "Answer what is sent to multicast groups and broadcast addresses, too");
     to.add_option("--rate", options.fast_path.packets_per_second,
                   "Packets that each responder takes in a second; default: no limit")
         .whole_number_between(1, 1'000'000'000);
-    to.add_option("--clock", options.clock,
-                  "What time stamps follow: the system's clock, or the state entry and the timer alone (system)")
+    to.add_option(
+          "--clock", options.clock,
+          "What time stamps follow: the system's clock, or the state entry and the timer alone (system)")
         .one_of({"state", "system"});
     to.add_option("--workers", options.fast_path.workers,
                   "Threads that answer packets, each sender's by the same one (1)")
