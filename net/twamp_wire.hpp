@@ -60,6 +60,21 @@ struct error_estimate {
     {
         return static_cast<std::uint16_t>((scale & 0x3Fu) << 8 | (multiplier & 0xFFu));
     }
+
+    /** The smallest that is not below an error of so many 2^-32 seconds, nor 0: that would say that the time
+     *  stamp is invalid. */
+    static constexpr std::uint16_t covering(std::uint64_t units)
+    {
+        constexpr std::uint64_t largest_multiplier = 255;
+        const auto multiplier_at = [units](unsigned scale) {
+            return (units >> scale) + ((units & ((std::uint64_t{1} << scale) - 1)) != 0 ? 1 : 0);
+        };
+        unsigned scale = 0;
+        while (multiplier_at(scale) > largest_multiplier) {
+            ++scale;
+        }
+        return make(scale, std::max(static_cast<unsigned>(multiplier_at(scale)), 1u));
+    }
 };
 
 /** Between the host's order and the packets', either way. */

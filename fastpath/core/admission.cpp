@@ -16,6 +16,7 @@ admission::admission(const olv_sim::processor &processor, const fast_path_option
     : clock_(processor),
       allowed_sources_(options.allowed_sources),
       minimum_source_port_(options.minimum_source_port),
+      answers_groups_(options.answer_groups),
       limits_(limits != nullptr
                   ? std::move(limits)
                   : std::make_shared<responder_limits>(options.packets_per_second, clock_.ticks_per_second()))

@@ -40,14 +40,23 @@ class admission {
     admission(const olv_sim::processor &processor, const fast_path_options &options,
               std::shared_ptr<responder_limits> limits = nullptr);
 
-    /** Where the fast path listens from now on. */
-    void set_own_endpoints(std::span<const olv_net::ip_endpoint> listening) { own_.set(listening); }
+    /** Where the fast path itself listens. */
+    [[nodiscard]] own_endpoints &own() { return own_; }
     [[nodiscard]] limited_path limited(const packet_path &path) const;
+
+    /** The time of the replies from now on. */
+    void note(const reply_time &time) { time_ = time; }
 
     /** Why nothing that comes from a sender is answered; nothing: there is no reason.
      *  @param now  Ticks of the processor's timer, here and below. */
     [[nodiscard]] std::optional<drop_reason> reason_against(const olv_net::ip_endpoint &sender,
                                                             std::uint64_t now);
+    /** The same of what was sent to an address.
+     *  @param to_this_host  It is this host's, not that of a group or of all hosts. */
+    [[nodiscard]] std::optional<drop_reason> reason_against_address(bool to_this_host) const
+    {
+        return to_this_host || answers_groups_ ? std::nullopt : std::optional{drop_reason::not_to_this_host};
+    }
     /** The same of a packet from a sender that is answered. One that there is no reason against counts for the
      *  responder's limit. */
     [[nodiscard]] static std::optional<drop_reason> reason_against(const limited_path &path, std::uint64_t now)
@@ -62,7 +71,9 @@ class admission {
     processor_clock clock_;
     olv_net::prefix_list allowed_sources_;
     std::optional<std::uint16_t> minimum_source_port_;
+    bool answers_groups_;
     own_endpoints own_;
+    reply_time time_;
     std::shared_ptr<responder_limits> limits_;
 };
 

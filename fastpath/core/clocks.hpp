@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 
+#include "net/twamp_wire.hpp"
 #include "olv_sim/processor.hpp"
 
 namespace olv_fastpath {
@@ -28,7 +30,26 @@ class tick_scale {
         return start + (ticks / frequency_ << 32) + fraction_of(ticks % frequency_);
     }
 
+    [[nodiscard]] std::uint64_t nanoseconds_of(std::uint64_t ticks) const
+    {
+        return converted(ticks, frequency_, nanoseconds_per_second);
+    }
+    [[nodiscard]] std::uint64_t ticks_of(std::uint64_t nanoseconds) const
+    {
+        return converted(nanoseconds, nanoseconds_per_second, frequency_);
+    }
+
   private:
+    static constexpr std::uint64_t nanoseconds_per_second = 1'000'000'000;
+
+    /** Right while a second in the one, times a second in the other, is less than 2^64. */
+    static std::uint64_t converted(std::uint64_t duration, std::uint64_t second, std::uint64_t other_second)
+    {
+        return second == other_second
+                   ? duration
+                   : duration / second * other_second + duration % second * other_second / second;
+    }
+
     /** In units of 2^-32 seconds. */
     [[nodiscard]] std::uint64_t fraction_of(std::uint64_t rest) const
     {
@@ -49,18 +70,30 @@ class tick_scale {
     std::uint64_t frequency_;
 };
 
-/** When a responder was created, by both clocks. */
-struct responder_clock {
-    std::uint64_t created = 0; ///< In units of ntp_time.
-    std::uint64_t ticks = 0;   ///< The timer at that instant.
+/** What the times of replies follow from: an instant, and the timer at that instant. It is the creation of a
+ * responder, by its state entry, or an instant of the system's clock. */
+struct reply_clock {
+    std::uint64_t instant = 0; ///< In units of ntp_time.
+    std::uint64_t ticks = 0;   ///< The timer then.
 
-    /** The instant of a reading of the timer. A reading from before the creation stands for the creation. */
+    /** The instant of a reading of the timer. An earlier reading stands for the instant itself. */
     [[nodiscard]] std::uint64_t instant_of(std::uint64_t reading, const tick_scale &scale) const
     {
-        return scale.after(created, reading <= ticks ? 0 : reading - ticks);
+        return scale.after(instant, reading <= ticks ? 0 : reading - ticks);
     }
 
-    friend bool operator==(const responder_clock &, const responder_clock &) = default;
+    friend bool operator==(const reply_clock &, const reply_clock &) = default;
+};
+
+/** The time of replies that are made together. */
+struct reply_time {
+    /** About a millisecond, 2^22 * 2^-32 s, for what a state entry's time was written with: the wall clock and
+     * the timer, read one after the other. Not synchronised as far as known. */
+    static constexpr std::uint16_t of_state_entries = olv_net::error_estimate::make(22, 1);
+
+    std::optional<reply_clock> system; ///< Nothing: times follow from each responder's state entry.
+    std::uint16_t error_estimate = of_state_entries;
+    std::int32_t tai_ahead = 0; ///< Seconds that PTP's time is ahead.
 };
 
 /** Timer 0 of a processor, which has to outlive it. */

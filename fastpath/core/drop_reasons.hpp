@@ -24,6 +24,7 @@ namespace olv_fastpath {
     REASON(source_not_allowed, "source not allowed", listener)                                                 \
     REASON(source_port, "source port too low", listener)                                                       \
     REASON(own_source, "own address as source", listener)                                                      \
+    REASON(not_to_this_host, "not sent to this host", listener)                                                \
     REASON(too_long, "length above the longest", listener)                                                     \
     REASON(answer_to_reply, "answer to a reply", listener)                                                     \
     REASON(unstamped_rate, "unstamped packet rate", listener)                                                  \

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "fastpath/core/system_clock.hpp"
 #include "net/address_prefix.hpp"
 #include "net/twamp_wire.hpp"
 
@@ -18,6 +19,12 @@ namespace olv_fastpath {
 enum class stamp_mode : std::uint8_t {
     stateful, ///< The session's own.
     stateless ///< The request's. There are no sessions, and nothing is kept of a sender.
+};
+
+/** What the times of replies follow. */
+enum class time_source : std::uint8_t {
+    system, ///< The system's clock, as far as the processor's timer runs beside it.
+    state   ///< Each responder's state entry and the timer alone.
 };
 
 struct fast_path_options {
@@ -32,12 +39,15 @@ struct fast_path_options {
     /** Octets; shorter requests are dropped, below 14 is taken as 14. From 41 on no reply is longer than its
      *  request, so that forged requests gain nothing. */
     std::size_t minimum_request = olv_net::sender_packet::header_length;
+    time_source clock = time_source::system;
+    system_clock_calls clock_calls{}; ///< Tests have clocks of their own.
 
     // Who is answered.
     olv_net::prefix_list allowed_sources{}; ///< Senders; empty: all.
     /** Well-known services answer at low ports. Nothing: those below 1024 are not answered, but for 862, where
      *  reflectors are. */
     std::optional<std::uint16_t> minimum_source_port{};
+    bool answer_groups = false;           ///< What was sent to a group, or to all hosts, as well.
     std::uint32_t packets_per_second = 0; ///< Of each responder, wherever they come in; 0: no limit.
     /** Of a session that had no request with a plausible time stamp: within a day of now, or rising. Whatever
      *  answers without being a reflector is slowed by it. 0: no limit. */

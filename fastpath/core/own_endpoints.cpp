@@ -61,13 +61,25 @@ void read_interfaces(std::vector<olv_net::ip_address> &addresses)
 
 } // namespace
 
-void own_endpoints::set(std::span<const olv_net::ip_endpoint> listening)
+void own_endpoints::add(const olv_net::ip_endpoint &listening)
 {
-    listening_.assign(listening.begin(), listening.end());
-    std::sort(listening_.begin(), listening_.end());
-    ports_.reset();
-    for (const olv_net::ip_endpoint &each : listening_) {
-        ports_.set(each.port);
+    listening_[listening.port].insert(listening.address);
+    ports_.set(listening.port);
+}
+
+void own_endpoints::remove(const olv_net::ip_endpoint &listening)
+{
+    const auto at_port = listening_.find(listening.port);
+    if (at_port == listening_.end()) {
+        return;
+    }
+    addresses &left = at_port->second;
+    if (const auto found = left.find(listening.address); found != left.end()) {
+        left.erase(found);
+    }
+    if (left.empty()) {
+        listening_.erase(at_port);
+        ports_.reset(listening.port);
     }
 }
 
@@ -84,7 +96,8 @@ bool own_endpoints::contains(const olv_net::ip_endpoint &endpoint, std::uint64_t
 
 bool own_endpoints::listens_at(const olv_net::ip_endpoint &endpoint) const
 {
-    return std::binary_search(listening_.begin(), listening_.end(), endpoint);
+    const auto at_port = listening_.find(endpoint.port);
+    return at_port != listening_.end() && at_port->second.count(endpoint.address) != 0;
 }
 
 bool own_endpoints::is_local(const olv_net::ip_address &address, std::uint64_t now)

@@ -74,7 +74,12 @@ verdict reflector::batch::reflect(const received_packet &packet, const packet_pa
         return refuse(*number.refused, responder);
     }
     const std::span<std::uint8_t> reply = room.first(length);
-    write_reply(packet, {.sequence_number = number.sequence_number, .arrival = arrival}, reply);
+    write_reply(packet,
+                {.sequence_number = number.sequence_number,
+                 .error_estimate = time_.error_estimate,
+                 .arrival = arrival,
+                 .tai_ahead = time_.tai_ahead},
+                reply);
     ++transmitted_;
     return {.dropped = std::nullopt,
             .reply = {.bytes = reply,
@@ -117,7 +122,7 @@ inline void reflector::batch::count_received(const responder_view &responder)
             count();
         }
         responder_ = responder;
-        clock_ = responder.clock();
+        clock_ = time_.system ? *time_.system : responder.clock();
     }
     ++total_rx_;
     ++received_;

@@ -4,7 +4,7 @@ namespace olv_fastpath {
 
 namespace {
 
-/** @return What was written, as a number. */
+/** @param departure  As it stands in a packet. @return What was written, as a number. */
 std::uint64_t write_departure(std::uint8_t *reply, std::uint64_t departure)
 {
     // The packet may have arrived ahead of the timer.
@@ -17,7 +17,7 @@ std::uint64_t write_departure(std::uint8_t *reply, std::uint64_t departure)
 
 } // namespace
 
-void departing_replies::begin_group(const responder_clock &clock)
+void departing_replies::begin_group(const reply_clock &clock)
 {
     if (count_ > 0) {
         earlier_.push_back({.clock = clock_, .end = count_});
@@ -25,7 +25,7 @@ void departing_replies::begin_group(const responder_clock &clock)
     clock_ = clock;
 }
 
-void departing_replies::stamp(const processor_clock &clock)
+void departing_replies::stamp(const processor_clock &clock, std::int32_t tai_ahead)
 {
     if (count_ == 0) {
         return;
@@ -33,10 +33,14 @@ void departing_replies::stamp(const processor_clock &clock)
     const std::uint64_t now = clock.now();
     std::size_t next = 0;
     std::uint64_t noted = 0;
-    const auto stamp_up_to = [&](std::size_t end, const responder_clock &from) {
-        const std::uint64_t departure = sent_stamps::marked(from.instant_of(now, clock.scale()));
+    const auto stamp_up_to = [&](std::size_t end, const reply_clock &from) {
+        const std::uint64_t instant = from.instant_of(now, clock.scale());
+        const std::uint64_t departure = sent_stamps::marked(instant);
         for (; next < end; ++next) {
-            const std::uint64_t written = write_departure(replies_[next], departure);
+            std::uint8_t *reply = replies_[next];
+            const bool is_ptp = has_ptp_format(reply + olv_net::reflector_packet::error_estimate);
+            const std::uint64_t written =
+                write_departure(reply, is_ptp ? ptp_words(instant, tai_ahead) : departure);
             if (written != noted && sent_ != nullptr) {
                 sent_->note(written);
                 noted = written;

@@ -20,10 +20,6 @@
 
 namespace olv_fastpath {
 
-/** S and Z are 0: not synchronised as far as known, NTP format. About a millisecond, 2^22 * 2^-32 s, for
- * reading the wall clock and the timer one after the other. */
-inline constexpr std::uint16_t own_error_estimate = olv_net::error_estimate::make(22, 1);
-
 /** Length of the reply to a request of this length. */
 [[nodiscard]] constexpr std::size_t reply_length(std::size_t request_length)
 {
@@ -33,8 +29,22 @@ inline constexpr std::uint16_t own_error_estimate = olv_net::error_estimate::mak
 /** What stands in a reply besides the request's own fields. */
 struct reply_fields {
     std::uint32_t sequence_number = 0;
-    std::uint64_t arrival = 0; ///< In units of ntp_time.
+    std::uint16_t error_estimate = 0; ///< In NTP format.
+    std::uint64_t arrival = 0;        ///< In units of ntp_time.
+    std::int32_t tai_ahead = 0;       ///< Seconds that PTP's time is ahead.
 };
+
+/** Whether an error estimate says that the time stamps beside it are PTP's. */
+[[nodiscard]] inline bool has_ptp_format(const std::uint8_t *estimate)
+{
+    return (*estimate & olv_net::error_estimate::ptp_format >> 8) != 0;
+}
+
+/** An instant in units of ntp_time, as a PTP time stamp stands in a packet. */
+[[nodiscard]] inline std::uint64_t ptp_words(std::uint64_t instant, std::int32_t tai_ahead)
+{
+    return olv_net::ptp_time::from_ntp(olv_net::ntp_time::from_units(instant), tai_ahead).words();
+}
 
 /** Copy the request's fields, its TTL and what there is room for of its padding; zero the rest. */
 inline void copy_request(const received_packet &packet, std::span<std::uint8_t> reply)
@@ -60,8 +70,17 @@ inline void copy_request(const received_packet &packet, std::span<std::uint8_t> 
     }
 }
 
+/** Have a reply say its time of arrival in PTP's format. Not inlined: few requests ask for it. */
+[[gnu::cold, gnu::noinline]] inline void write_ptp_arrival(std::uint64_t arrival, std::int32_t tai_ahead,
+                                                           std::uint8_t *reply)
+{
+    using namespace olv_net;
+    reply[reflector_packet::error_estimate] |= error_estimate::ptp_format >> 8;
+    store(reply + reflector_packet::receive_timestamp, ptp_words(arrival, tai_ahead));
+}
+
 /**
- * Write every byte of a reply but its time of departure.
+ * Write every byte of a reply but its time of departure. Its time stamps have the format of the request's.
  * @param packet  A request of 14 bytes or more; 44 bytes are taken as STAMP.
  * @param reply   As long as reply_length() says. It must not overlap the payload, except that it may begin 27
  *                bytes before it: the padding is then where the reply has it.
@@ -72,8 +91,11 @@ inline void write_reply(const received_packet &packet, const reply_fields &field
     using namespace olv_net;
     copy_request(packet, reply);
     store_32(&reply[reflector_packet::sequence_number], fields.sequence_number);
-    store_16(&reply[reflector_packet::error_estimate], own_error_estimate);
+    store_16(&reply[reflector_packet::error_estimate], fields.error_estimate);
     store(&reply[reflector_packet::receive_timestamp], fields.arrival);
+    if (has_ptp_format(&reply[reflector_packet::sender_error_estimate])) [[unlikely]] {
+        write_ptp_arrival(fields.arrival, fields.tai_ahead, reply.data());
+    }
 }
 
 /**
@@ -96,21 +118,22 @@ class departing_replies {
         replies_[count_++] = reply.bytes.data();
     }
 
-    /** They leave now: write the time into each. There are none then. */
-    void stamp(const processor_clock &clock);
+    /** They leave now: write the time into each. There are none then.
+     *  @param tai_ahead  As their times of arrival have it. */
+    void stamp(const processor_clock &clock, std::int32_t tai_ahead = 0);
 
   private:
     /** Replies of a responder that others of another one came after. */
     struct earlier_group {
-        responder_clock clock;
+        reply_clock clock;
         std::size_t end; ///< Of its replies.
     };
 
-    [[gnu::cold, gnu::noinline]] void begin_group(const responder_clock &clock);
+    [[gnu::cold, gnu::noinline]] void begin_group(const reply_clock &clock);
 
     std::array<std::uint8_t *, most> replies_{};
     std::size_t count_ = 0;
-    responder_clock clock_;       ///< Of the last ones.
+    reply_clock clock_;           ///< Of the last ones.
     sent_stamps *sent_ = nullptr; ///< The same for all: they are one reflector's.
     std::vector<earlier_group> earlier_;
 };

@@ -29,9 +29,10 @@ struct responder_view {
     responder_creation creation; ///< As read with the packet.
 
     [[nodiscard]] bool exists() const { return !words.empty(); }
-    [[nodiscard]] responder_clock clock() const
+    /** As the state entry has it. */
+    [[nodiscard]] reply_clock clock() const
     {
-        return {.created = read_double_word(words, responder_word::ntp_seconds), .ticks = creation.ticks()};
+        return {.instant = read_double_word(words, responder_word::ntp_seconds), .ticks = creation.ticks()};
     }
 };
 

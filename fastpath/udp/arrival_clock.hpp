@@ -8,26 +8,20 @@
 #include <cstdint>
 #include <optional>
 
-#include "net/clock_reading.hpp"
+#include "fastpath/core/system_clock.hpp"
 
 namespace olv_fastpath {
-
-using olv_net::clock_reading;
-using olv_net::read_together;
 
 /** Both clocks at one instant. */
 class arrival_clock {
   public:
-    /** Where a packet seems to have waited longer, the wall clock was set meanwhile. */
-    static constexpr std::uint64_t longest_wait_seconds = 60;
+    /** The timer is not the system's, stamps tell nothing. */
+    explicit arrival_clock(std::uint64_t timer) : timer_(timer) {}
 
-    /**
-     * @param timer             The timer, read right after the wall clock: no arrival is then too early.
-     * @param wall_nanoseconds  Since 1970. Nothing: the timer is not the system's, stamps tell nothing.
-     */
-    arrival_clock(std::uint64_t timer, std::optional<std::uint64_t> wall_nanoseconds,
-                  std::uint64_t ticks_per_second)
-        : timer_(timer), wall_(wall_nanoseconds), ticks_per_second_(ticks_per_second)
+    /** @param now          The timer was read right after the wall clock: no arrival is then too early.
+     *  @param set_forward  Nanoseconds by which the wall clock was set lately; negative: back. */
+    arrival_clock(const clock_reading &now, const tick_scale &scale, std::int64_t set_forward)
+        : timer_(now.timer), wall_(now.wall_nanoseconds), scale_(&scale), set_forward_(set_forward)
     {}
 
     [[nodiscard]] std::uint64_t timer() const { return timer_; }
@@ -36,32 +30,26 @@ class arrival_clock {
      *  cannot be, it is the reading of the timer here; it is never later. */
     [[nodiscard]] std::uint64_t arrival(const std::optional<std::uint64_t> &stamp) const
     {
-        if (!wall_ || !stamp || *stamp >= *wall_) {
+        if (scale_ == nullptr || !stamp) {
             return timer_;
         }
-        const std::uint64_t waited = *wall_ - *stamp;
-        if (waited > longest_wait_seconds * nanoseconds_per_second) {
-            return timer_;
+        std::uint64_t waited = wall_ - *stamp; // a stamp that is later than now makes it very long
+        if (set_forward_ != 0) {
+            // One of the two is right, as the stamp is from before or after; the other one is far too long.
+            waited = std::min(waited, waited - static_cast<std::uint64_t>(set_forward_));
         }
-        const std::uint64_t ticks = ticks_of(waited);
+        if (waited > longest_wait_seconds * 1'000'000'000) {
+            return timer_; // the stamp tells nothing
+        }
+        const std::uint64_t ticks = scale_->ticks_of(waited);
         return ticks < timer_ ? timer_ - ticks : 0;
     }
 
   private:
-    static constexpr std::uint64_t nanoseconds_per_second = 1000000000;
-
-    [[nodiscard]] std::uint64_t ticks_of(std::uint64_t nanoseconds) const
-    {
-        if (ticks_per_second_ == nanoseconds_per_second) {
-            return nanoseconds;
-        }
-        return nanoseconds / nanoseconds_per_second * ticks_per_second_ +
-               nanoseconds % nanoseconds_per_second * ticks_per_second_ / nanoseconds_per_second;
-    }
-
     std::uint64_t timer_;
-    std::optional<std::uint64_t> wall_;
-    std::uint64_t ticks_per_second_;
+    std::uint64_t wall_ = 0;
+    const tick_scale *scale_ = nullptr;
+    std::int64_t set_forward_ = 0;
 };
 
 } // namespace olv_fastpath

@@ -24,13 +24,15 @@ listening_socket::listening_socket(const olv_net::socket_address &address)
 {}
 
 listening_socket::listening_socket(const olv_net::socket_address &address, place among)
-    : socket_(socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)), local_(address)
+    : socket_(socket(address.family(), SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)),
+      local_(address),
+      place_(among)
 {
     std::optional<socket_abilities> abilities;
     if (socket_.is_open()) {
         abilities = prepare_socket(number(), address.address);
     }
-    if (!abilities || !prepare_for(among) || bind(number(), address.generic(), address.length) != 0) {
+    if (!abilities || !prepare_for_place() || bind(number(), address.generic(), address.length) != 0) {
         fail(address, errno);
     }
     abilities_ = *abilities;
@@ -41,15 +43,16 @@ listening_socket::listening_socket(const olv_net::socket_address &address, place
     local_ = *local;
 }
 
-bool listening_socket::prepare_for(place among) const
+bool listening_socket::prepare_for_place() const
 {
-    switch (among) {
+    switch (place_) {
     case place::alone:
         break;
     case place::first:
-        return keep(kept_packets::none);
+        return let_in_packets(number(), false);
     case place::later:
-        return keep(kept_packets::none) && share_address(number());
+        leave_groups_to_others(number(), local_.family());
+        return let_in_packets(number(), false) && share_address(number());
     }
     return true;
 }
@@ -68,22 +71,15 @@ std::vector<listening_socket> listening_socket::open_together(const olv_net::soc
     if (!share_address(sockets.front().number())) {
         fail(address, errno);
     }
-    sockets.front().kept_ = kept_packets::all;
     while (sockets.size() < count) {
         sockets.push_back(listening_socket{sockets.front().local(), place::later});
-        sockets.back().kept_ = kept_packets::to_this_host;
     }
     return sockets;
 }
 
-bool listening_socket::keep(kept_packets which) const
-{
-    return keep_packets(number(), local_.family(), which);
-}
-
 void listening_socket::let_in()
 {
-    if (kept_ && !keep(*kept_)) {
+    if (place_ != place::alone && !let_in_packets(number(), true)) {
         fail(local_, errno);
     }
     dropped_before_ = dropped_packets(number());

@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 #include "fastpath/udp/socket_options.hpp"
@@ -41,9 +40,10 @@ class listening_socket {
     /** The address with the port that the socket really has. */
     [[nodiscard]] const olv_net::socket_address &local() const { return local_; }
     [[nodiscard]] const socket_abilities &abilities() const { return abilities_; }
-    /** Packets that found no room here since let_in(); 0 where the system does not tell. Of what is sent to a
-     *  group, each of several sockets at all addresses gets a copy; those that all but the first one drop are
-     *  counted here, too. */
+    /** Whether what was sent to a group, or to all hosts, is for this one of several sockets: each may get a
+     *  copy. */
+    [[nodiscard]] bool takes_groups() const { return place_ != place::later; }
+    /** Packets that found no room here since let_in(); 0 where the system does not tell. */
     [[nodiscard]] std::uint32_t dropped() const;
 
   private:
@@ -51,14 +51,13 @@ class listening_socket {
     enum class place : std::uint8_t { alone, first, later };
 
     listening_socket(const olv_net::socket_address &address, place among);
-    // false with errno set:
-    [[nodiscard]] bool prepare_for(place among) const;
-    [[nodiscard]] bool keep(kept_packets which) const;
+    // False with errno set:
+    [[nodiscard]] bool prepare_for_place() const;
 
     olv_net::descriptor socket_;
     olv_net::socket_address local_;
     socket_abilities abilities_;
-    std::optional<kept_packets> kept_; ///< What let_in() lets in; nothing for one alone.
+    place place_;
     std::uint32_t dropped_before_ = 0; ///< By let_in().
 };
 

@@ -4,16 +4,12 @@
 #include <cassert>
 #include <utility>
 
-#include "net/wall_clock.hpp"
-
 namespace olv_fastpath {
 
 namespace {
 
 /** Batches taken from one listener before the others get their turn. */
 constexpr int batches_each_turn = 4;
-/** The part of a second that reading both clocks takes at most: two microseconds. */
-constexpr std::uint64_t clocks_apart = 500'000;
 /** Of so many requests that were received together, the replies may leave as segments. Of fewer it would save
  * little, and captures on this machine, which show segments as one long datagram, would be wrong of a few
  * probes. */
@@ -25,6 +21,7 @@ packet_carrier::packet_carrier(reflector &reflecting, const fast_path_options &o
                                std::shared_ptr<responder_limits> limits)
     : reflector_(reflecting),
       admission_(reflecting.processor(), options, std::move(limits)),
+      clocks_(reflecting.clock(), options),
       requests_(options.longest_datagram)
 {}
 
@@ -51,11 +48,12 @@ std::size_t packet_carrier::serve_batches(udp_listener &from)
             break;
         }
         all += received;
-        reflector::batch batch{reflector_};
-        const arrival_clock clock = read_clocks();
+        const clock_reader::batch_time now = clocks_.read();
+        admission_.note(now.replies);
+        reflector::batch batch{reflector_, now.replies};
         reflector_.expect(requests_.senders(), from.to.path);
         for (std::size_t index = 0; index < received; ++index) {
-            take(from, requests_.message(index), clock, batch);
+            take(from, requests_.message(index), now.arrivals, batch);
         }
         send(from, batch);
         if (received < receive_batch::capacity) {
@@ -65,23 +63,18 @@ std::size_t packet_carrier::serve_batches(udp_listener &from)
     return all;
 }
 
-arrival_clock packet_carrier::read_clocks() const
-{
-    const processor_clock &timer = reflector_.clock();
-    if (!timer.runs()) {
-        return {timer.now(), std::nullopt, timer.ticks_per_second()};
-    }
-    const clock_reading now = read_together([&timer] { return timer.now(); },
-                                            [] { return olv_net::nanoseconds_of(olv_net::wall_time()); },
-                                            timer.ticks_per_second() / clocks_apart);
-    return {now.timer, now.wall_nanoseconds, timer.ticks_per_second()};
-}
-
 void packet_carrier::take(udp_listener &from, const received_message &message, const arrival_clock &clock,
                           reflector::batch &batch)
 {
+    if (!message.is_to_this_host() && !from.socket.takes_groups()) {
+        return; // another socket has it as well
+    }
     const std::size_t datagrams = message.datagrams();
-    if (const auto reason = admission_.reason_against(message.sender(), clock.timer())) {
+    auto reason = admission_.reason_against(message.sender(), clock.timer());
+    if (!reason) {
+        reason = admission_.reason_against_address(message.is_to_this_host());
+    }
+    if (reason) {
         from.counters.dropped_packets[*reason] += datagrams;
         return;
     }
@@ -123,7 +116,7 @@ void packet_carrier::count(udp_listener &from, const std::optional<drop_reason> 
 void packet_carrier::send(udp_listener &from, reflector::batch &batch)
 {
     batch.count();
-    const send_result result = replies_.send(from.socket.number(), reflector_.clock());
+    const send_result result = replies_.send(from.socket.number(), reflector_.clock(), batch.tai_ahead());
     from.counters.sent_replies += result.sent;
     from.counters.failed_replies += result.failed;
     from.segments = from.segments && !result.segments_refused;

@@ -14,6 +14,7 @@
 #include "fastpath/core/reflector.hpp"
 #include "fastpath/core/statistics.hpp"
 #include "fastpath/udp/arrival_clock.hpp"
+#include "fastpath/udp/clock_reader.hpp"
 #include "fastpath/udp/idle_wait.hpp"
 #include "fastpath/udp/listening_socket.hpp"
 #include "fastpath/udp/receive_batch.hpp"
@@ -66,7 +67,6 @@ class packet_carrier {
 
   private:
     std::size_t serve_batches(udp_listener &from);
-    [[nodiscard]] arrival_clock read_clocks() const;
     /** Hand the datagrams of a message to the reflector, or drop them. */
     void take(udp_listener &from, const received_message &message, const arrival_clock &clock,
               reflector::batch &batch);
@@ -79,6 +79,7 @@ class packet_carrier {
 
     reflector &reflector_;
     admission admission_;
+    clock_reader clocks_;
     receive_batch requests_;
     reply_batch replies_;
 };

@@ -49,9 +49,14 @@ void received_message::take(const control_record &record)
     } else if (record.is(SOL_SOCKET, SCM_TIMESTAMPNS)) {
         stamp_ = olv_net::nanoseconds_of(record.value<timespec>());
     } else if (record.is(IPPROTO_IP, IP_PKTINFO)) {
-        source_ = source_of(record.value<in_pktinfo>());
+        const auto destination = record.value<in_pktinfo>();
+        source_ = source_of(destination);
+        // The system names its own address where routing has found the destination to be no host's alone.
+        to_this_host_ = destination.ipi_addr.s_addr == destination.ipi_spec_dst.s_addr;
     } else if (record.is(IPPROTO_IPV6, IPV6_PKTINFO)) {
-        source_ = source_of(record.value<in6_pktinfo>());
+        const auto destination = record.value<in6_pktinfo>();
+        source_ = source_of(destination);
+        to_this_host_ = !IN6_IS_ADDR_MULTICAST(&destination.ipi6_addr);
     } else if (record.is(SOL_UDP, UDP_GRO)) {
         const int each = record.value<int>();
         each_ = each > 0 ? std::min(each_, static_cast<std::size_t>(each)) : each_;

@@ -29,6 +29,8 @@ class received_message {
     [[nodiscard]] std::span<const std::uint8_t> sender_name() const { return sender_name_; }
     /** The address that replies leave from; nothing: the system chooses. */
     [[nodiscard]] const std::optional<reply_source> &source() const { return source_; }
+    /** Whether it was sent to an address of this host, not to a group or to all hosts. */
+    [[nodiscard]] bool is_to_this_host() const { return to_this_host_; }
     /** Nanoseconds since 1970 at which the system received it; nothing: it did not tell. */
     [[nodiscard]] const std::optional<std::uint64_t> &stamp() const { return stamp_; }
     /** Whether it was longer than there was room for. */
@@ -69,6 +71,7 @@ class received_message {
     std::optional<std::uint64_t> stamp_;
     std::uint8_t ttl_ = 0;
     std::uint8_t traffic_class_ = 0;
+    bool to_this_host_ = true;
     bool is_truncated_ = false;
 };
 

@@ -68,7 +68,7 @@ class reply_batch {
 
     /** Write the time of departure into the replies and send them. Waits for room in the socket, but not for
      *  long. There are none then. */
-    send_result send(int socket, const processor_clock &clock);
+    send_result send(int socket, const processor_clock &clock, std::int32_t tai_ahead = 0);
 
   private:
     /** Octets of the longest request whose reply is written behind the last one. */

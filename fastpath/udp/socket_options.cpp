@@ -2,15 +2,15 @@
 
 #include <array>
 #include <bit>
-#include <cstddef>
+#include <cerrno>
 #include <cstdint>
 
 #include <linux/filter.h>
-#include <linux/if_packet.h>
 #include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <netinet/udp.h>
 
+#include "net/descriptor.hpp"
 #include "net/ip_address.hpp"
 
 namespace olv_fastpath {
@@ -20,13 +20,22 @@ namespace {
 constexpr int hop_limit = 255; ///< What receivers of replies count the hops from.
 constexpr int receive_buffer_bytes = 8 << 20;
 
-/** Whether the socket receives what is sent to several addresses. */
+/** Whether it stands for all hosts of a network, as only the system's routes tell: it lets no socket that did
+ * not ask for it send there. */
+bool is_broadcast(const sockaddr_storage &address)
+{
+    const olv_net::descriptor asking{socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+    return connect(asking.number(), reinterpret_cast<const sockaddr *>(&address), sizeof(sockaddr_in)) != 0 &&
+           errno == EACCES;
+}
+
+/** Whether what the socket receives may have been sent to another address than one of this host. */
 bool has_several_addresses(const sockaddr_storage &address)
 {
     const olv_net::ip_endpoint endpoint = olv_net::endpoint_of(address);
     if (olv_net::is_ipv4(endpoint.address)) {
         const std::uint8_t first = endpoint.address[olv_net::mapped_prefix.size()];
-        return first == 0 || first >= 224; // unspecified, or a group's
+        return first == 0 || first >= 224 || is_broadcast(address); // the first are unspecified, or a group's
     }
     return endpoint.address == olv_net::ip_address{} || endpoint.address[0] == 0xFF;
 }
@@ -56,35 +65,6 @@ bool knows_segments(int socket)
     return std::endian::native == std::endian::little && set_option(socket, SOL_UDP, UDP_SEGMENT, 0);
 }
 
-constexpr std::uint32_t whole_packet = UINT32_MAX; ///< Octets.
-
-constexpr sock_filter keep(std::uint32_t octets)
-{
-    return {.code = BPF_RET | BPF_K, .jt = 0, .jf = 0, .k = octets};
-}
-
-constexpr sock_filter load_octet(int place)
-{
-    return {.code = BPF_LD | BPF_B | BPF_ABS, .jt = 0, .jf = 0, .k = static_cast<std::uint32_t>(place)};
-}
-
-/** @param destination  Where the IP header has it. @param first_group  First octet of a group's address. */
-constexpr std::array<sock_filter, 6> to_this_host(int destination, std::uint32_t first_group)
-{
-    return {load_octet(SKF_AD_OFF + SKF_AD_PKTTYPE),
-            sock_filter{.code = BPF_JMP | BPF_JEQ | BPF_K, .jt = 0, .jf = 3, .k = PACKET_HOST},
-            load_octet(SKF_NET_OFF + destination),
-            sock_filter{.code = BPF_JMP | BPF_JGE | BPF_K, .jt = 1, .jf = 0, .k = first_group},
-            keep(whole_packet),
-            keep(0)};
-}
-
-template <std::size_t Length> bool attach(int socket, std::array<sock_filter, Length> program)
-{
-    const sock_fprog attached{.len = Length, .filter = program.data()};
-    return setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &attached, sizeof attached) == 0;
-}
-
 } // namespace
 
 bool set_option(int socket, int level, int option, int value)
@@ -110,17 +90,22 @@ bool share_address(int socket)
     return set_option(socket, SOL_SOCKET, SO_REUSEPORT, 1);
 }
 
-bool keep_packets(int socket, int family, kept_packets which)
+void leave_groups_to_others(int socket, int family)
 {
-    switch (which) {
-    case kept_packets::none:
-        return attach(socket, std::array{keep(0)});
-    case kept_packets::to_this_host:
-        return attach(socket, family == AF_INET6 ? to_this_host(24, 0xFF) : to_this_host(16, 224));
-    case kept_packets::all:
-        break;
+    constexpr int ipv6_multicast_all = 29; // not every header has it
+    if (family == AF_INET6) {
+        (void)set_option(socket, IPPROTO_IPV6, ipv6_multicast_all, 0);
+    } else {
+        (void)set_option(socket, IPPROTO_IP, IP_MULTICAST_ALL, 0);
     }
-    return attach(socket, std::array{keep(whole_packet)});
+}
+
+bool let_in_packets(int socket, bool on)
+{
+    constexpr std::uint32_t whole_packet = UINT32_MAX; // octets that are kept
+    sock_filter keep{.code = BPF_RET | BPF_K, .jt = 0, .jf = 0, .k = on ? whole_packet : 0};
+    const sock_fprog program{.len = 1, .filter = &keep};
+    return setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) == 0;
 }
 
 void receive_together(int socket)

@@ -21,7 +21,8 @@ struct socket_abilities {
 
 /**
  * Prepare a socket for listening at an address. With each packet, the system then tells TTL, traffic class and
- * time of arrival, and where the address stands for several, the one that the packet was sent to. Replies leave
+ * time of arrival, and where the address stands for several, a group or all hosts, the one that the packet was
+ * sent to. Replies leave
  * with a TTL of 255.
  */
 [[nodiscard]] std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storage &address);
@@ -31,14 +32,11 @@ struct socket_abilities {
  *  the same socket. */
 [[nodiscard]] bool share_address(int socket);
 
-/** Which packets to its address a socket gets; the system drops the others. */
-enum class kept_packets : std::uint8_t {
-    none,
-    to_this_host, ///< Not those to a group or to all hosts, of which each of several sockets gets a copy.
-    all
-};
+/** Have a socket get no copy of what is sent to a group, where the system can do that. */
+void leave_groups_to_others(int socket, int family);
 
-[[nodiscard]] bool keep_packets(int socket, int family, kept_packets which);
+/** Whether a socket gets the packets to its address; the system drops them otherwise. */
+[[nodiscard]] bool let_in_packets(int socket, bool on);
 
 /** Receive datagrams of one sender as one message, where the system has merged them. A message has at most as
  *  many octets as the longest datagram may have. Nothing changes where the system merges none. */

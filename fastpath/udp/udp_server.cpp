@@ -51,17 +51,19 @@ std::size_t udp_server::add(listening_socket socket, const packet_path &path)
     }
     socket.let_in();
     const std::lock_guard lock{mutex_};
-    listeners_.reserve(listeners_.size() + 1);
-    if (!watch_.watch(socket.number(), listeners_.size())) {
-        const int error = errno;
-        throw std::runtime_error(what + ": " + std::generic_category().message(error));
-    }
+    const olv_net::ip_endpoint own = olv_net::endpoint_of(socket.local().address);
     listeners_.push_back({.socket = std::move(socket),
                           .to = carrier_.admitting().limited(path),
                           .counters = {},
                           .segments = segments,
                           .wait = idle_wait{patience_of(options_)}});
-    note_own_endpoints();
+    carrier_.admitting().own().add(own);
+    if (!watch_.watch(listeners_.back().socket.number(), listeners_.size() - 1)) {
+        const int error = errno;
+        carrier_.admitting().own().remove(own);
+        listeners_.pop_back();
+        throw std::runtime_error(what + ": " + std::generic_category().message(error));
+    }
     return listeners_.size() - 1;
 }
 
@@ -73,17 +75,6 @@ std::size_t udp_server::open_index(std::size_t index) const
     return index;
 }
 
-void udp_server::note_own_endpoints()
-{
-    std::vector<olv_net::ip_endpoint> listening;
-    for (const udp_listener &each : listeners_) {
-        if (each.is_open()) {
-            listening.push_back(olv_net::endpoint_of(each.socket.local().address));
-        }
-    }
-    carrier_.admitting().set_own_endpoints(listening);
-}
-
 listening_socket udp_server::release(std::size_t index)
 {
     const std::lock_guard lock{mutex_};
@@ -92,7 +83,7 @@ listening_socket udp_server::release(std::size_t index)
     listening_socket released = std::move(removed.socket);
     (void)watch_.forget(released.number()); // a busy one is not watched
     removed.to.limit.reset();
-    note_own_endpoints();
+    carrier_.admitting().own().remove(olv_net::endpoint_of(released.local().address));
     return released;
 }
 

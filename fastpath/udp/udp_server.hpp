@@ -105,7 +105,6 @@ class udp_server {
 
     /** @return The index. @throw std::out_of_range  No listener that is open has it. */
     [[nodiscard]] std::size_t open_index(std::size_t index) const;
-    void note_own_endpoints();
     void run();
     /** How long to wait for packets, in milliseconds; -1: for ever. */
     [[nodiscard]] int longest_wait() const;

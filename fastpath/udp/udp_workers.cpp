@@ -43,8 +43,8 @@ std::size_t udp_workers::add(const olv_net::socket_address &address, const packe
 {
     std::vector<listening_socket> sockets = listening_socket::open_together(address, workers_.size());
     const std::lock_guard lock{mutex_};
-    addresses_.reserve(addresses_.size() + 1);
-    addresses_.push_back(serve(std::move(sockets), path));
+    addresses_.emplace_back(); // stays empty, as if it had been removed, where they cannot be served
+    addresses_.back() = serve(std::move(sockets), path);
     return addresses_.size() - 1;
 }
 

@@ -27,6 +27,7 @@ inline olv_fastpath::listener_statistics example_listener_statistics()
     counters.dropped_packets[drop_reason::source_not_allowed] = 32;
     counters.dropped_packets[drop_reason::source_port] = 33;
     counters.dropped_packets[drop_reason::own_source] = 34;
+    counters.dropped_packets[drop_reason::not_to_this_host] = 45;
     counters.dropped_packets[drop_reason::too_long] = 35;
     counters.dropped_packets[drop_reason::answer_to_reply] = 36;
     counters.dropped_packets[drop_reason::unstamped_rate] = 62;

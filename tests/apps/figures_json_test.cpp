@@ -45,7 +45,7 @@ const ordered_json &everything()
             "received_packets": 31,
             "dropped_packets": {
                 "socket_full": 30, "source_not_allowed": 32, "source_port": 33, "own_source": 34,
-                "too_long": 35, "answer_to_reply": 36, "unstamped_rate": 62,
+                "not_to_this_host": 45, "too_long": 35, "answer_to_reply": 36, "unstamped_rate": 62,
                 "packet_rate": 37
             },
             "sent_replies": 38, "failed_replies": 39

@@ -64,6 +64,7 @@ olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="socket_fu
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="source_not_allowed"} 32
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="source_port"} 33
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="own_source"} 34
+olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="not_to_this_host"} 45
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="too_long"} 35
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="answer_to_reply"} 36
 olv_twamp_listener_dropped_packets_total{listener="[::1]:8620",reason="unstamped_rate"} 62

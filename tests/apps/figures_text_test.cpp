@@ -55,6 +55,7 @@ Listener [::1]:8620
   dropped: source not allowed                        32
   dropped: source port too low                       33
   dropped: own address as source                     34
+  dropped: not sent to this host                     45
   dropped: length above the longest                  35
   dropped: answer to a reply                         36
   dropped: unstamped packet rate                     62

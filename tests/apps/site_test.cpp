@@ -1,7 +1,10 @@
 // A responder's maximum of sessions: written where packets are counted, without losing a count.
 
 #include <cstring>
+#include <ctime>
 #include <filesystem>
+
+#include <sys/resource.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -167,6 +170,43 @@ TEST_F(Site, ResponderThatCannotBeDeletedEitherStays)
     }
     EXPECT_EQ(place_.responders().size(), 1u);
     place_.delete_responder("west");
+}
+
+/** Seconds that the processor takes for so many listeners, from the first one's opening to the last one's end.
+ */
+double seconds_for_listeners(int count)
+{
+    site_options options;
+    options.program = olv_sim::classifier_program::twamp(8);
+    site place{options};
+    place.initialise();
+    const auto begun = std::clock();
+    std::vector<std::string> addresses;
+    for (int number = 0; number < count; ++number) {
+        const std::string host =
+            "127.1." + std::to_string(number / 200) + '.' + std::to_string(number % 200 + 1);
+        addresses.push_back(place.listen(olv_net::parse_socket_address(host + ":0"), {1, 5}));
+    }
+    for (const std::string &address : addresses)
+        EXPECT_EQ(place.counters_of(address).received_packets, 0u);
+    EXPECT_EQ(place.collect().listeners.size(), addresses.size());
+    EXPECT_TRUE(place.tear_down());
+    return static_cast<double>(std::clock() - begun) / CLOCKS_PER_SEC;
+}
+
+TEST(SiteOfManyListeners, TakesTimeInProportionToThem)
+{
+    rlimit descriptors{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &descriptors), 0);
+    const rlimit raised{.rlim_cur = descriptors.rlim_max, .rlim_max = descriptors.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    say_to(nullptr);
+    const double few = seconds_for_listeners(400);
+    const double many = seconds_for_listeners(3200);
+    say_to(stdout);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &descriptors), 0);
+    EXPECT_LT(many / few, 20) << few << " s and " << many
+                              << " s; 64 times as much where each looks at all others";
 }
 
 } // namespace

@@ -20,6 +20,7 @@ TEST(arrival_clock, arrival_is_the_timer_less_the_wait)
         std::uint64_t timer;
         std::optional<std::uint64_t> stamp;
         std::uint64_t ticks_per_second, expected;
+        std::int64_t set_forward = 0;
     };
     const row rows[] = {
         {"now", 5000, wall, second, 5000},
@@ -32,12 +33,18 @@ TEST(arrival_clock, arrival_is_the_timer_less_the_wait)
         {"later than now", 5000, wall + 1, second, 5000},
         {"before the timer began", 5000, wall - second, second, 0},
         {"no stamp", 5000, std::nullopt, second, 5000},
+        {"before the clock was set forward", 5000, wall - 3 * second - 1000, second, 4000, 3 * second},
+        {"after it was", 5000, wall - 1000, second, 4000, 3 * second},
+        {"before it was set back", 5000, wall + 3 * second - 1000, second, 4000, -3 * std::int64_t{second}},
+        {"after that", 5000, wall - 1000, second, 4000, -3 * std::int64_t{second}},
     };
-    for (const row &each : rows)
-        EXPECT_EQ(arrival_clock(each.timer, wall, each.ticks_per_second).arrival(each.stamp), each.expected)
+    for (const row &each : rows) {
+        const tick_scale scale{each.ticks_per_second};
+        EXPECT_EQ(arrival_clock({each.timer, wall}, scale, each.set_forward).arrival(each.stamp), each.expected)
             << each.label;
-    EXPECT_EQ(arrival_clock(5000, std::nullopt, second).arrival(wall - 1000), 5000u);
-    EXPECT_EQ(arrival_clock(5000, wall, second).timer(), 5000u);
+    }
+    EXPECT_EQ(arrival_clock(5000).arrival(wall - 1000), 5000u);
+    EXPECT_EQ(arrival_clock({5000, wall}, tick_scale{second}, 0).timer(), 5000u);
 }
 
 /** Values one after the other; how many were asked for. */

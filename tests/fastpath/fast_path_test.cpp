@@ -190,24 +190,6 @@ TEST_P(fast_path_test, sessions_are_listed_from_the_longest_idle_one_on)
     EXPECT_EQ(sessions[0].idle_seconds, 19);
 }
 
-TEST_P(fast_path_test, packet_to_a_group_is_answered_once)
-{
-    const socket_address to = serve({.workers = GetParam()}, "0.0.0.0:0");
-    const socket_address group = parse_socket_address("239.1.2.3:" + std::to_string(to.port()));
-    const ip_mreqn joined{.imr_multiaddr = reinterpret_cast<const sockaddr_in &>(group.address).sin_addr,
-                          .imr_address = {.s_addr = htonl(INADDR_LOOPBACK)},
-                          .imr_ifindex = 0};
-    ASSERT_EQ(setsockopt(sender_.number(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &joined, sizeof joined), 0);
-    sender_.bind_to("127.0.0.1:0"); // packets to a group leave by the interface of their source
-    for (int number = 0; number < 20; ++number)
-        sender_.send(group, request_of(41));
-    for (int number = 0; number < 20; ++number)
-        EXPECT_EQ(sender_.receive().payload.size(), 41u);
-    fast_path_->stop();
-    EXPECT_EQ(fast_path_->sessions().size(), 1u);
-    EXPECT_EQ(counters().received, 20u);
-}
-
 INSTANTIATE_TEST_SUITE_P(workers, fast_path_test, testing::Values(1, 2, 4), [](const auto &row) {
     return std::string(row.param == 1 ? "one" : row.param == 2 ? "two" : "four");
 });

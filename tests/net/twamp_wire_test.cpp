@@ -25,6 +25,18 @@ TEST(twamp_wire, makes_an_error_estimate_of_scale_and_multiplier)
     EXPECT_EQ(error_estimate::make(63, 255), 0x3FFF);
 }
 
+TEST(twamp_wire, makes_the_smallest_error_estimate_that_covers_an_error)
+{
+    struct row {
+        std::uint64_t units;
+        std::uint16_t expected;
+    };
+    for (const row &each :
+         {row{0, 0x0001}, row{1, 0x0001}, row{255, 0x00FF}, row{256, 0x0180}, row{257, 0x0181},
+          row{510, 0x01FF}, row{511, 0x0280}, row{4294967296, 0x1980}, row{UINT64_MAX, 0x3980}})
+        EXPECT_EQ(error_estimate::covering(each.units), each.expected) << each.units;
+}
+
 TEST(twamp_wire, converts_unix_time_to_ntp_time)
 {
     EXPECT_EQ(ntp_time::from_unix(0, 0), (ntp_time{0x83AA7E80, 0}));

@@ -89,7 +89,7 @@ class Reflector:
         return sender
 
     def test_returns_what_the_request_said(self):
-        sender = self.sender_to()
+        sender = self.sender_to("--clock", "state")
         request = TestRequest(sequence=0xCAFE0001, timestamp=0xE1E2E3E4F1F2F3F4, error_estimate=0xBFFE,
                               padding=bytes(range(0x20, 0x3B)) + b"rest")
         self.assertEqual(bytes(request).hex(), "cafe0001" "e1e2e3e4f1f2f3f4" "bffe"

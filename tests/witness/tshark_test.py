@@ -15,7 +15,7 @@ import unittest
 
 import capture
 from datagram_socket import DatagramSocket
-from programs import ControlProgram, required_tool, run_probe
+from programs import ControlProgram, kernel_clock_is_synchronized, required_tool, run_probe
 
 FIELDS = (
     "frame.time_epoch", "ip.src", "ipv6.src", "ip.dst", "ipv6.dst", "ip.ttl", "ipv6.hlim", "ip.dsfield.dscp",
@@ -159,13 +159,15 @@ class Dissection(unittest.TestCase):
                 self.assertEqual(request["twamp.test." + field], "", field)
 
     @of_each_pair
-    def test_error_estimates_are_those_of_a_clock_without_a_source(self, _, request, reply):
+    def test_error_estimates_are_read_as_they_are_meant(self, _, request, reply):
         # Z 0: NTP format; 1 * 2^22 * 2^-32 seconds. Longer requests look like replies to the dissector.
         self.assertEqual(int(request["twamp.test.error_estimate"]), 0x1601)
-        self.assertEqual(int(reply["twamp.test.error_estimate"]), 0x1601)
         self.assertEqual(reply["twamp.test.sender_error_estimate"], request["twamp.test.error_estimate"])
-        for packet, number in ((request, 0), (reply, 0), (reply, 1)):
+        for packet, number in ((request, 0), (reply, 1)):
             self.assertEqual(estimate(packet, number), (0, 0, 22, 1))
+        synchronized, ptp, _, multiplier = estimate(reply, 0)
+        self.assertEqual((synchronized, ptp), (int(kernel_clock_is_synchronized()), 0))
+        self.assertIn(multiplier, range(128, 256))  # the smallest estimate that covers the error
 
     @of_each_pair
     def test_what_must_be_zero_is_zero(self, _, __, reply):

@@ -46,16 +46,31 @@ class converter {
         for (const config_value &value : entry.values) {
             const std::vector<std::string> words = words_of(entry.key, value);
             option.words.insert(option.words.end(), words.begin(), words.end());
-            is_good = is_switched_or_not(entry.key, value) && judge(entry.key, value.line, value.name, words) &&
-                      is_good;
+            is_good = is_switched_or_not(entry.key, value) && is_good;
         }
-        // An option that takes one value refuses two, each of which is good.
-        if (is_good && judge(entry.key, entry.line, entry.key, option.words)) {
+        // All at once: there may be thousands, and each judgement takes the whole command line.
+        if (is_good && check_(option.words).empty()) {
             result_.options.push_back(std::move(option));
+        } else {
+            refuse_parts_of(entry, option, is_good);
         }
     }
 
   private:
+    /** Say which values are not good; or that all are, but not together: an option that takes one value
+     *  refuses two. */
+    void refuse_parts_of(const config_entry &entry, const config_option &option, bool is_good)
+    {
+        for (const config_value &value : entry.values) {
+            if (described_.is_flag(entry.key) == value.is_switch) {
+                is_good = judge(entry.key, value.line, value.name, words_of(entry.key, value)) && is_good;
+            }
+        }
+        if (is_good) {
+            (void)judge(entry.key, entry.line, entry.key, option.words);
+        }
+    }
+
     /** A flag has no value on the command line: what switches it is JSON's own. */
     bool is_switched_or_not(const std::string &key, const config_value &value)
     {

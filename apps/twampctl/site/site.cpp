@@ -131,8 +131,8 @@ void site::clear_sessions(const std::string &responder_name)
 std::uint32_t site::write_maximum_of_sessions(std::uint32_t id, std::uint32_t maximum)
 {
     const bool counts =
-        fast_path_.running() && std::any_of(listeners_.begin(), listeners_.end(), [&](const listener &each) {
-            return fast_path_.path(each.index).responder_id == id;
+        fast_path_.running() && std::any_of(listeners_.begin(), listeners_.end(), [&](const auto &each) {
+            return fast_path_.path(each.first).responder_id == id;
         });
     if (counts) {
         fast_path_.stop(); // what is counted between the two calls would be lost; packets wait in the sockets
@@ -272,46 +272,45 @@ std::string site::listen(const olv_net::socket_address &address, const olv_fastp
 {
     const std::lock_guard lock{mutex_};
     const std::size_t index = fast_path_.add(address, path);
-    listeners_.push_back({index, fast_path_.local_address(index).text()});
-    return listeners_.back().address;
+    std::string real = fast_path_.local_address(index).text();
+    listeners_.emplace(index, real);
+    listener_numbers_.emplace(real, index);
+    return real;
 }
 
-const site::listener &site::listener_at(const std::string &address) const
+std::size_t site::listener_at(const std::string &address) const
 {
-    const auto found = std::find_if(listeners_.begin(), listeners_.end(),
-                                    [&](const listener &each) { return each.address == address; });
-    if (found != listeners_.end()) {
-        return *found;
+    if (const auto found = listener_numbers_.find(address); found != listener_numbers_.end()) {
+        return found->second;
     }
     if (listeners_.empty()) {
         throw std::runtime_error("nothing listens at " + address + ", nor at any other address");
     }
     throw std::runtime_error("nothing listens at " + address + "; there are: " +
-                             list_of(listeners_, [](const listener &each) { return each.address; }));
+                             list_of(listeners(), [](const std::string &each) { return each; }));
 }
 
 void site::unlisten(const std::string &address)
 {
     const std::lock_guard lock{mutex_};
-    const std::size_t index = listener_at(address).index;
+    const std::size_t index = listener_at(address);
     fast_path_.remove(index);
-    listeners_.erase(std::remove_if(listeners_.begin(), listeners_.end(),
-                                    [index](const listener &each) { return each.index == index; }),
-                     listeners_.end());
+    listener_numbers_.erase(address);
+    listeners_.erase(index);
 }
 
 void site::redirect(const std::string &address, const olv_fastpath::packet_path &path)
 {
     const std::lock_guard lock{mutex_};
-    fast_path_.set_path(listener_at(address).index, path);
+    fast_path_.set_path(listener_at(address), path);
 }
 
 std::vector<std::string> site::listeners() const
 {
     const std::lock_guard lock{mutex_};
     std::vector<std::string> addresses;
-    for (const listener &each : listeners_) {
-        addresses.push_back(each.address);
+    for (const auto &[index, address] : listeners_) {
+        addresses.push_back(address);
     }
     return addresses;
 }
@@ -319,7 +318,7 @@ std::vector<std::string> site::listeners() const
 olv_fastpath::listener_statistics site::counters_of(const std::string &address) const
 {
     const std::lock_guard lock{mutex_};
-    return fast_path_.statistics(listener_at(address).index);
+    return fast_path_.statistics(listener_at(address));
 }
 
 void site::start()
@@ -367,7 +366,7 @@ bool site::tear_down()
     };
     stop();
     while (!listeners_.empty()) {
-        unlisten(listeners_.back().address);
+        unlisten(std::string{listeners_.rbegin()->second});
     }
     if (is_up()) { // a module that is down can take nothing back
         const std::list<binding> bound = bound_;

@@ -9,10 +9,12 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -143,10 +145,6 @@ class site {
     void require(std::uint32_t status, const std::string &what) const;
 
   private:
-    struct listener {
-        std::size_t index;
-        std::string address;
-    };
     /** A bind that is in force. */
     struct binding {
         bind_request request;
@@ -162,12 +160,14 @@ class site {
     [[nodiscard]] std::uint32_t write_maximum_of_sessions(std::uint32_t id, std::uint32_t maximum);
     /** @throw step_failure  It cannot be written, and the responder is deleted, or why it is not. */
     void write_maximum_or_delete(const named_responder &created, std::uint32_t maximum);
-    [[nodiscard]] const listener &listener_at(const std::string &address) const;
-    [[nodiscard]] std::string responder_with(std::uint32_t id) const;
+    /** @return Which listener of the fast path it is. */
+    [[nodiscard]] std::size_t listener_at(const std::string &address) const;
     [[nodiscard]] olv_bind_info info_of(const bind_request &request, const std::uint32_t *key) const;
     void collect_responders(figures &into);
-    void collect_listeners(figures &into) const;
-    void collect_sessions(figures &into) const;
+    /** The names of responders by their IDs. */
+    using responder_names = std::unordered_map<std::uint32_t, std::string>;
+    void collect_listeners(figures &into, const responder_names &names) const;
+    void collect_sessions(figures &into, const responder_names &names) const;
 
     std::string name_;
     olv_sim::processor processor_;
@@ -179,7 +179,9 @@ class site {
     std::unordered_set<std::string> names_; ///< Of the responders: there may be very many.
     std::size_t lowest_free_ = 1;           ///< All numbers below name a responder.
     std::list<binding> bound_;
-    std::vector<listener> listeners_;
+    // There may be very many listeners as well.
+    std::map<std::size_t, std::string> listeners_; ///< Their addresses, by the fast path's numbers.
+    std::unordered_map<std::string, std::size_t> listener_numbers_;
     round_trip_source round_trips_;
 };
 

@@ -1,5 +1,4 @@
 // What a site counts and knows.
-#include <algorithm>
 #include <chrono>
 #include <cstddef>
 
@@ -16,6 +15,13 @@ std::size_t entries_in(const olv_sim::processor &processor, const char *tree)
 {
     const olv_sim::classifier_tree *found = processor.tree(tree); // a program may leave it out
     return found == nullptr ? 0 : found->size();
+}
+
+/** Empty where no responder has the ID. */
+template <typename Names> std::string name_in(const Names &names, std::uint32_t id)
+{
+    const auto found = names.find(id);
+    return found == names.end() ? "" : found->second;
 }
 
 } // namespace
@@ -35,8 +41,12 @@ figures site::collect()
         }
     }
     collect_responders(now);
-    collect_listeners(now);
-    collect_sessions(now);
+    responder_names names;
+    for (const named_responder &each : responders_) {
+        names.emplace(each.handle->responder_id, each.name);
+    }
+    collect_listeners(now, names);
+    collect_sessions(now, names);
     now.gave_way_sessions = sessions_that_gave_way();
     now.usage = usage();
     return now;
@@ -56,22 +66,22 @@ void site::collect_responders(figures &into)
     }
 }
 
-void site::collect_listeners(figures &into) const
+void site::collect_listeners(figures &into, const responder_names &names) const
 {
-    for (const listener &each : listeners_) {
-        const olv_fastpath::packet_path path = fast_path_.path(each.index);
-        into.listeners.push_back({.address = each.address,
-                                  .responder = responder_with(path.responder_id),
+    for (const auto &[index, address] : listeners_) {
+        const olv_fastpath::packet_path path = fast_path_.path(index);
+        into.listeners.push_back({.address = address,
+                                  .responder = name_in(names, path.responder_id),
                                   .bind_key = path.bind_key,
-                                  .counters = fast_path_.statistics(each.index)});
+                                  .counters = fast_path_.statistics(index)});
     }
 }
 
-void site::collect_sessions(figures &into) const
+void site::collect_sessions(figures &into, const responder_names &names) const
 {
     for (const olv_fastpath::session_summary &each : fast_path_.sessions()) {
         const std::string sender = olv_net::text_of(each.sender);
-        into.sessions.push_back({.responder = responder_with(each.responder_id),
+        into.sessions.push_back({.responder = name_in(names, each.responder_id),
                                  .sender = sender,
                                  .replies = each.replies,
                                  .idle_seconds = each.idle_seconds,
@@ -93,14 +103,6 @@ std::uint32_t site::refused_packets() const
     // What responders count as too many sessions, the module counts here as well.
     constexpr std::size_t word = offsetof(olv_twamp_global_stats, drop_hash_error) / 4;
     return words.size() <= word ? 0 : hyx_ntohl(words[word].load());
-}
-
-std::string site::responder_with(std::uint32_t id) const
-{
-    const auto found = std::find_if(responders_.begin(), responders_.end(), [id](const named_responder &each) {
-        return each.handle->responder_id == id;
-    });
-    return found == responders_.end() ? "" : found->name;
 }
 
 platform_usage site::usage() const

@@ -23,12 +23,18 @@ void add_traffic_options(olv_apps::command to, traffic_options &options)
     to.add_option("--min-request", options.fast_path.minimum_request,
                   "Octets that a request has at least; 41: no reply is longer than its request (14)")
         .whole_number_between(header_length, olv_net::maximum_payload_ipv4);
+    to.add_flag("--answer-groups", options.fast_path.answer_groups,
+                "Answer what is sent to multicast groups and broadcast addresses, too");
     to.add_option("--rate", options.fast_path.packets_per_second,
                   "Packets that each responder takes in a second; default: no limit")
         .whole_number_between(1, 1'000'000'000);
     to.add_option("--unstamped-rate", options.fast_path.unstamped_packets_per_second,
                   "Packets a second of a session without a plausible time stamp; 0: no limit (100)")
         .whole_number_between(0, 1'000'000'000);
+    to.add_option(
+          "--clock", options.clock,
+          "What time stamps follow: the system's clock, or the state entry and the timer alone (system)")
+        .one_of({"state", "system"});
     to.add_option("--workers", options.fast_path.workers,
                   "Threads that answer packets, each sender's by the same one (1)")
         .whole_number_between(1, olv_fastpath::fast_path_options::most_workers);
@@ -46,6 +52,7 @@ void traffic_options::apply(olv_fastpath::fast_path_options &to) const
     to.session_capacity = session_capacity;
     to.mode =
         stamp_mode == "stateless" ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
+    to.clock = clock == "state" ? olv_fastpath::time_source::state : olv_fastpath::time_source::system;
     for (const std::string &each : allowed) {
         to.allowed_sources.add(olv_net::parse_address_prefix(each));
     }

@@ -17,6 +17,7 @@ namespace twampctl {
 struct traffic_options {
     std::vector<std::string> allowed;
     std::string stamp_mode = "stateful";
+    std::string clock = "system";
     olv_fastpath::fast_path_options fast_path;
 
     /** @throw std::invalid_argument  A text of --allow is no prefix. */

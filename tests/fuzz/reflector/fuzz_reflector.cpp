@@ -350,9 +350,13 @@ void reflector_run::check_reply(std::uint32_t sequence_number, std::span<const s
         departure = departure << 8 | reply[index];
     }
     const std::uint64_t timer = std::max(processor_.timer_now(), received_.arrival_ticks);
-    require(departure - expected_.instant(path_.responder_id, timer) <= 4, "departure time of a reply");
+    const std::uint64_t stamp = expected_.stamp(received_, expected_.instant(path_.responder_id, timer));
+    const bool is_ptp = expected_.is_ptp(received_);
+    // Stamps in NTP format stand between whole nanoseconds.
+    require(departure - stamp <= (is_ptp ? 0 : 4), "departure time of a reply");
     expected_.note_departure(departure);
-    require((reply[12] & 0xC0) == 0 && reply[13] != 0, "error estimate of a reply: NTP format, a multiplier");
+    require((reply[12] & 0xC0) == (is_ptp ? 0x40 : 0) && reply[13] != 0,
+            "error estimate of a reply: the request's format, a multiplier");
 }
 
 /** received = transmitted + drops, in the global block and for each responder. */

@@ -130,7 +130,7 @@ class reflector_expectation {
         const bool is_stamp = request.size() == stamp_length;
         store(bytes, 0, sequence_number, 4);
         std::copy_n(found.begin() + 4, 10, bytes.begin() + 4);
-        store(bytes, 16, instant(path.responder_id, packet.arrival_ticks), 8);
+        store(bytes, 16, stamp(packet, instant(path.responder_id, packet.arrival_ticks)), 8);
         std::copy_n(request.begin(), 14, bytes.begin() + 24);
         bytes.at(40) = packet.ttl;
         if (!is_stamp && bytes.size() > 41) {
@@ -148,6 +148,20 @@ class reflector_expectation {
         const std::uint64_t fraction = ((elapsed - seconds * frequency_) << 32) / frequency_;
         return from.created_units + (seconds << 32) + fraction +
                (std::uint64_t{constants_.seconds_offset} << 32);
+    }
+
+    /** Whether the request's time stamp is PTP's: the reply's are then, too. */
+    [[nodiscard]] static bool is_ptp(const received_packet &packet) { return (packet.payload[12] & 0x40) != 0; }
+
+    /** An instant as the reply to a packet has it. */
+    [[nodiscard]] static std::uint64_t stamp(const received_packet &packet, std::uint64_t units)
+    {
+        if (!is_ptp(packet)) {
+            return units;
+        }
+        const std::uint64_t nanoseconds = ((units & 0xFFFFFFFF) * 1000000000 + (1u << 31)) >> 32;
+        const std::uint64_t seconds = (units >> 32) - 2208988800u + nanoseconds / 1000000000;
+        return seconds << 32 | nanoseconds % 1000000000;
     }
 
     [[nodiscard]] std::size_t reply_length(std::size_t request_length) const
