@@ -108,10 +108,24 @@ class TruthTest(unittest.TestCase):
                             "duplicates": truth.duplicates_forward + truth.duplicates_backward,
                             "reordered": truth.reordered}
                 self.assertEqual({name: total[name] for name in expected}, expected)
+                self.assertEqual(total["reflector_numbers"], "session")
+                for name in ("lost", "duplicates", "reordered"):
+                    self.assertEqual(total[name + "_by_way"],
+                                     {"forward": getattr(truth, name + "_forward"),
+                                      "backward": getattr(truth, name + "_backward"), "unknown": 0}, name)
+                # So that nothing is compared with nothing:
                 self.assertEqual((truth.sent, truth.lost_forward, truth.lost_backward), (COUNT, 3, 4))
                 self.assertEqual((truth.duplicates_forward, truth.duplicates_backward), (1, 3))
+                self.assertGreaterEqual(min(truth.reordered_forward, truth.reordered_backward), 1)
                 self.assertEqual((total["hops_forward"]["min"], total["hops_forward"]["max"]), (3, 3))
                 self.assertEqual((total["hops_backward"]["min"], total["hops_backward"]["max"]), (5, 5))
+
+    def test_losses_at_the_end_are_of_no_way(self):
+        last = {number: () for number in range(COUNT - 3, COUNT)}
+        for plans in ((last, {}), ({}, last)):
+            said, truth = self.measure(4, "json", forward_plan=plans[0], backward_plan=plans[1])
+            self.assertEqual(truth.lost, 3)
+            self.assertEqual(json.loads(said)["total"]["lost_by_way"], {"forward": 0, "backward": 0, "unknown": 3})
 
     def test_delays_of_each_packet(self):
         for family in REFLECTOR:
