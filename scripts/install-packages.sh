@@ -17,7 +17,7 @@ packages=(build-essential cmake ninja-build g++ libgtest-dev libgmock-dev libcli
   python3-pyelftools)
 for set in "$@"; do
   case $set in
-    test) packages+=(babeltrace2 bash-completion gnuplot-nox lttng-tools mandoc python3-matplotlib
+    test) packages+=(babeltrace2 bash-completion gnuplot-nox iproute2 lttng-tools mandoc python3-matplotlib
       python3-pexpect python3-pyte python3-scapy tshark) ;;
     docs) packages+=(doxygen) ;;
     lint) packages+=(clang-14 clang-format-14 clang-tidy-14 git libclang-rt-14-dev shellcheck) ;;

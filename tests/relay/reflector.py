@@ -1,0 +1,33 @@
+"""twampctl as it answers packets at a host of its own."""
+import json
+import os
+import signal
+import subprocess
+import time
+
+PATIENCE = 60  # seconds
+
+
+class Reflector:
+    def __init__(self, host, *options):
+        self.process = subprocess.Popen(  # pylint: disable=consider-using-with
+            # Ends by itself should this test be killed.
+            [os.environ["OLV_TWAMPCTL"], "run", "--duration", "240", *options, "--format", "json"],
+            preexec_fn=host.enter, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        deadline = time.monotonic() + PATIENCE
+        for line in self.process.stderr:
+            if line.startswith("ready "):
+                return
+            if time.monotonic() > deadline:
+                break
+        self.process.kill()
+        raise RuntimeError("twampctl has not begun: " + self.process.communicate()[1])
+
+    def stop(self):
+        """End it as an operator would. Returns its figures."""
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGINT)
+        output, errors = self.process.communicate(timeout=PATIENCE)
+        if self.process.returncode != 0:
+            raise RuntimeError(f"twampctl: {self.process.returncode} {errors!r}")
+        return json.loads(output)
