@@ -79,14 +79,23 @@ NOT_ANSWERED = {
     "no source": [ipv4(datagram(), src="0.0.0.0"), ipv6(datagram(), src="::")],
 }
 
+# For all who are there.
+TO_GROUPS = [ipv4(datagram(), dst="224.0.0.1"), ipv4(datagram(), dst="10.0.0.255"), ipv4(datagram(), dst="255.255.255.255"),
+             ipv6(datagram(), dst="ff02::1")]
+
 
 class PacketsTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.host = Host("10.0.0.2/24", "fd00::2/64")
         cls.addClassCleanup(cls.host.close)
-        control = Reflector(cls.host, "--listen", f"0.0.0.0:{PORT}", "--listen", f"[::]:{PORT}")
-        cls.addClassCleanup(control.stop)
+
+    def setUp(self):
+        self.start()
+
+    def start(self, *options):
+        self.control = Reflector(self.host, "--listen", f":{PORT}", *options)
+        self.addCleanup(self.control.close)
 
     def replies_before(self, packets, port):
         """What comes back before the reply to the packet of this port, which is the last one."""
@@ -125,6 +134,19 @@ class PacketsTest(unittest.TestCase):
             with self.subTest(name):
                 replies = self.replies_to(packets)
                 self.assertEqual([each.summary() for each in replies], [])
+
+    def test_requests_to_groups_are_dropped_and_counted(self):
+        self.assertEqual(self.replies_to(TO_GROUPS), [])
+        listeners = self.control.stop()["listeners"]
+        self.assertEqual({each["address"]: each["dropped_packets"]["not_to_this_host"] for each in listeners},
+                         {f"0.0.0.0:{PORT}": 3, f"[::]:{PORT}": 1})
+
+    def test_requests_to_groups_are_answered_where_that_is_asked_for(self):
+        self.control.stop()
+        self.start("--answer-groups")
+        replies = self.replies_to(TO_GROUPS)
+        self.assertEqual([(each.src, each.dst) for each in replies],
+                         [(HERE[4], PEER[4])] * 3 + [(HERE[6], PEER[6])])
 
 
 if __name__ == "__main__":

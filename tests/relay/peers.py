@@ -128,6 +128,18 @@ class PtpUnmarked(PtpUtc):
     estimate = ESTIMATE
 
 
+class NtpMarkedAsPtp(Peer):
+    """NTP time stamps that pretend to be PTP ones."""
+    estimate = PtpUtc.estimate
+
+
+class StampBase(Peer):
+    """Answers with 44 octets, whatever came."""
+
+    def rest(self, request):
+        return bytes(3)
+
+
 class ZeroStamps(Peer):
     """Has no clock."""
 

@@ -25,6 +25,8 @@ MEASURED = (
     (peers.PtpUtc, (), ("other_format",)),
     (peers.PtpTai, (), ("other_format",)),
     (peers.PtpUnmarked, (), ("other_format", "format_mark")),
+    (peers.NtpMarkedAsPtp, (), ("format_mark",)),
+    (peers.StampBase, (), ("length",)),
     (peers.OneCounter, (), ()),
     (peers.Restarts, (), ()),
 )

@@ -20,13 +20,18 @@ class Reflector:
                 return
             if time.monotonic() > deadline:
                 break
+        raise RuntimeError("twampctl has not begun: " + self.close()[1])
+
+    def close(self):
+        """Leave nothing behind, whatever happened. Returns what it wrote since."""
+        if self.process.returncode is not None:
+            return "", ""
         self.process.kill()
-        raise RuntimeError("twampctl has not begun: " + self.process.communicate()[1])
+        return self.process.communicate()
 
     def stop(self):
         """End it as an operator would. Returns its figures."""
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGINT)
+        self.process.send_signal(signal.SIGINT)
         output, errors = self.process.communicate(timeout=PATIENCE)
         if self.process.returncode != 0:
             raise RuntimeError(f"twampctl: {self.process.returncode} {errors!r}")

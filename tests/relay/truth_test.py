@@ -82,7 +82,7 @@ class TruthTest(unittest.TestCase):
         cls.addClassCleanup(cls.reflector.close)
         cls.addClassCleanup(cls.sender.close)
         control = Reflector(cls.reflector, "--listen", REFLECTOR[4], "--listen", REFLECTOR[6])
-        cls.addClassCleanup(control.stop)
+        cls.addClassCleanup(control.close)
 
     def measure(self, family, output, *options, forward_plan=None, backward_plan=None):
         """What twamp-probe says, and the truth."""
