@@ -28,6 +28,8 @@ struct interval_figures {
     std::array<distribution, path_count> delays; ///< Of what was measured, by path.
 
     [[nodiscard]] std::uint64_t lost() const { return sent - answered; }
+    /** Also where what is odd is to be invalid. */
+    [[nodiscard]] std::uint64_t odd() const { return answered - valid; }
     [[nodiscard]] const distribution &of(path which) const { return delays[static_cast<std::size_t>(which)]; }
 };
 

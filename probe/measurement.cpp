@@ -143,6 +143,10 @@ std::optional<std::int64_t> measurement::reply_received(const received_reply &re
 /** @return The request that this answers, if any. */
 packet_record *measurement::match(std::span<const std::uint8_t> reply)
 {
+    if (is_echo(reply)) {
+        counts_.count(reply_fault::echo);
+        return nullptr;
+    }
     if (reply.size() < reply_field::sender_timestamp) {
         counts_.count(reply_fault::too_short);
         return nullptr;
@@ -172,6 +176,18 @@ packet_record *measurement::match(std::span<const std::uint8_t> reply)
         matched_by_number_ = true;
         return record;
     }
+}
+
+/** A host that returns datagrams as they are, like an echo server. */
+bool measurement::is_echo(std::span<const std::uint8_t> octets) const
+{
+    if (octets.size() < wire::sender_packet::padding) {
+        return false;
+    }
+    const std::uint32_t sequence = wire::load_32(&octets[wire::sender_packet::sequence_number]);
+    const packet_record *const record = find(sequence);
+    return record != nullptr &&
+           format_.is_request(octets, sequence, wire::ntp_time::from_units(record->departure));
 }
 
 /** What is far behind the next number was sent, and what is ahead of it never was. */

@@ -125,6 +125,7 @@ class measurement {
     }
     void forget_oldest();
     void count_unknown(std::uint32_t sequence);
+    [[nodiscard]] bool is_echo(std::span<const std::uint8_t> octets) const;
     [[nodiscard]] packet_record *match(std::span<const std::uint8_t> reply);
     void forget_replies();
     void count_duplicate(std::uint32_t number, packet_record &record);

@@ -77,6 +77,7 @@ struct packet_record {
     }
 };
 
+// What answers no request has no record: its faults need no bits.
 static_assert(sizeof(packet_record) == 40 && static_cast<unsigned>(reply_fault::too_short) <= 18);
 
 } // namespace olv_probe

@@ -26,6 +26,7 @@ constexpr std::array<name_and_text, reply_fault_count> kinds = {{
     {"reflector_time", "longer in the reflector than away"},
     {"clock_jump", "timestamps that jump and come back"},
     {"too_short", "too short to tell its request"},
+    {"echo", "the request itself"},
     {"sender_sequence", "sender sequence number never sent"},
 }};
 

@@ -34,6 +34,7 @@ enum class reply_fault : std::uint8_t {
     clock_jump, ///< The reflector's clock was elsewhere for this reply alone.
     // No request is answered.
     too_short,      ///< The sender's sequence number is missing.
+    echo,           ///< It is the request itself.
     sender_sequence ///< Never sent.
 };
 

@@ -32,7 +32,10 @@ void fill_percentiles(std::vector<std::int64_t> &samples, distribution &result)
 {
     auto begin = samples.begin();
     for (std::size_t index = 0; index < percentile_ranks.size(); ++index) {
-        const std::size_t rank = (samples.size() * percentile_ranks[index] + 999) / 1000;
+        if (samples.size() < percentile_ranks[index].least_count) {
+            return; // nor do they carry a higher one
+        }
+        const std::size_t rank = (samples.size() * percentile_ranks[index].thousandths + 999) / 1000;
         const auto place = samples.begin() + static_cast<std::ptrdiff_t>(rank) - 1;
         std::nth_element(begin, place, samples.end());
         result.percentiles[index] = *place;

@@ -14,8 +14,12 @@
 
 namespace olv_probe {
 
-/** The percentiles that are given, in thousandths of the samples. */
-inline constexpr std::array<unsigned, 5> percentile_ranks{500, 900, 950, 990, 999};
+struct percentile_rank {
+    unsigned thousandths;    ///< Of the samples that are no larger.
+    std::size_t least_count; ///< Of so many samples one is above it. The median is given of any.
+};
+inline constexpr std::array<percentile_rank, 5> percentile_ranks{
+    {{500, 1}, {900, 10}, {950, 20}, {990, 100}, {999, 1000}}};
 enum percentile : std::size_t { percentile_50, percentile_90, percentile_95, percentile_99, percentile_99_9 };
 
 /** Nanoseconds. Without samples, everything is 0. */
@@ -26,7 +30,10 @@ struct distribution {
     double mean = 0;
     double mean_magnitude = 0;     ///< Of the samples without their signs.
     double standard_deviation = 0; ///< Divided by the number of samples, not by one less.
-    std::array<std::int64_t, percentile_ranks.size()> percentiles{}; ///< Nearest rank: each is a sample.
+    /** Nearest rank: each is a sample. Only those that the samples carry. */
+    std::array<std::optional<std::int64_t>, percentile_ranks.size()> percentiles{};
+
+    [[nodiscard]] std::int64_t median() const { return percentiles[percentile_50].value_or(0); }
 };
 
 [[nodiscard]] distribution distribution_of(std::vector<std::int64_t> samples);

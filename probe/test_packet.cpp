@@ -64,6 +64,18 @@ void test_packet_format::write_request(std::span<std::uint8_t> request, std::uin
     write_padding(request.subspan(request_field::padding), sequence);
 }
 
+/** The reply of a reflector with the request's number and the same coarse clock begins like it, too; but it has
+ * the request's header further on. */
+bool test_packet_format::is_request(std::span<const std::uint8_t> octets, std::uint32_t sequence,
+                                    wire::ntp_time departure) const
+{
+    return octets.size() >= request_field::padding &&
+           wire::load_32(&octets[request_field::sequence_number]) == sequence &&
+           wire::load<std::uint64_t>(&octets[request_field::timestamp]) == wire_stamp(departure) &&
+           wire::load_16(&octets[request_field::error_estimate]) == error_estimate() &&
+           echo_of(octets, departure) != stamp_echo::exact;
+}
+
 std::uint16_t test_packet_format::error_estimate() const
 {
     return stamps_ == stamp_format::ptp ? own_error_estimate | wire::error_estimate::ptp_format

@@ -48,6 +48,11 @@ class test_packet_format {
     void write_request(std::span<std::uint8_t> request, std::uint32_t sequence,
                        olv_net::ntp_time departure) const;
 
+    /** Whether this begins like the request itself, which a reply does not by chance.
+     *  @param octets  Of any number. */
+    [[nodiscard]] bool is_request(std::span<const std::uint8_t> octets, std::uint32_t sequence,
+                                  olv_net::ntp_time departure) const;
+
     /** @param reply  Of any length. */
     [[nodiscard]] stamp_echo echo_of(std::span<const std::uint8_t> reply, olv_net::ntp_time departure) const;
 

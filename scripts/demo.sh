@@ -77,7 +77,10 @@ count_lines() { # PATTERN: twampctl's lines that match it
   grep -cE -- "$1" "$work/control" || true
 }
 
-sent_by() { sed -n 's/^sent: //p' "$1"; }
+# "sent", "received" or "valid" packets in the summary of a probe.
+counted_by() { # PROBE-OUTPUT NAME
+  sed -nE "/^sent /s/.*\<$2 ([0-9]+).*/\1/p" "$1"
+}
 
 probe() { # NUMBER ADDRESS; 1 ms apart
   run_into "$work/probe$1" "$build/apps/twamp-probe" "$2" --count "$packets" --interval 1
@@ -141,9 +144,9 @@ take_down() {
 
 check_responder() { # NUMBER PROBE-OUTPUT
   local sent
-  sent=$(sent_by "$2")
+  sent=$(counted_by "$2" sent)
   check "probe $1: sent" "$packets" "$sent"
-  check "probe $1: valid replies" "$packets" "$(sed -n 's/^valid: //p' "$2")"
+  check "probe $1: valid replies" "$packets" "$(counted_by "$2" valid)"
   check "responder $1: received" "$sent" "$(figure "Statistics of responder $1," 'received packets')"
   check "responder $1: transmitted" "$sent" "$(figure "Statistics of responder $1," 'transmitted packets')"
   check "responder $1: active sessions" 1 "$(figure "Statistics of responder $1," 'Number of active sessions')"
@@ -154,7 +157,7 @@ check_all() {
   local total
   check_responder 1 "$work/probe1"
   check_responder 2 "$work/probe2"
-  total=$(($(sent_by "$work/probe1") + $(sent_by "$work/probe2")))
+  total=$(($(counted_by "$work/probe1" sent) + $(counted_by "$work/probe2" sent)))
   check 'module: received' "$total" "$(figure 'Statistics of the module' 'Total received packets')"
   check 'module: transmitted' "$total" "$(figure 'Statistics of the module' 'Total transmitted packets')"
   check 'drop counters printed' 0 "$(count_lines 'Packets dropped')"

@@ -9,6 +9,11 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
+json microseconds_or_null(const std::optional<std::int64_t> &nanoseconds)
+{
+    return nanoseconds ? json(microseconds(*nanoseconds)) : json(nullptr);
+}
+
 json of_distribution(const distribution &figures)
 {
     if (figures.count == 0) {
@@ -19,11 +24,11 @@ json of_distribution(const distribution &figures)
             {"mean", figures.mean / 1000},
             {"mean_magnitude", figures.mean_magnitude / 1000},
             {"stddev", figures.standard_deviation / 1000},
-            {"p50", microseconds(figures.percentiles[percentile_50])},
-            {"p90", microseconds(figures.percentiles[percentile_90])},
-            {"p95", microseconds(figures.percentiles[percentile_95])},
-            {"p99", microseconds(figures.percentiles[percentile_99])},
-            {"p99_9", microseconds(figures.percentiles[percentile_99_9])},
+            {"p50", microseconds_or_null(figures.percentiles[percentile_50])},
+            {"p90", microseconds_or_null(figures.percentiles[percentile_90])},
+            {"p95", microseconds_or_null(figures.percentiles[percentile_95])},
+            {"p99", microseconds_or_null(figures.percentiles[percentile_99])},
+            {"p99_9", microseconds_or_null(figures.percentiles[percentile_99_9])},
             {"max", microseconds(figures.maximum)}};
 }
 
@@ -65,11 +70,6 @@ json percent(std::uint64_t part, std::uint64_t whole)
 json of_ways(const way_counts &counts)
 {
     return {{"forward", counts.forward}, {"backward", counts.backward}, {"unknown", counts.unknown}};
-}
-
-json microseconds_or_null(const std::optional<std::int64_t> &nanoseconds)
-{
-    return nanoseconds ? json(microseconds(*nanoseconds)) : json(nullptr);
 }
 
 double seconds(std::chrono::nanoseconds duration)
@@ -220,7 +220,7 @@ std::string interval_json(const interval_figures &figures, std::uint64_t started
                          {"to_s", seconds(figures.to).count()}}},
                        {"sent", figures.sent},
                        {"valid", figures.valid},
-                       {"invalid", figures.answered - figures.valid},
+                       {"odd", figures.odd()},
                        {"lost", figures.lost()},
                        {"duplicates", figures.duplicates},
                        {"reordered", figures.reordered},

@@ -1,65 +1,31 @@
 #include "apps/common/text_report.hpp"
 
+#include <algorithm>
 #include <cinttypes>
+#include <cmath>
+#include <optional>
 
 #include "apps/common/formatted.hpp"
+#include "apps/common/text_summary.hpp"
 #include "net/traffic_class.hpp"
 
 namespace olv_probe {
 namespace {
 
 using olv_apps::append;
-
-double share(std::uint64_t part, std::uint64_t whole)
-{
-    return whole == 0 ? 0 : 100.0 * static_cast<double>(part) / static_cast<double>(whole);
-}
+using olv_apps::formatted;
 
 void append_faults(std::string &text, const packet_counts &counts)
 {
+    const auto is_zero = [](std::uint64_t count) { return count == 0; };
+    if (std::all_of(counts.faults.begin(), counts.faults.end(), is_zero)) {
+        return;
+    }
+    text += "odd and invalid replies:\n";
     for (std::size_t fault = 0; fault < counts.faults.size(); ++fault) {
         if (counts.faults[fault] != 0) {
             append(text, "  %s: %" PRIu64 "\n", text_of(static_cast<reply_fault>(fault)), counts.faults[fault]);
         }
-    }
-}
-
-/** On which way, where that is known of some. */
-void append_ways(std::string &text, const way_counts &counts)
-{
-    if (counts.forward == 0 && counts.backward == 0) {
-        return;
-    }
-    append(text, "  forward: %" PRIu64 ", backward: %" PRIu64, counts.forward, counts.backward);
-    if (counts.unknown != 0) {
-        append(text, ", not known: %" PRIu64, counts.unknown);
-    }
-    text += '\n';
-}
-
-void append_counts(std::string &text, const run_report &report)
-{
-    const packet_counts &counts = report.total.counts;
-    append(text, "sent: %" PRIu64 "\n", counts.sent);
-    append(text, "received: %" PRIu64 "\n", counts.received);
-    append(text, "valid: %" PRIu64 "\n", counts.valid);
-    if (counts.odd != 0) {
-        append(text, "odd: %" PRIu64 "\n", counts.odd);
-    }
-    append(text, "invalid: %" PRIu64 "\n", counts.invalid());
-    append_faults(text, counts);
-    if (counts.valid + counts.odd != counts.measured) {
-        append(text, "not measured: %" PRIu64 "\n", counts.valid + counts.odd - counts.measured);
-    }
-    append(text, "lost: %" PRIu64 " (%.2f %%)\n", counts.lost(), share(counts.lost(), counts.sent));
-    append_ways(text, report.total.lost);
-    append(text, "duplicates: %" PRIu64 "\n", counts.duplicates);
-    append_ways(text, report.total.duplicates);
-    if (counts.forgotten != 0) {
-        append(text, "replies to packets that are kept no longer: %" PRIu64 "\n", counts.forgotten);
-    }
-    if (counts.other_ttl != 0) {
-        append(text, "sender TTL not %u: %" PRIu64 "\n", unsigned{report.options.ttl}, counts.other_ttl);
     }
 }
 
@@ -91,21 +57,11 @@ void append_events(std::string &text, const std::vector<session_event> &events)
         append(text, "at %.3f s, packet %u: %s", std::chrono::duration<double>(event.at).count(),
                event.sequence, text_of(event.what));
         if (event.what != session_event::kind::reflector_restart) {
-            append(text, " by %+.1f microseconds", microseconds(event.by.count()));
+            const auto by = static_cast<double>(event.by.count());
+            append(text, " %s by %s", by < 0 ? "back" : "forward", duration_text(std::abs(by)).c_str());
         }
         text += '\n';
     }
-}
-
-void append_round_trip(std::string &text, const distribution &round_trip)
-{
-    if (round_trip.count == 0) {
-        text += "round trip: not measured\n";
-        return;
-    }
-    append(text, "round trip in microseconds: min %.1f, median %.1f, p99 %.1f, max %.1f\n",
-           microseconds(round_trip.minimum), microseconds(round_trip.percentiles[percentile_50]),
-           microseconds(round_trip.percentiles[percentile_99]), microseconds(round_trip.maximum));
 }
 
 /** The fewest hops belong to the largest TTL. */
@@ -143,85 +99,105 @@ void append_traffic_classes(std::string &text, const packet_counts &counts)
     }
 }
 
-/** How far its one-way delays can be trusted, as the reflector says. */
-void append_clock(std::string &text, const clock_quality &clock)
+/** What the packets had on their way, and whose times are measured. */
+void append_packets(std::string &text, const run_report &report)
 {
-    const char *state = "not synchronised";
-    if (clock.synchronized == clock.replies) {
-        state = "synchronised";
-    } else if (clock.synchronized != 0) {
-        state = "synchronised at times";
+    const packet_counts &counts = report.total.counts;
+    append_stamps(text, report);
+    append_scale(text, report.total);
+    if (report.options.forever && counts.sent > kept_packets) {
+        append(text, "delays: of the last %" PRIu32 " packets\n", kept_packets);
     }
-    append(text, "the reflector calls its clock %s, wrong by at most %.1f microseconds\n", state,
-           microseconds(clock.greatest_error));
+    if (counts.forgotten != 0) {
+        append(text, "replies to packets that are kept no longer: %" PRIu64 "\n", counts.forgotten);
+    }
+    append_traffic_classes(text, counts);
+    append_hops(text, "forward", counts.request_ttl, report.options.ttl, "sent with");
+    append_hops(text, "backward", counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum), "assumed");
+    if (counts.other_ttl != 0) {
+        append(text, "sender TTL not %u: %" PRIu64 "\n", unsigned{report.options.ttl}, counts.other_ttl);
+    }
 }
 
-using figure = double (*)(const path_figures &);
+using figure = std::optional<double>;
 
 struct figure_row {
     const char *name;
-    figure value; ///< Nanoseconds.
+    figure (*value)(const path_figures &); ///< Nanoseconds, where there are samples enough.
 };
 
-template <std::size_t rank> double delay_percentile(const path_figures &figures)
+template <distribution path_figures::*samples, auto member> figure of(const path_figures &figures)
 {
-    return static_cast<double>(figures.delay.percentiles[rank]);
+    const distribution &all = figures.*samples;
+    return all.count == 0 ? figure{} : static_cast<double>(all.*member);
 }
 
-template <std::size_t rank> double above_minimum_percentile(const path_figures &figures)
+template <distribution path_figures::*samples, percentile rank>
+figure percentile_of(const path_figures &figures)
 {
-    return static_cast<double>(figures.above_minimum.percentiles[rank]);
+    const std::optional<std::int64_t> &value = (figures.*samples).percentiles[rank];
+    return value ? figure(static_cast<double>(*value)) : figure{};
 }
+
+constexpr auto delays = &path_figures::delay;
+constexpr auto variations = &path_figures::variation;
+constexpr auto above_minimum = &path_figures::above_minimum;
 
 constexpr figure_row rows[] = {
-    {"min", [](const path_figures &figures) { return static_cast<double>(figures.delay.minimum); }},
-    {"mean", [](const path_figures &figures) { return figures.delay.mean; }},
-    {"stddev", [](const path_figures &figures) { return figures.delay.standard_deviation; }},
-    {"p50", delay_percentile<percentile_50>},
-    {"p90", delay_percentile<percentile_90>},
-    {"p95", delay_percentile<percentile_95>},
-    {"p99", delay_percentile<percentile_99>},
-    {"p99.9", delay_percentile<percentile_99_9>},
-    {"max", [](const path_figures &figures) { return static_cast<double>(figures.delay.maximum); }},
-    {"IPDV min", [](const path_figures &figures) { return static_cast<double>(figures.variation.minimum); }},
-    {"IPDV mean magnitude", [](const path_figures &figures) { return figures.variation.mean_magnitude; }},
-    {"IPDV max", [](const path_figures &figures) { return static_cast<double>(figures.variation.maximum); }},
-    {"PDV p50", above_minimum_percentile<percentile_50>},
-    {"PDV p99", above_minimum_percentile<percentile_99>},
-    {"PDV p99.9", above_minimum_percentile<percentile_99_9>},
+    {"min", of<delays, &distribution::minimum>},
+    {"mean", of<delays, &distribution::mean>},
+    {"stddev", of<delays, &distribution::standard_deviation>},
+    {"p50", percentile_of<delays, percentile_50>},
+    {"p90", percentile_of<delays, percentile_90>},
+    {"p95", percentile_of<delays, percentile_95>},
+    {"p99", percentile_of<delays, percentile_99>},
+    {"p99.9", percentile_of<delays, percentile_99_9>},
+    {"max", of<delays, &distribution::maximum>},
+    {"IPDV min", of<variations, &distribution::minimum>},
+    {"IPDV mean magnitude", of<variations, &distribution::mean_magnitude>},
+    {"IPDV max", of<variations, &distribution::maximum>},
+    {"PDV p50", percentile_of<above_minimum, percentile_50>},
+    {"PDV p99", percentile_of<above_minimum, percentile_99>},
+    {"PDV p99.9", percentile_of<above_minimum, percentile_99_9>},
 };
+
+/** There are no more samples of the one-way delays than of the round trips. */
+void append_row(std::string &text, const figure_row &row, const std::vector<const path_figures *> &paths)
+{
+    if (!row.value(*paths.front())) {
+        return;
+    }
+    append(text, "%-20s", row.name);
+    for (const path_figures *const path : paths) {
+        const figure value = row.value(*path);
+        append(text, " %18s", value ? formatted("%.1f", microseconds(*value)).c_str() : "-");
+    }
+    text += '\n';
+}
 
 /** One-way delays of the whole run have no column when a clock was set meanwhile. */
 void append_table(std::string &text, const probe_figures &figures)
 {
     const period_figures *const whole = figures.whole_run();
-    std::vector<const path_figures *> columns{&figures.round_trip};
-    append(text, "\n%-20s %18s", "microseconds", "round trip");
+    std::vector<const path_figures *> paths{&figures.round_trip};
+    append(text, "%-20s %18s", "microseconds", "round trip");
     if (whole != nullptr) {
-        columns.insert(columns.end(), {&whole->forward, &whole->backward});
+        paths.insert(paths.end(), {&whole->forward, &whole->backward});
         append(text, " %18s %18s", "forward", "backward");
     }
     text += '\n';
     for (const figure_row &row : rows) {
-        append(text, "%-20s", row.name);
-        for (const path_figures *const column : columns) {
-            append(text, " %18.1f", microseconds(row.value(*column)));
-        }
-        text += '\n';
+        append_row(text, row, paths);
     }
     if (whole != nullptr) {
-        append(text,
-               "forward and backward contain the difference of the two clocks; if both ways\n"
-               "take equally long, the reflector's is ahead by %.1f microseconds\n",
-               microseconds(whole->clock_offset.value_or(0)));
-        append_clock(text, figures.counts.reflector_clock);
+        text += "forward and backward contain the difference of the two clocks\n";
     }
 }
 
 void append_one_way(std::string &text, const char *way, const distribution &delay)
 {
     append(text, "  %s min %.1f, median %.1f, max %.1f\n", way, microseconds(delay.minimum),
-           microseconds(delay.percentiles[percentile_50]), microseconds(delay.maximum));
+           microseconds(delay.median()), microseconds(delay.maximum));
 }
 
 /** Before and after each setting of a clock. */
@@ -239,8 +215,7 @@ void append_periods(std::string &text, const std::vector<period_figures> &period
         text += '\n';
         append_one_way(text, "forward", period.forward.delay);
         append_one_way(text, "backward", period.backward.delay);
-        append(text, "  the reflector's clock is ahead by %.1f if both ways take equally long\n",
-               microseconds(*period.clock_offset));
+        append(text, "  %s\n", clock_offset_text(*period.clock_offset).c_str());
     }
 }
 
@@ -249,22 +224,16 @@ void append_senders(std::string &text, const std::vector<sender_report> &senders
     if (senders.size() < 2) {
         return;
     }
-    text += '\n';
     for (const sender_report &sender : senders) {
         const packet_counts &counts = sender.figures.counts;
         const distribution &round_trip = sender.figures.round_trip.delay;
-        append(text, "sender %s:\n  sent %" PRIu64 ", valid %" PRIu64, sender.address.c_str(), counts.sent,
-               counts.valid);
-        if (counts.odd != 0) {
-            append(text, ", odd %" PRIu64, counts.odd);
-        }
-        append(text, ", invalid %" PRIu64 ", lost %" PRIu64 ", duplicates %" PRIu64 ", reordered %" PRIu64,
-               counts.invalid(), counts.lost(), counts.duplicates, counts.reordered);
+        append(text, "sender %s:\n  %s\n", sender.address.c_str(), counts_text(counts).c_str());
+        append(text, "  lost %" PRIu64 ", duplicates %" PRIu64 ", reordered %" PRIu64 "\n", counts.lost(),
+               counts.duplicates, counts.reordered);
         if (round_trip.count != 0) {
-            append(text, "\n  round trip min %.1f, median %.1f, max %.1f", microseconds(round_trip.minimum),
-                   microseconds(round_trip.percentiles[percentile_50]), microseconds(round_trip.maximum));
+            append(text, "  round trip min %.1f, median %.1f, max %.1f us\n", microseconds(round_trip.minimum),
+                   microseconds(round_trip.median()), microseconds(round_trip.maximum));
         }
-        text += '\n';
         append_events(text, sender.figures.events);
     }
 }
@@ -297,42 +266,32 @@ std::string interval_text(const interval_figures &figures)
     std::string text;
     append(text, "%.2f to %.2f s: sent %" PRIu64 " lost %" PRIu64, seconds(figures.from).count(),
            seconds(figures.to).count(), figures.sent, figures.lost());
-    if (figures.answered != figures.valid) {
-        append(text, " invalid %" PRIu64, figures.answered - figures.valid);
+    if (figures.odd() != 0) {
+        append(text, " odd %" PRIu64, figures.odd());
     }
     if (const distribution &round_trip = figures.of(path::round_trip); round_trip.count != 0) {
-        append(text, ", min %.1f median %.1f p99 %.1f max %.1f us", microseconds(round_trip.minimum),
-               microseconds(round_trip.percentiles[percentile_50]),
-               microseconds(round_trip.percentiles[percentile_99]), microseconds(round_trip.maximum));
+        const std::optional<std::int64_t> p99 = round_trip.percentiles[percentile_99];
+        append(text, ", min %.1f median %.1f p99 %s max %.1f us", microseconds(round_trip.minimum),
+               microseconds(round_trip.median()), p99 ? formatted("%.1f", microseconds(*p99)).c_str() : "-",
+               microseconds(round_trip.maximum));
     }
     return text + '\n';
 }
 
-std::string text_report(const run_report &report)
+/** The stranger something is, the nearer it stands to the summary. */
+std::string text_report(const run_report &report, const std::string &picture)
 {
-    const packet_counts &counts = report.total.counts;
     std::string text;
-    append_counts(text, report);
-    append_round_trip(text, report.total.round_trip.delay);
-    append(text, "reordered: %" PRIu64 " (%.2f %%)\n", counts.reordered,
-           share(counts.reordered, counts.answered));
-    append_ways(text, report.total.reordered);
-    append_numbering(text, report.total);
-    append_scale(text, report.total);
-    append_events(text, report.total.events);
-    append_hops(text, "forward", counts.request_ttl, report.options.ttl, "sent with");
-    append_hops(text, "backward", counts.reply_ttl, usual_initial_ttl(counts.reply_ttl.maximum), "assumed");
-    append_traffic_classes(text, counts);
-    append_stamps(text, report);
-    if (report.options.forever && counts.sent > kept_packets) {
-        append(text, "delays: of the last %" PRIu32 " packets\n", kept_packets);
-    }
-    if (counts.measured != 0) {
+    if (report.total.counts.measured != 0) {
         append_table(text, report.total);
-        append_periods(text, report.total.periods);
     }
     append_senders(text, report.senders);
-    return text;
+    append_packets(text, report);
+    append_faults(text, report.total.counts);
+    append_numbering(text, report.total);
+    append_events(text, report.total.events);
+    append_periods(text, report.total.periods);
+    return text + picture + '\n' + text_summary(report);
 }
 
 } // namespace olv_probe

@@ -15,7 +15,9 @@ namespace olv_probe {
 [[nodiscard]] std::string announcement(const session_options &options);
 /** A line: what happened to the packets of an interval. */
 [[nodiscard]] std::string interval_text(const interval_figures &figures);
-[[nodiscard]] std::string text_report(const run_report &report);
+/** What is rarely needed, and the summary last.
+ *  @param picture  Lines between the two. */
+[[nodiscard]] std::string text_report(const run_report &report, const std::string &picture = "");
 
 } // namespace olv_probe
 

@@ -10,6 +10,7 @@
 #include "apps/common/json_report.hpp"
 #include "apps/common/signal_watch.hpp"
 #include "apps/common/text_report.hpp"
+#include "apps/common/text_summary.hpp"
 #include "apps/twamp-probe/csv_report.hpp"
 #include "apps/twamp-probe/histogram.hpp"
 #include "apps/twamp-probe/plot.hpp"
@@ -47,7 +48,7 @@ void show_when_asked(const probe_options &options, probe &measuring, const olv_a
 {
     measuring.on_readable(asked.descriptor(), [&] {
         (void)asked.take(); // once is enough
-        const std::string text = text_report(report_of(measuring, options.session, true));
+        const std::string text = text_summary(report_of(measuring, options.session, true));
         (void)std::fprintf(stderr, "\n%s", text.c_str()); // whoever asked asks again
     });
 }
@@ -99,32 +100,34 @@ void print_csv(const probe &measuring)
     write_csv(stdout, packets, measuring.started());
 }
 
-void print_text(const run_report &report, const probe &measuring, bool with_histogram)
+/** Empty when nothing was measured. */
+std::string histogram_of_round_trips(const probe &measuring)
 {
-    (void)std::fputs(text_report(report).c_str(), stdout); // an error shows when the output is ended
-    if (!with_histogram || report.total.counts.measured == 0) {
-        return;
-    }
     std::vector<std::int64_t> samples;
     for (const measurement *result : results_of(measuring)) {
         result->append_delays(path::round_trip, {}, samples);
     }
+    if (samples.empty()) {
+        return "";
+    }
     constexpr std::size_t bars = 20;
-    const std::string drawn = histogram_text(histogram_of(std::move(samples), bars));
-    std::printf("\nround trips in microseconds, packets\n%s", drawn.c_str());
+    return "\nround trips in microseconds, packets\n" + histogram_text(histogram_of(std::move(samples), bars));
 }
 
 void print(const probe_options &options, const run_report &report, const probe &measuring)
 {
     switch (options.format) {
     case output_format::json:
-        (void)std::fputs(json_report(report, options.report_interval.has_value()).c_str(), stdout); // as above
+        (void)std::fputs(json_report(report, options.report_interval.has_value()).c_str(),
+                         stdout); // an error shows when the output is ended
         break;
     case output_format::csv:
         print_csv(measuring);
         break;
     default:
-        print_text(report, measuring, options.histogram);
+        (void)std::fputs(
+            text_report(report, options.histogram ? histogram_of_round_trips(measuring) : "").c_str(),
+            stdout); // as above
     }
 }
 

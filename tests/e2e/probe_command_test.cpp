@@ -47,7 +47,7 @@ TEST_F(ProbeCommand, ShowsWhatItMeasured)
     talk_.tell({"stats", "sessions"});
     talk_.tell("probe run " + address_ + " --count 3 --interval 1 --timeout 60 --senders 2 --format json");
     const finished_program finished = talk_.wait();
-    EXPECT_THAT(finished.output, HasSubstr("sent: 5\nreceived: 5\nvalid: 5\ninvalid: 0\nlost: 0 (0.00 %)\n"));
+    EXPECT_THAT(finished.output, HasSubstr("\nsent 5, received 5, valid 5\nlost 0 (0.00 %)\n"));
     EXPECT_THAT(finished.output, HasSubstr("Total received packets: 5\nTotal transmitted packets: 5\n"));
     EXPECT_THAT(finished.output, // the round trip is known there
                 ContainsRegex("         5 +[0-9.]+ +[0-9]+\\.[0-9]+  127\\.0\\.0\\.1:[0-9]+\n"));

@@ -120,7 +120,7 @@ TEST(Clock, ThatIsCoarseIsNotSet)
 
 std::int64_t median(const distribution &delay)
 {
-    return (delay.percentiles[percentile_50] + 500'000) / 1'000'000;
+    return (delay.median() + 500'000) / 1'000'000;
 }
 
 TEST(Periods, KeepTheOneWayDelaysOfBeforeAndAfterApart)

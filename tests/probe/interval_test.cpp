@@ -37,7 +37,7 @@ TEST_F(Intervals, WaitForTheirLastReplies)
     session_.receive(0, {.number = 0}, 100'000);
     session_.receive(1, {.number = 1}, 300'000);
     session_.receive(1, {.number = 1}, 400'000);
-    session_.receive(2, {.number = 2}, 200'000);
+    session_.receive(2, {.number = 2, .request_ttl = 0}, 200'000);
     settle(milliseconds(1100));
     EXPECT_FALSE(next(milliseconds(999)));
     EXPECT_FALSE(next(milliseconds(1100))) << "a reply may come";
@@ -47,14 +47,15 @@ TEST_F(Intervals, WaitForTheirLastReplies)
     EXPECT_EQ(figures->from, milliseconds(0));
     EXPECT_EQ(figures->to, milliseconds(1000));
     EXPECT_EQ(figures->sent, 4u);
-    EXPECT_EQ(figures->valid, 3u);
+    EXPECT_EQ(figures->valid, 2u);
+    EXPECT_EQ(figures->odd(), 1u);
     EXPECT_EQ(figures->lost(), 1u);
     EXPECT_EQ(figures->duplicates, 1u);
     EXPECT_EQ(interval_text(*figures),
-              "0.00 to 1.00 s: sent 4 lost 1, min 100.0 median 200.0 p99 300.0 max 300.0 us\n");
+              "0.00 to 1.00 s: sent 4 lost 1 odd 1, min 100.0 median 200.0 p99 - max 300.0 us\n");
     EXPECT_THAT(interval_json(*figures, 1'795'387'251'446'565'999),
                 testing::StartsWith("{\"interval\":{\"started\":\"2026-11-22T22:40:51.446565Z\",\"from_s\":0.0,"
-                                    "\"to_s\":1.0},\"sent\":4,\"valid\":3,\"invalid\":0,\"lost\":1,"
+                                    "\"to_s\":1.0},\"sent\":4,\"valid\":2,\"odd\":1,\"lost\":1,"
                                     "\"duplicates\":1,\"reordered\":0,\"round_trip_us\":{\"count\":3,"));
     EXPECT_FALSE(next(milliseconds(1750)));
 }

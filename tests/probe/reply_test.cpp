@@ -1,6 +1,7 @@
 // Replies of all kinds, lawful and not: which request they answer, what is odd about them, what is measured.
 
 #include <functional>
+#include <numeric>
 
 #include <gtest/gtest.h>
 
@@ -223,7 +224,7 @@ TEST(Request, HasPtpTimeStampsWithTheirMark)
 TEST(Match, IsByTheSequenceNumberInAReplyThatHasOne)
 {
     scripted_session session{2};
-    octets short_one = session.reply(0, {});
+    octets short_one = session.reply(0, {.number = 7});
     short_one.resize(27);
     octets unknown = session.reply(0, {});
     store_32(&unknown[24], 2);
@@ -235,6 +236,43 @@ TEST(Match, IsByTheSequenceNumberInAReplyThatHasOne)
     EXPECT_EQ(counts.of(reply_fault::sender_sequence), 1u);
     EXPECT_EQ(counts.invalid(), 3u);
     EXPECT_EQ(counts.lost(), 2u);
+}
+
+TEST(Match, TellsARequestThatComesBackAsItWasSent)
+{
+    for (const bool zeros : {false, true}) {
+        for (const stamp_format stamps : {stamp_format::ntp, stamp_format::ptp}) {
+            for (const std::size_t length : {14u, 20u, 41u, 100u}) {
+                SCOPED_TRACE(length);
+                scripted_session session{3, {.size = 100, .stamps = stamps, .zeros = zeros}};
+                for (const std::uint32_t sequence : {0u, 1u, 2u}) {
+                    octets echo = session.request(sequence);
+                    echo.resize(length);
+                    EXPECT_EQ(session.receive_octets(sequence, echo, 1000), std::nullopt);
+                }
+                const packet_counts &counts = session.result.counts();
+                EXPECT_EQ(counts.of(reply_fault::echo), 3u);
+                EXPECT_EQ(std::accumulate(counts.faults.begin(), counts.faults.end(), 0u), 3u);
+                EXPECT_EQ(counts.invalid(), 3u);
+                EXPECT_EQ(counts.lost(), 3u);
+            }
+        }
+    }
+}
+
+TEST(Match, TakesNoReplyForItsRequest)
+{
+    for (const std::size_t place : {3u, 11u, 13u}) { // number, T3, error estimate
+        scripted_session session{2, {.size = 41}};
+        octets reply = session.request(1);
+        reply[place] ^= 1;
+        session.receive_octets(1, reply, 1000);
+        EXPECT_EQ(session.result.counts().of(reply_fault::echo), 0u) << place;
+    }
+    // All three can be the request's; the request's header stands in the reply a second time.
+    scripted_session session{2};
+    EXPECT_EQ(session.receive(1, {.number = 1}, 1000), 1000);
+    EXPECT_EQ(session.result.counts().valid, 1u);
 }
 
 /** What somebody sends who guesses sequence numbers, but never saw a request. */

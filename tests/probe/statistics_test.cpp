@@ -19,7 +19,7 @@ std::vector<std::int64_t> numbers_to(std::int64_t last)
     return all;
 }
 
-using percentiles = std::array<std::int64_t, 5>;
+using percentiles = std::array<std::optional<std::int64_t>, 5>;
 
 TEST(Distribution, HasWhatItsSamplesSay)
 {
@@ -45,13 +45,21 @@ TEST(Distribution, HasWhatItsSamplesSay)
     }
 }
 
-TEST(Distribution, HasPercentilesOfNearestRank)
+TEST(Distribution, HasPercentilesOfNearestRankThatItsSamplesCarry)
 {
-    EXPECT_EQ(distribution_of(numbers_to(1000)).percentiles, (percentiles{500, 900, 950, 990, 999}));
-    EXPECT_EQ(distribution_of(numbers_to(10)).percentiles, (percentiles{5, 9, 10, 10, 10}));
-    EXPECT_EQ(distribution_of({-7}).percentiles, (percentiles{-7, -7, -7, -7, -7}));
-    EXPECT_EQ(distribution_of(numbers_to(2)).percentiles, (percentiles{1, 2, 2, 2, 2}));
-    EXPECT_EQ(distribution_of(numbers_to(1001)).percentiles, (percentiles{501, 901, 951, 991, 1000}));
+    constexpr auto none = std::nullopt;
+    const std::pair<std::int64_t, percentiles> rows[] = {
+        {0, {none, none, none, none, none}}, {1, {1, none, none, none, none}},
+        {2, {1, none, none, none, none}},    {9, {5, none, none, none, none}},
+        {10, {5, 9, none, none, none}},      {19, {10, 18, none, none, none}},
+        {20, {10, 18, 19, none, none}},      {99, {50, 90, 95, none, none}},
+        {100, {50, 90, 95, 99, none}},       {999, {500, 900, 950, 990, none}},
+        {1000, {500, 900, 950, 990, 999}},   {1001, {501, 901, 951, 991, 1000}}};
+    for (const auto &[samples, expected] : rows) {
+        const distribution figures = distribution_of(numbers_to(samples));
+        EXPECT_EQ(figures.percentiles, expected) << samples;
+        EXPECT_EQ(figures.median(), expected[percentile_50].value_or(0)) << samples;
+    }
 }
 
 TEST(Distribution, KeepsSmallDifferencesOfLongDelays)

@@ -9,6 +9,7 @@ Printed lines have to be the page's, but for what is another one each time:
   2026-11-21 15:43:39 UTC, [1795275929:00767362]   an instant
   15.1                      a number with as many decimals, and blanks before it as its column has them; no percentage
   twamp.c:182               the number of a line
+  6.5 us behind, not synchronised, wrong by up to 976.6 us, time stamps: kernel   what is said of clocks and stamps
   127.0.0.1:43364, module 0x32029e50   a port, the address of the module record: one of the page stands for one of the
                             program, the same one everywhere, also in what is typed
   what `watch` prints       any number, as packets go on coming
@@ -60,6 +61,10 @@ VARYING = re.compile(
     (?P<date>    \d{4}-\d\d-\d\d\ \d\d:\d\d:\d\d\ UTC )
   | (?P<instant> \[\d+:\d{8}\] )
   | (?P<source>  (?<=\.c:)\d+ )
+  | (?P<side>    (?<=[ ])(?:ahead|behind)(?=,\ if\ both\ ways) )
+  | (?P<state>   (?<=its\ clock\ )(?:not\ synchronised|synchronised(?:\ at\ times)?) )
+  | (?P<error>   (?:(?<=clock\ is\ )|(?<=wrong\ by\ up\ to\ ))\d+\.\d+\ (?:us|ms|s) )
+  | (?P<stamps>  (?<=^time\ stamps:\ )(?:user|kernel)(?:\ \(of\ \d+\ requests\ and\ \d+\ replies\))? )
   | (?P<name>    (?<=127\.0\.0\.1:)\d+ | (?<=\ module\ )0x[0-9a-f]+ )
   | (?P<fraction>(?<![a-z\d.])\ *-?\d+\.(?P<decimals>\d+)(?![\d.]|\ %) )
     """,
@@ -69,6 +74,10 @@ ALL_OF_A_KIND = {
     "date": r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d UTC",
     "instant": r"\[\d+:\d{8}\]",
     "source": r"\d+",
+    "side": r"(?:ahead|behind)",
+    "state": r"(?:not synchronised|synchronised(?: at times)?)",
+    "error": r"\d+\.\d+ (?:us|ms|s)",
+    "stamps": r"(?:user|kernel)(?: \(of \d+ requests and \d+ replies\))?",
 }
 ANY_NUMBER = re.compile(r" *\d+(?:\.\d+)?")
 
