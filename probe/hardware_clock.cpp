@@ -71,8 +71,8 @@ hardware_clock::hardware_clock(int socket, const session_options &options)
     }
     check_interface();
     open_clock();
-    switch_on();
     compare();
+    switch_on(); // last: whatever is refused before leaves the interface as it was
 }
 
 hardware_clock::~hardware_clock()

@@ -54,10 +54,10 @@ olv_fastpath::received_packet packet_of(std::uint32_t session, std::span<const s
 }
 
 [[gnu::noinline]] void end(olv_fastpath::reflector::batch &batch, olv_fastpath::departing_replies &replies,
-                           const olv_fastpath::processor_clock &clock)
+                           const olv_fastpath::reflector &subject)
 {
     batch.count();
-    replies.stamp(clock);
+    replies.stamp(subject.clock(), 0, subject.noted_departures());
 }
 
 class driver {
@@ -80,7 +80,7 @@ class driver {
                 failures += reflect(together, (batch * batch_length + number) * 7 % sessions) ? 0 : 1;
             }
             CALLGRIND_TOGGLE_COLLECT;
-            end(together, replies_, reflector_.clock());
+            end(together, replies_, reflector_);
             CALLGRIND_TOGGLE_COLLECT;
         }
         return failures;

@@ -49,8 +49,8 @@ struct fast_path_options {
     std::optional<std::uint16_t> minimum_source_port{};
     bool answer_groups = false;           ///< What was sent to a group, or to all hosts, as well.
     std::uint32_t packets_per_second = 0; ///< Of each responder, wherever they come in; 0: no limit.
-    /** Of a session that had no request with a plausible time stamp: within a day of now, or rising. Whatever
-     *  answers without being a reflector is slowed by it. 0: no limit. */
+    /** Of a session's requests without a plausible time stamp: within a day of now, or rising. Whatever answers
+     *  without being a reflector is slowed by it, and where there are no sessions, an address. 0: no limit. */
     std::uint32_t unstamped_packets_per_second = 100;
 
     // Sockets.

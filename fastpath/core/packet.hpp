@@ -36,7 +36,6 @@ struct unstamped_reply {
     std::span<std::uint8_t> bytes;  ///< A view of the room that was given for it.
     reply_clock clock;              ///< That its times follow from.
     std::uint8_t traffic_class = 0; ///< The request's DSCP, ECN bits 0.
-    sent_stamps *sent = nullptr;    ///< Where its time of departure is noted; NULL: nowhere.
 };
 
 /** What became of a packet. */

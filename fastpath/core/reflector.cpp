@@ -84,8 +84,7 @@ verdict reflector::batch::reflect(const received_packet &packet, const packet_pa
     return {.dropped = std::nullopt,
             .reply = {.bytes = reply,
                       .clock = clock_,
-                      .traffic_class = static_cast<std::uint8_t>(packet.traffic_class & dscp_mask),
-                      .sent = &own.sessions_.peers()->stamps}};
+                      .traffic_class = static_cast<std::uint8_t>(packet.traffic_class & dscp_mask)}};
 }
 
 inline reflector::numbered reflector::number_for(const received_packet &packet, const responder_view &responder,

@@ -129,6 +129,8 @@ class reflector {
         return sessions_.end_all(responder_id);
     }
     /** Whether another reflector has had to refuse a sender, and has not been looked after here. */
+    /** Where the times of departure of its replies are to be noted. */
+    [[nodiscard]] sent_stamps *noted_departures() const { return &sessions_.peers()->stamps; }
     [[nodiscard]] bool is_asked_for_place() const { return sessions_.is_asked_for_place(); }
     void give_place(std::uint64_t now) { sessions_.give_place(now); }
 

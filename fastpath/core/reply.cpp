@@ -25,7 +25,7 @@ void departing_replies::begin_group(const reply_clock &clock)
     clock_ = clock;
 }
 
-void departing_replies::stamp(const processor_clock &clock, std::int32_t tai_ahead)
+void departing_replies::stamp(const processor_clock &clock, std::int32_t tai_ahead, sent_stamps *sent)
 {
     if (count_ == 0) {
         return;
@@ -41,8 +41,8 @@ void departing_replies::stamp(const processor_clock &clock, std::int32_t tai_ahe
             const bool is_ptp = has_ptp_format(reply + olv_net::reflector_packet::error_estimate);
             const std::uint64_t written =
                 write_departure(reply, is_ptp ? ptp_words(instant, tai_ahead) : departure);
-            if (written != noted && sent_ != nullptr) {
-                sent_->note(written);
+            if (written != noted && sent != nullptr) {
+                sent->note(written);
                 noted = written;
             }
         }

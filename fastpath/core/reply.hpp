@@ -114,13 +114,13 @@ class departing_replies {
         if (reply.clock != clock_) {
             begin_group(reply.clock);
         }
-        sent_ = reply.sent;
         replies_[count_++] = reply.bytes.data();
     }
 
     /** They leave now: write the time into each. There are none then.
-     *  @param tai_ahead  As their times of arrival have it. */
-    void stamp(const processor_clock &clock, std::int32_t tai_ahead = 0);
+     *  @param tai_ahead  As their times of arrival have it.
+     *  @param sent       Where their times of departure are noted; NULL: nowhere. */
+    void stamp(const processor_clock &clock, std::int32_t tai_ahead = 0, sent_stamps *sent = nullptr);
 
   private:
     /** Replies of a responder that others of another one came after. */
@@ -133,8 +133,7 @@ class departing_replies {
 
     std::array<std::uint8_t *, most> replies_{};
     std::size_t count_ = 0;
-    reply_clock clock_;           ///< Of the last ones.
-    sent_stamps *sent_ = nullptr; ///< The same for all: they are one reflector's.
+    reply_clock clock_; ///< Of the last ones.
     std::vector<earlier_group> earlier_;
 };
 

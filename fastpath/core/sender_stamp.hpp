@@ -27,9 +27,12 @@ class sender_stamp {
     /** Within a day of an instant, in units of ntp_time. In PTP format that may be TAI or UTC. */
     [[nodiscard]] bool is_near(std::uint64_t instant) const
     {
-        const auto seconds = static_cast<std::uint32_t>(instant >> 32);
-        const std::uint32_t then = is_ptp_ ? seconds - olv_net::ntp_unix_offset : seconds;
-        return static_cast<std::uint32_t>(value_ >> 32) - then + day <= 2 * day;
+        const std::uint32_t ahead =
+            static_cast<std::uint32_t>(value_ >> 32) - static_cast<std::uint32_t>(instant >> 32) + day;
+        if (ahead <= 2 * day) [[likely]] {
+            return true; // whatever format its error estimate tells
+        }
+        return is_ptp_ && ahead + olv_net::ntp_unix_offset <= 2 * day;
     }
 
     /** A clock without a date would show it, so many seconds, rounded down, after another stamp. */

@@ -63,7 +63,7 @@ class sent_stamps {
     [[nodiscard]] bool are_in(std::span<const std::uint8_t> request) const
     {
         using namespace olv_net;
-        const bool is_ptp = (request[sender_packet::error_estimate] & error_estimate::ptp_format >> 8) != 0;
+        const bool is_ptp = says_ptp(request);
         const bool is_long = request.size() >= reflector_packet::sender_error_estimate;
         // Nearly all others are found out here, without looking anything up.
         const bool may_be = is_ptp || has_mark(request, sender_packet::timestamp) ||
@@ -76,8 +76,9 @@ class sent_stamps {
     [[nodiscard]] bool are_anywhere_in(std::span<const std::uint8_t> request) const
     {
         const std::size_t end = std::min(request.size(), searched);
+        const bool is_ptp = says_ptp(request);
         for (std::size_t position = 0; position + sizeof(std::uint64_t) <= end; ++position) {
-            if (has_mark(request, position) && is_one(request, position)) {
+            if ((is_ptp || has_mark(request, position)) && is_one(request, position)) {
                 return true;
             }
         }
@@ -98,6 +99,13 @@ class sent_stamps {
     [[nodiscard]] static std::size_t place_of(std::uint64_t stamp)
     {
         return static_cast<std::size_t>(stamp * 0x9E3779B97F4A7C15u >> 48);
+    }
+
+    /** Replies to such requests have PTP time stamps, which have no mark. */
+    [[nodiscard]] static bool says_ptp(std::span<const std::uint8_t> request)
+    {
+        return (request[olv_net::sender_packet::error_estimate] & olv_net::error_estimate::ptp_format >> 8) !=
+               0;
     }
 
     /** Of what may be a stamp in NTP format, at a position of a request. */

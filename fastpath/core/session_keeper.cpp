@@ -4,7 +4,6 @@
 #include <array>
 #include <utility>
 
-#include "fastpath/core/sender_stamp.hpp"
 #include "fastpath/core/state_entry.hpp"
 
 namespace olv_fastpath {
@@ -72,10 +71,8 @@ entered_session session_keeper::begin(const session_key &key, const received_pac
     }
     session *begun = table_.insert(key, responder.creation, packet.arrival_ticks); // there is room
     begun->last_number = olv_net::load_32(&packet.payload[olv_net::sender_packet::sequence_number]);
-    const sender_stamp stamp{packet.payload};
-    begun->is_stamped = stamp.is_near(instant);
     unstamped_sender &sender = table_.unstamped(*begun);
-    sender = {.stamp = stamp.value(), .paid = packet.arrival_ticks};
+    sender = {.stamp = sender_stamp{packet.payload}.value(), .paid = packet.arrival_ticks};
     (void)unstamped_.take(sender.paid, packet.arrival_ticks); // its first
     return {.entry = begun};
 }
@@ -172,15 +169,15 @@ std::optional<drop_reason> session_keeper::reason_against(const received_packet 
     return std::nullopt;
 }
 
-bool session_keeper::may_pass(session &entry, const received_packet &packet, std::uint64_t instant)
+bool session_keeper::may_pass(session &entry, const received_packet &packet)
 {
     const sender_stamp stamp{packet.payload};
     unstamped_sender &sender = table_.unstamped(entry);
     const std::uint64_t now = packet.arrival_ticks;
     const std::uint64_t idle = is_idle_for(entry, 0, now) ? now - entry.last_arrival : 0;
-    entry.is_stamped = stamp.is_near(instant) || stamp.follows(sender.stamp, idle / ticks_per_second_);
+    const bool rises = stamp.follows(sender.stamp, idle / ticks_per_second_);
     sender.stamp = stamp.value();
-    return entry.is_stamped || unstamped_.take(sender.paid, now);
+    return rises || unstamped_.take(sender.paid, now);
 }
 
 bool session_keeper::may_pass(const olv_net::ip_address &sender, std::uint64_t now)

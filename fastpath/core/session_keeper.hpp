@@ -20,6 +20,7 @@
 #include "fastpath/core/packet.hpp"
 #include "fastpath/core/place_requests.hpp"
 #include "fastpath/core/responders.hpp"
+#include "fastpath/core/sender_stamp.hpp"
 #include "fastpath/core/sent_stamps.hpp"
 #include "fastpath/core/session_table.hpp"
 #include "fastpath/core/statistics.hpp"
@@ -60,7 +61,8 @@ struct reflector_peers {
  * found any more; they are forgotten little by little, without being counted as ended.
  *
  * Requests that are answers to replies have no session, and those without a plausible time stamp are limited:
- * each session's, and the first packets of sessions by their senders' addresses.
+ * each session's, and the first packets of sessions by their senders' addresses. A plausible one stands for
+ * itself alone, as it may be forged.
  *
  * Belongs to one thread at a time; the processor has to outlive it.
  */
@@ -101,8 +103,8 @@ class session_keeper {
     [[nodiscard]] const std::shared_ptr<reflector_peers> &peers() const { return peers_; }
 
   private:
-    /** A session's first request, and each one after so many, is searched for stamps of replies from end to
-     *  end, the others where senders' stamps are. */
+    /** A session's first request, and each one after so many, is searched for stamps of replies at all places,
+     *  the others where senders' stamps are. */
     static constexpr std::uint32_t searches_one_in = 64;
     /** Idle sessions that a batch of packets ends: more than it may begin. */
     static constexpr std::uint32_t idle_each_batch = 64;
@@ -130,9 +132,8 @@ class session_keeper {
     {
         return thoroughly ? peers_->stamps.are_anywhere_in(request) : peers_->stamps.are_in(request);
     }
-    /** @return Whether a packet of a session that had no plausible time stamp so far may pass. */
-    [[gnu::cold, gnu::noinline]] bool may_pass(session &entry, const received_packet &packet,
-                                               std::uint64_t instant);
+    /** @return Whether a packet of a session may pass whose time stamp is not near now. */
+    [[gnu::cold, gnu::noinline]] bool may_pass(session &entry, const received_packet &packet);
     /** The same of a sender without a session. */
     [[nodiscard]] bool may_pass(const olv_net::ip_address &sender, std::uint64_t now);
     /** Whether its sender numbers its packets anew with this one. */
@@ -185,7 +186,7 @@ inline entered_session session_keeper::enter(const received_packet &packet, cons
     if (answers_a_reply(packet.payload, (known->next_sequence_number + 1) % searches_one_in == 0)) {
         return {.refused = drop_reason::answer_to_reply};
     }
-    if (!known->is_stamped && !may_pass(*known, packet, instant)) {
+    if (!sender_stamp{packet.payload}.is_near(instant) && !may_pass(*known, packet)) {
         return {.refused = drop_reason::unstamped_rate};
     }
     const std::uint32_t number = olv_net::load_32(&packet.payload[olv_net::sender_packet::sequence_number]);

@@ -52,7 +52,6 @@ struct alignas(64) session {
     std::uint32_t responder_id = 0;
     olv_net::ip_endpoint sender;
     session_stage stage = session_stage::none; ///< None: the slot is free.
-    bool is_stamped = false;                   ///< A request had a plausible time stamp.
     responder_creation creation;
     std::uint32_t next_sequence_number = 0;
     std::uint64_t last_arrival = 0; ///< Ticks of timer 0.
@@ -73,9 +72,9 @@ struct alignas(64) session {
 
 static_assert(sizeof(session) == 64);
 
-/** What is known of a sender whose requests had no plausible time stamp. */
+/** What is known of a sender of requests without a time stamp near now. */
 struct unstamped_sender {
-    std::uint64_t stamp = 0; ///< Of its last packet.
+    std::uint64_t stamp = 0; ///< Of its first packet, or of the last such one.
     std::uint64_t paid = 0;  ///< See pacing.
 };
 

@@ -116,7 +116,8 @@ void packet_carrier::count(udp_listener &from, const std::optional<drop_reason> 
 void packet_carrier::send(udp_listener &from, reflector::batch &batch)
 {
     batch.count();
-    const send_result result = replies_.send(from.socket.number(), reflector_.clock(), batch.tai_ahead());
+    const send_result result = replies_.send(from.socket.number(), reflector_.clock(), batch.tai_ahead(),
+                                             reflector_.noted_departures());
     from.counters.sent_replies += result.sent;
     from.counters.failed_replies += result.failed;
     from.segments = from.segments && !result.segments_refused;

@@ -157,9 +157,10 @@ void reply_batch::begin_departure(const received_message &to, const unstamped_re
     message.msg_controllen = begun.plain_control;
 }
 
-send_result reply_batch::send(int socket, const processor_clock &clock, std::int32_t tai_ahead)
+send_result reply_batch::send(int socket, const processor_clock &clock, std::int32_t tai_ahead,
+                              sent_stamps *sent)
 {
-    departing_.stamp(clock, tai_ahead);
+    departing_.stamp(clock, tai_ahead, sent);
     send_result result;
     std::size_t done = 0;
     int waits = 0;

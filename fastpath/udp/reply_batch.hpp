@@ -67,8 +67,9 @@ class reply_batch {
     }
 
     /** Write the time of departure into the replies and send them. Waits for room in the socket, but not for
-     *  long. There are none then. */
-    send_result send(int socket, const processor_clock &clock, std::int32_t tai_ahead = 0);
+     *  long. There are none then. The rest is as of departing_replies::stamp(). */
+    send_result send(int socket, const processor_clock &clock, std::int32_t tai_ahead = 0,
+                     sent_stamps *sent = nullptr);
 
   private:
     /** Octets of the longest request whose reply is written behind the last one. */

@@ -251,6 +251,15 @@ template <__rlimit_resource Resource, rlim_t Limit> bool limit()
     return setrlimit(Resource, &limited) == 0;
 }
 
+/** What a run ends with, --check says before it. */
+void expect_found_by_check(const std::string &options, bool (*limited)(), const std::string &errors)
+{
+    test_folder folder;
+    folder.write("config.json", "{}");
+    EXPECT_EQ(twampctl("run --check --config " + folder.path("config.json") + " " + options, limited),
+              ends(2, "", errors));
+}
+
 TEST(Shortage, OfThreads)
 {
     // Threads have stacks as long as the limit says, and no address space is as large.
@@ -260,6 +269,7 @@ TEST(Shortage, OfThreads)
     EXPECT_EQ(finished.errors, "twampctl: no thread is to be had: Resource temporarily unavailable "
                                "(ulimit -u and -v, pids.max of the control group)\n");
     EXPECT_THAT(finished.output, HasSubstr(std::string("module shut down\n") + nothing_left));
+    expect_found_by_check("--listen 127.0.0.1:0", limit<RLIMIT_STACK, 1ULL << 47>, finished.errors);
 }
 
 TEST(Shortage, OfDescriptors)
@@ -272,6 +282,7 @@ TEST(Shortage, OfDescriptors)
               "twampctl: cannot listen on 127.0.0.1:8620: Too many open files; this process may "
               "have 25 descriptors (ulimit -n)\n");
     EXPECT_THAT(finished.output, HasSubstr(std::string("module shut down\n") + nothing_left));
+    expect_found_by_check("--workers 8 --listen 127.0.0.1:8620", limit<RLIMIT_NOFILE, 25>, finished.errors);
 }
 
 #ifndef __SANITIZE_ADDRESS__ // which takes more of it than any limit
@@ -281,6 +292,8 @@ TEST(Shortage, OfMemory)
         twampctl("run --listen 127.0.0.1:0 --duration 0 --sessions 16777216", limit<RLIMIT_AS, 256ULL << 20>);
     EXPECT_EQ(finished,
               ends(1, "", "twampctl: no memory is to be had for 65536 responder IDs and 16777216 sessions\n"));
+    expect_found_by_check("--listen 127.0.0.1:0 --sessions 16777216", limit<RLIMIT_AS, 256ULL << 20>,
+                          finished.errors);
 }
 #endif
 

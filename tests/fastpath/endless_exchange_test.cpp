@@ -101,7 +101,7 @@ TEST_F(endless_exchange_test, ends_with_whatever_answer_carries_the_replys_stamp
     }
 }
 
-/** Each answer is the first packet of a session, so it is searched from end to end. */
+/** Each answer is the first packet of a session, so it is searched at all places. */
 TEST_F(endless_exchange_test, ends_with_a_peer_that_answers_from_another_port_each_time)
 {
     EXPECT_EQ(rounds(
@@ -148,6 +148,18 @@ TEST_F(endless_exchange_test, ends_in_stateless_mode_too)
     }
 }
 
+/** It is asked for in PTP format, in which our stamps are whole nanoseconds as well. */
+TEST_F(endless_exchange_test, ends_in_ptp_format_where_stamps_stand_elsewhere)
+{
+    const auto ptp_answer = [](const bytes &reply) {
+        bytes made = answer(reply, 60, 41);
+        made[12] |= 0x40;
+        return made;
+    };
+    EXPECT_LE(rounds(ptp_answer(request_of(41)), ptp_answer), 64);
+    EXPECT_EQ(last_, drop_reason::answer_to_reply);
+}
+
 TEST_F(endless_exchange_test, ends_with_a_reflector_that_shares_its_peers)
 {
     const auto peers = std::make_shared<reflector_peers>(2u);
@@ -155,7 +167,7 @@ TEST_F(endless_exchange_test, ends_with_a_reflector_that_shares_its_peers)
     reflector second{processor_, {}, peers};
     bytes replied(41);
     departing_.add(first.reflect(packet_of(request_of(41)), usual_path, replied).reply);
-    departing_.stamp(first.clock());
+    departing_.stamp(first.clock(), 0, first.noted_departures());
     bytes room(41);
     EXPECT_EQ(second.reflect(packet_of(replied), usual_path, room).dropped, drop_reason::answer_to_reply);
 }
@@ -252,7 +264,9 @@ TEST_F(unstamped_test, packets_of_a_session_without_a_plausible_stamp_are_limite
         {"in TAI", [=](auto) { return UINT64_C(1700000037) * second; }, 0x4A01, 150},
         {"of PTP format without saying so", [=](auto) { return UINT64_C(1700000000) * second; }, 0x0A01, 100},
         {"rising since the sender's start", [](auto number) { return number + 1u; }, 0, 150},
-        {"one that is plausible", [=](auto number) { return number == 99 ? today * second : 0; }, 0x0A01, 150},
+        {"one that is plausible", [=](auto number) { return number == 99 ? today * second : 0; }, 0x0A01, 101},
+        {"constant text after a forged one",
+         [=](auto number) { return number == 0 ? today * second : text(0); }, 0x0A01, 100},
     };
     use_options({}, 100);
     write_state(responder_id, {.ntp_seconds = today, .ntp_fraction = 0, .ticks = start_ticks});

@@ -211,7 +211,7 @@ class reflector_test : public fastpath_test {
         if (!made.dropped) {
             EXPECT_EQ(made.reply.bytes.data(), room.data());
             departing_.add(made.reply);
-            departing_.stamp(subject().clock());
+            departing_.stamp(subject().clock(), 0, subject().noted_departures());
         }
         room.resize(made.reply.bytes.size());
         return {made.dropped, made.reply.traffic_class, room};

@@ -3,12 +3,15 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <stdexcept>
 
 #include <unistd.h>
 
 #include "apps/twampctl/run/run_options.hpp"
+#include "apps/twampctl/site/traffic_options.hpp"
 #include "net/binding.hpp"
+#include "olv_sim/processor.hpp"
 
 namespace twampctl {
 namespace {
@@ -48,15 +51,21 @@ void check_trace(const std::filesystem::path &file)
 } // namespace
 
 void check_run(const run_options &options)
-{
-    std::vector<olv_net::descriptor> opened; // at the same time, as there is a limit
+try {
+    // At the same time, as there are limits: memory, descriptors, threads.
+    olv_sim::processor processor{olv_sim::classifier_program::twamp(options.capacity)};
+    olv_fastpath::fast_path fast_path{processor, options.fast_path};
+    std::vector<olv_net::descriptor> opened;
     for (const listen_place &each : options.places) {
         open_sockets(each.address, SOCK_DGRAM, options.fast_path.workers, "listen on ", opened);
     }
+    fast_path.start();
     for (const olv_net::socket_address &each : options.metrics) {
         open_sockets(each, SOCK_STREAM, 1, "serve metrics at ", opened);
     }
     check_trace(options.trace_file);
+} catch (const std::bad_alloc &) {
+    throw std::runtime_error(no_memory_for(options.capacity, options.fast_path.session_capacity));
 }
 
 } // namespace twampctl

@@ -10,8 +10,8 @@ namespace twampctl {
 struct run_options;
 
 /**
- * Open the sockets that a run would open, close them again, and look at the file of the trace. An address in
- * use is good: what is to be replaced still runs.
+ * Take the memory, the threads and the sockets that a run would take, give them back, and look at the file of
+ * the trace. An address in use is good: what is to be replaced still runs.
  * @throw std::runtime_error  One line: why a run would not begin.
  */
 void check_run(const run_options &options);

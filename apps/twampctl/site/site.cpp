@@ -7,6 +7,7 @@
 #include "apps/twampctl/console/progress.hpp"
 #include "apps/twampctl/program_name.hpp"
 #include "apps/twampctl/site/status_text.hpp"
+#include "apps/twampctl/site/traffic_options.hpp"
 #include "hyx.h"
 #include "olv_sim/statuses.hpp"
 #include "twamp_program.h"
@@ -44,9 +45,8 @@ try : name_(options.name), processor_(options.program),
                                       .default_entry_point = options.default_entry_point})),
     fast_path_(processor_, options.fast_path) {
 } catch (const std::bad_alloc &) {
-    throw std::runtime_error("no memory is to be had for " + std::to_string(responder_ids_of(options.program)) +
-                             " responder IDs and " + std::to_string(options.fast_path.session_capacity) +
-                             " sessions");
+    throw std::runtime_error(
+        no_memory_for(responder_ids_of(options.program), options.fast_path.session_capacity));
 }
 
 site::~site()

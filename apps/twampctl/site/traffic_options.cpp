@@ -29,7 +29,7 @@ void add_traffic_options(olv_apps::command to, traffic_options &options)
                   "Packets that each responder takes in a second; default: no limit")
         .whole_number_between(1, 1'000'000'000);
     to.add_option("--unstamped-rate", options.fast_path.unstamped_packets_per_second,
-                  "Packets a second of a session without a plausible time stamp; 0: no limit (100)")
+                  "Packets a second of a session that have no plausible time stamp; 0: no limit (100)")
         .whole_number_between(0, 1'000'000'000);
     to.add_option(
           "--clock", options.clock,

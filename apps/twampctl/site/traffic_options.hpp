@@ -5,6 +5,7 @@
 #ifndef OLV_TWAMPCTL_TRAFFIC_OPTIONS_HPP
 #define OLV_TWAMPCTL_TRAFFIC_OPTIONS_HPP
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,13 @@ struct traffic_options {
     /** @throw std::invalid_argument  A text of --allow is no prefix. */
     void apply(olv_fastpath::fast_path_options &to) const;
 };
+
+/** What is said where a processor cannot be made for want of memory. */
+[[nodiscard]] inline std::string no_memory_for(std::uint32_t responder_ids, std::uint32_t sessions)
+{
+    return "no memory is to be had for " + std::to_string(responder_ids) + " responder IDs and " +
+           std::to_string(sessions) + " sessions";
+}
 
 void add_traffic_options(olv_apps::command to, traffic_options &options);
 

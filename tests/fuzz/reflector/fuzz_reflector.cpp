@@ -308,7 +308,7 @@ void reflector_run::packets(std::uint32_t ports)
             const verdict made = reflector_.reflect(received_, path_, reply);
             if (!made.dropped) {
                 departing_.add(made.reply);
-                departing_.stamp(reflector_.clock());
+                departing_.stamp(reflector_.clock(), 0, reflector_.noted_departures());
             }
             check_verdict(made, reply);
         }

@@ -189,7 +189,6 @@ class reflector_expectation {
         std::uint64_t order = 0; ///< Of its last packet.
         std::uint32_t number = 0;
         bool is_established = false;
-        bool is_stamped = false;
         std::uint64_t stamp = 0;
         std::uint64_t paid = 0; ///< Ticks up to when its packets without a plausible stamp are paid for.
     };
@@ -213,7 +212,6 @@ class reflector_expectation {
         }
         session begun;
         begun.next = constants_.first_sequence_number + 1;
-        begun.is_stamped = is_near(packet);
         begun.stamp = load(packet.payload, 4, 8);
         begun.paid = packet.arrival_ticks + ticks_each();
         note_packet(begun, packet);
@@ -295,15 +293,14 @@ class reflector_expectation {
 
     [[nodiscard]] bool may_pass(session &entry, const received_packet &packet) const
     {
-        if (entry.is_stamped) {
+        if (is_near(packet)) {
             return true;
         }
         const std::uint64_t stamp = load(packet.payload, 4, 8);
         const std::uint64_t seconds = (packet.arrival_ticks - entry.last_arrival) / frequency_;
         const std::uint64_t risen = stamp - entry.stamp;
-        entry.is_stamped = is_near(packet) || (risen != 0 && risen >> 32 <= seconds + 1);
         entry.stamp = stamp;
-        if (entry.is_stamped) {
+        if (risen != 0 && risen >> 32 <= seconds + 1) {
             return true;
         }
         const std::uint64_t start = std::max(entry.paid, packet.arrival_ticks);
