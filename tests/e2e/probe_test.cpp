@@ -384,6 +384,7 @@ TEST(ProbeVersion, IsThatOfTheOtherProgram)
     const finished_program probe = twamp_probe("--version");
     EXPECT_THAT(probe.output, StartsWith("twamp-probe "));
     EXPECT_EQ(probe, prints("twamp-probe " + twampctl("--version").output.substr(9)));
+    EXPECT_EQ(twamp_probe("127.0.0.1:1 --count 5 --version"), probe);
 }
 
 // Mistakes
