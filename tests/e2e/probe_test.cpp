@@ -412,6 +412,7 @@ TEST(ProbeMistake, IsSaidInOneLine)
         {"127.0.0.1:862 --nope", "The following argument was not expected: --nope; try twamp-probe --help"},
         {"127.0.0.1:862 --count 1 --duration 1", "--count excludes --duration; try twamp-probe --help"},
         {"127.0.0.1:862 --flood --interval 1", "--interval excludes --flood; try twamp-probe --help"},
+        {"127.0.0.1:862 --flood --schedule poisson", "--schedule excludes --flood; try twamp-probe --help"},
         {"127.0.0.1:862 --window 1", "--window requires --flood; try twamp-probe --help"},
         {"127.0.0.1:862 --senders 2 --count 5000001",
          "2 senders of 5000001 packets are more than 10000000 packets together"},
