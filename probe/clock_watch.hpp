@@ -21,7 +21,7 @@ struct offset_bounds {
 
 /** A reading of the two clocks. */
 struct clock_reading {
-    std::uint32_t sequence = 0; ///< Of the packet that it belongs to.
+    std::uint64_t sequence = 0; ///< Of the packet that it belongs to.
     std::chrono::nanoseconds at{0};
     offset_bounds ahead;
     /** By how much more the clock may be off by its own resolution. */

@@ -68,9 +68,8 @@ void measurement::correct_departure(std::uint32_t sequence, nanoseconds later)
 void measurement::watch_sender_clock(wire::ntp_time departure, nanoseconds sent_at)
 {
     const nanoseconds ahead = nanoseconds(wire::nanoseconds_between(*first_departure_, departure)) - sent_at;
-    const auto sequence = static_cast<std::uint32_t>(counts_.sent);
-    const clock_watch::finding found =
-        sender_clock_.observe({.sequence = sequence, .at = sent_at, .ahead = {.low = ahead, .high = ahead}});
+    const clock_watch::finding found = sender_clock_.observe(
+        {.sequence = counts_.sent, .at = sent_at, .ahead = {.low = ahead, .high = ahead}});
     if (found.set) {
         note(session_event::kind::sender_clock_set, found.set->sequence, found.by);
     }
@@ -108,8 +107,8 @@ std::optional<std::int64_t> measurement::reply_received(const received_reply &re
     if (record == nullptr) {
         return std::nullopt;
     }
-    const reflector_numbers::pair given{.sequence =
-                                            wire::load_32(&reply.octets[reply_field::sender_sequence_number]),
+    const std::uint32_t sequence = wire::load_32(&reply.octets[reply_field::sender_sequence_number]);
+    const reflector_numbers::pair given{.sequence = number_of(sequence),
                                         .number = wire::load_32(&reply.octets[reply_field::sequence_number])};
     if (record->answered) {
         count_duplicate(given.number, *record);
@@ -118,13 +117,13 @@ std::optional<std::int64_t> measurement::reply_received(const received_reply &re
     record->answered = true;
     ++counts_.answered;
     expired_ -= record->expired;
-    record->late = order_.is_late(given.sequence);
+    record->late = order_.is_late(sequence);
     counts_.reordered += record->late;
     record->reflector_number = given.number;
     const wire::ntp_time departure = wire::ntp_time::from_units(record->departure);
     const nanoseconds away = reply.instant - start_ - nanoseconds(record->sent_at);
     const reflector_times times = times_.read(reply.octets, {.departure = departure, .away = away});
-    fault_set faults = format_.check(reply.octets, given.sequence, departure);
+    fault_set faults = format_.check(reply.octets, sequence, departure);
     faults.add(times.faults);
     faults.add(note_number(given));
     record->set_faults(faults);
@@ -235,9 +234,12 @@ void measurement::forget_replies()
 
 fault_set measurement::note_number(reflector_numbers::pair given)
 {
-    const reflector_numbers::finding found = numbers_.reply(given, sent());
+    const reflector_numbers::finding found = numbers_.reply(given, counts_.sent);
     if (found.began_anew) {
         ++counts_.restarts;
+        if (packet_record *const first = request(*found.began_anew)) {
+            first->began_anew = 1;
+        }
         note(session_event::kind::reflector_restart, *found.began_anew, nanoseconds(0));
     }
     if (found.repeated_before) {
@@ -251,9 +253,9 @@ fault_set measurement::note_number(reflector_numbers::pair given)
 }
 
 /** A reply that seemed good when it came. */
-void measurement::add_fault(std::uint32_t sequence, reply_fault fault)
+void measurement::add_fault(std::uint64_t number, reply_fault fault)
 {
-    packet_record *const record = find(sequence);
+    packet_record *const record = request(number);
     if (record == nullptr) {
         return;
     }
@@ -318,22 +320,22 @@ void measurement::measure(const received_reply &reply, const reflector_times &ti
 void measurement::watch_reflector_clock(const received_reply &reply, const reflector_times &times,
                                         packet_record &record)
 {
-    const std::uint32_t sequence = wire::load_32(&reply.octets[reply_field::sender_sequence_number]);
-    if (sequence < watched_) {
+    const std::uint64_t number = number_of(wire::load_32(&reply.octets[reply_field::sender_sequence_number]));
+    if (number < watched_) {
         return; // late
     }
-    watched_ = sequence + 1;
+    watched_ = number + 1;
     const nanoseconds sent_at{record.sent_at};
     const nanoseconds high =
         nanoseconds(wire::nanoseconds_between(*first_departure_, times.received)) - sent_at;
     const clock_watch::finding found =
-        reflector_clock_.observe({.sequence = sequence,
+        reflector_clock_.observe({.sequence = number,
                                   .at = sent_at,
                                   .ahead = {.low = high - nanoseconds(record.round_trip), .high = high},
                                   .resolution = resolution_of(reply.octets)});
     record.one_way_measured = !found.is_open;
     if (found.set) {
-        if (packet_record *const first = find(found.set->sequence)) {
+        if (packet_record *const first = request(found.set->sequence)) {
             first->one_way_measured = first->measured;
         }
         note(session_event::kind::reflector_clock_set, found.set->sequence, found.by);
@@ -343,11 +345,11 @@ void measurement::watch_reflector_clock(const received_reply &reply, const refle
     }
 }
 
-void measurement::note(session_event::kind what, std::uint32_t sequence, nanoseconds by)
+void measurement::note(session_event::kind what, std::uint64_t number, nanoseconds by)
 {
-    const packet_record *const first = find(sequence);
+    const packet_record *const first = request(number);
     if (first != nullptr && events_.size() < maximum_events) {
-        events_.push_back({.what = what, .sequence = sequence, .at = nanoseconds(first->sent_at), .by = by});
+        events_.push_back({.what = what, .sequence = number, .at = nanoseconds(first->sent_at), .by = by});
     }
 }
 
@@ -355,7 +357,7 @@ std::vector<packet_range> measurement::periods() const
 {
     std::vector<std::size_t> begins{0};
     for (const session_event &event : events_) {
-        const std::size_t place = place_of(event.sequence);
+        const std::uint64_t place = event.sequence - forgotten_;
         if (event.what != session_event::kind::reflector_restart && place < records_.size()) {
             begins.push_back(place);
         }
@@ -373,69 +375,22 @@ std::vector<packet_range> measurement::periods() const
 /** One that has a higher number than the reply to any later request. */
 std::uint64_t measurement::overtaken_forward() const
 {
-    std::vector<std::size_t> beginnings;
-    for (const session_event &event : events_) {
-        if (event.what == session_event::kind::reflector_restart) {
-            beginnings.push_back(place_of(event.sequence));
-        }
-    }
+    const packet_record *const undecided =
+        numbers_.candidate() ? request(numbers_.candidate()->sequence) : nullptr;
     std::uint64_t overtaken = 0;
     std::optional<std::uint32_t> lowest;
     for (std::size_t place = records_.size(); place-- > 0;) {
         const packet_record &record = records_[place];
-        if (record.answered && !record.faults().has(reply_fault::reflector_sequence)) {
+        if (record.answered && &record != undecided && !record.faults().has(reply_fault::reflector_sequence)) {
             const bool above = lowest && is_above(record.reflector_number, *lowest);
             overtaken += above ? 1 : 0;
             lowest = above ? lowest : record.reflector_number;
         }
-        if (std::find(beginnings.begin(), beginnings.end(), place) != beginnings.end()) {
+        if (record.began_anew) {
             lowest.reset();
         }
     }
     return overtaken;
-}
-
-// ---------------------------------------------------------------------------------------------------------
-// Samples
-// ---------------------------------------------------------------------------------------------------------
-
-packet_records measurement::records(packet_range of) const
-{
-    const auto end = static_cast<std::ptrdiff_t>(std::min(of.end, records_.size()));
-    return {records_.begin() + std::min(static_cast<std::ptrdiff_t>(of.begin), end), records_.begin() + end};
-}
-
-void measurement::append_delays(path which, packet_range of, std::vector<std::int64_t> &samples) const
-{
-    for (const packet_record &record : records(of)) {
-        if (record.has(which)) {
-            samples.push_back(record.delay(which));
-        }
-    }
-}
-
-void measurement::append_delay_variation(path which, packet_range of, std::vector<std::int64_t> &samples) const
-{
-    const packet_record *before = nullptr;
-    for (const packet_record &record : records(of)) {
-        if (before != nullptr && before->has(which) && record.has(which)) {
-            samples.push_back(record.delay(which) - before->delay(which));
-        }
-        before = &record;
-    }
-}
-
-void measurement::append_delay_above_minimum(path which, packet_range of,
-                                             std::vector<std::int64_t> &samples) const
-{
-    const std::size_t own = samples.size();
-    append_delays(which, of, samples);
-    const auto begin = samples.begin() + static_cast<std::ptrdiff_t>(own);
-    if (begin == samples.end()) {
-        return;
-    }
-    const std::int64_t shortest = *std::min_element(begin, samples.end());
-    std::for_each(begin, samples.end(), [shortest](std::int64_t &sample) { sample -= shortest; });
 }
 
 } // namespace olv_probe

@@ -93,8 +93,7 @@ class measurement {
     /** Nothing, if the request was not sent, or is kept no longer. */
     [[nodiscard]] const packet_record *find(std::uint32_t sequence) const
     {
-        const std::size_t place = place_of(sequence);
-        return place < records_.size() ? &records_[place] : nullptr;
+        return request(number_of(sequence));
     }
     /** In the order in which they were noticed. */
     [[nodiscard]] const std::vector<session_event> &events() const { return events_; }
@@ -119,9 +118,19 @@ class measurement {
     {
         return const_cast<packet_record *>(std::as_const(*this).find(sequence));
     }
-    [[nodiscard]] std::size_t place_of(std::uint32_t sequence) const
+    /** How many requests were sent before the one that is kept with this sequence number of 32 bits. */
+    [[nodiscard]] std::uint64_t number_of(std::uint32_t sequence) const
     {
-        return static_cast<std::uint32_t>(sequence - static_cast<std::uint32_t>(forgotten_));
+        return forgotten_ + static_cast<std::uint32_t>(sequence - static_cast<std::uint32_t>(forgotten_));
+    }
+    [[nodiscard]] const packet_record *request(std::uint64_t number) const
+    {
+        const std::uint64_t place = number - forgotten_;
+        return place < records_.size() ? &records_[place] : nullptr;
+    }
+    [[nodiscard]] packet_record *request(std::uint64_t number)
+    {
+        return const_cast<packet_record *>(std::as_const(*this).request(number));
     }
     void forget_oldest();
     void count_unknown(std::uint32_t sequence);
@@ -135,8 +144,8 @@ class measurement {
     void watch_sender_clock(olv_net::ntp_time departure, std::chrono::nanoseconds sent_at);
     void watch_reflector_clock(const received_reply &reply, const reflector_times &times,
                                packet_record &record);
-    void add_fault(std::uint32_t sequence, reply_fault fault);
-    void note(session_event::kind what, std::uint32_t sequence, std::chrono::nanoseconds by);
+    void add_fault(std::uint64_t number, reply_fault fault);
+    void note(session_event::kind what, std::uint64_t number, std::chrono::nanoseconds by);
 
     test_packet_format format_;
     std::uint8_t ttl_;
@@ -154,7 +163,7 @@ class measurement {
     time_scale scale_ = time_scale::none;
     clock_watch sender_clock_;
     clock_watch reflector_clock_;
-    std::uint32_t watched_ = 0; ///< Above the highest request whose reply showed the reflector's clock.
+    std::uint64_t watched_ = 0; ///< Above the highest request whose reply showed the reflector's clock.
     std::vector<session_event> events_;
     bool stamps_return_ = false;     ///< A reply had the very stamp of its request.
     bool matched_by_number_ = false; ///< A reply with a wrong stamp was taken for an answer.

@@ -53,6 +53,7 @@ struct packet_record {
     std::uint32_t reflector_number = 0; ///< The reply's own sequence number.
     std::uint32_t fault_bits : 18 = 0;
     std::uint32_t reply_traffic_class : 8 = 0;
+    std::uint32_t began_anew : 1 = 0; ///< The reflector's numbers, with this reply.
     std::uint32_t answered : 1 = 0;
     std::uint32_t late : 1 = 0;
     std::uint32_t expired : 1 = 0;          ///< Left the window unanswered.

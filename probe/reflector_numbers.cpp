@@ -37,20 +37,22 @@ void way_counts::add(const way_counts &other)
 
 void numbering_epoch::take_number(std::uint32_t number)
 {
-    if (is_above(number, highest_number)) {
-        highest_number = number;
-    } else if (first_number - number - 1 < number_memory::depth && first_number != 0) {
-        first_number = number; // the first ones did not come first
+    const std::uint32_t above = number - static_cast<std::uint32_t>(highest_number);
+    const std::uint32_t below_first = static_cast<std::uint32_t>(first_number) - number;
+    if (is_above(number, static_cast<std::uint32_t>(highest_number))) {
+        highest_number += above;
+    } else if (below_first - 1 < number_memory::depth && first_number != 0) {
+        first_number -= below_first; // the first ones did not come first
     }
     ++numbers;
 }
 
-reflector_numbers::finding reflector_numbers::reply(pair given, std::uint32_t sent)
+reflector_numbers::finding reflector_numbers::reply(pair given, std::uint64_t sent)
 {
     finding found;
     only_number_ = replies_ == 0 ? given.number : only_number_;
     ++replies_;
-    all_the_requests_ &= given.number == given.sequence;
+    all_the_requests_ &= given.number == static_cast<std::uint32_t>(given.sequence);
     all_the_same_ &= given.number == only_number_;
     if (!epoch_) {
         begin(given);
@@ -92,14 +94,15 @@ void reflector_numbers::begin(pair given)
 
 /** A number that is not above the highest, and that a counter that began after the latest reply can have come
  * to; or so far below that no reordering explains it. */
-bool reflector_numbers::may_begin_anew(pair given, std::uint32_t sent) const
+bool reflector_numbers::may_begin_anew(pair given, std::uint64_t sent) const
 {
-    if (given.sequence <= epoch_->highest_sequence || is_above(given.number, epoch_->highest_number) ||
+    const auto highest = static_cast<std::uint32_t>(epoch_->highest_number);
+    if (given.sequence <= epoch_->highest_sequence || is_above(given.number, highest) ||
         refuted_ == given.number) {
         return false;
     }
-    const std::uint32_t since = given.sequence - epoch_->highest_sequence - 1;
-    return given.number <= since || epoch_->highest_number - given.number > sent;
+    const std::uint64_t since = given.sequence - epoch_->highest_sequence - 1;
+    return given.number <= since || highest - given.number > sent;
 }
 
 /** Whether the reply after the candidate counts on from it instead of from the highest number. */
@@ -108,7 +111,7 @@ bool reflector_numbers::goes_on_from(pair candidate, pair given) const
     if (!is_above(given.number, candidate.number)) {
         return false;
     }
-    if (!is_above(given.number, epoch_->highest_number)) {
+    if (!is_above(given.number, static_cast<std::uint32_t>(epoch_->highest_number))) {
         return true;
     }
     return epoch_->memory.knows(candidate.number) && given.number < given.sequence - epoch_->highest_sequence;
@@ -116,8 +119,8 @@ bool reflector_numbers::goes_on_from(pair candidate, pair given) const
 
 void reflector_numbers::begin_anew(pair candidate)
 {
-    const std::uint32_t between = candidate.sequence - epoch_->highest_sequence - 1;
-    const std::uint32_t answered_and_lost = std::min(candidate.number, between);
+    const std::uint64_t between = candidate.sequence - epoch_->highest_sequence - 1;
+    const std::uint64_t answered_and_lost = std::min<std::uint64_t>(candidate.number, between);
     const std::uint64_t used = epoch_->used();
     past_.requests += epoch_->requests() + between;
     past_.answered += epoch_->answered;
@@ -131,7 +134,7 @@ void reflector_numbers::begin_anew(pair candidate)
 }
 
 /** @return Whether the number was there before. */
-bool reflector_numbers::add(pair given, std::uint32_t sent)
+bool reflector_numbers::add(pair given, std::uint64_t sent)
 {
     numbering_epoch &now = *epoch_;
     ++now.answered;

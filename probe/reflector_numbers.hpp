@@ -38,20 +38,17 @@ struct way_counts {
 
 /** Requests and numbers since the reflector began. */
 struct numbering_epoch {
-    std::uint32_t first_sequence = 0;
-    std::uint32_t highest_sequence = 0;
-    std::uint32_t first_number = 0;
-    std::uint32_t highest_number = 0;
+    std::uint64_t first_sequence = 0;
+    std::uint64_t highest_sequence = 0;
+    std::uint64_t first_number = 0;   ///< Counted on where the 32 bits go round.
+    std::uint64_t highest_number = 0; ///< The same.
     std::uint64_t answered = 0;
     std::uint64_t numbers = 0; ///< That came.
     number_memory memory;
     arrival_order order;
 
-    [[nodiscard]] std::uint64_t used() const { return std::uint64_t{highest_number - first_number} + 1; }
-    [[nodiscard]] std::uint64_t requests() const
-    {
-        return std::uint64_t{highest_sequence} - first_sequence + 1;
-    }
+    [[nodiscard]] std::uint64_t used() const { return highest_number - first_number + 1; }
+    [[nodiscard]] std::uint64_t requests() const { return highest_sequence - first_sequence + 1; }
     void take_number(std::uint32_t number);
 };
 
@@ -66,21 +63,21 @@ struct past_epochs {
 /** Follows the numbers of one session. */
 class reflector_numbers {
   public:
-    /** A request and the number of its reply. */
+    /** A request, counted on behind the last of 32 bits, and the number of its reply. */
     struct pair {
-        std::uint32_t sequence = 0;
+        std::uint64_t sequence = 0;
         std::uint32_t number = 0;
     };
     struct finding {
         bool is_repeated = false;
         /** This earlier reply used a number again, which looked like a new beginning when it came. */
-        std::optional<std::uint32_t> repeated_before;
+        std::optional<std::uint64_t> repeated_before;
         /** The reflector began anew with the reply to this request. */
-        std::optional<std::uint32_t> began_anew;
+        std::optional<std::uint64_t> began_anew;
     };
 
     /** The first reply to a request came, when so many had been sent. */
-    [[nodiscard]] finding reply(pair given, std::uint32_t sent);
+    [[nodiscard]] finding reply(pair given, std::uint64_t sent);
     /** A further reply to a request came. */
     void duplicate(std::uint32_t number);
 
@@ -92,13 +89,15 @@ class reflector_numbers {
     [[nodiscard]] std::uint64_t overtaken_backward() const { return overtaken_; }
     /** Whether the numbers tell the order in which the reflector saw the requests. */
     [[nodiscard]] bool tell_order() const;
+    /** The latest reply, perhaps the first one of a new beginning: the next will tell. */
+    [[nodiscard]] const std::optional<pair> &candidate() const { return candidate_; }
 
   private:
     void begin(pair given);
-    [[nodiscard]] bool may_begin_anew(pair given, std::uint32_t sent) const;
+    [[nodiscard]] bool may_begin_anew(pair given, std::uint64_t sent) const;
     [[nodiscard]] bool goes_on_from(pair candidate, pair given) const;
     void begin_anew(pair candidate);
-    [[nodiscard]] bool add(pair given, std::uint32_t sent);
+    [[nodiscard]] bool add(pair given, std::uint64_t sent);
 
     std::optional<numbering_epoch> epoch_;
     past_epochs past_;

@@ -19,7 +19,7 @@ struct session_event {
         reflector_restart    ///< Its numbers began anew.
     };
     kind what;
-    std::uint32_t sequence = 0;  ///< Of the first request after it.
+    std::uint64_t sequence = 0;  ///< Of the first request after it.
     std::chrono::nanoseconds at; ///< When that was sent, since the run began.
     std::chrono::nanoseconds by; ///< How much a clock was set forward.
 };

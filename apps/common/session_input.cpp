@@ -81,12 +81,14 @@ void add_time_options(olv_apps::command to, session_input &input)
     const olv_apps::option interval = to.add_option("--interval", input.interval_milliseconds,
                                                     "Milliseconds between two packets of a sender (10)")
                                           .check(reason_against_interval);
-    to.add_option("--schedule", input.schedule,
-                  "Packets in equal intervals, or in random ones with that mean (periodic)")
-        .one_of({"periodic", "poisson"});
+    const olv_apps::option schedule =
+        to.add_option("--schedule", input.schedule,
+                      "Packets in equal intervals, or in random ones with that mean (periodic)")
+            .one_of({"periodic", "poisson"});
     const olv_apps::option flood =
         to.add_flag("--flood", input.flood, "Send as soon as the window has room, not in intervals")
-            .excludes(interval);
+            .excludes(interval)
+            .excludes(schedule);
     to.add_option("--window", input.window, "Packets of each sender on their way in a flood, 1 to 65536 (64)")
         .whole_number_between(1, 65536)
         .needs(flood);

@@ -54,7 +54,7 @@ void append_scale(std::string &text, const probe_figures &figures)
 void append_events(std::string &text, const std::vector<session_event> &events)
 {
     for (const session_event &event : events) {
-        append(text, "at %.3f s, packet %u: %s", std::chrono::duration<double>(event.at).count(),
+        append(text, "at %.3f s, packet %" PRIu64 ": %s", std::chrono::duration<double>(event.at).count(),
                event.sequence, text_of(event.what));
         if (event.what != session_event::kind::reflector_restart) {
             const auto by = static_cast<double>(event.by.count());

@@ -38,13 +38,15 @@ void append_head(std::string &text, const run_report &report)
     text += (head.size() <= columns ? head : reflector + ": " + time) + '\n';
 }
 
-/** On which way, where that is known of some. */
+/** On which way, where that is known of some. Of an endless run, the rest may not fit on the line. */
 void append_ways(std::string &text, const way_counts &counts)
 {
     if (counts.forward != 0 || counts.backward != 0) {
         append(text, ": forward %" PRIu64 ", backward %" PRIu64, counts.forward, counts.backward);
-        if (counts.unknown != 0) {
-            append(text, ", unknown %" PRIu64, counts.unknown);
+        const std::string rest = formatted(", unknown %" PRIu64, counts.unknown);
+        const std::size_t begin = text.rfind('\n') + 1;
+        if (counts.unknown != 0 && text.size() - begin + rest.size() <= columns) {
+            text += rest;
         }
     }
     text += '\n';

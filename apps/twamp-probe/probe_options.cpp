@@ -1,5 +1,6 @@
 #include "apps/twamp-probe/probe_options.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <stdexcept>
@@ -95,7 +96,7 @@ int family_of(const raw_options &raw)
 
 std::optional<int> read_options(const std::vector<std::string> &words, probe_options &options)
 {
-    if (!words.empty() && words.front() == "--version") {
+    if (std::find(words.begin(), words.end(), "--version") != words.end()) {
         std::printf("%s %s\n", program_name, OLV_TWAMP_VERSION);
         return olv_apps::exit_good;
     }

@@ -13,7 +13,7 @@ constexpr std::int64_t millisecond = second / 1000;
 /** When and by how much, in milliseconds. */
 struct setting {
     session_event::kind what;
-    std::uint32_t sequence;
+    std::uint64_t sequence;
     std::int64_t by;
 
     friend bool operator==(const setting &, const setting &) = default;

@@ -68,6 +68,7 @@ TEST(Directions, AreThoseOfTheNumbers)
         {"numbers go round", 4, {{0, top}, {1, 0}, {3, 1}}, by_session, {1, 0, 0}, {}, {}},
         {"began at another number", 5, {{1, 100}, {2, 101}, {4, 102}}, by_session, {1, 0, 1}, {}, {}},
         {"the same, first two swapped", 3, {{1, 101}, {0, 100}, {2, 102}}, by_session, {}, {}, {0, 1, 0}},
+        {"perhaps begun anew, at the end", 4, {{0, 0}, {1, 1}, {2, 2}, {3, 0}}, by_session, {}, {}, {}},
         {"for others, too", 4, {{0, 0}, {1, 2}, {3, 6}}, by_reflector, {0, 0, 1}, {}, {}},
         {"for others, overtaken", 3, {{1, 2}, {0, 5}, {2, 9}}, by_reflector, {}, {}, {1, 0, 0}},
         {"always 0", 4, {{0, 0}, {1, 0}, {3, 0}}, constant, {0, 0, 1}, {}, {}},
@@ -85,7 +86,7 @@ TEST(Directions, AreThoseOfTheNumbers)
 
 /** Sequence numbers before which the reflector began anew, and of replies with a number used before. */
 struct found {
-    std::vector<std::uint32_t> beginnings;
+    std::vector<std::uint64_t> beginnings;
     std::vector<std::uint32_t> repeated;
 
     friend bool operator==(const found &, const found &) = default;
@@ -96,7 +97,7 @@ found found_in(const measurement &session)
     found all;
     for (const session_event &event : session.events()) {
         EXPECT_EQ(event.what, session_event::kind::reflector_restart);
-        EXPECT_EQ(event.at.count(), event.sequence * quarter_nanoseconds);
+        EXPECT_EQ(event.at.count(), static_cast<std::int64_t>(event.sequence) * quarter_nanoseconds);
         all.beginnings.push_back(event.sequence);
     }
     for (std::uint32_t sequence = 0; sequence < session.sent(); ++sequence) {
@@ -176,6 +177,29 @@ TEST(Beginning, MayComeAfterEveryFewPackets)
     EXPECT_EQ(session.result.counts().restarts, 249u);
     EXPECT_EQ(session.result.counts().valid, 1000u);
     EXPECT_EQ(session.result.events().size(), 32u);
+    const measurement *result = &session.result;
+    EXPECT_EQ(of(figures_of({&result, 1}).reordered), (ways{0, 0, 0}));
+}
+
+/** Both counters go round, a request and a reply are lost; then the reflector forgets the session. */
+TEST(Numbers, GoOnBehindTheLastOfThirtyTwoBits)
+{
+    constexpr std::uint64_t round = std::uint64_t{1} << 32;
+    reflector_numbers numbers;
+    const auto reply = [&numbers](std::uint64_t sequence, std::uint64_t number) {
+        return numbers.reply({.sequence = sequence, .number = static_cast<std::uint32_t>(number)},
+                             sequence + 1);
+    };
+    constexpr std::uint64_t first = round - 100'000;
+    for (std::uint64_t sequence = first; sequence < round + 100'000; ++sequence) {
+        if (sequence != first + 10 && sequence != first + 20) {
+            EXPECT_FALSE(reply(sequence, sequence + (sequence > first + 10 ? 4 : 5)).is_repeated);
+        }
+    }
+    EXPECT_STREQ(name_of(numbers.how()), "session");
+    EXPECT_EQ(of(numbers.losses(2)), (ways{1, 1, 0}));
+    (void)reply(round + 100'000, 0);
+    EXPECT_EQ(reply(round + 100'001, 1).began_anew, round + 100'000);
 }
 
 TEST(Directions, OfSeveralSessionsAreTheirSum)
