@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
-#include <ranges>
 #include <span>
 #include <utility>
 #include <vector>
@@ -34,7 +33,15 @@ struct packet_range {
 };
 
 /** Records that follow each other. */
-using packet_records = std::ranges::subrange<std::deque<packet_record>::const_iterator>;
+struct packet_records {
+    using iterator = std::deque<packet_record>::const_iterator;
+
+    iterator first;
+    iterator last; ///< Behind them.
+
+    [[nodiscard]] iterator begin() const { return first; }
+    [[nodiscard]] iterator end() const { return last; }
+};
 
 /** A datagram and what the system says about it. */
 struct received_reply {

@@ -72,11 +72,12 @@ std::vector<period_figures> figures_of_periods(std::span<const measurement *cons
     for (const std::vector<part> &parts : periods) {
         const part &first = parts.front();
         const packet_records records = first.session->records(first.range);
-        figures.push_back({.begin = first.session->forgotten() + first.range.begin,
-                           .at = std::chrono::nanoseconds(records.empty() ? 0 : records.front().sent_at),
-                           .forward = figures_of_path(parts, path::forward),
-                           .backward = figures_of_path(parts, path::backward),
-                           .clock_offset = estimate_clock_offset(parts)});
+        figures.push_back(
+            {.begin = first.session->forgotten() + first.range.begin,
+             .at = std::chrono::nanoseconds(records.begin() == records.end() ? 0 : records.begin()->sent_at),
+             .forward = figures_of_path(parts, path::forward),
+             .backward = figures_of_path(parts, path::backward),
+             .clock_offset = estimate_clock_offset(parts)});
     }
     return figures;
 }
