@@ -196,13 +196,13 @@ TEST_F(reply_time_test, is_of_each_replys_own_format_where_they_leave_together)
 
 // By sockets
 
-/** By how much the clock that a fast path reads has been set. */
-std::atomic<std::int64_t> set_by{0};
+/** By how many seconds the clock that a fast path reads has been set. */
+std::atomic<std::int32_t> set_by{0};
 std::atomic<int> states_read{0};
 
 std::uint64_t settable_clock()
 {
-    return nanoseconds_of(wall_time()) + static_cast<std::uint64_t>(set_by.load());
+    return nanoseconds_of(wall_time()) + static_cast<std::uint64_t>(set_by.load() * std::int64_t{one_second});
 }
 
 clock_state noted_state()
@@ -266,9 +266,8 @@ TEST_F(followed_clock_test, stamps_lie_between_sending_and_receiving)
 TEST_F(followed_clock_test, next_reply_follows_a_clock_that_was_set)
 {
     const socket_address to = serve({.clock_calls = {settable_clock, noted_state}});
-    constexpr std::int64_t hour = 3600 * std::int64_t{one_second};
-    for (const std::int64_t step :
-         {0 * hour, 1000 * hour, -1000 * hour, 2 * hour, hour, hour, std::int64_t{-1}}) {
+    constexpr std::int32_t hour = 3600;
+    for (const std::int32_t step : {0 * hour, 1000 * hour, -1000 * hour, 2 * hour, hour, hour, -1}) {
         set_by = step;
         for (int number = 0; number < 2; ++number)
             expect_in_order(measure(to, settable_clock), std::to_string(step));
