@@ -31,6 +31,8 @@ TEST(Probe, FindsEveryReplyValid)
                                                           {"--size 65507", "65507"},
                                                           {"--dscp 46", "41"},
                                                           {"--stamp", "44"},
+                                                          {"--ptp", "41"},
+                                                          {"--stamp --ptp", "44"},
                                                           {"--stamp --size 1400", "1400"}};
     for (const std::size_t listener : {0u, 1u}) {
         for (const auto &[options, length] : rows) {
