@@ -101,7 +101,8 @@ class sent_stamps {
         return static_cast<std::size_t>(stamp * 0x9E3779B97F4A7C15u >> 48);
     }
 
-    /** Replies to such requests have PTP time stamps, which have no mark. */
+    /** Replies to such requests have PTP time stamps, which have no mark. A peer that answers one in NTP format
+     *  gets a reply with a mark, and is known by that one. */
     [[nodiscard]] static bool says_ptp(std::span<const std::uint8_t> request)
     {
         return (request[olv_net::sender_packet::error_estimate] & olv_net::error_estimate::ptp_format >> 8) !=

@@ -354,7 +354,7 @@ void reflector_run::check_reply(std::uint32_t sequence_number, std::span<const s
     const bool is_ptp = expected_.is_ptp(received_);
     // Stamps in NTP format stand between whole nanoseconds.
     require(departure - stamp <= (is_ptp ? 0 : 4), "departure time of a reply");
-    expected_.note_departure(departure);
+    expected_.note_departure(departure, is_ptp);
     require((reply[12] & 0xC0) == (is_ptp ? 0x40 : 0) && reply[13] != 0,
             "error estimate of a reply: the request's format, a multiplier");
 }

@@ -105,10 +105,11 @@ class reflector_expectation {
         return {.dropped = std::nullopt, .sequence_number = entry.next++};
     }
 
-    void note_departure(std::uint64_t stamp)
+    void note_departure(std::uint64_t stamp, bool ptp)
     {
         departed_.insert(stamp);
         last_departure_ = stamp;
+        last_was_ptp_ = ptp;
     }
 
     /** Put the stamp of the last reply somewhere in a request. */
@@ -254,7 +255,9 @@ class reflector_expectation {
         const std::size_t end = std::min<std::size_t>(packet.payload.size(), 128);
         for (std::size_t position = 0; position + 8 <= end; ++position) {
             const std::uint64_t stamp = load(packet.payload, position, 8);
-            const bool is_remembered = stamp == last_departure_ || found == drop_reason::answer_to_reply;
+            // A request in NTP format need not be taken for an answer to a reply in PTP format.
+            const bool must_be_found = stamp == last_departure_ && (is_ptp(packet) || !last_was_ptp_);
+            const bool is_remembered = must_be_found || found == drop_reason::answer_to_reply;
             if ((anywhere || position == 4 || position == 28) && is_remembered && departed_.contains(stamp)) {
                 return drop_reason::answer_to_reply;
             }
@@ -342,6 +345,7 @@ class reflector_expectation {
     std::uint64_t packets_ = 0;
     std::set<std::uint64_t> departed_; ///< Stamps of replies.
     std::uint64_t last_departure_ = 0;
+    bool last_was_ptp_ = false;
     std::uint32_t current_id_ = 0; ///< Of the responder whose packet is decided.
 };
 
