@@ -127,6 +127,7 @@ fast_path_options reflector_run::options()
 {
     static constexpr std::array<std::size_t, 4> lengths{14, 14, 0, 41};
     fast_path_options chosen;
+    chosen.session_capacity = 256; // more than the responders may have; a larger table takes most of a run
     chosen.mode = input_.flag() ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
     chosen.refwait_seconds = input_.one_of<900, 1, 30, 1000000>();
     struct limits {
