@@ -12,14 +12,9 @@ using std::chrono::nanoseconds;
 /** What the reflector says about its clock, up to the resolution of coarse ones. */
 nanoseconds resolution_of(std::span<const std::uint8_t> reply)
 {
-    constexpr std::uint64_t coarsest = 10'000'000;
-    const std::uint16_t estimate = wire::load_16(&reply[reply_field::error_estimate]);
-    const unsigned scale = (estimate >> 8) & 0x3Fu;
-    if (scale > 32) {
-        return nanoseconds(coarsest);
-    }
-    const std::uint64_t units = std::uint64_t{estimate & 0xFFu} << scale;
-    return nanoseconds(std::min(coarsest, (units >> 20) * 1'000'000'000u >> 12));
+    constexpr double coarsest = 10e6;
+    const double error = clock_quality::nanoseconds_of(wire::load_16(&reply[reply_field::error_estimate]));
+    return nanoseconds(static_cast<std::int64_t>(std::min(coarsest, error)));
 }
 
 } // namespace
@@ -216,7 +211,8 @@ void measurement::forget_replies()
         kept.sent_at = record.sent_at;
         kept.forward = record.measured ? short_delay{} : record.forward; // of its departure
         // The window went on without it.
-        kept.expired = record.expired || number++ < oldest_;
+        kept.expired = record.expired || number < oldest_;
+        ++number;
         expired_ += kept.expired;
         record = kept;
     }

@@ -283,7 +283,7 @@ octets forged(const scripted_session &session, std::uint32_t sequence)
     return reply;
 }
 
-TEST(Forger, DoesNotTakeThePlaceOfARefectorThatReturnsStamps)
+TEST(Forger, DoesNotTakeThePlaceOfAReflectorThatReturnsStamps)
 {
     scripted_session session{3};
     session.receive(0, {.number = 0}, 1000);
@@ -332,6 +332,17 @@ TEST(Forger, DoesNotStopAWindowThatWentOn)
     EXPECT_EQ(session.result.on_their_way(), 0u);
     session.receive(0, {.number = 1}, 400'000'000);
     EXPECT_EQ(session.result.counts().valid, 2u);
+    EXPECT_EQ(session.result.on_their_way(), 0u);
+}
+
+TEST(Forger, HasNoRequestGivenUpThatIsOnItsWay)
+{
+    scripted_session session{4};
+    session.result.expire(session.instant(0));
+    session.receive_octets(1, forged(session, 1), 500);
+    session.receive(2, {.number = 0}, 1000); // those before that did not return stamps were forged
+    EXPECT_EQ(session.result.on_their_way(), 2u);
+    session.result.expire(session.instant(3));
     EXPECT_EQ(session.result.on_their_way(), 0u);
 }
 
