@@ -65,8 +65,9 @@ bool probe::run(int stop_descriptor)
         receive_all();
         const steady_clock::time_point now = steady_clock::now();
         publish(now);
-        show_intervals(now, is_finished(now));
-        if (is_finished(now)) {
+        const bool finished = is_finished(now);
+        show_intervals(now, finished); // may give up the last one that is waited for
+        if (finished) {
             return true;
         }
         send_all_due(now);
