@@ -164,8 +164,9 @@ void require_plot(const std::string &file)
 void draw_plot(const std::string &file, const std::vector<const measurement *> &sessions,
                const std::string &title)
 {
-    const bool measured = std::any_of(sessions.begin(), sessions.end(),
-                                      [](const measurement *session) { return session->counts().valid != 0; });
+    const bool measured = std::any_of(sessions.begin(), sessions.end(), [](const measurement *session) {
+        return session->counts().measured != 0;
+    });
     if (!measured) {
         fail(file, "no round trip was measured");
     }

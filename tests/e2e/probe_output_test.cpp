@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "network.hpp"
 #include "programs.hpp"
 
 namespace e2e {
@@ -83,6 +84,22 @@ TEST_F(ProbeOutput, DrawsAnSvg)
     EXPECT_THAT(picture, StartsWith("<?xml version=\"1.0\""));
     EXPECT_THAT(picture, HasSubstr("10 packets of 41 octets to " + address()));
     EXPECT_THAT(picture, EndsWith("</svg>\n\n"));
+}
+
+TEST(ProbePicture, ShowsOddRepliesToo)
+{
+    const test_folder folder;
+    loopback_socket reflector;
+    child_program drawing{
+        TWAMP_PROBE,
+        {reflector.address(), "--count", "1", "--timeout", "60", "--plot", folder.path("delay.svg")}};
+    octets reply = reply_to(reflector.receive());
+    reply[13] = 0; // no multiplier
+    reflector.answer(reply);
+    const finished_program finished = drawing.wait();
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_EQ(finished.errors, "");
+    EXPECT_THAT(folder.names(), ElementsAre("delay.svg"));
 }
 
 TEST_F(ProbeOutput, DrawsAPngOverAnOldOne)
