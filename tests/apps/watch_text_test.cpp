@@ -1,5 +1,7 @@
 // What "watch" shows of two instants: rates, and drops of listeners, module and responders by reason.
 
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <deque>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -99,8 +100,9 @@ TEST(Hostile, PacketsAboveTheRateAreDroppedAndCounted)
 TEST(Hostile, SendersOfOnePacketAreAllAnswered)
 {
     control_program control{"--listen 127.0.0.1:0"};
-    for (int number = 0; number < 40; ++number) {
-        loopback_socket sender;
+    std::deque<loopback_socket> senders; // which stay, so that no two have the same port
+    while (senders.size() < 40) {
+        loopback_socket &sender = senders.emplace_back();
         sender.send_to(control.address(), octets(41));
         EXPECT_EQ(sender.receive().size(), 41u);
     }

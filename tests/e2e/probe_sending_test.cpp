@@ -2,7 +2,6 @@
 
 #include <csignal>
 #include <cstring>
-#include <ctime>
 #include <thread>
 
 #include <net/if.h>
@@ -15,6 +14,7 @@
 
 #include "net/descriptor.hpp"
 #include "net/twamp_wire.hpp"
+#include "net/wall_clock.hpp"
 #include "network.hpp"
 #include "programs.hpp"
 
@@ -178,14 +178,6 @@ TEST(ProbeSending, NeverFragmentsWhenToldSo)
 
 // Time stamps
 
-void store_now(octets &reply, std::size_t place)
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    olv_net::store_ntp(&reply[place], olv_net::ntp_time::from_unix(static_cast<std::uint64_t>(now.tv_sec),
-                                                                   static_cast<std::uint32_t>(now.tv_nsec)));
-}
-
 /** A packet whose reply came while the program did not run; in microseconds. */
 struct stopped_run {
     double backward = 0;
@@ -208,8 +200,9 @@ stopped_run with_a_stopped_probe(const std::string &timestamps)
     EXPECT_TRUE(probe.wait_until_asleep());
     probe.send_signal(SIGSTOP);
     const clock::time_point begun = clock::now();
-    store_now(reply, 16);
-    store_now(reply, 4);
+    for (const std::size_t place : {16u, 4u}) { // in this order
+        olv_net::store_ntp(&reply[place], olv_net::ntp_time_of(olv_net::wall_time()));
+    }
     reflector.answer(reply);
     const clock::time_point sent = clock::now();
     std::this_thread::sleep_until(sent + std::chrono::milliseconds(100)); // so long it stands

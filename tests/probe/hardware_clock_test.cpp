@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -137,7 +136,7 @@ class Hardware : public testing::Test {
 
 TEST_F(Hardware, StampsAreToldInTheSystemsTime)
 {
-    const hardware_clock clock{-1, options_};
+    hardware_clock clock{-1, options_};
     EXPECT_EQ(present.opened, std::vector<std::string>{"/dev/ptp7"});
     EXPECT_EQ(clock.wall_time_of(37'000'010'005), 10'000u);
     present.readings.assign(11, 0);

@@ -29,19 +29,18 @@ inline run_report report_of(const scripted_session &session)
     return report;
 }
 
-/** Seven packets: one is lost forward, then the reflector's clock goes a second forward, then its numbers begin
+/** Eight packets: one is lost forward, then the reflector's clock goes a second forward, then its numbers begin
  *  anew; the last reply has no T2. */
 inline scripted_session eventful()
 {
     scripted_session session{8};
-    const std::int64_t wire_second = second;
     const std::pair<std::uint32_t, answer> replies[] = {
         {0, {.number = 0}},
         {2, {.number = 1}},
-        {3, {.number = 2, .received = wire_second, .sent_back = wire_second}},
-        {4, {.number = 3, .received = wire_second, .sent_back = wire_second}},
-        {5, {.number = 0, .received = wire_second, .sent_back = wire_second}},
-        {6, {.number = 1, .received = wire_second, .sent_back = wire_second}}};
+        {3, {.number = 2, .received = second, .sent_back = second}},
+        {4, {.number = 3, .received = second, .sent_back = second}},
+        {5, {.number = 0, .received = second, .sent_back = second}},
+        {6, {.number = 1, .received = second, .sent_back = second}}};
     for (const auto &[sequence, given] : replies) {
         session.receive(sequence, given, 100'000);
     }

@@ -108,7 +108,7 @@ TEST(Kept, AreTheLastRequests)
     EXPECT_EQ(counts.sent, 4u);
     EXPECT_EQ(counts.forgotten, 1u);
     EXPECT_EQ(counts.invalid(), 1u);
-    EXPECT_EQ(counts.faults[static_cast<std::size_t>(reply_fault::sender_sequence)], 1u);
+    EXPECT_EQ(counts.of(reply_fault::sender_sequence), 1u);
     EXPECT_EQ(session.result.on_their_way(), 1u) << "what is forgotten is waited for no longer";
     session.result.expire(session.instant(3));
     EXPECT_EQ(session.result.settled(), 4u);

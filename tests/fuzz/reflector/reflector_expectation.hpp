@@ -277,9 +277,9 @@ class reflector_expectation {
 
     [[nodiscard]] bool is_near(const received_packet &packet) const
     {
-        const bool is_ptp = (packet.payload[12] & 0x40) != 0;
         const std::uint32_t then = static_cast<std::uint32_t>(load(packet.payload, 4, 4));
-        const auto apart = static_cast<std::int32_t>(then - day_seconds(packet) + (is_ptp ? 2208988800u : 0));
+        const auto apart =
+            static_cast<std::int32_t>(then - day_seconds(packet) + (is_ptp(packet) ? 2208988800u : 0));
         return apart >= -86400 && apart <= 86400;
     }
 
