@@ -137,7 +137,7 @@ void hardware_clock::switch_on()
     }
 }
 
-void hardware_clock::compare() const
+void hardware_clock::compare()
 {
     ptp_sys_offset offsets{};
     offsets.n_samples = readings;
@@ -158,7 +158,7 @@ void hardware_clock::compare() const
     compared_ = std::chrono::steady_clock::now();
 }
 
-std::uint64_t hardware_clock::wall_time_of(std::uint64_t stamp) const
+std::uint64_t hardware_clock::wall_time_of(std::uint64_t stamp)
 {
     if (std::chrono::steady_clock::now() - compared_ >= between_comparisons) {
         compare();

@@ -28,10 +28,10 @@ class hardware_clock {
     hardware_clock &operator=(const hardware_clock &) = delete;
 
     /** What the system's wall clock said. @param stamp  Nanoseconds of the interface's clock. */
-    [[nodiscard]] std::uint64_t wall_time_of(std::uint64_t stamp) const;
+    [[nodiscard]] std::uint64_t wall_time_of(std::uint64_t stamp);
 
     /** Compare the clocks now: the system's was set. */
-    void compare() const;
+    void compare();
 
   private:
     void check_interface();
@@ -46,8 +46,8 @@ class hardware_clock {
     int clock_number_ = -1;
     hwtstamp_config before_{};
     bool changed_ = false;
-    mutable std::int64_t ahead_ = 0; ///< Nanoseconds, of the interface's clock.
-    mutable std::chrono::steady_clock::time_point compared_;
+    std::int64_t ahead_ = 0; ///< Nanoseconds, of the interface's clock.
+    std::chrono::steady_clock::time_point compared_;
 };
 
 } // namespace olv_probe

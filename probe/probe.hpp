@@ -76,9 +76,10 @@ class probe {
      *  packet. */
     [[nodiscard]] std::optional<std::chrono::nanoseconds> latest_round_trip() const;
 
-    /** After run(): all sessions together, or one of them. */
+    /** After run(): all sessions together, one of them, or each. */
     [[nodiscard]] probe_figures figures() const;
     [[nodiscard]] const measurement &result(std::size_t session = 0) const;
+    [[nodiscard]] const std::vector<const measurement *> &results() const { return results_; }
     /** After run(): what a host on the way answered instead of the reflector, as errno; 0: nothing. */
     [[nodiscard]] int refusal() const;
     [[nodiscard]] std::chrono::nanoseconds elapsed() const { return elapsed_; }

@@ -155,7 +155,7 @@ fault_set test_packet_format::check_zeros(std::span<const std::uint8_t> reply, s
 
 void test_packet_format::write_padding(std::span<std::uint8_t> padding, std::uint32_t sequence) const
 {
-    if (stamp_) {
+    if (zero_padding_) {
         std::fill(padding.begin(), padding.end(), std::uint8_t{0});
         return;
     }
@@ -174,7 +174,7 @@ bool test_packet_format::is_padding(std::span<const std::uint8_t> reply, std::ui
     const auto compared = padding.first(std::min(padding.size(), sent));
     const auto is_zero = [](std::uint8_t octet) { return octet == 0; };
     // By the length alone, a reflector may take the request for a STAMP packet.
-    if (stamp_ ||
+    if (zero_padding_ ||
         (reply.size() == wire::stamp_length && std::all_of(padding.begin(), padding.end(), is_zero))) {
         return std::all_of(compared.begin(), compared.end(), is_zero);
     }

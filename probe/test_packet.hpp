@@ -29,9 +29,13 @@ enum class stamp_echo : std::uint8_t {
 class test_packet_format {
   public:
     /** @param tai_ahead  Seconds that TAI is ahead of UTC, for PTP time stamps. */
-    test_packet_format(std::size_t request_length, bool stamp, std::uint64_t seed,
+    test_packet_format(std::size_t request_length, bool zero_padding, std::uint64_t seed,
                        stamp_format stamps = stamp_format::ntp, std::int32_t tai_ahead = 0)
-        : request_length_(request_length), stamp_(stamp), stamps_(stamps), tai_ahead_(tai_ahead), seed_(seed)
+        : request_length_(request_length),
+          zero_padding_(zero_padding),
+          stamps_(stamps),
+          tai_ahead_(tai_ahead),
+          seed_(seed)
     {}
 
     /** The sender's clock: not known to be synchronised, good to about a millisecond. */
@@ -69,7 +73,7 @@ class test_packet_format {
     [[nodiscard]] bool is_padding(std::span<const std::uint8_t> reply, std::uint32_t sequence) const;
 
     std::size_t request_length_;
-    bool stamp_;
+    bool zero_padding_;
     stamp_format stamps_;
     std::int32_t tai_ahead_;
     std::uint64_t seed_;

@@ -117,7 +117,7 @@ steady_clock::time_point test_session::next_settling() const
 void test_session::send_due(steady_clock::time_point now)
 {
     if (options_.window) {
-        measurement_.expire(now - options_.timeout);
+        settle(now);
     }
     const int most = options_.window ? packets_at_once : 1;
     for (int turn = 0; turn < most && is_due(now); ++turn) {
@@ -222,7 +222,7 @@ steady_clock::time_point test_session::next_action(steady_clock::time_point now)
     if (stalled_since_) {
         next = socket_full_ ? *stalled_since_ + options_.timeout : now + stall_pause;
     } else if (is_window_full()) {
-        next = measurement_.oldest_departure() + options_.timeout;
+        next = next_settling();
     }
     return options_.duration ? std::min(next, start_ + *options_.duration) : next;
 }

@@ -24,7 +24,7 @@ class test_session {
   public:
     /** @param sender  Which of several.
      *  @throw std::runtime_error  One line: there is no socket to be had, or no way to the reflector. */
-    explicit test_session(const session_options &options, unsigned sender = 0);
+    test_session(const session_options &options, unsigned sender);
 
     /** @param shift  How much later than @p start the first packet leaves. */
     void begin(steady_clock::time_point start, std::chrono::nanoseconds shift);

@@ -191,7 +191,7 @@ json of_options(const session_options &options)
                    {"dont_fragment", options.dont_fragment},
                    {"source", options.source ? json(options.source->text()) : json(nullptr)},
                    {"interface", options.interface.empty() ? json(nullptr) : json(options.interface)},
-                   {"timeout_s", std::chrono::duration<double>(options.timeout).count()}};
+                   {"timeout_s", seconds(options.timeout)}};
     if (options.window) {
         result["window"] = *options.window;
     } else {
@@ -199,7 +199,7 @@ json of_options(const session_options &options)
         result["schedule"] = name_of(options.schedule);
     }
     if (options.duration) {
-        result["duration_s"] = std::chrono::duration<double>(*options.duration).count();
+        result["duration_s"] = seconds(*options.duration);
     } else if (options.forever) {
         result["forever"] = true;
         result["kept_packets"] = kept_packets;
@@ -213,11 +213,10 @@ json of_options(const session_options &options)
 
 std::string interval_json(const interval_figures &figures, std::uint64_t started)
 {
-    using seconds = std::chrono::duration<double>;
     const json line = {{"interval",
                         {{"started", utc_text(started + static_cast<std::uint64_t>(figures.from.count()))},
-                         {"from_s", seconds(figures.from).count()},
-                         {"to_s", seconds(figures.to).count()}}},
+                         {"from_s", seconds(figures.from)},
+                         {"to_s", seconds(figures.to)}}},
                        {"sent", figures.sent},
                        {"valid", figures.valid},
                        {"odd", figures.odd()},
@@ -240,7 +239,7 @@ std::string json_report(const run_report &report, bool on_a_line)
     }
     const json document = {{"options", of_options(report.options)},
                            {"started", utc_text(report.started)},
-                           {"elapsed_s", std::chrono::duration<double>(report.elapsed).count()},
+                           {"elapsed_s", seconds(report.elapsed)},
                            {"interrupted", report.interrupted},
                            {"refused", report.refused},
                            {"timestamps",

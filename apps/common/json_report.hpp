@@ -11,8 +11,7 @@
 
 namespace olv_probe {
 
-/** One object and a newline. */
-/** @param on_a_line  Whether all of it stands on a line. */
+/** One object and a newline. @param on_a_line  Whether all of it stands on a line. */
 [[nodiscard]] std::string json_report(const run_report &report, bool on_a_line = false);
 /** A line. @param started  When the run began, in nanoseconds since 1970. */
 [[nodiscard]] std::string interval_json(const interval_figures &figures, std::uint64_t started);

@@ -10,6 +10,7 @@
 #include <netinet/in.h>
 
 #include "net/address_text.hpp"
+#include "net/twamp_wire.hpp"
 
 namespace olv_probe {
 namespace {

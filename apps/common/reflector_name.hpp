@@ -12,7 +12,6 @@
 #include <sys/socket.h>
 
 #include "net/socket_address.hpp"
-#include "net/twamp_wire.hpp"
 
 namespace olv_probe {
 

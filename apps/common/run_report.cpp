@@ -7,15 +7,6 @@
 
 namespace olv_probe {
 
-std::vector<const measurement *> results_of(const probe &sender)
-{
-    std::vector<const measurement *> results;
-    for (std::size_t session = 0; session < sender.session_count(); ++session) {
-        results.push_back(&sender.result(session));
-    }
-    return results;
-}
-
 std::string utc_text(std::uint64_t nanoseconds)
 {
     const auto seconds = static_cast<std::time_t>(nanoseconds / 1'000'000'000);
@@ -55,7 +46,7 @@ run_report report_of(const probe &sender, const session_options &options, bool c
     report.interrupted = !complete;
     report.refused = sender.refusal() != 0;
     report.total = sender.figures();
-    const std::vector<const measurement *> results = results_of(sender);
+    const std::vector<const measurement *> &results = sender.results();
     for (std::size_t session = 0; session < results.size(); ++session) {
         const bool alone = results.size() == 1;
         report.senders.push_back({.address = sender.local_address(session),

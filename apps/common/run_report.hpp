@@ -36,8 +36,7 @@ struct run_report {
     std::vector<sender_report> senders;
 };
 
-/** The results of all its sessions; both after its run. */
-[[nodiscard]] std::vector<const measurement *> results_of(const probe &sender);
+/** After its run. */
 [[nodiscard]] run_report report_of(const probe &sender, const session_options &options, bool complete);
 
 /** Whether every packet sent came back and was measured; with strict judging, whether all that came was valid.

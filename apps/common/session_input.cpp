@@ -101,7 +101,7 @@ void add_socket_options(olv_apps::command to, session_input &input)
 {
     to.add_option("--source", input.source,
                   "Address to send from, and its port; several senders take the ports that follow")
-        .called("ADDRESS[:PORT]");
+        .called("ADDRESS");
     to.add_option("--interface", input.interface, "Send and receive at this network interface alone")
         .called("NAME");
     to.add_option("--timestamps", input.timestamps,

@@ -104,7 +104,7 @@ void print_csv(const probe &measuring)
 std::string histogram_of_round_trips(const probe &measuring)
 {
     std::vector<std::int64_t> samples;
-    for (const measurement *result : results_of(measuring)) {
+    for (const measurement *result : measuring.results()) {
         result->append_delays(path::round_trip, {}, samples);
     }
     if (samples.empty()) {
@@ -138,7 +138,7 @@ bool draw(const probe_options &options, const probe &measuring)
         return true;
     }
     try {
-        draw_plot(options.plot, results_of(measuring), announcement(options.session));
+        draw_plot(options.plot, measuring.results(), announcement(options.session));
         return true;
     } catch (const std::exception &error) {
         report_error(program_name, "%s", error.what());

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "apps/common/formatted.hpp"
+#include "apps/common/run_report.hpp"
 #include "apps/twamp-probe/histogram.hpp"
 
 namespace olv_probe {
@@ -31,11 +32,6 @@ std::string harmless(std::string text)
 double seconds(std::int64_t nanoseconds)
 {
     return static_cast<double>(nanoseconds) / 1e9;
-}
-
-double microseconds(std::int64_t nanoseconds)
-{
-    return static_cast<double>(nanoseconds) / 1e3;
 }
 
 /** Just after the last packet was sent, in nanoseconds. */

@@ -47,7 +47,7 @@ void add_output_options(olv_apps::command to, raw_options &raw)
                   "Print a line of figures for each interval of so many seconds, too")
         .number_between(0.01, 86'400);
     to.add_flag("--histogram", raw.histogram, "Print a histogram of the round trips, too; with text only");
-    to.add_option("--plot", raw.plot, "Draw the round trips over time and their histogram: FILE.svg, FILE.png");
+    to.add_option("--plot", raw.plot, "Draw delays and losses over time and a histogram: FILE.svg, FILE.png");
 }
 
 std::optional<int> parse(const std::vector<std::string> &words, raw_options &raw)

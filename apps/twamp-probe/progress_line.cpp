@@ -1,6 +1,5 @@
 #include "apps/twamp-probe/progress_line.hpp"
 
-#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 

@@ -47,9 +47,7 @@ void add_traffic_options(olv_apps::command to, traffic_options &options)
 
 void traffic_options::apply(olv_fastpath::fast_path_options &to) const
 {
-    const std::uint32_t session_capacity = to.session_capacity;
     to = fast_path;
-    to.session_capacity = session_capacity;
     to.mode =
         stamp_mode == "stateless" ? olv_fastpath::stamp_mode::stateless : olv_fastpath::stamp_mode::stateful;
     to.clock = clock == "state" ? olv_fastpath::time_source::state : olv_fastpath::time_source::system;
