@@ -36,6 +36,16 @@ namespace olv_net {
     throw std::runtime_error(std::string(what) + " '" + std::string(text) + "': " + reason);
 }
 
+/** The port in the text of an address. */
+[[nodiscard]] inline std::uint16_t required_port(std::string_view text, std::string_view port)
+{
+    const std::optional<std::uint16_t> number = parse_port(port);
+    if (!number) {
+        reject("address", text, "the port has to be a number from 0 to 65535");
+    }
+    return *number;
+}
+
 /** Reject text with a zero byte: the C library would take what is before it for all of it. */
 inline void reject_zero_bytes(const char *what, std::string_view text)
 {

@@ -26,6 +26,11 @@ inline constexpr unsigned mapped_prefix_bits = mapped_prefix.size() * 8;
 {
     return std::memcmp(address.data(), mapped_prefix.data(), mapped_prefix.size()) == 0;
 }
+/** The unspecified address of the family that @p address is of. */
+[[nodiscard]] inline ip_address unspecified_like(const ip_address &address)
+{
+    return is_ipv4(address) ? ip_address{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF} : ip_address{};
+}
 /** "192.0.2.1", "2001:db8::1". */
 [[nodiscard]] std::string text_of(const ip_address &address);
 

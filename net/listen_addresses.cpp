@@ -94,13 +94,6 @@ struct sort_key {
     std::uint32_t scope = 0;
 };
 
-bool is_unspecified(const sort_key &key)
-{
-    const std::size_t start = key.family == AF_INET ? mapped_prefix.size() : 0;
-    return std::all_of(key.host.begin() + static_cast<std::ptrdiff_t>(start), key.host.end(),
-                       [](std::uint8_t octet) { return octet == 0; });
-}
-
 } // namespace
 
 std::vector<socket_address> listen_addresses(std::string_view text)
@@ -110,11 +103,7 @@ std::vector<socket_address> listen_addresses(std::string_view text)
     if (!name) {
         return {parse_socket_address(text)};
     }
-    const std::optional<std::uint16_t> number = parse_port(text.substr(name->size() + 1));
-    if (!number) {
-        reject("address", text, "the port has to be a number from 0 to 65535");
-    }
-    const std::string port = std::to_string(*number);
+    const std::string port = std::to_string(required_port(text, text.substr(name->size() + 1)));
     if (name->empty() || *name == "*") {
         std::vector<socket_address> all{parse_socket_address("0.0.0.0:" + port)};
         if (knows_ipv6()) {
@@ -141,7 +130,7 @@ overlapping(const std::vector<socket_address> &addresses)
     std::sort(sorted.begin(), sorted.end());
     const auto found = std::adjacent_find(sorted.begin(), sorted.end(), [](const auto &one, const auto &next) {
         return one.first.port != 0 && one.first.is_of_same_port(next.first) &&
-               (one.first == next.first || is_unspecified(one.first));
+               (one.first == next.first || one.first.host == unspecified_like(one.first.host));
     });
     return found == sorted.end() ? std::nullopt
                                  : std::optional{std::pair{*found->second, *std::next(found)->second}};

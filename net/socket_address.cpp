@@ -81,15 +81,12 @@ std::optional<socket_address> local_address_of(int socket)
 socket_address parse_socket_address(std::string_view text)
 {
     const host_and_port parts = split(text);
-    const std::optional<std::uint16_t> port = parse_port(parts.port);
-    if (!port) {
-        reject("address", text, "the port has to be a number from 0 to 65535");
-    }
+    const std::uint16_t port = required_port(text, parts.port);
     socket_address parsed;
     if (!parts.bracketed) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
-        address.sin_port = htons(*port);
+        address.sin_port = htons(port);
         if (inet_pton(AF_INET, parts.host.c_str(), &address.sin_addr) != 1) {
             reject("address", text, "'" + parts.host + "' is not an IPv4 address");
         }
@@ -108,7 +105,7 @@ socket_address parse_socket_address(std::string_view text)
     sockaddr_in6 address{};
     std::memcpy(&address, found->ai_addr, sizeof address);
     freeaddrinfo(found);
-    address.sin6_port = htons(*port);
+    address.sin6_port = htons(port);
     std::memcpy(&parsed.address, &address, sizeof address);
     parsed.length = sizeof address;
     return parsed;

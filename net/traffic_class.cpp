@@ -1,7 +1,6 @@
 #include "net/traffic_class.hpp"
 
 #include <array>
-#include <string_view>
 
 #include <strings.h>
 

@@ -12,13 +12,6 @@ namespace {
 
 constexpr std::uint8_t loopback_network = 127; ///< 127.0.0.0/8.
 
-/** The unspecified address of the family that @p address is of. */
-olv_net::ip_address unspecified_like(const olv_net::ip_address &address)
-{
-    return olv_net::is_ipv4(address) ? olv_net::ip_address{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF}
-                                     : olv_net::ip_address{};
-}
-
 /** As the unspecified address of either family does. */
 bool ends_in_zeros(const olv_net::ip_address &address)
 {
@@ -89,7 +82,7 @@ bool own_endpoints::contains(const olv_net::ip_endpoint &endpoint, std::uint64_t
     if (!ends_in_zeros(endpoint.address) && !ports_.test(endpoint.port)) {
         return false;
     }
-    const olv_net::ip_address unspecified = unspecified_like(endpoint.address);
+    const olv_net::ip_address unspecified = olv_net::unspecified_like(endpoint.address);
     return endpoint.address == unspecified || listens_at(endpoint) ||
            (listens_at({unspecified, endpoint.port}) && is_local(endpoint.address, now));
 }

@@ -5,6 +5,7 @@
 #ifndef OLV_FASTPATH_ARRIVAL_CLOCK_HPP
 #define OLV_FASTPATH_ARRIVAL_CLOCK_HPP
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 

@@ -6,6 +6,7 @@
 #define OLV_FASTPATH_CLOCK_READER_HPP
 
 #include <cstdint>
+#include <optional>
 
 #include "fastpath/core/clocks.hpp"
 #include "fastpath/core/options.hpp"

@@ -22,8 +22,7 @@ struct socket_abilities {
 /**
  * Prepare a socket for listening at an address. With each packet, the system then tells TTL, traffic class and
  * time of arrival, and where the address stands for several, a group or all hosts, the one that the packet was
- * sent to. Replies leave
- * with a TTL of 255.
+ * sent to. Replies leave with a TTL of 255.
  */
 [[nodiscard]] std::optional<socket_abilities> prepare_socket(int socket, const sockaddr_storage &address);
 
