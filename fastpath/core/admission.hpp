@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <span>
 
 #include "fastpath/core/clocks.hpp"
 #include "fastpath/core/drop_reasons.hpp"
@@ -27,7 +26,7 @@ struct limited_path {
 
 /**
  * Packets that are not to be answered are dropped before the reflector sees and counts them, for the first
- * reason of the list that there is.
+ * reason that there is.
  *
  * Packets that seem to come from the fast path's own addresses are always dropped, as it would answer itself
  * for ever.
@@ -43,9 +42,6 @@ class admission {
     /** Where the fast path itself listens. */
     [[nodiscard]] own_endpoints &own() { return own_; }
     [[nodiscard]] limited_path limited(const packet_path &path) const;
-
-    /** The time of the replies from now on. */
-    void note(const reply_time &time) { time_ = time; }
 
     /** Why nothing that comes from a sender is answered; nothing: there is no reason.
      *  @param now  Ticks of the processor's timer, here and below. */
@@ -73,7 +69,6 @@ class admission {
     std::optional<std::uint16_t> minimum_source_port_;
     bool answers_groups_;
     own_endpoints own_;
-    reply_time time_;
     std::shared_ptr<responder_limits> limits_;
 };
 

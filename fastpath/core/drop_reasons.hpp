@@ -14,7 +14,7 @@ namespace olv_fastpath {
 
 /**
  * The list, in the order in which figures show it: the reason's name, its text for people, who counts it.
- *  - listener: the address that the packet came to, before the module sees it.
+ *  - listener: the address that the packet came to; for the module it is as if it had not come.
  *  - module, responder: records of counters, in a field that is called drop_ and the reason's name.
  * Enumerators, counters, fields of JSON, labels of metrics and texts follow from it; docs/metrics.md is held to
  * it by a test.

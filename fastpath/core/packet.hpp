@@ -15,8 +15,6 @@
 
 namespace olv_fastpath {
 
-class sent_stamps;
-
 /** How a packet reaches the fast path. The low 24 bits of each are significant. */
 struct packet_path {
     std::uint32_t responder_id = 0;

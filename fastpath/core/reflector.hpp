@@ -128,10 +128,11 @@ class reflector {
     {
         return sessions_.end_all(responder_id);
     }
-    /** Whether another reflector has had to refuse a sender, and has not been looked after here. */
     /** Where the times of departure of its replies are to be noted. */
     [[nodiscard]] sent_stamps *noted_departures() const { return &sessions_.peers()->stamps; }
+    /** Whether another reflector has had to refuse a sender, and has not been looked after here. */
     [[nodiscard]] bool is_asked_for_place() const { return sessions_.is_asked_for_place(); }
+    /** End a session for it, if there is one that may end. */
     void give_place(std::uint64_t now) { sessions_.give_place(now); }
 
     /** Sessions in the table, those that are over and not yet found to be included. */

@@ -49,7 +49,6 @@ std::size_t packet_carrier::serve_batches(udp_listener &from)
         }
         all += received;
         const clock_reader::batch_time now = clocks_.read();
-        admission_.note(now.replies);
         reflector::batch batch{reflector_, now.replies};
         reflector_.expect(requests_.senders(), from.to.path);
         for (std::size_t index = 0; index < received; ++index) {

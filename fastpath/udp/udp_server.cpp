@@ -18,7 +18,8 @@ namespace {
 constexpr int looks_each_turn = 8;
 constexpr std::size_t messages_each_turn = 128;
 constexpr std::size_t most_busy = 8;
-/** How often sessions that other servers' may take the place of are looked at while no packet comes. */
+/** How often idle sessions are looked for while no packet comes: those of other servers may want their places.
+ */
 constexpr int idle_check_milliseconds = 500;
 /** Octets of the longest message of several datagrams. */
 constexpr std::size_t longest_message = 65535;
@@ -164,8 +165,7 @@ void udp_server::run()
         const std::span<const std::size_t> ready = watch_.wait(longest_wait());
         if (reflector_.is_asked_for_place()) {
             give_place();
-        }
-        if (ready.empty() && busy_.empty() && !stopping_) {
+        } else if (ready.empty() && busy_.empty() && !stopping_) {
             end_idle_sessions();
         }
         for (const std::size_t index : ready) {
