@@ -77,6 +77,12 @@ struct error_estimate {
     }
 };
 
+/** Whether an error estimate, as it stands in a packet, says that the time stamps beside it are PTP's. */
+[[nodiscard]] constexpr bool has_ptp_format(const std::uint8_t *estimate)
+{
+    return (*estimate & error_estimate::ptp_format >> 8) != 0;
+}
+
 /** Between the host's order and the packets', either way. */
 template <typename Unsigned> [[nodiscard]] constexpr Unsigned big_endian(Unsigned value)
 {

@@ -94,8 +94,7 @@ std::optional<reflector_times> reflector_clock_reader::read_ptp(std::span<const 
 
 reflector_times reflector_clock_reader::read(std::span<const std::uint8_t> reply, const way_there_and_back &way)
 {
-    const bool marked_ptp =
-        (wire::load_16(&reply[reply_field::error_estimate]) & wire::error_estimate::ptp_format) != 0;
+    const bool marked_ptp = wire::has_ptp_format(&reply[reply_field::error_estimate]);
     reflector_times times = read_ntp(reply);
     if (times.received.units() == 0 || times.sent_back.units() == 0) { // in either format
         times.faults.add(reply_fault::zero_timestamp);

@@ -5,12 +5,12 @@ namespace olv_fastpath {
 namespace {
 
 /** @param departure  As it stands in a packet. @return What was written, as a number. */
-std::uint64_t write_departure(std::uint8_t *reply, std::uint64_t departure)
+std::uint64_t write_departure(std::uint8_t *reply, std::uint64_t departure, bool is_ptp)
 {
     // The packet may have arrived ahead of the timer.
     const auto arrival = olv_net::load<std::uint64_t>(reply + olv_net::reflector_packet::receive_timestamp);
     const bool is_ahead = static_cast<std::int64_t>(arrival - departure) > 0;
-    const std::uint64_t written = is_ahead ? sent_stamps::marked(arrival) : departure;
+    const std::uint64_t written = !is_ahead ? departure : is_ptp ? arrival : sent_stamps::marked(arrival);
     olv_net::store(reply + olv_net::reflector_packet::timestamp, written);
     return written;
 }
@@ -38,9 +38,9 @@ void departing_replies::stamp(const processor_clock &clock, std::int32_t tai_ahe
         const std::uint64_t departure = sent_stamps::marked(instant);
         for (; next < end; ++next) {
             std::uint8_t *reply = replies_[next];
-            const bool is_ptp = has_ptp_format(reply + olv_net::reflector_packet::error_estimate);
+            const bool is_ptp = olv_net::has_ptp_format(reply + olv_net::reflector_packet::error_estimate);
             const std::uint64_t written =
-                write_departure(reply, is_ptp ? ptp_words(instant, tai_ahead) : departure);
+                write_departure(reply, is_ptp ? ptp_words(instant, tai_ahead) : departure, is_ptp);
             if (written != noted && sent != nullptr) {
                 sent->note(written);
                 noted = written;

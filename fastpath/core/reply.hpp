@@ -34,12 +34,6 @@ struct reply_fields {
     std::int32_t tai_ahead = 0;       ///< Seconds that PTP's time is ahead.
 };
 
-/** Whether an error estimate says that the time stamps beside it are PTP's. */
-[[nodiscard]] inline bool has_ptp_format(const std::uint8_t *estimate)
-{
-    return (*estimate & olv_net::error_estimate::ptp_format >> 8) != 0;
-}
-
 /** An instant in units of ntp_time, as a PTP time stamp stands in a packet. */
 [[nodiscard]] inline std::uint64_t ptp_words(std::uint64_t instant, std::int32_t tai_ahead)
 {

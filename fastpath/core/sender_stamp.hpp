@@ -18,8 +18,7 @@ class sender_stamp {
     /** @param request  14 octets at least. */
     explicit sender_stamp(std::span<const std::uint8_t> request)
         : value_(olv_net::load<std::uint64_t>(&request[olv_net::sender_packet::timestamp])),
-          is_ptp_((olv_net::load_16(&request[olv_net::sender_packet::error_estimate]) &
-                   olv_net::error_estimate::ptp_format) != 0)
+          is_ptp_(olv_net::has_ptp_format(&request[olv_net::sender_packet::error_estimate]))
     {}
 
     [[nodiscard]] std::uint64_t value() const { return value_; }

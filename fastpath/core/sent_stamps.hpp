@@ -17,13 +17,21 @@
 
 namespace olv_fastpath {
 
+/** Whose time stamp a request carries. */
+enum class stamp_origin : std::uint8_t {
+    sender, ///< Its sender's own.
+    reply,  ///< That of one of our replies: it is the answer to it.
+    either  ///< In PTP format, the nanosecond of a reply, which its sender's clock may have shown as well.
+};
+
 /**
  * Two machines that answer whatever comes would go on answering each other for ever after one forged datagram.
  * A request that carries a stamp of one of our replies is the answer to it, wherever it comes from and whatever
  * its form.
  *
  * Senders' clocks count whole nanoseconds or less finely, and may run with ours. So that no sender's stamp is
- * ever taken for one of ours, ours stand between whole nanoseconds: see marked().
+ * ever taken for one of ours, ours stand between whole nanoseconds: see marked(). In PTP format there is
+ * nothing between them: where no more of a reply stands beside the stamp, it may be chance.
  *
  * Of 65536 stamps, one for each batch of replies, most are remembered; a new one takes the place of an older
  * one. Any number of threads may share these. There is no lock in it, and its words have 32 bits, which every
@@ -60,7 +68,7 @@ class sent_stamps {
 
     /** Whether a request carries a stamp where a sender's is: an echo, the beginning of one, or an answer in a
      *  reflector's form. */
-    [[nodiscard]] bool are_in(std::span<const std::uint8_t> request) const
+    [[nodiscard]] stamp_origin look_at(std::span<const std::uint8_t> request) const
     {
         using namespace olv_net;
         const bool is_ptp = says_ptp(request);
@@ -68,21 +76,24 @@ class sent_stamps {
         // Nearly all others are found out here, without looking anything up.
         const bool may_be = is_ptp || has_mark(request, sender_packet::timestamp) ||
                             (is_long && has_mark(request, reflector_packet::sender_timestamp));
-        return may_be && (is_one(request, sender_packet::timestamp) ||
-                          (is_long && is_one(request, reflector_packet::sender_timestamp)));
+        return may_be ? look_up(request, is_ptp, is_long) : stamp_origin::sender;
     }
 
     /** The same anywhere in the first octets of it. */
-    [[nodiscard]] bool are_anywhere_in(std::span<const std::uint8_t> request) const
+    [[nodiscard]] stamp_origin look_through(std::span<const std::uint8_t> request) const
     {
         const std::size_t end = std::min(request.size(), searched);
         const bool is_ptp = says_ptp(request);
+        stamp_origin own = stamp_origin::sender;
         for (std::size_t position = 0; position + sizeof(std::uint64_t) <= end; ++position) {
             if ((is_ptp || has_mark(request, position)) && is_one(request, position)) {
-                return true;
+                if (position != olv_net::sender_packet::timestamp) {
+                    return stamp_origin::reply;
+                }
+                own = origin_of_own(request, is_ptp);
             }
         }
-        return are_in(request);
+        return own;
     }
 
   private:
@@ -105,8 +116,37 @@ class sent_stamps {
      *  gets a reply with a mark, and is known by that one. */
     [[nodiscard]] static bool says_ptp(std::span<const std::uint8_t> request)
     {
-        return (request[olv_net::sender_packet::error_estimate] & olv_net::error_estimate::ptp_format >> 8) !=
-               0;
+        return olv_net::has_ptp_format(&request[olv_net::sender_packet::error_estimate]);
+    }
+
+    [[gnu::cold, gnu::noinline]] stamp_origin look_up(std::span<const std::uint8_t> request, bool is_ptp,
+                                                      bool is_long) const
+    {
+        using namespace olv_net;
+        const auto is_at = [&](std::size_t position) {
+            return (is_ptp || has_mark(request, position)) && is_one(request, position);
+        };
+        if (is_long && is_at(reflector_packet::sender_timestamp)) {
+            return stamp_origin::reply;
+        }
+        return is_at(sender_packet::timestamp) ? origin_of_own(request, is_ptp) : stamp_origin::sender;
+    }
+
+    /** Of one of our stamps that stands where each request has its sender's. */
+    [[nodiscard]] static stamp_origin origin_of_own(std::span<const std::uint8_t> request, bool is_ptp)
+    {
+        return !is_ptp || has_arrival(request) ? stamp_origin::reply : stamp_origin::either;
+    }
+
+    /** Whether the seconds of an arrival stand behind the stamp, as in a reply, which leaves soon after. */
+    [[nodiscard]] static bool has_arrival(std::span<const std::uint8_t> request)
+    {
+        using namespace olv_net;
+        constexpr std::uint32_t longest_stay = 60;
+        return request.size() >= reflector_packet::receive_timestamp + sizeof(std::uint32_t) &&
+               load_32(&request[sender_packet::timestamp]) -
+                       load_32(&request[reflector_packet::receive_timestamp]) <=
+                   longest_stay;
     }
 
     /** Of what may be a stamp in NTP format, at a position of a request. */

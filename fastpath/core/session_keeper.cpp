@@ -70,6 +70,7 @@ entered_session session_keeper::begin(const session_key &key, const received_pac
         return {.refused = drop_reason::hash_error};
     }
     session *begun = table_.insert(key, responder.creation, packet.arrival_ticks); // there is room
+    begun->may_be_answers = peers_->stamps.look_at(packet.payload) == stamp_origin::either;
     begun->last_number = olv_net::load_32(&packet.payload[olv_net::sender_packet::sequence_number]);
     unstamped_sender &sender = table_.unstamped(*begun);
     sender = {.stamp = sender_stamp{packet.payload}.value(), .paid = packet.arrival_ticks};
@@ -159,14 +160,14 @@ void session_keeper::give_place(std::uint64_t now)
 
 std::optional<drop_reason> session_keeper::reason_against(const received_packet &packet, std::uint64_t instant)
 {
-    if (answers_a_reply(packet.payload, true)) {
+    const stamp_origin found = peers_->stamps.look_through(packet.payload);
+    if (found == stamp_origin::reply) {
         return drop_reason::answer_to_reply;
     }
-    if (!sender_stamp{packet.payload}.is_near(instant) &&
-        !may_pass(packet.sender.address, packet.arrival_ticks)) {
-        return drop_reason::unstamped_rate;
-    }
-    return std::nullopt;
+    const bool is_plausible = found == stamp_origin::sender && sender_stamp{packet.payload}.is_near(instant);
+    return is_plausible || may_pass(packet.sender.address, packet.arrival_ticks)
+               ? std::nullopt
+               : std::optional{drop_reason::unstamped_rate};
 }
 
 bool session_keeper::may_pass(session &entry, const received_packet &packet)
@@ -273,9 +274,7 @@ std::vector<session_summary> session_keeper::sessions_at(std::uint64_t now) cons
                  .idle_seconds = static_cast<double>(idle) / static_cast<double>(ticks_per_second_)});
         }
     }
-    std::stable_sort(live.begin(), live.end(), [](const session_summary &one, const session_summary &other) {
-        return one.idle_seconds > other.idle_seconds;
-    });
+    std::stable_sort(live.begin(), live.end(), is_idle_longer);
     return live;
 }
 

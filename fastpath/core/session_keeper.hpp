@@ -5,7 +5,6 @@
 #ifndef OLV_FASTPATH_SESSION_KEEPER_HPP
 #define OLV_FASTPATH_SESSION_KEEPER_HPP
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -127,10 +126,18 @@ class session_keeper {
                                                   std::uint32_t limit);
     void forget_stale(std::uint32_t slots);
 
-    /** Whether a request carries the stamp of a reply, in the usual places or anywhere. */
-    [[nodiscard]] bool answers_a_reply(std::span<const std::uint8_t> request, bool thoroughly) const
+    /** Whether a packet of a session is the answer to a reply. Two in a row that may be are no chance. */
+    [[nodiscard]] bool answers_a_reply(session &entry, std::span<const std::uint8_t> request) const
     {
-        return thoroughly ? peers_->stamps.are_anywhere_in(request) : peers_->stamps.are_in(request);
+        const bool thoroughly = (entry.next_sequence_number + 1) % searches_one_in == 0;
+        const stamp_origin found =
+            thoroughly ? peers_->stamps.look_through(request) : peers_->stamps.look_at(request);
+        if (found == stamp_origin::sender && !entry.may_be_answers) [[likely]] {
+            return false;
+        }
+        const bool twice = entry.may_be_answers && found == stamp_origin::either;
+        entry.may_be_answers = found == stamp_origin::either;
+        return found == stamp_origin::reply || twice;
     }
     /** @return Whether a packet of a session may pass whose time stamp is not near now. */
     [[gnu::cold, gnu::noinline]] bool may_pass(session &entry, const received_packet &packet);
@@ -183,7 +190,7 @@ inline entered_session session_keeper::enter(const received_packet &packet, cons
     if (known == nullptr) {
         return begin(key, packet, responder, instant);
     }
-    if (answers_a_reply(packet.payload, (known->next_sequence_number + 1) % searches_one_in == 0)) {
+    if (answers_a_reply(*known, packet.payload)) {
         return {.refused = drop_reason::answer_to_reply};
     }
     if (!sender_stamp{packet.payload}.is_near(instant) && !may_pass(*known, packet)) {

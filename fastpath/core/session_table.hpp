@@ -52,6 +52,7 @@ struct alignas(64) session {
     std::uint32_t responder_id = 0;
     olv_net::ip_endpoint sender;
     session_stage stage = session_stage::none; ///< None: the slot is free.
+    bool may_be_answers = false;               ///< Its last packet may have been the answer to a reply.
     responder_creation creation;
     std::uint32_t next_sequence_number = 0;
     std::uint64_t last_arrival = 0; ///< Ticks of timer 0.

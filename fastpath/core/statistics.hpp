@@ -41,6 +41,12 @@ struct session_summary {
     double idle_seconds = 0; ///< Since the sender's last packet.
 };
 
+/** The order in which sessions are listed. */
+[[nodiscard]] inline bool is_idle_longer(const session_summary &one, const session_summary &other)
+{
+    return one.idle_seconds > other.idle_seconds;
+}
+
 } // namespace olv_fastpath
 
 #endif

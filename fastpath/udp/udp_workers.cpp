@@ -21,10 +21,7 @@ fast_path_options options_of_each(fast_path_options options)
 void merge(std::vector<session_summary> &all, const std::vector<session_summary> &more)
 {
     const auto middle = all.insert(all.end(), more.begin(), more.end());
-    std::inplace_merge(all.begin(), middle, all.end(),
-                       [](const session_summary &one, const session_summary &other) {
-                           return one.idle_seconds > other.idle_seconds;
-                       });
+    std::inplace_merge(all.begin(), middle, all.end(), is_idle_longer);
 }
 
 } // namespace

@@ -201,18 +201,89 @@ TEST_F(endless_exchange_test, sender_whose_clock_is_ours_is_never_taken_for_an_a
     }
 }
 
-TEST_F(endless_exchange_test, echo_in_ptp_format_is_known)
+/** A reply left at 2023-11-14 22:13:20.5, PTP's 0x6553F100'1DCD6500. */
+class ptp_stamp_test : public endless_exchange_test {
+  protected:
+    ptp_stamp_test() { use(stamp_mode::stateful); }
+    void use(stamp_mode mode)
+    {
+        // The clock says the same, so that stamps are plausible.
+        write_state(responder_id, {.ntp_seconds = 0x6553F100 + 2208988800u, .ticks = start_ticks});
+        const auto peers = std::make_shared<reflector_peers>();
+        subject_.emplace(processor_, fast_path_options{.mode = mode}, peers);
+        peers->stamps.note(departure);
+    }
+    std::optional<drop_reason> send(std::uint64_t stamp, std::uint16_t estimate = 0x4A01,
+                                    std::uint64_t arrival = 0, std::size_t length = 41)
+    {
+        bytes request = request_of(41);
+        store(&request[4], stamp);
+        store_16(&request[12], estimate);
+        store(&request[16], arrival);
+        request.resize(length);
+        bytes room(41);
+        return subject_->reflect(packet_of(request), usual_path, room).dropped;
+    }
+
+    static constexpr std::uint64_t departure = 0x6553F1001DCD6500;
+    static constexpr std::optional<drop_reason> nothing{};
+    std::optional<reflector> subject_;
+};
+
+TEST_F(ptp_stamp_test, with_the_arrival_behind_it_is_an_echo)
 {
-    const auto peers = std::make_shared<reflector_peers>();
-    reflector subject{processor_, {}, peers};
-    peers->stamps.note(0x6553F1001DCD6500); // 2023, half a second
-    bytes request = request_of(41);
-    store<std::uint64_t>(&request[4], 0x6553F1001DCD6500);
-    bytes room(41);
-    store_16(&request[12], 0x0A01);
-    EXPECT_FALSE(subject.reflect(packet_of(request), usual_path, room).dropped); // NTP: whole nanoseconds
-    store_16(&request[12], 0x4A01);
-    EXPECT_EQ(subject.reflect(packet_of(request), usual_path, room).dropped, drop_reason::answer_to_reply);
+    constexpr std::uint64_t arrival = 0x6553F1001DCD0000;
+    EXPECT_EQ(send(departure, 0x0A01, arrival), nothing) << "whole nanoseconds are nobody's in NTP format";
+    EXPECT_EQ(send(departure, 0x4A01, arrival), drop_reason::answer_to_reply);
+    EXPECT_EQ(send(departure, 0x4A01, arrival - (UINT64_C(60) << 32)), drop_reason::answer_to_reply);
+    EXPECT_EQ(send(departure, 0x4A01, arrival, 20), drop_reason::answer_to_reply) << "its seconds";
+    EXPECT_EQ(send(departure, 0x4A01, arrival - (UINT64_C(61) << 32)), nothing);
+}
+
+TEST_F(ptp_stamp_test, of_a_sender_may_have_the_nanosecond_of_a_reply_now_and_then)
+{
+    for (const std::size_t length : {41u, 20u, 19u, 14u}) {
+        for (int number = 0; number < 200; ++number) {
+            ASSERT_EQ(send(departure, 0x4A01, 0, length), nothing) << length;
+            ASSERT_EQ(send(departure + 1, 0x4A01, 0, length), nothing) << length;
+        }
+    }
+}
+
+TEST_F(ptp_stamp_test, has_it_twice_in_a_row_in_an_answer)
+{
+    for (const std::size_t length : {41u, 19u, 14u}) {
+        EXPECT_EQ(send(departure, 0x4A01, 0, length), nothing) << length;
+        EXPECT_EQ(send(departure, 0x4A01, 0, length), drop_reason::answer_to_reply) << length;
+        EXPECT_EQ(send(departure, 0x4A01, 0, length), drop_reason::answer_to_reply) << length;
+        EXPECT_EQ(send(departure + 1), nothing);
+    }
+}
+
+TEST_F(ptp_stamp_test, is_limited_where_there_are_no_sessions)
+{
+    use(stamp_mode::stateless);
+    int answered = 0;
+    for (int number = 0; number < 150; ++number) {
+        answered += send(departure) ? 0 : 1;
+        EXPECT_EQ(send(departure + 1), nothing);
+    }
+    EXPECT_EQ(answered, 100);
+}
+
+TEST_F(endless_exchange_test, ends_with_whoever_returns_the_beginning_of_a_ptp_reply)
+{
+    for (const std::size_t length : {14u, 19u, 41u}) {
+        const auto beginning = [&](const bytes &reply) {
+            bytes made = first_of(reply, 14);
+            made.resize(length);
+            return made;
+        };
+        bytes first = request_of(length);
+        store_16(&first[12], 0x4A01);
+        EXPECT_LE(rounds(first, beginning), 3) << length;
+        EXPECT_EQ(last_, drop_reason::answer_to_reply) << length;
+    }
 }
 
 // Senders without a clock

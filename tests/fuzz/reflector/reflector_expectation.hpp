@@ -90,8 +90,10 @@ class reflector_expectation {
             return begin(packet, path, found);
         }
         session &entry = known->second;
-        if (const auto reason = reason_against(packet, entry.next % 64 == 63, found)) {
-            return {.dropped = reason};
+        const bool is_answer = is_answer_to_reply(packet, entry.next % 64 == 63, entry.suspected, found);
+        entry.suspected = suspicion_of(packet, is_answer);
+        if (is_answer) {
+            return {.dropped = drop_reason::answer_to_reply};
         }
         if (!may_pass(entry, packet)) {
             return {.dropped = drop_reason::unstamped_rate};
@@ -184,7 +186,10 @@ class reflector_expectation {
     static constexpr std::size_t stamp_length = 44;
 
     using session_key = std::pair<std::uint32_t, olv_net::ip_endpoint>;
+    /** Whether a sender's last packet may have been an answer; hashes decide what is not known. */
+    enum class suspicion { no, unknown, yes };
     struct session {
+        suspicion suspected = suspicion::no;
         std::uint32_t next = 0;
         std::uint64_t last_arrival = 0;
         std::uint64_t order = 0; ///< Of its last packet.
@@ -213,6 +218,7 @@ class reflector_expectation {
         }
         session begun;
         begun.next = constants_.first_sequence_number + 1;
+        begun.suspected = suspicion_of(packet);
         begun.stamp = load(packet.payload, 4, 8);
         begun.paid = packet.arrival_ticks + ticks_each();
         note_packet(begun, packet);
@@ -249,38 +255,72 @@ class reflector_expectation {
         entry.number = static_cast<std::uint32_t>(load(packet.payload, 0, 4));
     }
 
-    [[nodiscard]] std::optional<drop_reason> reason_against(const received_packet &packet, bool anywhere,
-                                                            const std::optional<drop_reason> &found) const
+    /** Whether a packet carries a reply's stamp where no sender's stamp could be the same by chance. */
+    [[nodiscard]] bool is_answer_to_reply(const received_packet &packet, bool anywhere, suspicion before,
+                                          const std::optional<drop_reason> &found) const
     {
         const std::size_t end = std::min<std::size_t>(packet.payload.size(), 128);
         for (std::size_t position = 0; position + 8 <= end; ++position) {
             const std::uint64_t stamp = load(packet.payload, position, 8);
-            // A request in NTP format need not be taken for an answer to a reply in PTP format.
-            const bool must_be_found = stamp == last_departure_ && (is_ptp(packet) || !last_was_ptp_);
-            const bool is_remembered = must_be_found || found == drop_reason::answer_to_reply;
-            if ((anywhere || position == 4 || position == 28) && is_remembered && departed_.contains(stamp)) {
-                return drop_reason::answer_to_reply;
+            if ((!anywhere && position != 4 && position != 28) || !departed_.contains(stamp)) {
+                continue;
+            }
+            const bool may_be_chance = position == 4 && may_be_senders(packet);
+            if (may_be_chance && before == suspicion::no) {
+                continue;
+            }
+            const bool must_be_found =
+                must_be_known(packet, stamp) && !(may_be_chance && before == suspicion::unknown);
+            if (must_be_found || found == drop_reason::answer_to_reply) {
+                return true;
             }
         }
-        return std::nullopt;
+        return false;
+    }
+
+    /** A request in NTP format need not be taken for an answer to a reply in PTP format. */
+    [[nodiscard]] bool must_be_known(const received_packet &packet, std::uint64_t stamp) const
+    {
+        return stamp == last_departure_ && (is_ptp(packet) || !last_was_ptp_);
+    }
+
+    /** Whether the stamp of a request in PTP format stands without the seconds of an arrival behind it. */
+    [[nodiscard]] static bool may_be_senders(const received_packet &packet)
+    {
+        return is_ptp(packet) &&
+               (packet.payload.size() < 20 ||
+                static_cast<std::uint32_t>(load(packet.payload, 4, 4) - load(packet.payload, 16, 4)) > 60);
+    }
+
+    [[nodiscard]] suspicion suspicion_of(const received_packet &packet, bool is_answer = false) const
+    {
+        const std::uint64_t stamp = load(packet.payload, 4, 8);
+        if (!may_be_senders(packet) || !departed_.contains(stamp)) {
+            return suspicion::no;
+        }
+        return must_be_known(packet, stamp) && !is_answer ? suspicion::yes : suspicion::unknown;
     }
 
     [[nodiscard]] std::optional<drop_reason> reason_against_first(const received_packet &packet,
                                                                   const std::optional<drop_reason> &found) const
     {
-        const bool may_be_limited = options_.unstamped_packets_per_second != 0 && !is_near(packet);
-        if (found == drop_reason::unstamped_rate && may_be_limited) {
-            return found;
+        if (is_answer_to_reply(packet, true, suspicion::no, found)) {
+            return drop_reason::answer_to_reply;
         }
-        return reason_against(packet, true, found);
+        const bool may_be_limited = options_.unstamped_packets_per_second != 0 &&
+                                    (!is_near(packet) || suspicion_of(packet) != suspicion::no);
+        return may_be_limited && found == drop_reason::unstamped_rate ? found : std::nullopt;
     }
 
     [[nodiscard]] bool is_near(const received_packet &packet) const
     {
+        const std::uint32_t now = day_seconds(packet);
         const std::uint32_t then = static_cast<std::uint32_t>(load(packet.payload, 4, 4));
-        const auto apart =
-            static_cast<std::int32_t>(then - day_seconds(packet) + (is_ptp(packet) ? 2208988800u : 0));
-        return apart >= -86400 && apart <= 86400;
+        const auto is_within_a_day = [&](std::uint32_t seconds) {
+            const auto apart = static_cast<std::int32_t>(seconds - now);
+            return apart >= -86400 && apart <= 86400;
+        };
+        return is_within_a_day(then) || (is_ptp(packet) && is_within_a_day(then + 2208988800u));
     }
 
     [[nodiscard]] std::uint32_t day_seconds(const received_packet &packet) const
